@@ -1,0 +1,137 @@
+/**
+ * @file base.h
+ * @brief What every operation shares: the result record, its codes, start and
+ * stop of the library.
+ *
+ * @page conventions Conventions of every operation
+ *
+ * **Result.** An operation returns nothing. Its last argument points to a
+ * `vexoResult` of the caller's, into which it writes how it went. The pointer
+ * may be null: then nothing is reported, and nothing else changes.
+ *
+ * **Order.** An operation makes one or a few calls into the device's platform
+ * libraries and stops at the first that fails: later calls are not made.
+ * Outputs are written after the last call succeeded; where an operation writes
+ * an output earlier, its description says so ("written before").
+ *
+ * **Failure.** `rc` tells the class of the failure, `message` says it in
+ * words: either the configuration library's text for its latest failure or
+ * the platform's text for the code ("code text"). Unless an operation says
+ * "code text", it is the former. The meaning of the single failure codes is
+ * the platform's.
+ *
+ * **Values.** Every enumeration is 32 bits wide, and any 32-bit value may be
+ * passed in one: a value that is no member reaches the platform as the default
+ * named at its converter (convert.h), which the platform usually refuses. A
+ * platform value that the library does not know comes back as 0, where the
+ * converter names no other. Numbers are checked by the platform, not here.
+ *
+ * **Change.** A setter of one attribute reads the platform's record, changes
+ * the attribute and writes the whole record back. The two steps are not one:
+ * of two setters of the same object at the same time, one can undo the other.
+ *
+ * **Objects.** Ports, pseudowires, groups and links are addressed by unsigned
+ * numbers that reach the platform unchanged. PDH ports and IMA groups count
+ * from 1.
+ *
+ * **Ownership.** Every record belongs to the caller. The library keeps no
+ * pointer after a call, allocates nothing and frees nothing.
+ *
+ * **Threads.** An operation runs on the caller's thread, takes no lock and may
+ * be called from any thread, also from inside a callback (notify.h tells the
+ * few that may not).
+ *
+ * **Records.** 32-bit words in the byte order of the host, with the offsets
+ * that their definitions show; they are part of the binary interface.
+ */
+#ifndef VEXO_CMI_BASE_H
+#define VEXO_CMI_BASE_H
+
+#include <stdint.h>
+
+/** Marks what the shared library exports. */
+#define VEXO_CMI_EXPORT __attribute__((visibility("default")))
+
+/**
+ * Begins an enumeration: in C++ a type of its own, 32 bits wide, that no other
+ * enumeration converts to; in C a plain `uint32_t` with named constants.
+ */
+#ifdef __cplusplus
+#define VEXO_CMI_ENUM(name) enum name : uint32_t
+#else
+#define VEXO_CMI_ENUM(name)                                                                        \
+    typedef uint32_t name;                                                                         \
+    enum
+#endif
+
+/** Names an enumeration of the platform, whose members are the platform's own. */
+#ifdef __cplusplus
+#define VEXO_CMI_OPAQUE_ENUM(name) enum name : uint32_t
+#else
+#define VEXO_CMI_OPAQUE_ENUM(name) typedef uint32_t name
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Size of a result's message, its terminator included. */
+#define VEXO_MESSAGE_SIZE 128
+
+/**
+ * Outcome of an operation. The library produces no other value. What tells the
+ * platform's failures apart is not known to it, so they are numbered.
+ */
+VEXO_CMI_ENUM(vexoRc){
+    VEXO_RC_OK = 0,            /**< success */
+    VEXO_RC_GENERAL = 1,       /**< general failure, and every refusal by the library itself */
+    VEXO_RC_FAILURE_2 = 2,     /**< platform code 2 */
+    VEXO_RC_FAILURE_4 = 4,     /**< platform codes 4, 8 and 16 */
+    VEXO_RC_FAILURE_8 = 8,     /**< platform code 128 */
+    VEXO_RC_FAILURE_16 = 16,   /**< platform code 256 */
+    VEXO_RC_FAILURE_32 = 32,   /**< platform code 512 */
+    VEXO_RC_FAILURE_64 = 64,   /**< platform code 1024 */
+    VEXO_RC_FAILURE_128 = 128, /**< platform code 2048 */
+};
+
+/** How an operation went. */
+typedef struct vexoResult {
+    vexoRc rc; /**< VEXO_RC_OK or the class of the failure */
+    /**
+     * After a failure its text, terminated, cut to 127 characters. After a
+     * success the empty string; the bytes behind its terminator are left alone.
+     */
+    char message[VEXO_MESSAGE_SIZE];
+} vexoResult;
+
+/**
+ * Does nothing. Runs by itself when the library is loaded; calling it again is
+ * harmless.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_init(void);
+
+/**
+ * Stops both notification services, alarms first, and waits for their threads:
+ * when it returns, no thread of the library is left and no callback will come.
+ * The registered callbacks are not forgotten, and the time of the last clock
+ * setting (vexo_cmi_sys_kato_send()) stays. Runs by itself when the library is
+ * unloaded or the process ends normally; may be called any number of times.
+ *
+ * Not from inside a callback, and not while another thread registers or
+ * unregisters one.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_fini(void);
+
+/**
+ * Copies at most @p n bytes of @p src, fills the rest up to @p n with NUL and
+ * ends with a NUL at @p dst[n-1] whatever was copied. Exactly @p n bytes are
+ * written. A null @p src counts as the empty text; with @p n 0 nothing is done.
+ * @return @p dst
+ */
+VEXO_CMI_EXPORT char *strcpy_n(char *dst, const char *src, unsigned n);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

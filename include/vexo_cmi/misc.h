@@ -1,0 +1,109 @@
+/**
+ * @file misc.h
+ * @brief Maintenance: link information, software upgrade, debug settings, log,
+ * system loopback, test pattern generator.
+ *
+ * What every operation shares is told under @ref conventions.
+ */
+#ifndef VEXO_CMI_MISC_H
+#define VEXO_CMI_MISC_H
+
+#include <vexo_cmi/values.h>
+
+/** Link of the system and its OM counters, 316 bytes. */
+typedef struct vexoSysInfo {
+    uint32_t linkStatus;   /**< offset 0: the platform's word */
+    uint32_t linkSpeed;    /**< offset 4: 10 for the platform's codes 0 and 1, 1000 for 2, else not
+                              written */
+    uint32_t linkParam;    /**< offset 8: the platform's word */
+    vexoLinkFlag linkFlag; /**< offset 12 */
+    uint32_t linkMode; /**< offset 16: the platform's word when it is 1, 2 or 3, else not written */
+    uint32_t om[74];   /**< offset 20: 296 bytes of counters in the platform's layout */
+} vexoSysInfo;
+
+/** A software upgrade, 136 bytes. */
+typedef struct vexoUpgradeInfo {
+    vexoUpgradeMode mode; /**< offset 0 */
+    /**
+     * offset 4: name of the software file. 64 bytes of it are read and written,
+     * the rest is left alone; a name of 64 characters has no terminator.
+     */
+    char fileName[128];
+    vexoUpgradeState state; /**< offset 132: only read out, never taken */
+} vexoUpgradeInfo;
+
+/** Debug settings, 132 bytes. */
+typedef struct vexoDebugInfo {
+    vexoDebugState state; /**< offset 0 */
+    char info[128];       /**< offset 4: a text of 128 characters has no terminator */
+} vexoDebugInfo;
+
+/** Status of the test pattern generator, 132 bytes in the platform's layout. */
+typedef struct vexoTpgmStatus {
+    uint32_t words[33]; /**< offset 0 */
+} vexoTpgmStatus;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Reads the state of the system's link, then its OM counters. Written before
+ * the counters are asked for: the link's fields. A failed counter read carries
+ * the code text.
+ * @param info what is to be filled
+ * @param clear handed to the platform, which knows what it does
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_misc_sys_info_get(vexoSysInfo *info, uint32_t clear,
+                                                vexoResult *result);
+
+/**
+ * Starts a software load: the file `fileName` of the peer server, in mode
+ * `mode`. Returns when the platform has taken the order; how it goes is read
+ * with vexo_cmi_misc_upgrade_info_get(). When the platform refuses the order,
+ * the failure carries the code text.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_misc_upgrade_init(const vexoUpgradeInfo *upgrade, vexoResult *result);
+/** Reads mode, file and state of the software load. A failure carries the code text. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_upgrade_info_get(vexoUpgradeInfo *upgrade, vexoResult *result);
+
+/** Sets the debug text: a terminated string, of which 128 bytes are taken. The state word goes
+ * along as 0. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_init(const char *info, vexoResult *result);
+/** Reads the debug settings. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_info_get(vexoDebugInfo *debug, vexoResult *result);
+/** Logs the mask and does nothing else. Always succeeds; `message` is left as it was. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_mode_set(uint32_t mask, vexoResult *result);
+
+/**
+ * Clears the platform's log, and then the alarm that says it is full. Always
+ * succeeds, `message` is left as it was; should the alarm not be cleared, that
+ * is logged.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_misc_log_reset(vexoResult *result);
+
+/** Sets the loopback of the system. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_sys_lbk_set(vexoLpbk loopback, vexoResult *result);
+/** Reads the loopback of the system. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_sys_lbk_get(vexoLpbk *loopback, vexoResult *result);
+
+/** Sets up the test pattern generator with three values, whose meaning is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_misc_tpgm_init(uint32_t tpgmParam1, uint32_t tpgmParam2,
+                                             uint32_t tpgmParam3, vexoResult *result);
+/**
+ * Reads the status of the test pattern generator, and then has the platform
+ * clear it, also when the read failed. The two outcomes are reported as one,
+ * their codes combined; @p status is written only when both succeeded.
+ * @param status what is to be filled
+ * @param clear handed to the platform, which knows what it does
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_misc_tpgm_stat_get(vexoTpgmStatus *status, uint32_t clear,
+                                                 vexoResult *result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

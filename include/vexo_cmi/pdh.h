@@ -1,0 +1,154 @@
+/**
+ * @file pdh.h
+ * @brief PDH ports: configuration, alarms, PM counters.
+ *
+ * What every operation shares is told under @ref conventions. Ports count from
+ * 1. "cable length", "sync parameter" and "aux" are in units, and with
+ * meanings, of the platform's.
+ */
+#ifndef VEXO_CMI_PDH_H
+#define VEXO_CMI_PDH_H
+
+#include <vexo_cmi/values.h>
+
+/** Whole configuration of a port, as it is set: 32 bytes. */
+typedef struct vexoPdhParamsIn {
+    vexoAdminStatus adminStatus; /**< offset 0 */
+    vexoPdhFrameMode frameMode;  /**< offset 4 */
+    vexoPdhCode lineCode;        /**< offset 8 */
+    uint32_t cableLength;        /**< offset 12: the low 16 bits are stored, 0 included */
+    vexoPdhSyncMode syncMode;    /**< offset 16 */
+    uint32_t syncParam;          /**< offset 20: companion of the sync mode */
+    vexoPdhNiuMode niuMode;      /**< offset 24 */
+    uint32_t auxParam;           /**< offset 28 */
+} vexoPdhParamsIn;
+
+/** Whole configuration of a port, as it is read: 40 bytes. */
+typedef struct vexoPdhParamsOut {
+    vexoAdminStatus adminStatus; /**< offset 0 */
+    vexoOperState operState;     /**< offset 4 */
+    vexoPdhFrameMode frameMode;  /**< offset 8 */
+    vexoPdhCode lineCode;        /**< offset 12 */
+    uint32_t cableLength;        /**< offset 16: 0 to 65535 */
+    vexoPdhSyncMode syncMode;    /**< offset 20 */
+    uint32_t syncParam;          /**< offset 24: companion of the sync mode */
+    vexoPdhNiuMode niuMode;      /**< offset 28 */
+    vexoLpbk loopback;           /**< offset 32: 0 where the platform's is not known */
+    uint32_t auxParam;           /**< offset 36 */
+} vexoPdhParamsOut;
+
+/** Synchronisation of a port: 8 bytes. */
+typedef struct vexoPdhSync {
+    vexoPdhSyncMode mode; /**< offset 0 */
+    uint32_t param;       /**< offset 4: companion of the mode */
+} vexoPdhSync;
+
+/**
+ * PM counters of a port: 76 bytes. The platform has two arrangements of the
+ * line counters, and the record does not tell which one it holds; it depends
+ * on the port.
+ *
+ * - Arrangement 0 fills all 13 words: twelve counters, then a flag (1 or 0).
+ * - Arrangement 1 fills words 0 to 7: seven counters, then a flag (1 or 0); the
+ *   other five are not written.
+ * - Of any other arrangement no word of lineCounters is written.
+ *
+ * What is not written keeps what the caller had there (vexo_cmi_pdh_pm_get())
+ * or is 0 (in a PM report).
+ */
+typedef struct vexoPdhPm {
+    vexoPmType pmType; /**< offset 0: the type asked for; in a PM report its vexoPmInterval */
+    uint32_t lineCounters[13];  /**< offset 4 */
+    uint32_t commonCounters[5]; /**< offset 56: of every arrangement */
+} vexoPdhPm;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Sets the whole configuration of a port. The loopback is no part of it, and
+ * the platform's fields that the record does not name stay as they are.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_params_set(const vexoPdhParamsIn *params, uint32_t port,
+                                             vexoResult *result);
+/** Reads the whole configuration, operational state and loopback of a port: all or nothing. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_params_get(vexoPdhParamsOut *params, uint32_t port,
+                                             vexoResult *result);
+
+/** Sets the administrative status of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_admin_set(vexoAdminStatus status, uint32_t port,
+                                            vexoResult *result);
+/** Reads the administrative status of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_admin_get(vexoAdminStatus *status, uint32_t port,
+                                            vexoResult *result);
+
+/** Sets the line code of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_code_set(vexoPdhCode code, uint32_t port, vexoResult *result);
+/** Reads the line code of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_code_get(vexoPdhCode *code, uint32_t port, vexoResult *result);
+
+/** Sets the frame mode of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_frame_set(vexoPdhFrameMode mode, uint32_t port,
+                                            vexoResult *result);
+/** Reads the frame mode of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t port,
+                                            vexoResult *result);
+
+/**
+ * Sets the cable length of a port.
+ * @param length 1 to 65535; of a larger number the low 16 bits are stored. 0 is
+ *     accepted and ignored: nothing is called, and the port keeps its length.
+ * @param port from 1
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, vexoResult *result);
+/**
+ * Reads the cable length of a port, 0 to 65535, and writes the port's record
+ * back unchanged. @p length is written before the write-back, whose failure is
+ * the operation's failure.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_get(uint32_t *length, uint32_t port,
+                                                vexoResult *result);
+
+/** Sets the synchronisation of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_sync_set(const vexoPdhSync *sync, uint32_t port,
+                                           vexoResult *result);
+/** Reads the synchronisation of a port and a value beside it that only the platform sets. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_sync_get(vexoPdhSync *sync, uint32_t *aux, uint32_t port,
+                                           vexoResult *result);
+
+/** Sets the NIU mode of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_niu_set(vexoPdhNiuMode mode, uint32_t port, vexoResult *result);
+/** Reads the NIU mode of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_niu_get(vexoPdhNiuMode *mode, uint32_t port, vexoResult *result);
+
+/** Sets the loopback of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_lpbk_set(vexoLpbk loopback, uint32_t port, vexoResult *result);
+/** Reads the loopback of a port. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_lpbk_get(vexoLpbk *loopback, uint32_t port, vexoResult *result);
+
+/** Writes the alarm status bits of the PDH ports as a whole. Only bits 0 to 15 can be addressed. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_alarms_set(uint32_t alarmBits, vexoResult *result);
+/** Reads the alarm bits now active on a port; their meaning is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_alarms_get(uint32_t *alarmBits, uint32_t port,
+                                             vexoResult *result);
+
+/**
+ * Reads the PM counters of a port. Written before the platform is asked:
+ * @p pm->pmType. Words that the port's arrangement does not have keep what the
+ * caller had there. A failure carries the code text.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_pm_get(vexoPdhPm *pm, vexoPmType pmType, uint32_t port,
+                                         vexoResult *result);
+/**
+ * Clears the PM counters of a port, platform intervals 1, 2 and 3 in this
+ * order. A failure, with its code text, leaves the later ones uncleared.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pdh_pm_clear(uint32_t port, vexoResult *result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,398 @@
+/**
+ * @file pwe.h
+ * @brief Pseudowires: provisioning, single attributes, ATM cross-connects,
+ * alarms, PM and OM counters.
+ *
+ * What every operation shares is told under @ref conventions.
+ *
+ * @page pweparams How to fill a pseudowire record
+ *
+ * Three kinds of fields let one record create a pseudowire or change one field
+ * of it. What is not applied stays as the platform has it: on a create the
+ * platform's default for the type and encapsulation, on a modify the present
+ * value.
+ *
+ * - A **flagged** field is followed by a word named after it with the suffix
+ *   `Valid`. It is applied when that word is not 0. When read, the word is 1
+ *   for each value returned; value and word are 0 for one that does not exist
+ *   in the present mode.
+ * - A **non-zero** field is applied when it is not 0.
+ * - A **two-state** field is 1 or 2. Any other value leaves the platform's
+ *   field alone, but for `rtp.mode` of a whole record: there everything but 2
+ *   turns RTP off.
+ *
+ * All others are applied always. Whatever the kind, zeroing the whole record
+ * first and filling in what is wanted is the way to go:
+ *
+ * A TDM pseudowire with RTP:
+ * @code{.c}
+ * vexoPweParams p = {0};
+ * p.pweType = VEXO_PWE_TYPE_TDM_1;
+ * p.pweAction = VEXO_PWE_ACTION_CREATE;
+ * p.adminStatus = VEXO_ADMIN_STATUS_1;
+ * memcpy(p.dstMac, mac, 6);
+ * p.vlan.mode = VEXO_VLAN_MODE_UNTAGGED;
+ * p.psn.psnType = VEXO_PWE_PSN_TYPE_2;
+ * p.psn.param1 = 4711, p.psn.param1Valid = 1;
+ * p.service.t1.circuit = 3;
+ * p.service.t1.payloadSize = 256;
+ * p.service.t1.rtp.mode = VEXO_PWE_RTP_ON;
+ * p.service.t1.rtp.payloadType = 96, p.service.t1.rtp.payloadTypeValid = 1;
+ * vexo_cmi_pwe_params_set(&p, 17, &result);
+ * @endcode
+ *
+ * The same pseudowire, moved into a double tag and nothing else:
+ * @code{.c}
+ * vexoPweVlan vlan = {0};
+ * vlan.mode = VEXO_VLAN_MODE_DOUBLE;
+ * vlan.outerVlanId = 100, vlan.outerVlanIdValid = 1;
+ * vlan.vlanId = 7, vlan.vlanIdValid = 1;
+ * vexo_cmi_pwe_vlan_set(&vlan, 17, &result);
+ * @endcode
+ *
+ * An ATM pseudowire with a cross-connect:
+ * @code{.c}
+ * vexoPweParams p = {0};
+ * p.pweType = VEXO_PWE_TYPE_ATM_3;
+ * p.pweAction = VEXO_PWE_ACTION_CREATE;
+ * p.adminStatus = VEXO_ADMIN_STATUS_1;
+ * p.vlan.mode = VEXO_VLAN_MODE_UNTAGGED;
+ * p.psn.psnType = VEXO_PWE_PSN_TYPE_2;
+ * p.service.a.circuit = 1;
+ * p.service.a.atmMode = VEXO_ATM_MODE_1;
+ * p.service.a.atmType = VEXO_ATM_TYPE_1;
+ * p.service.a.atmClpMode = VEXO_ATM_CLP_MODE_1;
+ * vexo_cmi_pwe_params_set(&p, 18, &result);
+ * vexoPweAtmXc xc = {VEXO_PWE_ATM_XC_TYPE_1, 0, 32, 0, 33};
+ * vexo_cmi_pwe_atmop_xc_set(&xc, 18, &result);
+ * @endcode
+ */
+#ifndef VEXO_CMI_PWE_H
+#define VEXO_CMI_PWE_H
+
+#include <vexo_cmi/values.h>
+
+/** Number of ATM cross-connects that a pseudowire has at most. */
+#define VEXO_PWE_ATM_XC_MAX 20
+
+/**
+ * VLAN tagging, 36 bytes. Mode 1 has no tag, mode 3 both; every other mode has
+ * the one tag `vlanId` and `priority`. Of an identifier the low 16 bits are
+ * stored, of a priority the low 8.
+ */
+typedef struct vexoPweVlan {
+    vexoVlanMode mode;           /**< offset 0 */
+    uint32_t outerVlanId;        /**< offset 4: flagged; mode 3 only */
+    uint32_t outerVlanIdValid;   /**< offset 8 */
+    uint32_t outerPriority;      /**< offset 12: flagged; mode 3 only */
+    uint32_t outerPriorityValid; /**< offset 16 */
+    uint32_t vlanId;             /**< offset 20: flagged; not in mode 1 */
+    uint32_t vlanIdValid;        /**< offset 24 */
+    uint32_t priority;           /**< offset 28: flagged; not in mode 1 */
+    uint32_t priorityValid;      /**< offset 32 */
+} vexoPweVlan;
+
+/**
+ * PSN encapsulation, 64 bytes. The meaning of the parameters depends on the
+ * PSN type and is the platform's.
+ *
+ * | `psnType` | has |
+ * |---|---|
+ * | 1 | `param1`, `param2`; `param3`, `param4` of 8 bits |
+ * | 2 | `param1`, `param2` |
+ * | 3 | `udpMode`, `param1`, `param2`, `param3` |
+ * | 4, 5 | nothing: "Not supported", "Not implemented" |
+ * | other | nothing; the platform is given encapsulation 0 |
+ */
+typedef struct vexoPwePsn {
+    vexoPwePsnType psnType; /**< offset 0 */
+    uint32_t param1;        /**< offset 4: flagged */
+    uint32_t param1Valid;   /**< offset 8 */
+    uint32_t param2;        /**< offset 12: flagged */
+    uint32_t param2Valid;   /**< offset 16 */
+    uint32_t param3;        /**< offset 20: flagged */
+    uint32_t param3Valid;   /**< offset 24 */
+    union {
+        uint32_t param4;        /**< offset 28: flagged; PSN type 1 */
+        vexoPweUdpMode udpMode; /**< offset 28: PSN type 3, applied always, without a flag */
+    };
+    uint32_t param4Valid; /**< offset 32: PSN type 1 */
+    uint32_t reserved[7]; /**< offset 36 */
+} vexoPwePsn;
+
+/** RTP header of a TDM pseudowire, 28 bytes. */
+typedef struct vexoPweRtp {
+    vexoPweRtpMode mode; /**< offset 0: two-state */
+    uint32_t
+        payloadType; /**< offset 4: flagged; the low 8 bits are stored; read only while RTP is on */
+    uint32_t payloadTypeValid; /**< offset 8 */
+    uint32_t ssrc;             /**< offset 12: flagged; read only while RTP is on */
+    uint32_t ssrcValid;        /**< offset 16 */
+    uint32_t reserved[2];      /**< offset 20 */
+} vexoPweRtp;
+
+/** Service of a pseudowire of type 1 (TDM), 52 bytes. */
+typedef struct vexoPweServiceT1 {
+    uint32_t circuit;          /**< offset 0: the circuit that is carried */
+    uint32_t jitterBufferSize; /**< offset 4: non-zero; in the platform's unit */
+    uint32_t payloadSize;      /**< offset 8: non-zero; in the platform's unit */
+    vexoPweRtp rtp;            /**< offset 12: `mode` applied always */
+    uint32_t reserved[3];      /**< offset 40 */
+} vexoPweServiceT1;
+
+/** Service of a pseudowire of type 2 (TDM), 52 bytes. */
+typedef struct vexoPweServiceT2 {
+    uint32_t circuit;            /**< offset 0: the circuit that is carried */
+    uint32_t serviceOption;      /**< offset 4: flagged */
+    uint32_t serviceOptionValid; /**< offset 8 */
+    uint32_t jitterBufferSize;   /**< offset 12: non-zero; in the platform's unit */
+    uint32_t payloadSize;        /**< offset 16: non-zero; in the platform's unit */
+    uint32_t serviceFlag; /**< offset 20: two-state; 1 sets the platform's flag, 2 clears it */
+    vexoPweRtp rtp;       /**< offset 24: `mode` applied always */
+} vexoPweServiceT2;
+
+/** Service of a pseudowire of type 3 or 4 (ATM), 52 bytes. */
+typedef struct vexoPweServiceA {
+    uint32_t circuit;          /**< offset 0: the circuit that is carried */
+    uint32_t payloadSize;      /**< offset 4: non-zero; in the platform's unit */
+    uint32_t serviceOption;    /**< offset 8: non-zero */
+    uint32_t serviceFlag;      /**< offset 12: two-state; 1 clears the platform's flag, 2 sets it */
+    vexoAtmMode atmMode;       /**< offset 16 */
+    vexoAtmType atmType;       /**< offset 20 */
+    uint32_t atmFlag1;         /**< offset 24: two-state; 1 clears the platform's flag, 2 sets it */
+    uint32_t atmFlag2;         /**< offset 28: two-state; 1 clears the platform's flag, 2 sets it */
+    vexoAtmClpMode atmClpMode; /**< offset 32 */
+    uint32_t atmParam1;        /**< offset 36 */
+    uint32_t atmParam2;        /**< offset 40 */
+    uint32_t reserved[2];      /**< offset 44 */
+} vexoPweServiceA;
+
+/** Type-specific part of a pseudowire record, 52 bytes: which member holds follows from `pweType`.
+ */
+typedef union vexoPweService {
+    vexoPweServiceT1 t1; /**< `pweType` 1 */
+    vexoPweServiceT2 t2; /**< `pweType` 2 */
+    vexoPweServiceA a;   /**< `pweType` 3 and 4 */
+} vexoPweService;
+
+/** A pseudowire as it is set, 172 bytes; see @ref pweparams. */
+typedef struct vexoPweParams {
+    vexoPweType pweType;         /**< offset 0 */
+    vexoPweAction pweAction;     /**< offset 4: 1 deletes, 2 creates, any other value modifies */
+    vexoAdminStatus adminStatus; /**< offset 8 */
+    uint8_t dstMac[6];           /**< offset 12: destination MAC address, as sent */
+    uint8_t reserved[2];         /**< offset 18 */
+    vexoPweVlan vlan;            /**< offset 20 */
+    vexoPwePsn psn;              /**< offset 56 */
+    vexoPweService service;      /**< offset 120 */
+} vexoPweParams;
+
+/** A pseudowire as it is read, 180 bytes. */
+typedef struct vexoPweParamsInfo {
+    vexoPweType pweType;         /**< offset 0 */
+    vexoPweAction pweAction;     /**< offset 4: 1 not provisioned, 2 provisioned */
+    vexoAdminStatus adminStatus; /**< offset 8 */
+    vexoOperState operState;     /**< offset 12 */
+    uint8_t srcMac[6];           /**< offset 16: source MAC address in use */
+    uint8_t dstMac[6];           /**< offset 22: destination MAC address */
+    vexoPweVlan vlan;            /**< offset 28 */
+    vexoPwePsn psn;              /**< offset 64 */
+    vexoPweService service;      /**< offset 128 */
+} vexoPweParamsInfo;
+
+/** An ATM cross-connect, 20 bytes. Of an identifier the low 16 bits are stored; what each
+ * identifies is the platform's. */
+typedef struct vexoPweAtmXc {
+    vexoPweAtmXcType xcType; /**< offset 0 */
+    uint32_t xcId1;          /**< offset 4 */
+    uint32_t xcId2;          /**< offset 8 */
+    uint32_t xcId3;          /**< offset 12 */
+    uint32_t xcId4;          /**< offset 16 */
+} vexoPweAtmXc;
+
+/** Generic (TDM) PM counters, 56 bytes; their meanings and order are the platform's. */
+typedef struct vexoPweGenPm {
+    uint32_t counters[13]; /**< offset 0 */
+    uint32_t valid;        /**< offset 52: 1 when the platform says so, else 0 */
+} vexoPweGenPm;
+
+/** ATM PM counters, 20 bytes; their meanings and order are the platform's. */
+typedef struct vexoPweAtmPm {
+    uint32_t counters[4]; /**< offset 0 */
+    uint32_t valid;       /**< offset 16: 1 when the platform says so, else 0 */
+} vexoPweAtmPm;
+
+/** PM counters of either kind, 56 bytes. The record does not tell which: the platform chooses,
+ * mostly by the type. */
+typedef union vexoPwePmBody {
+    vexoPweGenPm generic; /**< generic counters */
+    vexoPweAtmPm atm;     /**< ATM counters; the 36 bytes behind them are not written */
+} vexoPwePmBody;
+
+/** PM counters of a pseudowire, 64 bytes. */
+typedef struct vexoPwePm {
+    vexoPmType pmType;   /**< offset 0: the type asked for */
+    vexoPweType pweType; /**< offset 4 */
+    vexoPwePmBody body;  /**< offset 8 */
+} vexoPwePm;
+
+/** OM counters of one entry of an ATM pseudowire, 16 bytes; their meaning is the platform's. */
+typedef struct vexoPweOmEntry {
+    uint32_t words[2];    /**< offset 0 */
+    uint32_t counters[2]; /**< offset 8: the low halves of 64-bit counters */
+} vexoPweOmEntry;
+
+/**
+ * OM counters of a pseudowire, 340 bytes. Counters are the low halves of the
+ * platform's 64-bit ones and wrap. A TDM pseudowire has the first two counters,
+ * an ATM pseudowire four and the entries, any other type none.
+ */
+typedef struct vexoPweOm {
+    vexoPweType pweType;                         /**< offset 0 */
+    uint32_t counters[4];                        /**< offset 4 */
+    vexoPweOmEntry entries[VEXO_PWE_ATM_XC_MAX]; /**< offset 20 */
+} vexoPweOm;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Creates, modifies or deletes a pseudowire; see @ref pweparams. A delete reads
+ * nothing else of @p params. The fields of `service` are chosen by the caller's
+ * `pweType`, not by that of the pseudowire as it stands.
+ *
+ * PSN type 4 fails with "Not supported", 5 with "Not implemented"; nothing is
+ * written to the platform then.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId,
+                                             vexoResult *result);
+
+/**
+ * Reads a pseudowire. One that is not provisioned is a success with `pweAction`
+ * 1 and everything else 0.
+ *
+ * Written whatever happens: all of @p info is zeroed. When the operational
+ * state can't be read, `pweType`, `pweAction` and `adminStatus` are filled. An
+ * encapsulation that reads as PSN type 4 or 5 fails with "Not supported" or
+ * "Not implemented" with everything but the PSN parameters and `service` filled.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId,
+                                             vexoResult *result);
+
+/** Sets the administrative status of a pseudowire. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_admin_set(vexoAdminStatus status, uint32_t pwId,
+                                            vexoResult *result);
+/** Reads the administrative status of a pseudowire. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_admin_get(vexoAdminStatus *status, uint32_t pwId,
+                                            vexoResult *result);
+
+/** Sets the destination MAC address of a pseudowire: 6 bytes, as sent. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_set(const unsigned char mac[6], uint32_t pwId,
+                                              vexoResult *result);
+/** Reads the destination MAC address of a pseudowire: exactly 6 bytes are written. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_get(unsigned char mac[6], uint32_t pwId,
+                                              vexoResult *result);
+
+/** Sets the VLAN tagging of a pseudowire. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId,
+                                           vexoResult *result);
+/** Reads the VLAN tagging of a pseudowire; what its mode does not have is 0. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_get(vexoPweVlan *vlan, uint32_t pwId, vexoResult *result);
+
+/** Sets the encapsulation of a pseudowire. PSN type 4 fails with "Not supported", 5 with "Not
+ * implemented". */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
+/**
+ * Reads the encapsulation of a pseudowire; what its type does not have is 0.
+ * One that reads as PSN type 4 or 5 fails with "Not supported" or
+ * "Not implemented", with `psnType` filled and the rest 0.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_get(vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
+
+/** Sets the jitter buffer size (packet delay variation), in the platform's unit; the platform
+ * judges size and type. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_pdv_set(uint32_t size, uint32_t pwId, vexoResult *result);
+/** Reads the jitter buffer size of a TDM pseudowire; any other fails with "Bad PWE type". */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_pdv_get(uint32_t *size, uint32_t pwId, vexoResult *result);
+
+/**
+ * Sets the payload size of a TDM pseudowire, in the platform's unit; any other
+ * fails with "Bad PWE type". A size of 0 writes the record back unchanged.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_set(uint32_t size, uint32_t pwId, vexoResult *result);
+/** Reads the payload size of a TDM pseudowire; any other fails with "Bad PWE type". */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_get(uint32_t *size, uint32_t pwId, vexoResult *result);
+
+/**
+ * Sets the RTP header of a TDM pseudowire; any other fails with "Bad PWE type".
+ * A `mode` other than 1 and 2 leaves RTP on or off as it is.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
+/**
+ * Reads the RTP header of a TDM pseudowire. Any other fails with "Bad PWE type",
+ * with all of @p rtp zeroed.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_get(vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
+
+/** Forces AIS on a pseudowire (any value but 0) or ends it (0). */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_atm_force_ais_set(uint32_t force, uint32_t pwId,
+                                                    vexoResult *result);
+/** Reads whether AIS is forced on a pseudowire of any type: 1 or 0. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_atm_force_ais_get(uint32_t *force, uint32_t pwId,
+                                                    vexoResult *result);
+
+/** Adds an ATM cross-connect to a pseudowire; the platform judges type, identifiers and room. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_atmop_xc_set(const vexoPweAtmXc *xc, uint32_t pwId,
+                                               vexoResult *result);
+/** Removes the ATM cross-connect with these values from a pseudowire. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_atmop_xc_delete(const vexoPweAtmXc *xc, uint32_t pwId,
+                                                  vexoResult *result);
+/**
+ * Reads the ATM cross-connects of an ATM pseudowire; any other fails with
+ * "Bad PWE type '...'", the platform's name of its type between the quotes.
+ * @param xc room for VEXO_PWE_ATM_XC_MAX records, whatever there are; those
+ *     behind the last one are not touched
+ * @param count how many there are, 0 to VEXO_PWE_ATM_XC_MAX: a larger number of
+ *     the platform's counts as that
+ * @param pwId number of the pseudowire
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId,
+                                               vexoResult *result);
+
+/** Writes the alarm status bits of the pseudowires as a whole. Only bits 0 to 4 can be addressed.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_alarms_set(uint32_t alarmBits, vexoResult *result);
+/** Reads the alarm bits now active on a pseudowire; their meaning is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_alarms_get(uint32_t *alarmBits, uint32_t pwId,
+                                             vexoResult *result);
+
+/**
+ * Reads the PM counters of a pseudowire. Written before: `pmType` in any case,
+ * and `pweType` before a refusal with "Bad PWE type", which means that the
+ * platform's counters are of neither kind. A failed counter read carries the
+ * code text.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_pm_get(vexoPwePm *pm, vexoPmType pmType, uint32_t pwId,
+                                         vexoResult *result);
+/**
+ * Clears the PM counters of a pseudowire, platform intervals 1, 2 and 3 in this
+ * order. A failure, with its code text, leaves the later ones uncleared.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_pm_clear(uint32_t pwId, vexoResult *result);
+
+/**
+ * Reads the OM counters of a pseudowire and, with @p clear not 0, clears them
+ * after reading. Words that the type does not have keep what the caller had
+ * there. When the clear fails, the counters read are not returned. A failed
+ * counter call carries the code text.
+ */
+VEXO_CMI_EXPORT void vexo_cmi_pwe_om_get(vexoPweOm *om, uint32_t clear, uint32_t pwId,
+                                         vexoResult *result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,158 @@
+/**
+ * @file sys.h
+ * @brief The system: settings, status, inventory, versions, keep-alive.
+ *
+ * What every operation shares is told under @ref conventions. The values live
+ * in the platform's configuration store; the library keeps none of them.
+ */
+#ifndef VEXO_CMI_SYS_H
+#define VEXO_CMI_SYS_H
+
+#include <vexo_cmi/values.h>
+
+/** Which text of vexoSwVersion is that of the `gorv` component. */
+#define VEXO_SW_VERSION_GORV 7
+
+/**
+ * Software versions, 1280 bytes: ten terminated texts. Text
+ * VEXO_SW_VERSION_GORV names the version of the hosting `gorv` component; what
+ * the others name is the platform's.
+ */
+typedef struct vexoSwVersion {
+    char text[10][128]; /**< offsets 0, 128, ... 1152 */
+} vexoSwVersion;
+
+/**
+ * Inventory, 108 bytes: five texts and a number of the platform's, whose
+ * meaning is the platform's. Every text is terminated.
+ */
+typedef struct vexoSysInventory {
+    char text1[32];     /**< offset 0: at most 31 characters */
+    char text2[32];     /**< offset 32: at most 31 characters */
+    char text3[20];     /**< offset 64: at most 19 characters */
+    char text4[12];     /**< offset 84: at most 11 characters */
+    char text5[4];      /**< offset 96: at most 3 characters */
+    char numberHigh[3]; /**< offset 100: the number divided by 10000, in decimal, its first 2 digits
+                         */
+    char
+        numberLow[5]; /**< offset 103: the number modulo 10000, in decimal, without leading zeros */
+} vexoSysInventory;
+
+/** Condition of the system, 1360 bytes. */
+typedef struct vexoSysStatus {
+    vexoModuleState state; /**< offset 0 */
+    uint32_t values1[13];  /**< offset 4: thirteen values of the platform's */
+    vexoSwVersion version; /**< offset 56 */
+    uint32_t values2[6];   /**< offset 1336: six values of the platform's */
+} vexoSysStatus;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/**
+ * Sets the clock of the device, at once and without a range check of its own.
+ * A failure of any kind is VEXO_RC_GENERAL with the configuration library's
+ * latest text, which need not be about the clock.
+ * @param seconds since the epoch
+ * @param microseconds 0 to 999999
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_sys_tod_set(unsigned seconds, unsigned microseconds,
+                                          vexoResult *result);
+
+/** Asks the platform's process supervisor to shut the device down. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_reset(vexoResult *result);
+
+/** Sets the TDM mode of the equipment. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_set(vexoTdmMode mode, vexoResult *result);
+/** Reads the TDM mode of the equipment. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_get(vexoTdmMode *mode, vexoResult *result);
+
+/** Sets the source MAC address of the pseudowires: 6 bytes, in the order in which they are sent. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_set(const unsigned char mac[6], vexoResult *result);
+/** Reads the source MAC address of the pseudowires: exactly 6 bytes are written. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_get(unsigned char mac[6], vexoResult *result);
+
+/**
+ * Sets the tag protocol identifier of VLAN tags.
+ * @param tpid 0 to 65535; of a larger number the low 16 bits are taken, without a failure
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_sys_tpid_set(unsigned tpid, vexoResult *result);
+/** Reads the tag protocol identifier of VLAN tags, 0 to 65535. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_tpid_get(unsigned *tpid, vexoResult *result);
+
+/** Sets the source IPv4 address of the pseudowires; the byte order is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_src_ip_set(unsigned address, vexoResult *result);
+/** Reads the source IPv4 address of the pseudowires, as the platform stores it. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_src_ip_get(unsigned *address, vexoResult *result);
+
+/** Sets both LOPS thresholds; which is which, and their units, are the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_lops_set(unsigned first, unsigned second, vexoResult *result);
+/** Reads both LOPS thresholds. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_lops_get(unsigned *first, unsigned *second, vexoResult *result);
+
+/** Sets the alarm report mode and its companion value, whose meaning is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_rpt_mode_set(vexoAlarmMode mode, unsigned value,
+                                               vexoResult *result);
+/** Reads the alarm report mode and its companion value. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_rpt_mode_get(vexoAlarmMode *mode, unsigned *value,
+                                               vexoResult *result);
+
+/** Sets both clock output values, whose meaning is the platform's. Each is read once. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_clk_out_set(const unsigned *first, const unsigned *second,
+                                              vexoResult *result);
+/** Reads both clock output values. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_clk_out_get(unsigned *first, unsigned *second,
+                                              vexoResult *result);
+
+/** Sets the network type. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_net_type_set(vexoNetQuality quality, vexoResult *result);
+/** Reads the network type. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_net_type_get(vexoNetQuality *quality, vexoResult *result);
+
+/** Sets both temperature thresholds, in the platform's unit. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_temp_set(unsigned first, unsigned second, vexoResult *result);
+/** Reads the temperature and both thresholds, in the platform's unit: all three or none. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_temp_get(unsigned *current, unsigned *first, unsigned *second,
+                                           vexoResult *result);
+
+/** Reads the alarm bits now active on the system; their meaning is the platform's. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_alarm_get(unsigned *bits, vexoResult *result);
+/** Writes the alarm status bits of the system. Only bits 0 to 14 can be addressed. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_alarm_set(unsigned bits, vexoResult *result);
+
+/** Reads the inventory: all of it or, after a failure, nothing. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_inventory_get(vexoSysInventory *inventory, vexoResult *result);
+/** Reads the condition of the system: all of it or, after a failure, nothing. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_status_get(vexoSysStatus *status, vexoResult *result);
+/** Reads the state of the system alone. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_oper_state_get(vexoModuleState *state, vexoResult *result);
+/** Reads the software versions alone: all of them or, after a failure, nothing. */
+VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult *result);
+
+/**
+ * Takes a keep-alive of the agent's with its time of day, and keeps the device
+ * clock in step: the clock is set (as by vexo_cmi_sys_tod_set()) when no keep-alive
+ * has set it since the library was loaded, or when the device clock reads more
+ * than 900 seconds past the last such setting. Any other keep-alive succeeds and
+ * changes nothing, also when the device clock now reads earlier than the last
+ * setting. After a failed setting the next keep-alive tries again. A setting is
+ * logged ("Kato time is updated").
+ *
+ * Works the same with a null @p result. Keep-alives may overlap in time: each
+ * that finds a setting due makes one, and the time kept is that of one of them,
+ * never a mixture.
+ * @param seconds since the epoch
+ * @param microseconds 0 to 999999
+ * @param result outcome; may be null
+ */
+VEXO_CMI_EXPORT void vexo_cmi_sys_kato_send(unsigned seconds, unsigned microseconds,
+                                            vexoResult *result);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
