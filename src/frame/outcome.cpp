@@ -1,0 +1,101 @@
+#include "frame/outcome.h"
+
+#include <kv_common.h>
+#include <kv_config.h>
+
+#include <stdio.h>
+#include <string.h>
+
+// Failures are rare: kept out of the way of the operations that they happen in.
+#define COLD __attribute__((cold, noinline))
+
+namespace frame
+{
+
+COLD vexoRc kvRc_to_vexoRc(kvRc code)
+{
+    switch (code) {
+    case 0:
+        return VEXO_RC_OK;
+    case 2:
+        return VEXO_RC_FAILURE_2;
+    case 4:
+    case 8:
+    case 16:
+        return VEXO_RC_FAILURE_4;
+    case 128:
+        return VEXO_RC_FAILURE_8;
+    case 256:
+        return VEXO_RC_FAILURE_16;
+    case 512:
+        return VEXO_RC_FAILURE_32;
+    case 1024:
+        return VEXO_RC_FAILURE_64;
+    case 2048:
+        return VEXO_RC_FAILURE_128;
+    default:
+        return VEXO_RC_GENERAL;
+    }
+}
+
+COLD const char *codeText(kvRc code)
+{
+    const char *text = kv_rc_to_string(code);
+    return text ? text : "";
+}
+
+COLD void Outcome::failConfig(vexoResult *result, kvRc code)
+{
+    if (!result)
+        return;
+    result->rc = kvRc_to_vexoRc(code);
+    strcpy_n(result->message, config_get_error_string(), sizeof result->message);
+}
+
+COLD void Outcome::failByCode(vexoResult *result, kvRc code)
+{
+    if (!result)
+        return;
+    result->rc = kvRc_to_vexoRc(code);
+    strcpy_n(result->message, codeText(code), sizeof result->message);
+}
+
+COLD bool Outcome::refuse(const char *text)
+{
+    if (result_) {
+        result_->rc = VEXO_RC_GENERAL;
+        strcpy(result_->message, text);
+    }
+    return false;
+}
+
+COLD bool Outcome::refuseBadType()
+{
+    if (result_) {
+        result_->rc = VEXO_RC_GENERAL;
+        strcpy_n(result_->message, "Bad PWE type", sizeof result_->message);
+    }
+    return false;
+}
+
+COLD bool Outcome::refuseBadType(const char *name)
+{
+    if (result_) {
+        result_->rc = VEXO_RC_GENERAL;
+        // The precision keeps an unterminated name from being read beyond what the message holds.
+        snprintf(result_->message, sizeof result_->message, "Bad PWE type '%.127s'",
+                 name ? name : "");
+    }
+    return false;
+}
+
+} // namespace frame
+
+char *strcpy_n(char *dst, const char *src, unsigned n)
+{
+    if (n > 0) {
+        strncpy(dst, src ? src : "", n - 1);
+        dst[n - 1] = '\0';
+    }
+    return dst;
+}

@@ -1,0 +1,99 @@
+#include "frame/clamp.h"
+#include "frame/outcome.h"
+
+#include <kv_config.h>
+#include <vexo_cmi/ima.h>
+
+#include <string.h>
+
+using frame::Outcome;
+
+static_assert(VEXO_IMA_LINK_MAX == IMA_LINK_MAX);
+static_assert(sizeof(vexoImaParams) == sizeof(imaParams));
+static_assert(sizeof(vexoImaGroupState) == sizeof(imaGroupState));
+static_assert(sizeof(vexoImaLinkState) == sizeof(imaLinkEntry));
+
+void vexo_cmi_ima_set(const vexoImaGroupSet *group, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    if (group->imaAction > VEXO_IMA_ACTION_CREATE) {
+        outcome.refuse("Bad IMA action");
+        return;
+    }
+    if (group->imaAction == VEXO_IMA_ACTION_DELETE) {
+        outcome.config(config_del_ima(groupId));
+        return;
+    }
+    imaParams record{};
+    if (group->imaAction == VEXO_IMA_ACTION_MODIFY &&
+        !outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    record.groupParam1 = group->groupParam1;
+    record.groupParam2 = group->groupParam2;
+    if (group->groupParam3)
+        record.groupParam3 = group->groupParam3;
+    outcome.config(group->imaAction == VEXO_IMA_ACTION_CREATE
+                       ? config_add_ima(&record, groupId)
+                       : config_set_ima_params(&record, groupId));
+}
+
+void vexo_cmi_ima_get(vexoImaParams *params, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    memcpy(params, &record, sizeof *params);
+}
+
+void vexo_cmi_ima_lnk_add(uint32_t linkId, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    outcome.config(config_add_ima_link(linkId, groupId));
+}
+
+void vexo_cmi_ima_lnk_delete(uint32_t linkId, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    outcome.config(config_del_ima_link(linkId, groupId));
+}
+
+void vexo_cmi_ima_lnk_get(uint32_t linkIds[VEXO_IMA_LINK_MAX], uint32_t *linkCount,
+                          uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    *linkCount = count;
+    for (uint32_t i = 0; i < count; ++i)
+        linkIds[i] = record.links[i].linkId;
+}
+
+void vexo_cmi_ima_group_state_get(vexoImaGroupState *state, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    memcpy(state, &record.groupState, sizeof *state);
+}
+
+void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA_LINK_MAX], uint32_t *linkCount,
+                                uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.config(config_get_ima_params(&record, groupId)))
+        return;
+    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    *linkCount = count;
+    memcpy(states, record.links, count * sizeof *states);
+}

@@ -1,0 +1,242 @@
+#include "ima/pm.h"
+#include "frame/clamp.h"
+#include "frame/counters.h"
+#include "frame/log.h"
+#include "notify/service.h"
+#include "pdh/pm.h"
+#include "pwe/pm.h"
+
+#include <kv_config.h>
+#include <kv_pmom.h>
+#include <vexo_cmi/convert.h>
+#include <vexo_cmi/notify.h>
+
+#include <atomic>
+
+std::atomic<vexoPmCallback> glPmCallback;
+pthread_t glPmNotificationThread;
+int glPmNotificationStopPfd[2];
+
+extern "C" {
+static void *thread_pm_notification_handler(void *);
+static void pm_notification_handler(pmInterval interval);
+}
+
+namespace
+{
+
+pid_t pmOwner;
+
+struct PmService {
+    using Callback = vexoPmCallback;
+
+    static constexpr auto &callback = glPmCallback;
+    static constexpr auto &thread = glPmNotificationThread;
+    static constexpr auto &stopPipe = glPmNotificationStopPfd;
+    static constexpr auto &owner = pmOwner;
+
+    static int socket() { return pmom_notification_sock(); }
+    static kvRc subscribe() { return pmom_subscribe(pm_notification_handler); }
+    static kvRc process() { return pmom_process_notification(); }
+    static void unsubscribe() { pmom_unsubscribe(); }
+    static void *body(void *argument) { return thread_pm_notification_handler(argument); }
+
+    static constexpr char BODY_NAME[] = "thread_pm_notification_handler";
+    static constexpr char REGISTER_NAME[] = "vexo_cmi_pm_callback_register";
+    static constexpr char PIPE_FAILURE[] = "Cannot create of pm notification pipe";
+    static constexpr char THREAD_FAILURE[] = "Cannot create of pm notification thread";
+};
+
+// The platform's count of groups has no record to be held against; this bound is only there to end
+// a report on nonsense.
+constexpr uint32_t GROUPS_MAX = 0xFFFF;
+
+#define REPORT_LOG(...) CMI_LOG_AS("pm_notification_handler", frame::LOG_ERROR, __VA_ARGS__)
+
+// A report in progress. Its steps are not inlined into one another, so that the records of one
+// share the stack with those of the next.
+struct Report {
+    Report(vexoPmCallback to, pmInterval ended) : callback{to}, interval{ended} {}
+
+    const vexoPmCallback callback;
+    const pmInterval interval;
+    vexoPmNotification record; // filled anew for each callback
+
+    vexoPmInterval cmiInterval() const { return pmInterval_to_vexoPmInterval(interval); }
+
+    __attribute__((noinline)) void ports();
+    __attribute__((noinline)) void pseudowires();
+    __attribute__((noinline)) void groups();
+
+    void port(uint32_t index);
+    void pseudowire(uint32_t pwId);
+    void group(uint32_t groupId);
+    void link(uint32_t linkId, vexoImaLinkPm &pm);
+};
+
+void Report::ports()
+{
+    memset(&record, 0, sizeof record);
+    record.objType = VEXO_OBJ_TYPE_PDH;
+    for (uint32_t i = 0; i < GetObjectCount(OBJ_PDH); ++i) {
+        if (i == VEXO_PM_PDH_MAX) {
+            REPORT_LOG("more than %d PDH ports, the others are left out", VEXO_PM_PDH_MAX);
+            break;
+        }
+        port(i);
+    }
+    callback(&record);
+}
+
+void Report::port(uint32_t index)
+{
+    const uint32_t number = index + 1;
+    pdhPmStat stat;
+    const kvRc code = pmom_pdh_pm_stat_get(number, interval, frame::PM_OF_REPORT, &stat);
+    if (code == KV_NO_COUNTERS)
+        return;
+    if (code != KV_OK) {
+        REPORT_LOG("pmom_pdh_pm_stat_get failed(%d) %d(%s)", static_cast<int>(number),
+                   static_cast<int>(code), frame::codeText(code));
+        return;
+    }
+    // In a report the word holds the interval; both enumerations number it alike.
+    record.pdh[index].pmType = static_cast<vexoPmType>(cmiInterval());
+    fillPdhPm(&record.pdh[index], &stat);
+}
+
+void Report::pseudowires()
+{
+    pwProvList list;
+    if (const kvRc code = config_get_pw_all_prov(&list)) {
+        REPORT_LOG("config_get_pw_all_prov failed %d(%s)", static_cast<int>(code),
+                   frame::codeText(code));
+        return;
+    }
+    if (list.count > PW_PROV_MAX)
+        REPORT_LOG("%d pseudowires, only the first %d are reported", list.count,
+                   static_cast<int>(PW_PROV_MAX));
+    const uint32_t count = frame::clamp(list.count, PW_PROV_MAX);
+    for (uint32_t i = 0; i < count; ++i)
+        pseudowire(list.pwIds[i]);
+}
+
+void Report::pseudowire(uint32_t pwId)
+{
+    union {
+        pwConfig config;
+        pwPmStats stats;
+    } platform;
+    if (const kvRc code = config_get_pw(&platform.config, pwId)) {
+        REPORT_LOG("config_get_pw failed(%d) %d(%s)", static_cast<int>(pwId),
+                   static_cast<int>(code), frame::codeText(code));
+        return;
+    }
+    record.objType = VEXO_OBJ_TYPE_PWE;
+    record.pwe.pweType = pweType_to_vexoPweType(platform.config.pweType);
+    record.pwe.interval = cmiInterval();
+    record.pwe.pwId = pwId;
+    const kvRc code = pmom_pw_pm_stat_get(pwId, interval, frame::PM_OF_REPORT, &platform.stats);
+    if (code == KV_NO_COUNTERS)
+        return;
+    if (code != KV_OK) {
+        REPORT_LOG("pmom_pw_pm_stat_get failed(%d) %d(%s)", static_cast<int>(pwId),
+                   static_cast<int>(code), frame::codeText(code));
+        return;
+    }
+    if (platform.stats.bodyKind == PW_PM_GENERIC) {
+        fillPweGenPm(&record.pwe.body, &platform.stats.body);
+    } else if (platform.stats.bodyKind == PW_PM_ATM) {
+        fillPweAtmPm(&record.pwe.body, &platform.stats.body);
+    } else {
+        REPORT_LOG("Unknown PWE type %d", static_cast<int>(platform.stats.bodyKind));
+        return;
+    }
+    callback(&record);
+}
+
+void Report::groups()
+{
+    for (uint32_t groupId = 1; groupId <= GetObjectCount(OBJ_IMA_GROUP); ++groupId) {
+        if (groupId > GROUPS_MAX) {
+            REPORT_LOG("more than %d IMA groups, the others are left out",
+                       static_cast<int>(GROUPS_MAX));
+            break;
+        }
+        group(groupId);
+    }
+}
+
+void Report::group(uint32_t groupId)
+{
+    memset(&record, 0, sizeof record);
+    record.objType = VEXO_OBJ_TYPE_IMA;
+    record.ima.interval = cmiInterval();
+    imaParams params;
+    kvRc code = config_get_ima_params(&params, groupId);
+    if (code == KV_NOT_PROVISIONED)
+        return;
+    if (code != KV_OK) {
+        REPORT_LOG("config_get_ima_params failed(%d) (%s)", static_cast<int>(groupId),
+                   frame::codeText(code));
+        return;
+    }
+    record.ima.groupId = groupId;
+    imaGroupPmStat stat;
+    code = pmom_ima_group_pm_stat_get(groupId, interval, frame::PM_OF_REPORT, &stat);
+    if (code == KV_NO_COUNTERS)
+        return;
+    if (code != KV_OK) {
+        REPORT_LOG("pmom_ima_group_pm_stat_get failed(%d, %d) (%s)", static_cast<int>(groupId),
+                   static_cast<int>(interval), frame::codeText(code));
+        return;
+    }
+    fillImaGroupPm(&stat, &record.ima.group);
+    if (params.linkCount > IMA_LINK_MAX)
+        REPORT_LOG("IMA group %d has %u links, only the first %d are reported",
+                   static_cast<int>(groupId), params.linkCount, static_cast<int>(IMA_LINK_MAX));
+    record.ima.group.linkCount = frame::clamp(params.linkCount, IMA_LINK_MAX);
+    for (uint32_t l = 0; l < record.ima.group.linkCount; ++l)
+        link(params.links[l].linkId, record.ima.group.links[l]);
+    callback(&record);
+}
+
+void Report::link(uint32_t linkId, vexoImaLinkPm &pm)
+{
+    imaLinkPmStat stat;
+    const kvRc code = pmom_ima_link_pm_stat_get(linkId, interval, frame::PM_OF_REPORT, &stat);
+    if (code == KV_OK)
+        fillImaLinkPm(&stat, linkId, &pm);
+    else if (code != KV_NO_COUNTERS)
+        REPORT_LOG("pmom_ima_link_pm_stat_get failed(%d, %d) (%s)", static_cast<int>(linkId),
+                   static_cast<int>(interval), frame::codeText(code));
+}
+
+} // namespace
+
+static void *thread_pm_notification_handler(void *)
+{
+    notify::serve<PmService>();
+    return nullptr;
+}
+
+static void pm_notification_handler(pmInterval interval)
+{
+    const vexoPmCallback callback = glPmCallback.load();
+    if (!callback)
+        return;
+    Report report{callback, interval};
+    report.ports();
+    report.pseudowires();
+    report.groups();
+}
+
+void vexo_cmi_pm_callback_register(vexoPmCallback callback)
+{
+    notify::registerCallback<PmService>(callback);
+}
+
+void vexo_cmi_pm_callback_unregister(void)
+{
+    notify::unregisterCallback<PmService>();
+}

@@ -1,0 +1,166 @@
+// The notification machine: one thread that waits for the platform's notifications until it is told
+// to stop. A service is what the two kinds of notification differ in:
+//
+//   Callback                             type of the agent's callback
+//   callback, thread, stopPipe, owner    its state, all zero at load
+//   socket, subscribe, process, unsubscribe   the platform's calls
+//   body                                 the thread's function, which runs serve<Service>()
+//   BODY_NAME, REGISTER_NAME, PIPE_FAILURE, THREAD_FAILURE   for the log
+#ifndef NOTIFY_SERVICE_H
+#define NOTIFY_SERVICE_H
+
+#include "frame/log.h"
+#include "frame/outcome.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+namespace notify
+{
+
+constexpr int WAIT_SECONDS = 30;
+constexpr char STOP_BYTE = 'e';
+
+inline bool selectable(int descriptor)
+{
+    return descriptor >= 0 && descriptor < FD_SETSIZE;
+}
+
+// Moves a descriptor away from those of standard input and output, which a host may have closed:
+// 0 stands for 'no pipe' here, and what a host prints must not stop a service.
+inline int moved(int descriptor)
+{
+    if (descriptor > STDERR_FILENO)
+        return descriptor;
+    const int other = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(descriptor);
+    return other;
+}
+
+template <class Service>
+void closeStopPipe()
+{
+    close(Service::stopPipe[0]);
+    close(Service::stopPipe[1]);
+    Service::stopPipe[0] = 0;
+    Service::stopPipe[1] = 0;
+}
+
+template <class Service>
+bool openStopPipe()
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        return false;
+    for (int i = 0; i < 2; ++i) {
+        fcntl(ends[i], F_SETFD, FD_CLOEXEC);
+        Service::stopPipe[i] = moved(ends[i]);
+    }
+    if (Service::stopPipe[1] >= 0 && selectable(Service::stopPipe[0]))
+        return true;
+    closeStopPipe<Service>();
+    return false;
+}
+
+// A forked child has the state of its parent's service, but not its thread.
+template <class Service>
+void forgetAfterFork()
+{
+    if (Service::owner == getpid())
+        return;
+    Service::owner = getpid();
+    Service::thread = 0;
+    if (Service::stopPipe[0] != 0)
+        closeStopPipe<Service>();
+}
+
+template <class Service>
+void registerCallback(typename Service::Callback callback)
+{
+    Service::callback.store(callback);
+    if (!callback)
+        return;
+    forgetAfterFork<Service>();
+    if (Service::stopPipe[0] == 0 && !openStopPipe<Service>()) {
+        CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::PIPE_FAILURE);
+        return;
+    }
+    if (Service::thread == 0 &&
+        pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
+        CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::THREAD_FAILURE);
+        Service::thread = 0;
+        closeStopPipe<Service>();
+    }
+}
+
+template <class Service>
+void unregisterCallback()
+{
+    forgetAfterFork<Service>();
+    if (Service::thread != 0) {
+        // A byte in an empty pipe always finds room.
+        [[maybe_unused]] const ssize_t written = write(Service::stopPipe[1], &STOP_BYTE, 1);
+        pthread_join(Service::thread, nullptr);
+        Service::thread = 0;
+    }
+    if (Service::stopPipe[0] != 0)
+        closeStopPipe<Service>();
+}
+
+// Hands notifications on until the stop pipe becomes readable.
+template <class Service>
+void waitForStop(int socket)
+{
+    const int stop = Service::stopPipe[0];
+    for (;;) {
+        fd_set ready;
+        FD_ZERO(&ready);
+        FD_SET(stop, &ready);
+        FD_SET(socket, &ready);
+        timeval timeOut{WAIT_SECONDS, 0};
+        const int count =
+            select((stop > socket ? stop : socket) + 1, &ready, nullptr, nullptr, &timeOut);
+        if (count == 0 || (count < 0 && errno == EINTR))
+            continue;
+        if (count < 0) {
+            CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select(): %s", strerror(errno));
+            return;
+        }
+        if (FD_ISSET(socket, &ready)) {
+            if (const kvRc code = Service::process())
+                CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
+                           frame::codeText(code));
+        } else if (FD_ISSET(stop, &ready)) {
+            return;
+        } else {
+            CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select fail: unknown socket");
+        }
+    }
+}
+
+template <class Service>
+void serve()
+{
+    const int socket = Service::socket();
+    if (!selectable(socket)) {
+        CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select(): descriptor %d out of range",
+                   socket);
+    } else if (const kvRc code = Service::subscribe()) {
+        CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "CMI fail %s(%d)", frame::codeText(code),
+                   static_cast<int>(code));
+    } else {
+        waitForStop<Service>(socket);
+        Service::unsubscribe();
+    }
+    // By returning, not by pthread_exit(): that one loads a library the first time, and waits for
+    // the loader's lock, which whoever unloads this library holds while it waits for this thread.
+    CMI_LOG_AS(Service::BODY_NAME, frame::LOG_DEBUG, "pthread_exit");
+}
+
+} // namespace notify
+
+#endif

@@ -1,0 +1,57 @@
+#include "frame/clamp.h"
+#include "pwe/record.h"
+
+#include <vexo_cmi/convert.h>
+
+using frame::Outcome;
+
+static_assert(VEXO_PWE_ATM_XC_MAX == PW_ATM_XC_MAX);
+
+namespace
+{
+
+pwAtmXc platformXc(const vexoPweAtmXc &xc)
+{
+    return {
+        static_cast<uint16_t>(xc.xcId1),
+        static_cast<uint16_t>(xc.xcId2),
+        static_cast<uint16_t>(xc.xcId3),
+        static_cast<uint16_t>(xc.xcId4),
+        vexoPweAtmXcType_to_pweAtmXcType(xc.xcType),
+    };
+}
+
+} // namespace
+
+void vexo_cmi_pwe_atmop_xc_set(const vexoPweAtmXc *xc, uint32_t pwId, vexoResult *result)
+{
+    Outcome outcome{result};
+    const pwAtmXc record = platformXc(*xc);
+    outcome.config(config_add_pw_atm_xc(&record, pwId));
+}
+
+void vexo_cmi_pwe_atmop_xc_delete(const vexoPweAtmXc *xc, uint32_t pwId, vexoResult *result)
+{
+    Outcome outcome{result};
+    const pwAtmXc record = platformXc(*xc);
+    outcome.config(config_del_pw_atm_xc(&record, pwId));
+}
+
+void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId, vexoResult *result)
+{
+    Outcome outcome{result};
+    pwConfig record;
+    if (!outcome.config(config_get_pw(&record, pwId)))
+        return;
+    if (!pwe::isAtm(record.pweType)) {
+        outcome.refuseBadType(config_pwe_srv_type_to_string(record.pweType));
+        return;
+    }
+    const uint32_t used = frame::clamp(record.atmXcCount, PW_ATM_XC_MAX);
+    *count = used;
+    for (uint32_t i = 0; i < used; ++i) {
+        const pwAtmXc &entry = record.atmXc[i];
+        xc[i] = {pweAtmXcType_to_vexoPweAtmXcType(entry.xcType), entry.xcId1, entry.xcId2,
+                 entry.xcId3, entry.xcId4};
+    }
+}

@@ -1,0 +1,79 @@
+#include "frame/outcome.h"
+
+#include <kv_config.h>
+#include <vexo_cmi/convert.h>
+#include <vexo_cmi/sys.h>
+
+#include <stddef.h>
+#include <stdio.h>
+#include <string.h>
+
+using frame::Outcome;
+
+namespace
+{
+
+// By offset and not by member: the size that counts is the CMI field's, also where the platform's
+// text runs on into its neighbour.
+template <size_t Size>
+void copyText(char (&field)[Size], const sysParams &record, size_t offset)
+{
+    strcpy_n(field, reinterpret_cast<const char *>(&record) + offset, Size);
+}
+
+// What does not fit is cut, as snprintf does.
+template <size_t Size>
+void printNumber(char (&field)[Size], uint32_t number)
+{
+    if (snprintf(field, Size, "%lu", static_cast<unsigned long>(number)) < 0)
+        field[0] = '\0';
+}
+
+constexpr uint32_t NUMBER_SPLIT = 10000;
+
+} // namespace
+
+void vexo_cmi_sys_inventory_get(vexoSysInventory *inventory, vexoResult *result)
+{
+    Outcome outcome{result};
+    sysParams record;
+    if (!outcome.config(config_get_system_params(&record)))
+        return;
+    copyText(inventory->text4, record, offsetof(sysParams, text446));
+    copyText(inventory->text5, record, offsetof(sysParams, text461));
+    copyText(inventory->text2, record, offsetof(sysParams, text328));
+    copyText(inventory->text1, record, offsetof(sysParams, text410));
+    copyText(inventory->text3, record, offsetof(sysParams, text425));
+    printNumber(inventory->numberHigh, record.number / NUMBER_SPLIT);
+    printNumber(inventory->numberLow, record.number % NUMBER_SPLIT);
+}
+
+void vexo_cmi_sys_status_get(vexoSysStatus *status, vexoResult *result)
+{
+    Outcome outcome{result};
+    sysStatus record;
+    if (!outcome.config(config_get_sys_status(&record)))
+        return;
+    status->state = operState_to_vexoModuleState(record.operState);
+    memcpy(status->values1, record.values1, sizeof status->values1);
+    swVersion_to_vexoSwVersion(&record.version, &status->version);
+    memcpy(status->values2, record.values2, sizeof status->values2);
+}
+
+void vexo_cmi_sys_oper_state_get(vexoModuleState *state, vexoResult *result)
+{
+    Outcome outcome{result};
+    sysParams record;
+    if (!outcome.config(config_get_system_params(&record)))
+        return;
+    *state = operState_to_vexoModuleState(record.operState);
+}
+
+void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult *result)
+{
+    Outcome outcome{result};
+    swVersion record;
+    if (!outcome.config(config_get_sys_version(&record)))
+        return;
+    swVersion_to_vexoSwVersion(&record, version);
+}
