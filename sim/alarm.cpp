@@ -1,0 +1,139 @@
+// libkv_alarm.
+#include "entry.h"
+#include "notification.h"
+#include "objects.h"
+
+using namespace sim;
+
+namespace
+{
+
+Subscription subscription{Service::alarm};
+void (*subscribed)(const alarmEvent *);
+
+struct CloseAtUnload {
+    ~CloseAtUnload() { subscription.close(); }
+} closeAtUnload;
+
+void overlay(Hold &hold, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
+             uint32_t bits)
+{
+    setAlarms(hold, type, number, alarms, (alarms & ~mask) | (bits & mask));
+}
+
+} // namespace
+
+kvRc alarm_get_active_bits(objType type, uint32_t number, uint32_t *bits)
+{
+    return call(Function::alarm_get_active_bits, {number, type}, {}, bytesOf(bits),
+                [=](Hold &hold) {
+                    const uint32_t *alarms = alarmsOf(hold, type, number);
+                    if (!alarms)
+                        return NO_OBJECT;
+                    *bits = *alarms;
+                    return KV_OK;
+                });
+}
+
+// The status bits under the mask, of every object of the type that exists.
+kvRc alarm_set_status_bits(objType type, uint32_t mask, uint32_t bits)
+{
+    return action(Function::alarm_set_status_bits, {type, mask, bits}, [=](Hold &hold) {
+        switch (type) {
+        case OBJ_SYSTEM:
+            overlay(hold, type, 1, hold->system.alarms, mask, bits);
+            return KV_OK;
+        case OBJ_PDH:
+            for (uint32_t i = 0; i < KV_SIM_PORTS; ++i)
+                overlay(hold, type, i + 1, hold->ports[i].alarms, mask, bits);
+            return KV_OK;
+        case OBJ_PWE:
+            for (uint32_t i = 0; i < KV_SIM_PWS; ++i)
+                if (hold->pws[i].provisioned)
+                    overlay(hold, type, i + 1, hold->pws[i].alarms, mask, bits);
+            return KV_OK;
+        case OBJ_IMA_GROUP:
+            for (uint32_t i = 0; i < KV_SIM_GROUPS; ++i)
+                if (hold->groups[i].provisioned)
+                    overlay(hold, type, i + 1, hold->groups[i].alarms, mask, bits);
+            return KV_OK;
+        case OBJ_IMA_LINK:
+            for (uint32_t i = 0; i < KV_SIM_LINKS; ++i)
+                if (hold->links[i].group)
+                    overlay(hold, type, i + 1, hold->links[i].alarms, mask, bits);
+            return KV_OK;
+        }
+        return fail(NO_OBJECT, "there are no alarms of object type %u", type);
+    });
+}
+
+kvRc alarm_set_notification(alarmMode mode, uint32_t value)
+{
+    return action(Function::alarm_set_notification, {mode, value}, [=](Hold &hold) {
+        if (mode != 2 && mode != 4)
+            return fail(BAD_VALUE, "alarm report mode %u is neither 2 nor 4", mode);
+        hold.edit(hold->system.reportMode) = mode;
+        hold.edit(hold->system.reportValue) = value;
+        return KV_OK;
+    });
+}
+
+kvRc alarm_get_notification(alarmMode *mode, uint32_t *value)
+{
+    return getter(Function::alarm_get_notification, {}, mode, [=](Hold &hold) {
+        *mode = hold->system.reportMode;
+        *value = hold->system.reportValue;
+        return KV_OK;
+    });
+}
+
+kvRc alarm_raise_alarm(objType type, uint32_t number, uint32_t alarm, uint32_t state)
+{
+    return action(Function::alarm_raise_alarm, {number, type, alarm, state}, [=](Hold &hold) {
+        uint32_t *alarms = alarmsOf(hold, type, number);
+        if (!alarms)
+            return NO_OBJECT;
+        if (alarm > 31)
+            return fail(BAD_VALUE, "there is no alarm %u", alarm);
+        const uint32_t bit = 1U << alarm;
+        overlay(hold, type, number, *alarms, bit, state ? bit : 0);
+        return KV_OK;
+    });
+}
+
+int alarm_notification_sock(void)
+{
+    Call entry{Function::alarm_notification_sock, {}};
+    return entry.enter() ? subscription.descriptor() : -1;
+}
+
+kvRc alarm_subscribe(uint32_t first, uint32_t second, void (*handler)(const alarmEvent *))
+{
+    return action(Function::alarm_subscribe, {first, second}, [=](Hold &hold) {
+        subscribed = handler;
+        return subscription.subscribe(hold);
+    });
+}
+
+kvRc alarm_process_notification(void)
+{
+    subscription.answerDoorbell();
+    Call entry{Function::alarm_process_notification, {}};
+    if (!entry.enter())
+        return entry.code();
+    for (alarmEvent event; subscription.take(entry.hold, event);) {
+        entry.hold.keep();
+        entry.hold.release();
+        subscribed(&event);
+        entry.hold.regain();
+    }
+    return entry.finish(KV_OK);
+}
+
+kvRc alarm_unsubscribe(void)
+{
+    return action(Function::alarm_unsubscribe, {}, [](Hold &hold) {
+        subscription.unsubscribe(hold);
+        return KV_OK;
+    });
+}

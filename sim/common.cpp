@@ -1,0 +1,86 @@
+// libkv_common: log and return-code texts.
+#include "entry.h"
+#include "objects.h"
+
+#include <kv_common.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+using namespace sim;
+
+namespace
+{
+
+constexpr int LOG_DEBUG = 7;
+
+} // namespace
+
+const char *kv_rc_to_string(kvRc code)
+{
+    static constexpr struct {
+        kvRc code;
+        const char *text;
+    } texts[] = {
+        {KV_OK, "success"},
+        {KV_FAILURE, "general failure"},
+        {BAD_VALUE, "bad value"},
+        {NO_OBJECT, "no such object"},
+        {8, "failure 8"},
+        {16, "failure 16"},
+        {32, "failure 32"},
+        {64, "failure 64"},
+        {FULL, "no room left"},
+        {EXISTS, "exists already"},
+        {WRONG_STATE, "not possible in this state"},
+        {1024, "failure 1024"},
+        {2048, "failure 2048"},
+        {KV_NO_COUNTERS, "no counters"},
+        {KV_NOT_PROVISIONED, "not provisioned"},
+    };
+    Call entry{Function::kv_rc_to_string, {code}};
+    entry.enter();
+    if (entry.code() != KV_OK && entry.hold)
+        return nullptr;
+    for (const auto &known : texts)
+        if (known.code == code)
+            return known.text;
+    return "unknown failure";
+}
+
+int kv_log(int level, int module, const char *file, const char *function, int line,
+           const char *format, ...)
+{
+    kvSimLog record{};
+    record.level = level;
+    record.module = module;
+    record.line = line;
+    snprintf(record.file, sizeof record.file, "%s", file);
+    snprintf(record.function, sizeof record.function, "%s", function);
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(record.text, sizeof record.text, format, arguments);
+    va_end(arguments);
+
+    Hold hold;
+    if (!hold)
+        return -1;
+    record.number = hold->logLast + 1;
+    hold->log[record.number % LOG] = record;
+    hold->logLast = record.number;
+    // The log counts as full when it has been filled once with records that are not for debugging.
+    if (level < LOG_DEBUG && ++hold->logCounted == LOG)
+        setAlarms(hold, OBJ_SYSTEM, 1, hold->system.alarms,
+                  hold->system.alarms | 1U << EV_LOG_FULL_ALM);
+    hold.keep();
+    return 0;
+}
+
+kvRc kv_log_clear(void)
+{
+    return action(Function::kv_log_clear, {}, [](Hold &hold) {
+        hold.edit(hold->logCleared) = hold->logLast;
+        hold.edit(hold->logCounted) = 0;
+        return KV_OK;
+    });
+}

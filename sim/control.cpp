@@ -1,0 +1,407 @@
+// Control of the simulated device.
+#include "clock.h"
+#include "entry.h"
+#include "notification.h"
+#include "objects.h"
+#include "pm.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <time.h>
+
+using namespace sim;
+
+namespace
+{
+
+// Runs a command under the hold; what it changed is kept when it returns true.
+template <class Command>
+int control(Command command)
+{
+    Hold hold;
+    if (!hold || !command(hold))
+        return -1;
+    hold.keep();
+    return 0;
+}
+
+bool isKnownFunction(const char *name)
+{
+    for (unsigned i = 0; i < FUNCTION_COUNT; ++i)
+        if (strcmp(nameOf(static_cast<Function>(i)), name) == 0)
+            return true;
+    return false;
+}
+
+template <class Record>
+bool setWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
+             uint32_t value)
+{
+    constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
+    constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
+    if (!isInterval(interval))
+        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
+                    KV_SIM_INTERVALS) == KV_OK;
+    if (word >= words)
+        return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1) == KV_OK;
+    auto *record = reinterpret_cast<unsigned char *>(&editPm(hold, pm, interval, fresh));
+    memcpy(record + (leading + word) * sizeof(uint32_t), &value, sizeof value);
+    return true;
+}
+
+bool setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index, uint64_t value)
+{
+    if (index >= count)
+        return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1) == KV_OK;
+    hold.edit(counters[index]) = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
+    return true;
+}
+
+void sleepMs(long milliseconds)
+{
+    const timespec rest{0, milliseconds * 1000000};
+    nanosleep(&rest, nullptr);
+}
+
+// Waits until the reports of an interval's end have been taken.
+void waitForReports()
+{
+    constexpr int ROUNDS = 2000;
+    for (int round = 0; round < ROUNDS; ++round) {
+        {
+            Hold hold;
+            if (!hold || pending(hold) == 0)
+                return;
+        }
+        sleepMs(1);
+    }
+}
+
+} // namespace
+
+const char *kv_sim_error(void)
+{
+    return failureText();
+}
+
+int kv_sim_open(void)
+{
+    return control([](Hold &) { return true; });
+}
+
+int kv_sim_reset(void)
+{
+    return control([](Hold &hold) {
+        deliver(*hold);
+        return true;
+    });
+}
+
+int kv_sim_fault_add(const kvSimFault *fault)
+{
+    return control([=](Hold &hold) {
+        if (fault->function[0] && !isKnownFunction(fault->function))
+            return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function) ==
+                   KV_OK;
+        if (fault->effect > KV_SIM_GARBAGE)
+            return fail(BAD_VALUE, "there is no effect %u", fault->effect) == KV_OK;
+        for (ArmedFault &armed : hold->faults) {
+            if (armed.used)
+                continue;
+            armed.fault = *fault;
+            armed.used = 1;
+            ++hold->faultCount;
+            return true;
+        }
+        return fail(FULL, "there are %u faults, no more can be", FAULTS) == KV_OK;
+    });
+}
+
+int kv_sim_fault_clear(void)
+{
+    return control([](Hold &hold) {
+        for (ArmedFault &armed : hold->faults)
+            armed.used = 0;
+        hold->faultCount = 0;
+        ++hold->faultGeneration;
+        return true;
+    });
+}
+
+int kv_sim_fault_get(unsigned index, kvSimFault *fault)
+{
+    return control([=](Hold &hold) {
+        unsigned seen = 0;
+        for (const ArmedFault &armed : hold->faults) {
+            if (armed.used && seen++ == index) {
+                *fault = armed.fault;
+                return true;
+            }
+        }
+        return fail(NO_OBJECT, "there is no fault %u", index) == KV_OK;
+    });
+}
+
+unsigned kv_sim_hanging(void)
+{
+    Hold hold;
+    return hold ? hold->hanging : 0;
+}
+
+const char *kv_sim_function(unsigned index)
+{
+    return nameOf(static_cast<Function>(index));
+}
+
+uint64_t kv_sim_journal_last(void)
+{
+    Hold hold;
+    return hold ? hold->journalLast : 0;
+}
+
+int kv_sim_journal_get(uint64_t number, kvSimCall *call)
+{
+    return control([=](Hold &hold) {
+        const JournalEntry &entry = hold->journal[number % JOURNAL];
+        if (number == 0 || entry.number != number)
+            return fail(NO_OBJECT, "call %llu is not in the journal",
+                        static_cast<unsigned long long>(number)) == KV_OK;
+        call->number = entry.number;
+        call->process = entry.process;
+        call->code = entry.code;
+        call->argCount = std::min<uint32_t>(entry.argCount, 4);
+        memcpy(call->args, entry.args, sizeof call->args);
+        call->recordSize = std::min<uint32_t>(entry.recordSize, KV_SIM_RECORD_SIZE);
+        memcpy(call->record, entry.record, sizeof call->record);
+        call->function = nameOf(entry.function);
+        return call->function != nullptr;
+    });
+}
+
+uint64_t kv_sim_clock_get(void)
+{
+    Hold hold;
+    return hold ? deviceTime(*hold) : 0;
+}
+
+int kv_sim_clock_set(uint64_t microseconds)
+{
+    return control([=](Hold &hold) {
+        setClock(hold, microseconds);
+        return true;
+    });
+}
+
+int kv_sim_clock_stop(int stopped)
+{
+    return control([=](Hold &hold) {
+        stopClock(hold, stopped != 0);
+        return true;
+    });
+}
+
+int kv_sim_clock_stopped(void)
+{
+    Hold hold;
+    return hold && hold->clock.stopped;
+}
+
+int kv_sim_clock_advance(uint64_t microseconds)
+{
+    uint64_t target;
+    {
+        Hold hold;
+        if (!hold)
+            return -1;
+        target = deviceTime(*hold) + microseconds;
+    }
+    for (;;) {
+        bool reached = true;
+        const int moved = control([&](Hold &hold) {
+            const uint64_t next = nextEndUntil(*hold, target);
+            Clock &clock = hold.edit(hold->clock);
+            const uint64_t now = deviceTime(*hold);
+            const uint64_t to = next ? next : target;
+            clock.base += to > now ? to - now : 0;
+            reached = next == 0;
+            tick(hold);
+            return true;
+        });
+        if (moved != 0)
+            return -1;
+        if (reached)
+            return 0;
+        waitForReports();
+    }
+}
+
+int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
+{
+    return control([=](Hold &hold) {
+        uint32_t *alarms = alarmsOf(hold, type, number);
+        if (!alarms)
+            return false;
+        setAlarms(hold, type, number, *alarms, bits);
+        return true;
+    });
+}
+
+int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t delta)
+{
+    return control([=](Hold &hold) {
+        notify(hold, Service::alarm, {objType{type}, number, status, delta});
+        return true;
+    });
+}
+
+int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
+{
+    return control([=](Hold &hold) {
+        const uint32_t *alarms = alarmsOf(hold, type, number);
+        if (!alarms)
+            return false;
+        *bits = *alarms;
+        return true;
+    });
+}
+
+int kv_sim_interval_end(uint32_t interval)
+{
+    return control([=](Hold &hold) {
+        if (!isInterval(interval))
+            return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
+                        KV_SIM_INTERVALS) == KV_OK;
+        endInterval(hold, interval);
+        return true;
+    });
+}
+
+int kv_sim_interval_send(uint32_t interval)
+{
+    return control([=](Hold &hold) {
+        notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
+        return true;
+    });
+}
+
+int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
+{
+    return control([=](Hold &hold) {
+        if (!isInterval(interval))
+            return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
+                        KV_SIM_INTERVALS) == KV_OK;
+        hold.edit(hold->clock).period[interval - 1] = seconds;
+        scheduleIntervals(*hold);
+        wake(hold, Service::pm);
+        return true;
+    });
+}
+
+int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, uint32_t value)
+{
+    return control([=](Hold &hold) {
+        switch (type) {
+        case KV_SIM_PDH: {
+            Port *port = portOf(hold, number);
+            return port && setWord(hold, port->pm, interval, freshPdhPm(number), word, value);
+        }
+        case KV_SIM_PW: {
+            Pw *pw = pwOf(hold, number);
+            return pw &&
+                   setWord(hold, pw->pm, interval, freshPwPm(pw->config.pweType), word, value);
+        }
+        case KV_SIM_GROUP: {
+            Group *group = groupOf(hold, number);
+            return group && setWord(hold, group->pm, interval, freshGroupPm(), word, value);
+        }
+        case KV_SIM_LINK: {
+            Link *link = linkOf(hold, number);
+            return link && setWord(hold, link->pm, interval, freshLinkPm(), word, value);
+        }
+        default:
+            return fail(BAD_VALUE, "object type %u has no PM counters", type) == KV_OK;
+        }
+    });
+}
+
+int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value)
+{
+    return control([=](Hold &hold) {
+        switch (type) {
+        case KV_SIM_SYSTEM: {
+            sysOmStat &om = hold.edit(hold->system.om);
+            constexpr uint32_t words = sizeof om.words / sizeof om.words[0];
+            if (counter >= words)
+                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter, words - 1) ==
+                       KV_OK;
+            om.words[counter] = static_cast<uint32_t>(value);
+            return true;
+        }
+        case KV_SIM_PW: {
+            constexpr uint32_t own = sizeof(pwOmStats::counters) / sizeof(kvCounter);
+            constexpr uint32_t entries = sizeof(pwOmStats::entries) / sizeof(pwOmEntry);
+            Pw *pw = pwOf(hold, number);
+            if (!pw)
+                return false;
+            if (counter < own)
+                return setCounter(hold, pw->om.counters, own, counter, value);
+            const uint32_t index = counter - own;
+            if (index >= 2 * entries)
+                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter,
+                            own + 2 * entries - 1) == KV_OK;
+            return setCounter(hold, pw->om.entries[index / 2].counters, 2, index % 2, value);
+        }
+        case KV_SIM_GROUP: {
+            Group *group = groupOf(hold, number);
+            return group && setCounter(hold, group->om.counters, 2, counter, value);
+        }
+        case KV_SIM_LINK: {
+            Link *link = linkOf(hold, number);
+            return link && setCounter(hold, link->om.counters, 8, counter, value);
+        }
+        default:
+            return fail(BAD_VALUE, "object type %u has no OM counters", type) == KV_OK;
+        }
+    });
+}
+
+int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
+{
+    return control([=](Hold &hold) {
+        *waiting = pending(hold);
+        *lost = hold->lost;
+        return true;
+    });
+}
+
+int kv_sim_upgrade_fail(uint32_t state)
+{
+    return control([=](Hold &hold) {
+        if (state != 0 && (state < 2 || state > 5))
+            return fail(BAD_VALUE, "upgrade state %u is not one of 2 to 5", state) == KV_OK;
+        hold.edit(hold->upgrade.failState) = state;
+        return true;
+    });
+}
+
+uint64_t kv_sim_log_last(void)
+{
+    Hold hold;
+    return hold ? hold->logLast : 0;
+}
+
+int kv_sim_log_get(uint64_t number, kvSimLog *record)
+{
+    return control([=](Hold &hold) {
+        const kvSimLog &found = hold->log[number % LOG];
+        if (number <= hold->logCleared || found.number != number)
+            return fail(NO_OBJECT, "record %llu is not in the log",
+                        static_cast<unsigned long long>(number)) == KV_OK;
+        *record = found;
+        record->file[sizeof record->file - 1] = '\0';
+        record->function[sizeof record->function - 1] = '\0';
+        record->text[sizeof record->text - 1] = '\0';
+        return true;
+    });
+}

@@ -1,0 +1,66 @@
+// Access to the device's state: one process at a time, and a change happens whole or not at all.
+#ifndef SIM_DEVICE_H
+#define SIM_DEVICE_H
+
+#include "state.h"
+
+namespace sim
+{
+
+// Why a call failed, for the calling thread: what config_get_error_string returns.
+__attribute__((format(printf, 2, 3))) kvRc fail(kvRc code, const char *format, ...);
+const char *failureText();
+
+// The codes with which this device refuses.
+constexpr kvRc BAD_VALUE = 2;
+constexpr kvRc NO_OBJECT = 4;
+constexpr kvRc FULL = 128;
+constexpr kvRc EXISTS = 256;
+constexpr kvRc WRONG_STATE = 512;
+constexpr kvRc NO_DEVICE = 1;
+
+// Holds the device. What edit() returned may be written; unless keep() was called it is put back
+// when the hold ends, and so it is when the process dies meanwhile.
+class Hold
+{
+  public:
+    Hold();
+    ~Hold();
+    Hold(const Hold &) = delete;
+
+    // False when the device can't be used; failureText() tells why.
+    explicit operator bool() const { return state_ != nullptr; }
+    State *operator->() const { return state_; }
+    State &operator*() const { return *state_; }
+
+    template <class Field>
+    Field &edit(Field &field)
+    {
+        save(&field, sizeof field);
+        return field;
+    }
+
+    void keep();
+    void revert();
+
+    // Lets others in for a while.
+    void release();
+    void regain();
+
+  private:
+    void save(void *field, uint32_t size);
+
+    State *state_;
+};
+
+// Whether the device is this process's alone.
+bool isPrivate();
+
+// Writes the state of delivery, but for the parts that processes hold: mutex, undo, subscribers.
+void deliver(State &state);
+
+uint64_t deviceTime(const State &state);
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,167 @@
+#include "entry.h"
+
+#include "notification.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+#include <time.h>
+#include <unistd.h>
+
+namespace sim
+{
+
+namespace
+{
+
+#define SIM_FUNCTION_NAME(name) #name,
+constexpr const char *NAMES[] = {SIM_FUNCTIONS(SIM_FUNCTION_NAME)};
+#undef SIM_FUNCTION_NAME
+
+void sleepMs(uint32_t milliseconds)
+{
+    timespec rest{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
+    while (nanosleep(&rest, &rest) != 0) {
+    }
+}
+
+// Functions without a code of their own are only met by a fault that names them.
+bool reportsCode(Function function)
+{
+    switch (function) {
+    case Function::config_get_error_string:
+    case Function::config_pwe_srv_type_to_string:
+    case Function::kv_rc_to_string:
+    case Function::kv_log_clear:
+    case Function::GetObjectCount:
+    case Function::alarm_notification_sock:
+    case Function::pmom_notification_sock:
+    case Function::settimeofday:
+    case Function::gettimeofday:
+        return false;
+    default:
+        return true;
+    }
+}
+
+} // namespace
+
+const char *nameOf(Function function)
+{
+    const auto index = static_cast<uint32_t>(function);
+    return index < FUNCTION_COUNT ? NAMES[index] : nullptr;
+}
+
+Call::Call(Function function, std::initializer_list<uint32_t> arguments, Bytes in)
+    : function_{function}, in_{in}
+{
+    for (uint32_t argument : arguments)
+        arguments_[count_++] = argument;
+}
+
+// The journal's entry is written before its number, which makes it count.
+Call::~Call()
+{
+    if (!hold)
+        return;
+    if (code_ != KV_OK)
+        hold.revert();
+    const uint64_t number = hold->journalLast + 1;
+    JournalEntry &entry = hold->journal[number % JOURNAL];
+    entry.number = number;
+    entry.function = function_;
+    entry.process = static_cast<uint32_t>(getpid());
+    entry.code = code_;
+    entry.argCount = count_;
+    memcpy(entry.args, arguments_, sizeof entry.args);
+    entry.recordSize = std::min<uint32_t>(in_.size, KV_SIM_RECORD_SIZE);
+    if (entry.recordSize)
+        memcpy(entry.record, in_.start, entry.recordSize);
+    hold->journalLast = number;
+    hold.keep();
+}
+
+ArmedFault *Call::meet()
+{
+    for (ArmedFault &armed : hold->faults) {
+        kvSimFault &fault = armed.fault;
+        if (!armed.used)
+            continue;
+        const bool named = fault.function[0] != '\0';
+        if (named ? strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0
+                  : !reportsCode(function_))
+            continue;
+        if (!fault.anyObject && (count_ == 0 || arguments_[0] != fault.object))
+            continue;
+        if (fault.skip > 0) {
+            --fault.skip;
+            continue;
+        }
+        return &armed;
+    }
+    return nullptr;
+}
+
+void Call::wait(const kvSimFault &fault)
+{
+    if (fault.effect == KV_SIM_DELAY) {
+        hold.release();
+        sleepMs(fault.value);
+        hold.regain();
+        return;
+    }
+    const uint32_t generation = hold->faultGeneration;
+    ++hold->hanging;
+    while (hold->faultGeneration == generation) {
+        hold.release();
+        sleepMs(1);
+        hold.regain();
+    }
+    if (hold->hanging > 0)
+        --hold->hanging;
+}
+
+bool Call::enter(Bytes out)
+{
+    if (!hold) {
+        code_ = NO_DEVICE;
+        return false;
+    }
+    tick(hold);
+    if (hold->faultCount == 0)
+        return true;
+    ArmedFault *armed = meet();
+    if (!armed)
+        return true;
+    const kvSimFault fault = armed->fault;
+    if (fault.times > 0 && --armed->fault.times == 0) {
+        armed->used = 0;
+        --hold->faultCount;
+    }
+    switch (fault.effect) {
+    case KV_SIM_CODE:
+        code_ = fail(fault.value, "injected fault in %s", nameOf(function_));
+        return code_ == KV_OK;
+    case KV_SIM_GARBAGE: {
+        std::minstd_rand random{fault.value + static_cast<uint32_t>(hold->journalLast)};
+        auto *bytes = static_cast<uint8_t *>(const_cast<void *>(out.start));
+        for (uint32_t i = 0; i < out.size; ++i)
+            bytes[i] = static_cast<uint8_t>(random() >> 8);
+        return false;
+    }
+    case KV_SIM_DELAY:
+    case KV_SIM_HANG:
+        wait(fault);
+        return true;
+    }
+    return true;
+}
+
+kvRc Call::finish(kvRc code)
+{
+    code_ = code;
+    return code;
+}
+
+} // namespace sim

@@ -1,0 +1,89 @@
+// The one entry of every stand-in: journal, fault, body.
+#ifndef SIM_ENTRY_H
+#define SIM_ENTRY_H
+
+#include "device.h"
+
+#include <initializer_list>
+
+namespace sim
+{
+
+// What a call was given besides its scalars, and where it answers.
+struct Bytes {
+    const void *start = nullptr;
+    uint32_t size = 0;
+};
+
+template <class Record>
+Bytes bytesOf(const Record *record)
+{
+    return {record, sizeof(Record)};
+}
+
+class Call
+{
+  public:
+    // The first of the arguments is the object, where the function has one.
+    Call(Function function, std::initializer_list<uint32_t> arguments, Bytes in = {});
+    ~Call();
+
+    // Whether the body is to run; when not, code() is what the call returns.
+    bool enter(Bytes out = {});
+    kvRc code() const { return code_; }
+    kvRc finish(kvRc code);
+
+    Hold hold;
+
+  private:
+    ArmedFault *meet();
+    void wait(const kvSimFault &fault);
+
+    const Function function_;
+    uint32_t arguments_[4]{};
+    uint32_t count_ = 0;
+    const Bytes in_;
+    kvRc code_ = KV_OK;
+};
+
+// Runs a stand-in's body under the hold: it returns a code, and what it changed is kept when that
+// is a success.
+template <class Body>
+kvRc call(Function function, std::initializer_list<uint32_t> arguments, Bytes in, Bytes out,
+          Body body)
+{
+    Call entry{function, arguments, in};
+    if (!entry.enter(out))
+        return entry.code();
+    return entry.finish(body(entry.hold));
+}
+
+// The usual kinds: a getter fills a record, a setter is given one, an action neither.
+template <class Record, class Body>
+kvRc getter(Function function, std::initializer_list<uint32_t> arguments, Record *out, Body body)
+{
+    return call(function, arguments, {}, bytesOf(out), body);
+}
+
+template <class Record, class Body>
+kvRc setter(Function function, std::initializer_list<uint32_t> arguments, const Record *in,
+            Body body)
+{
+    return call(function, arguments, bytesOf(in), {}, body);
+}
+
+template <class Body>
+kvRc action(Function function, std::initializer_list<uint32_t> arguments, Body body)
+{
+    return call(function, arguments, {}, {}, body);
+}
+
+// The name of a function.
+const char *nameOf(Function function);
+
+// Ends the PM intervals and reaches the states that are due by the device clock.
+void tick(Hold &hold);
+
+} // namespace sim
+
+#endif

@@ -1,0 +1,28 @@
+// libkv_forker. A shut-down device comes up again at once: its configuration has survived, tests
+// and the software load have not.
+#include "entry.h"
+
+#include <kv_forker.h>
+
+using namespace sim;
+
+namespace
+{
+
+constexpr lpbk NO_LOOPBACK{1};
+
+} // namespace
+
+kvRc forker_box_shutdown(void)
+{
+    return action(Function::forker_box_shutdown, {}, [](Hold &hold) {
+        System &system = hold.edit(hold->system);
+        ++system.restarts;
+        system.loopback.lpbk = NO_LOOPBACK;
+        system.tpgmStart = 0;
+        for (Port &port : hold->ports)
+            hold.edit(port.loopback).lpbk = NO_LOOPBACK;
+        hold.edit(hold->upgrade).start = 0;
+        return KV_OK;
+    });
+}

@@ -1,0 +1,173 @@
+/**
+ * @file kv_sim.h
+ * @brief Control of the simulated device, for tests and for `vexoctl sim`.
+ *
+ * The device lives in the file that the environment variable KV_SIM_DEVICE
+ * names when it is first used, shared by all processes that name the same file;
+ * without the variable each process has a device of its own, new and in memory.
+ *
+ * Functions that return int give 0 for success and -1 for a failure, which
+ * kv_sim_error() describes. All may be called from any thread.
+ */
+#ifndef KV_SIM_H
+#define KV_SIM_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define KV_SIM_EXPORT __attribute__((visibility("default")))
+
+/** What the device has. */
+enum {
+    KV_SIM_PORTS = 16,
+    KV_SIM_PWS = 1024,
+    KV_SIM_GROUPS = 8,
+    KV_SIM_LINKS = 64,
+    KV_SIM_INTERVALS = 4,
+};
+
+/** Why the calling thread's last call failed. */
+KV_SIM_EXPORT const char *kv_sim_error(void);
+
+/** Whether the device can be used; -1 when its file can't. */
+KV_SIM_EXPORT int kv_sim_open(void);
+
+/** Puts the device back into the state in which it was delivered: everything, faults, journal and
+ * clock included. */
+KV_SIM_EXPORT int kv_sim_reset(void);
+
+/* ---- Faults: what befalls the calls of the platform's functions ---- */
+
+/** What a fault does to the calls that it meets. A call that fails changes nothing. */
+typedef enum kvSimEffect {
+    KV_SIM_CODE,    /**< the call fails with the code `value` */
+    KV_SIM_DELAY,   /**< the call takes `value` milliseconds longer */
+    KV_SIM_HANG,    /**< the call does not return until the fault is cleared, then goes on */
+    KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` */
+} kvSimEffect;
+
+typedef struct kvSimFault {
+    char function[40];  /**< name of the platform function; empty: all that report a code */
+    uint32_t anyObject; /**< not 0: whatever the object */
+    uint32_t object;    /**< number of the object, where not any */
+    uint32_t skip;      /**< how many calls it lets pass first */
+    uint32_t times;     /**< how many calls it meets then; 0: all */
+    kvSimEffect effect;
+    uint32_t value;
+} kvSimFault;
+
+/** Adds a fault. Fails on a function that doesn't exist and when there are too many. */
+KV_SIM_EXPORT int kv_sim_fault_add(const kvSimFault *fault);
+/** Ends all faults and lets the hanging calls go on. */
+KV_SIM_EXPORT int kv_sim_fault_clear(void);
+/** The fault with this index, from 0, as it stands: skip and times count down. -1 when there are no
+ * more. */
+KV_SIM_EXPORT int kv_sim_fault_get(unsigned index, kvSimFault *fault);
+/** How many calls hang now. */
+KV_SIM_EXPORT unsigned kv_sim_hanging(void);
+/** Name of a platform function, by an index from 0; null when there are no more. */
+KV_SIM_EXPORT const char *kv_sim_function(unsigned index);
+
+/* ---- Journal: the calls of the platform's functions, the last 1024 of them ---- */
+
+enum { KV_SIM_RECORD_SIZE = 512 };
+
+typedef struct kvSimCall {
+    uint64_t number; /**< counts all calls of the device, from 1 */
+    uint32_t process;
+    uint32_t code;       /**< what the call returned */
+    uint32_t argCount;   /**< how many of the arguments are scalars */
+    uint32_t args[4];    /**< these, in order; the object, where there is one, among them */
+    uint32_t recordSize; /**< size of the record that the call was given; 0: none */
+    uint8_t record[KV_SIM_RECORD_SIZE];
+    const char *function;
+} kvSimCall;
+
+/** Number of the latest call; 0: none yet. */
+KV_SIM_EXPORT uint64_t kv_sim_journal_last(void);
+/** The call with this number. -1 when there is none, or no longer. */
+KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
+
+/* ---- Clock: the device has its own; the host's is never set ---- */
+
+/** Reads the device clock: microseconds since the epoch. */
+KV_SIM_EXPORT uint64_t kv_sim_clock_get(void);
+/** Sets the device clock. No PM interval ends by it. */
+KV_SIM_EXPORT int kv_sim_clock_set(uint64_t microseconds);
+/** Stops the device clock, or lets it run on. */
+KV_SIM_EXPORT int kv_sim_clock_stop(int stopped);
+KV_SIM_EXPORT int kv_sim_clock_stopped(void);
+/**
+ * Moves the device clock on. Every PM interval whose end lies in between ends,
+ * one after the other, each as soon as the reports of the one before have been
+ * taken (or two seconds have passed). -1 when the clock was not moved, or not all the way.
+ */
+KV_SIM_EXPORT int kv_sim_clock_advance(uint64_t microseconds);
+
+/* ---- Alarms ---- */
+
+/** Kind of an object, as the platform's alarm service numbers them. */
+enum { KV_SIM_SYSTEM = 0, KV_SIM_PDH = 1, KV_SIM_GROUP = 2, KV_SIM_PW = 3, KV_SIM_LINK = 34 };
+
+/**
+ * Sets the alarm bits that are active on an object and sends an event if they
+ * change; @p repeat more times the same event follows, each after @p delayMs.
+ */
+KV_SIM_EXPORT int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits);
+/** Sends an event as it is, whatever the device's state; also of a type that doesn't exist. */
+KV_SIM_EXPORT int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status,
+                                    uint32_t delta);
+/** The alarm bits that are active on an object. */
+KV_SIM_EXPORT int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits);
+
+/* ---- Counters and PM intervals ---- */
+
+/** Ends a PM interval (1 to 4) now; those of 1 to 3 are reported. */
+KV_SIM_EXPORT int kv_sim_interval_end(uint32_t interval);
+/** Sends the report notification of an interval code, whatever it is, without ending anything. */
+KV_SIM_EXPORT int kv_sim_interval_send(uint32_t interval);
+/** Sets how long an interval (1 to 3) lasts, in seconds of the device clock; 0: it only ends on
+ * command. */
+KV_SIM_EXPORT int kv_sim_interval_period(uint32_t interval, uint32_t seconds);
+/**
+ * Sets one word of an object's PM counters in the running interval.
+ * @param word index into the words behind the seven leading ones of the platform's record
+ */
+KV_SIM_EXPORT int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word,
+                                uint32_t value);
+/** Sets one OM counter of an object, by its index. */
+KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value);
+/** How many notifications are waiting to be taken, by all processes, and how many were lost for
+ * want of room. */
+KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
+
+/* ---- Software upgrade ---- */
+
+/** Makes software loads fail when they reach this state (2 to 5 of the platform); 0: none fails. */
+KV_SIM_EXPORT int kv_sim_upgrade_fail(uint32_t state);
+
+/* ---- Log: the last 512 records ---- */
+
+typedef struct kvSimLog {
+    uint64_t number; /**< counts the records, from 1 */
+    int level;
+    int module;
+    int line;
+    char file[32];
+    char function[64];
+    char text[160];
+} kvSimLog;
+
+/** Number of the latest log record; 0: none yet. */
+KV_SIM_EXPORT uint64_t kv_sim_log_last(void);
+/** The log record with this number. -1 when there is none, or no longer. */
+KV_SIM_EXPORT int kv_sim_log_get(uint64_t number, kvSimLog *record);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,105 @@
+#include "objects.h"
+
+#include "notification.h"
+
+namespace sim
+{
+
+Port *portOf(Hold &hold, uint32_t port)
+{
+    if (port >= 1 && port <= KV_SIM_PORTS)
+        return &hold->ports[port - 1];
+    fail(NO_OBJECT, "there is no PDH port %u, only 1 to %d", port, KV_SIM_PORTS);
+    return nullptr;
+}
+
+Pw *pwOf(Hold &hold, uint32_t pwId)
+{
+    if (pwId >= 1 && pwId <= KV_SIM_PWS && hold->pws[pwId - 1].provisioned)
+        return &hold->pws[pwId - 1];
+    if (pwId >= 1 && pwId <= KV_SIM_PWS)
+        fail(KV_NOT_PROVISIONED, "pseudowire %u is not provisioned", pwId);
+    else
+        fail(NO_OBJECT, "there is no pseudowire %u, only 1 to %d", pwId, KV_SIM_PWS);
+    return nullptr;
+}
+
+Group *groupOf(Hold &hold, uint32_t group)
+{
+    if (group >= 1 && group <= KV_SIM_GROUPS && hold->groups[group - 1].provisioned)
+        return &hold->groups[group - 1];
+    if (group >= 1 && group <= KV_SIM_GROUPS)
+        fail(KV_NOT_PROVISIONED, "IMA group %u is not provisioned", group);
+    else
+        fail(NO_OBJECT, "there is no IMA group %u, only 1 to %d", group, KV_SIM_GROUPS);
+    return nullptr;
+}
+
+Link *linkOf(Hold &hold, uint32_t link)
+{
+    if (link >= 1 && link <= KV_SIM_LINKS)
+        return &hold->links[link - 1];
+    fail(NO_OBJECT, "there is no IMA link %u, only 1 to %d", link, KV_SIM_LINKS);
+    return nullptr;
+}
+
+kvRc missing(uint32_t number, uint32_t last)
+{
+    return number >= 1 && number <= last ? KV_NOT_PROVISIONED : NO_OBJECT;
+}
+
+uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number)
+{
+    switch (type) {
+    case OBJ_SYSTEM:
+        if (number == 1)
+            return &hold->system.alarms;
+        fail(NO_OBJECT, "the system is number 1, not %u", number);
+        return nullptr;
+    case OBJ_PDH: {
+        Port *port = portOf(hold, number);
+        return port ? &port->alarms : nullptr;
+    }
+    case OBJ_PWE: {
+        Pw *pw = pwOf(hold, number);
+        return pw ? &pw->alarms : nullptr;
+    }
+    case OBJ_IMA_GROUP: {
+        Group *group = groupOf(hold, number);
+        return group ? &group->alarms : nullptr;
+    }
+    case OBJ_IMA_LINK: {
+        Link *link = linkOf(hold, number);
+        return link ? &link->alarms : nullptr;
+    }
+    default:
+        fail(NO_OBJECT, "there are no alarms of object type %u", type);
+        return nullptr;
+    }
+}
+
+void setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits)
+{
+    const uint32_t delta = alarms ^ bits;
+    if (delta == 0)
+        return;
+    hold.edit(alarms) = bits;
+    notify(hold, Service::alarm, {objType{type}, number, bits, delta});
+}
+
+operState operStateOf(adminStatus status, bool testing, uint32_t alarms)
+{
+    if (status == ADMIN_TESTING || (status == ADMIN_UP && testing))
+        return OPER_TESTING;
+    return status == ADMIN_UP && alarms == 0 ? OPER_UP : OPER_DOWN;
+}
+
+bool inRange(const char *what, uint32_t value, uint32_t last)
+{
+    if (value >= 1 && value <= last)
+        return true;
+    fail(BAD_VALUE, "%s %u is not one of 1 to %u", what, value, last);
+    return false;
+}
+
+} // namespace sim

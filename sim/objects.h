@@ -1,0 +1,40 @@
+// The device's objects by their numbers.
+#ifndef SIM_OBJECTS_H
+#define SIM_OBJECTS_H
+
+#include "device.h"
+
+namespace sim
+{
+
+// These set the failure text and give null when there is no such object, or none provisioned.
+Port *portOf(Hold &hold, uint32_t port);
+Pw *pwOf(Hold &hold, uint32_t pwId);
+Group *groupOf(Hold &hold, uint32_t group);
+Link *linkOf(Hold &hold, uint32_t link);
+
+// With which code a call fails after one of the above gave null.
+kvRc missing(uint32_t number, uint32_t last);
+
+// The alarm word of an object of the alarm service; null as above.
+uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number);
+
+// Changes the active alarms of an object, which is an event if they differ.
+void setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits);
+
+// Values of the platform as this device understands them.
+constexpr adminStatus ADMIN_DOWN{1};
+constexpr adminStatus ADMIN_UP{2};
+constexpr adminStatus ADMIN_TESTING{3};
+constexpr operState OPER_DOWN{1};
+constexpr operState OPER_TESTING{2};
+constexpr operState OPER_UP{3};
+
+operState operStateOf(adminStatus status, bool testing, uint32_t alarms);
+
+// Whether a value is one of 1 to last; sets the failure text when it isn't.
+bool inRange(const char *what, uint32_t value, uint32_t last);
+
+} // namespace sim
+
+#endif

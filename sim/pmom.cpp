@@ -1,0 +1,229 @@
+// libkv_pmom.
+#include "entry.h"
+#include "notification.h"
+#include "objects.h"
+#include "pm.h"
+
+using namespace sim;
+
+namespace
+{
+
+Subscription subscription{Service::pm};
+void (*subscribed)(pmInterval);
+
+struct CloseAtUnload {
+    ~CloseAtUnload() { subscription.close(); }
+} closeAtUnload;
+
+// A link counts only in a group.
+Link *memberOf(Hold &hold, uint32_t number)
+{
+    Link *link = linkOf(hold, number);
+    if (!link || link->group)
+        return link;
+    fail(KV_NOT_PROVISIONED, "IMA link %u is in no group", number);
+    return nullptr;
+}
+
+} // namespace
+
+kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pdhPmStat *out)
+{
+    return getter(
+        Function::pmom_pdh_pm_stat_get, {port, interval, which}, out, [=](Hold &hold) -> kvRc {
+            const Port *found = portOf(hold, port);
+            return found ? readPm(*hold, found->pm, interval, which, freshPdhPm(port), out)
+                         : NO_OBJECT;
+        });
+}
+
+kvRc pmom_pdh_pm_stat_clear(uint32_t port, pmInterval interval, uint32_t which)
+{
+    return action(
+        Function::pmom_pdh_pm_stat_clear, {port, interval, which}, [=](Hold &hold) -> kvRc {
+            Port *found = portOf(hold, port);
+            return found ? clearPm(hold, found->pm, interval, freshPdhPm(port)) : NO_OBJECT;
+        });
+}
+
+kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwPmStats *out)
+{
+    return getter(
+        Function::pmom_pw_pm_stat_get, {pwId, interval, which}, out, [=](Hold &hold) -> kvRc {
+            const Pw *pw = pwOf(hold, pwId);
+            return pw ? readPm(*hold, pw->pm, interval, which, freshPwPm(pw->config.pweType), out)
+                      : missing(pwId, KV_SIM_PWS);
+        });
+}
+
+kvRc pmom_pw_pm_stat_clear(uint32_t pwId, pmInterval interval, uint32_t which)
+{
+    return action(Function::pmom_pw_pm_stat_clear, {pwId, interval, which},
+                  [=](Hold &hold) -> kvRc {
+                      Pw *pw = pwOf(hold, pwId);
+                      return pw ? clearPm(hold, pw->pm, interval, freshPwPm(pw->config.pweType))
+                                : missing(pwId, KV_SIM_PWS);
+                  });
+}
+
+kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *out)
+{
+    return getter(Function::pmom_pw_om_stat_get, {pwId}, out, [=](Hold &hold) -> kvRc {
+        const Pw *pw = pwOf(hold, pwId);
+        if (!pw)
+            return missing(pwId, KV_SIM_PWS);
+        *out = pw->om;
+        for (uint32_t i = 0; i < pw->config.atmXcCount && i < PW_ATM_XC_MAX; ++i) {
+            const pwAtmXc &xc = pw->config.atmXc[i];
+            out->entries[i].words[0] = xc.xcId1;
+            out->entries[i].words[1] = xc.xcId2;
+        }
+        return KV_OK;
+    });
+}
+
+kvRc pmom_pw_om_stat_clear(uint32_t pwId)
+{
+    return action(Function::pmom_pw_om_stat_clear, {pwId}, [=](Hold &hold) -> kvRc {
+        Pw *pw = pwOf(hold, pwId);
+        if (!pw)
+            return missing(pwId, KV_SIM_PWS);
+        hold.edit(pw->om) = {};
+        return KV_OK;
+    });
+}
+
+kvRc pmom_ima_group_pm_stat_get(uint32_t group, pmInterval interval, uint32_t which,
+                                imaGroupPmStat *out)
+{
+    return getter(Function::pmom_ima_group_pm_stat_get, {group, interval, which}, out,
+                  [=](Hold &hold) -> kvRc {
+                      const Group *found = groupOf(hold, group);
+                      return found ? readPm(*hold, found->pm, interval, which, freshGroupPm(), out)
+                                   : missing(group, KV_SIM_GROUPS);
+                  });
+}
+
+kvRc pmom_ima_group_pm_stat_clear(uint32_t group, pmInterval interval, uint32_t which)
+{
+    return action(Function::pmom_ima_group_pm_stat_clear, {group, interval, which},
+                  [=](Hold &hold) -> kvRc {
+                      Group *found = groupOf(hold, group);
+                      return found ? clearPm(hold, found->pm, interval, freshGroupPm())
+                                   : missing(group, KV_SIM_GROUPS);
+                  });
+}
+
+kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t which,
+                               imaLinkPmStat *out)
+{
+    return getter(Function::pmom_ima_link_pm_stat_get, {link, interval, which}, out,
+                  [=](Hold &hold) -> kvRc {
+                      const Link *found = memberOf(hold, link);
+                      return found ? readPm(*hold, found->pm, interval, which, freshLinkPm(), out)
+                                   : missing(link, KV_SIM_LINKS);
+                  });
+}
+
+kvRc pmom_ima_link_pm_stat_clear(uint32_t link, pmInterval interval, uint32_t which)
+{
+    return action(Function::pmom_ima_link_pm_stat_clear, {link, interval, which},
+                  [=](Hold &hold) -> kvRc {
+                      Link *found = memberOf(hold, link);
+                      return found ? clearPm(hold, found->pm, interval, freshLinkPm())
+                                   : missing(link, KV_SIM_LINKS);
+                  });
+}
+
+kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *out)
+{
+    return getter(Function::pmom_ima_group_om_stat_get, {group}, out, [=](Hold &hold) -> kvRc {
+        const Group *found = groupOf(hold, group);
+        if (!found)
+            return missing(group, KV_SIM_GROUPS);
+        *out = found->om;
+        return KV_OK;
+    });
+}
+
+kvRc pmom_ima_group_om_stat_clear(uint32_t group)
+{
+    return action(Function::pmom_ima_group_om_stat_clear, {group}, [=](Hold &hold) -> kvRc {
+        Group *found = groupOf(hold, group);
+        if (!found)
+            return missing(group, KV_SIM_GROUPS);
+        hold.edit(found->om) = {};
+        return KV_OK;
+    });
+}
+
+kvRc pmom_ima_link_om_stat_get(uint32_t link, imaLinkOmStat *out)
+{
+    return getter(Function::pmom_ima_link_om_stat_get, {link}, out, [=](Hold &hold) -> kvRc {
+        const Link *found = memberOf(hold, link);
+        if (!found)
+            return missing(link, KV_SIM_LINKS);
+        *out = found->om;
+        return KV_OK;
+    });
+}
+
+kvRc pmom_ima_link_om_stat_clear(uint32_t link)
+{
+    return action(Function::pmom_ima_link_om_stat_clear, {link}, [=](Hold &hold) -> kvRc {
+        Link *found = memberOf(hold, link);
+        if (!found)
+            return missing(link, KV_SIM_LINKS);
+        hold.edit(found->om) = {};
+        return KV_OK;
+    });
+}
+
+kvRc pmom_sys_om_stat_get(sysOmStat *out, uint32_t clear)
+{
+    return getter(Function::pmom_sys_om_stat_get, {clear}, out, [=](Hold &hold) {
+        *out = hold->system.om;
+        if (clear)
+            hold.edit(hold->system.om) = {};
+        return KV_OK;
+    });
+}
+
+int pmom_notification_sock(void)
+{
+    Call entry{Function::pmom_notification_sock, {}};
+    return entry.enter() ? subscription.descriptor() : -1;
+}
+
+kvRc pmom_subscribe(void (*handler)(pmInterval interval))
+{
+    return action(Function::pmom_subscribe, {}, [=](Hold &hold) {
+        subscribed = handler;
+        return subscription.subscribe(hold);
+    });
+}
+
+kvRc pmom_process_notification(void)
+{
+    subscription.answerDoorbell();
+    Call entry{Function::pmom_process_notification, {}};
+    if (!entry.enter())
+        return entry.code();
+    for (alarmEvent event; subscription.take(entry.hold, event);) {
+        entry.hold.keep();
+        entry.hold.release();
+        subscribed(pmInterval{event.objType});
+        entry.hold.regain();
+    }
+    subscription.setTimer(entry.hold);
+    return entry.finish(KV_OK);
+}
+
+kvRc pmom_unsubscribe(void)
+{
+    return action(Function::pmom_unsubscribe, {}, [](Hold &hold) {
+        subscription.unsubscribe(hold);
+        return KV_OK;
+    });
+}

@@ -1,0 +1,164 @@
+// The library asks the C library for the time of day, and sets it there. On the simulated device
+// both are the device's: when the platform libraries are loaded, the two imports of the library
+// that are bound to the C library are bound to the functions below instead. What a host program
+// puts in their place stays.
+#include "clock.h"
+#include "entry.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <gnu/lib-names.h>
+#include <link.h>
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+using namespace sim;
+
+namespace
+{
+
+int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
+{
+    const uint32_t seconds = static_cast<uint32_t>(time->tv_sec);
+    const uint32_t microseconds = static_cast<uint32_t>(time->tv_usec);
+    const kvRc code = action(Function::settimeofday, {seconds, microseconds}, [=](Hold &hold) {
+        if (microseconds >= SECOND)
+            return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
+        setClock(hold, seconds * SECOND + microseconds);
+        return KV_OK;
+    });
+    if (code != KV_OK)
+        errno = EINVAL;
+    return code == KV_OK ? 0 : -1;
+}
+
+int deviceGetTimeOfDay(timeval *time, void *)
+{
+    Call entry{Function::gettimeofday, {}};
+    if (!entry.enter())
+        return -1;
+    const uint64_t now = deviceTime(*entry.hold);
+    time->tv_sec = static_cast<time_t>(now / SECOND);
+    time->tv_usec = static_cast<suseconds_t>(now % SECOND);
+    return 0;
+}
+
+struct Binding {
+    const char *name;
+    void *of;
+    void *to;
+};
+
+#if __SIZEOF_POINTER__ == 8
+#define RELOCATION_SYMBOL ELF64_R_SYM
+#else
+#define RELOCATION_SYMBOL ELF32_R_SYM
+#endif
+
+// The parts of an object's dynamic section that are needed here.
+struct Dynamic {
+    const ElfW(Sym) *symbols = nullptr;
+    const char *names = nullptr;
+    uintptr_t tables[2]{}; // of data and of functions
+    size_t sizes[2]{};
+    bool withAddend = false;
+};
+
+// The loader relocates these addresses in place on some machines and not on others.
+uintptr_t absolute(const dl_phdr_info &object, uintptr_t address)
+{
+    return address < object.dlpi_addr ? object.dlpi_addr + address : address;
+}
+
+Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
+{
+    Dynamic dynamic;
+    for (; entry->d_tag != DT_NULL; ++entry) {
+        switch (entry->d_tag) {
+        case DT_SYMTAB:
+            dynamic.symbols =
+                reinterpret_cast<const ElfW(Sym) *>(absolute(object, entry->d_un.d_ptr));
+            break;
+        case DT_STRTAB:
+            dynamic.names = reinterpret_cast<const char *>(absolute(object, entry->d_un.d_ptr));
+            break;
+        case DT_RELA:
+        case DT_REL:
+            dynamic.tables[0] = absolute(object, entry->d_un.d_ptr);
+            break;
+        case DT_RELASZ:
+        case DT_RELSZ:
+            dynamic.sizes[0] = entry->d_un.d_val;
+            break;
+        case DT_JMPREL:
+            dynamic.tables[1] = absolute(object, entry->d_un.d_ptr);
+            break;
+        case DT_PLTRELSZ:
+            dynamic.sizes[1] = entry->d_un.d_val;
+            break;
+        case DT_PLTREL:
+            dynamic.withAddend = entry->d_un.d_val == DT_RELA;
+            break;
+        }
+    }
+    return dynamic;
+}
+
+void write(void **slot, void *value)
+{
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    auto *start = reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(slot) & ~(page - 1));
+    mprotect(start, page, PROT_READ | PROT_WRITE);
+    *slot = value;
+}
+
+int rebind(dl_phdr_info *object, size_t, void *bindings)
+{
+    const char *slash = strrchr(object->dlpi_name, '/');
+    if (strncmp(slash ? slash + 1 : object->dlpi_name, "libvexo_cmi.so", 14) != 0)
+        return 0;
+    const ElfW(Dyn) *entry = nullptr;
+    for (int i = 0; i < object->dlpi_phnum; ++i)
+        if (object->dlpi_phdr[i].p_type == PT_DYNAMIC)
+            entry = reinterpret_cast<const ElfW(Dyn) *>(object->dlpi_addr +
+                                                        object->dlpi_phdr[i].p_vaddr);
+    if (!entry)
+        return 0;
+    const Dynamic dynamic = dynamicOf(*object, entry);
+    const size_t step = dynamic.withAddend ? sizeof(ElfW(Rela)) : sizeof(ElfW(Rel));
+    for (int t = 0; t < 2; ++t) {
+        for (size_t at = 0; at < dynamic.sizes[t]; at += step) {
+            const auto *relocation = reinterpret_cast<const ElfW(Rel) *>(dynamic.tables[t] + at);
+            const auto symbol = RELOCATION_SYMBOL(relocation->r_info);
+            if (symbol == 0)
+                continue;
+            const char *name = dynamic.names + dynamic.symbols[symbol].st_name;
+            auto **slot = reinterpret_cast<void **>(object->dlpi_addr + relocation->r_offset);
+            for (const Binding *binding = static_cast<Binding *>(bindings); binding->name;
+                 ++binding)
+                if (strcmp(name, binding->name) == 0 &&
+                    dlsym(RTLD_DEFAULT, binding->name) == binding->of)
+                    write(slot, binding->to);
+        }
+    }
+    return 0;
+}
+
+__attribute__((constructor)) void rebindClock()
+{
+    void *libc = dlopen(LIBC_SO, RTLD_LAZY | RTLD_NOLOAD);
+    if (!libc)
+        return;
+    Binding bindings[] = {
+        {"settimeofday", dlsym(libc, "settimeofday"), reinterpret_cast<void *>(deviceSetTimeOfDay)},
+        {"gettimeofday", dlsym(libc, "gettimeofday"), reinterpret_cast<void *>(deviceGetTimeOfDay)},
+        {},
+    };
+    dl_iterate_phdr(rebind, bindings);
+    dlclose(libc);
+}
+
+} // namespace

@@ -1,0 +1,177 @@
+// The simulated device: all of its state is this one plain struct, in private memory or in a file
+// that processes share.
+#ifndef SIM_STATE_H
+#define SIM_STATE_H
+
+#include "functions.h"
+#include "kv_sim.h"
+
+#include <kv_alarm.h>
+#include <kv_config.h>
+#include <kv_pmom.h>
+#include <kv_upgrade.h>
+
+#include <pthread.h>
+
+namespace sim
+{
+
+// Counters of one kind and interval. They hold for the interval in which they were last written;
+// ending an interval is therefore one increment, however many objects there are.
+template <class Record>
+struct Pm {
+    struct Slot {
+        uint32_t epoch; // the interval's count plus 1; 0: never written
+        Record record;
+    };
+    Slot slots[KV_SIM_INTERVALS][2]; // the running interval and the one before, by parity
+};
+
+struct System {
+    eqptMode mode;
+    alarmMode reportMode;
+    uint32_t reportValue;
+    uint32_t temperature;
+    uint32_t alarms;
+    uint32_t restarts;
+    sysParams params;
+    sysStatus status;
+    pweIf interface;
+    sysLinkStatus link;
+    sysOmStat om;
+    peerServer server;
+    debugInfo debug;
+    sysLpbk loopback;
+    tpgmSetup tpgm;
+    uint64_t tpgmStart; // device time; 0: not set up
+};
+
+struct Port {
+    pdhParams params;
+    pdhLpbk loopback;
+    uint32_t alarms;
+    Pm<pdhPmStat> pm;
+};
+
+struct Pw {
+    uint32_t provisioned;
+    uint32_t alarms;
+    pwConfig config;
+    pwOmStats om;
+    Pm<pwPmStats> pm;
+};
+
+struct Group {
+    uint32_t provisioned;
+    uint32_t alarms;
+    imaParams params;
+    imaGroupOmStat om;
+    Pm<imaGroupPmStat> pm;
+};
+
+struct Link {
+    uint32_t group; // 0: in none
+    uint32_t alarms;
+    imaLinkOmStat om;
+    Pm<imaLinkPmStat> pm;
+};
+
+struct Upgrade {
+    uint64_t start; // device time; 0: none yet
+    uint32_t failState;
+    upgradeRequest request;
+};
+
+struct Clock {
+    uint64_t base;   // device time at the anchor, in microseconds
+    uint64_t anchor; // host time that goes with it
+    uint32_t stopped;
+    uint64_t nextEnd[KV_SIM_INTERVALS]; // device time at which the interval ends; 0: on command
+    uint32_t period[KV_SIM_INTERVALS];
+};
+
+enum class Service : uint32_t { none, alarm, pm };
+
+constexpr uint32_t SUBSCRIBERS = 16;
+constexpr uint32_t EVENTS = 4096;
+
+// A process that listens. Its doorbell is a datagram socket with an abstract name.
+struct Subscriber {
+    Service service;
+    uint32_t process;
+    uint32_t busy; // taking a notification
+    uint32_t head;
+    uint32_t tail;
+    uint8_t name[16];
+    uint32_t nameSize;
+    alarmEvent events[EVENTS]; // of the PM service: the interval in the first word
+};
+
+struct ArmedFault {
+    uint32_t used;
+    kvSimFault fault;
+};
+
+constexpr uint32_t FAULTS = 32;
+constexpr uint32_t JOURNAL = 1024;
+constexpr uint32_t LOG = 512;
+
+struct JournalEntry {
+    uint64_t number;
+    Function function;
+    uint32_t process;
+    uint32_t code;
+    uint32_t argCount;
+    uint32_t args[4];
+    uint32_t recordSize;
+    uint8_t record[KV_SIM_RECORD_SIZE];
+};
+
+// What a change overwrote, until it is complete.
+constexpr uint32_t UNDO_SIZE = 16384;
+
+struct Undo {
+    uint32_t used;
+    uint8_t bytes[UNDO_SIZE];
+};
+
+constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
+constexpr uint32_t VERSION = 1;
+
+struct State {
+    uint64_t magic; // written last: a device without it was never finished
+    uint32_t version;
+    uint32_t size;
+
+    pthread_mutex_t mutex;
+    Undo undo;
+    uint32_t delivered; // 0 while the state of delivery is being written
+
+    System system;
+    Port ports[KV_SIM_PORTS];
+    Pw pws[KV_SIM_PWS];
+    Group groups[KV_SIM_GROUPS];
+    Link links[KV_SIM_LINKS];
+    uint32_t pmEpoch[KV_SIM_INTERVALS];
+    Upgrade upgrade;
+    Clock clock;
+
+    Subscriber subscribers[SUBSCRIBERS];
+    uint64_t lost;
+
+    uint32_t faultCount;
+    uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
+    uint32_t hanging;
+    ArmedFault faults[FAULTS];
+
+    uint64_t journalLast;
+    JournalEntry journal[JOURNAL];
+    uint64_t logLast;
+    uint64_t logCleared; // records up to this number are gone
+    uint32_t logCounted; // since then, debug records left out
+    kvSimLog log[LOG];
+};
+
+} // namespace sim
+
+#endif
