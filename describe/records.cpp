@@ -1,0 +1,338 @@
+#include "describe.h"
+
+namespace describe
+{
+
+namespace
+{
+
+template <class T>
+struct Element {
+    using type = T;
+    static constexpr uint32_t count = 1;
+};
+
+template <class T, size_t n>
+struct Element<T[n]> {
+    using type = T;
+    static constexpr uint32_t count = n;
+};
+
+// Texts and MAC addresses are one element each.
+template <size_t n>
+struct Element<char[n]> {
+    using type = char[n];
+    static constexpr uint32_t count = 1;
+};
+
+template <size_t n, size_t size>
+struct Element<char[n][size]>
+{
+    using type = char[size];
+    static constexpr uint32_t count = n;
+};
+
+template <>
+struct Element<uint8_t[6]> {
+    using type = uint8_t[6];
+    static constexpr uint32_t count = 1;
+};
+
+template <class T>
+const Type &elementType()
+{
+    if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, char>) {
+        static const Type text{Kind::text, "text", sizeof(T), {}, {}};
+        return text;
+    } else if constexpr (std::is_array_v<T>) {
+        static const Type mac{Kind::mac, "MAC address", sizeof(T), {}, {}};
+        return mac;
+    } else {
+        return typeOf<T>();
+    }
+}
+
+template <class T>
+Field field(const char *name, size_t offset, Options options = {})
+{
+    const Type *type = options.type ? options.type : &elementType<typename Element<T>::type>();
+    return {name, type, static_cast<uint32_t>(offset), Element<T>::count, options};
+}
+
+} // namespace
+
+#define ENUMERATION(T, ...)                                                                        \
+    template <>                                                                                    \
+    const Type &typeOf<T>()                                                                        \
+    {                                                                                              \
+        static const std::initializer_list<Member> members{__VA_ARGS__};                           \
+        static const Type type{Kind::enumeration, #T, sizeof(T), members, {}};                     \
+        return type;                                                                               \
+    }
+
+#define RECORD(T, ...)                                                                             \
+    template <>                                                                                    \
+    const Type &typeOf<T>()                                                                        \
+    {                                                                                              \
+        using Record [[maybe_unused]] = T;                                                         \
+        static const std::initializer_list<Field> fields{__VA_ARGS__};                             \
+        static const Type type{Kind::record, #T, sizeof(T), {}, fields};                           \
+        return type;                                                                               \
+    }
+
+// A field; what is particular to it follows as designated initialisers of Options.
+#define F(member, ...)                                                                             \
+    field<decltype(Record::member)>(#member, offsetof(Record, member), Options{__VA_ARGS__})
+#define LIMIT(value)                                                                               \
+    .limit = [](const void *record) -> uint32_t {                                                  \
+        [[maybe_unused]] const Record &r = *static_cast<const Record *>(record);                   \
+        return value;                                                                              \
+    }
+#define FLAGGED(member, ...)                                                                       \
+    F(member, .flag = #member "Valid" __VA_OPT__(, ) __VA_ARGS__), F(member##Valid, .hidden = true)
+// A condition on the record that the field is in.
+#define WHEN(condition)                                                                            \
+    .when = [](const void *record) {                                                               \
+        const Record &r = *static_cast<const Record *>(record);                                    \
+        return condition;                                                                          \
+    }
+
+template <>
+const Type &typeOf<uint32_t>()
+{
+    static const Type word{Kind::word, "number", sizeof(uint32_t), {}, {}};
+    return word;
+}
+
+// Arguments: a text that is given, and a MAC address.
+template <>
+const Type &typeOf<char>()
+{
+    static const Type text{Kind::text, "text", 0, {}, {}};
+    return text;
+}
+
+template <>
+const Type &typeOf<unsigned char>()
+{
+    return elementType<uint8_t[6]>();
+}
+
+// The result has no row of its own.
+template <>
+const Type &typeOf<vexoResult>()
+{
+    static const Type none{Kind::record, "vexoResult", sizeof(vexoResult), {}, {}};
+    return none;
+}
+
+ENUMERATION(vexoTdmMode)
+ENUMERATION(vexoModuleState)
+ENUMERATION(vexoOperState)
+ENUMERATION(vexoAdminStatus)
+ENUMERATION(vexoPdhFrameMode)
+ENUMERATION(vexoPdhCode)
+ENUMERATION(vexoPdhNiuMode)
+ENUMERATION(vexoPdhSyncMode)
+ENUMERATION(vexoLpbk)
+ENUMERATION(vexoPmType)
+ENUMERATION(vexoPmInterval)
+ENUMERATION(vexoVlanMode, {VEXO_VLAN_MODE_UNTAGGED, "untagged"}, {VEXO_VLAN_MODE_DOUBLE, "double"})
+ENUMERATION(vexoPweUdpMode)
+ENUMERATION(vexoPweType, {VEXO_PWE_TYPE_TDM_1, "tdm-1"}, {VEXO_PWE_TYPE_TDM_2, "tdm-2"},
+            {VEXO_PWE_TYPE_ATM_3, "atm-3"}, {VEXO_PWE_TYPE_ATM_4, "atm-4"})
+ENUMERATION(vexoPwePsnType)
+// What a pseudowire was read as can be given back: it is to stay.
+ENUMERATION(vexoPweAction, {VEXO_PWE_ACTION_MODIFY, "modify"}, {VEXO_PWE_ACTION_DELETE, "delete"},
+            {VEXO_PWE_ACTION_CREATE, "create"}, {VEXO_PWE_ACTION_MODIFY, "provisioned"})
+ENUMERATION(vexoPweRtpMode, {VEXO_PWE_RTP_OFF, "off"}, {VEXO_PWE_RTP_ON, "on"})
+ENUMERATION(vexoAtmMode)
+ENUMERATION(vexoAtmType)
+ENUMERATION(vexoAtmClpMode)
+ENUMERATION(vexoPweAtmXcType)
+ENUMERATION(vexoImaAction, {VEXO_IMA_ACTION_MODIFY, "modify"}, {VEXO_IMA_ACTION_DELETE, "delete"},
+            {VEXO_IMA_ACTION_CREATE, "create"})
+ENUMERATION(vexoImaType, {VEXO_IMA_TYPE_GROUP, "group"}, {VEXO_IMA_TYPE_LINK, "link"})
+ENUMERATION(vexoObjType, {VEXO_OBJ_TYPE_SYSTEM, "system"}, {VEXO_OBJ_TYPE_PDH, "pdh"},
+            {VEXO_OBJ_TYPE_PWE, "pwe"}, {VEXO_OBJ_TYPE_IMA, "ima"})
+ENUMERATION(vexoAlarmMode)
+ENUMERATION(vexoNetQuality)
+ENUMERATION(vexoUpgradeMode)
+ENUMERATION(vexoUpgradeState)
+ENUMERATION(vexoDebugState)
+ENUMERATION(vexoLinkFlag, {VEXO_LINK_FLAG_CLEAR, "clear"}, {VEXO_LINK_FLAG_SET, "set"})
+
+RECORD(vexoSwVersion, F(text))
+RECORD(vexoSysInventory, F(text1), F(text2), F(text3), F(text4), F(text5), F(numberHigh),
+       F(numberLow))
+RECORD(vexoSysStatus, F(state), F(values1), F(version), F(values2))
+
+RECORD(vexoPdhParamsIn, F(adminStatus), F(frameMode), F(lineCode), F(cableLength, LIMIT(0xFFFF)),
+       F(syncMode), F(syncParam), F(niuMode), F(auxParam))
+RECORD(vexoPdhParamsOut, F(adminStatus), F(operState), F(frameMode), F(lineCode), F(cableLength),
+       F(syncMode), F(syncParam), F(niuMode), F(loopback), F(auxParam))
+RECORD(vexoPdhSync, F(mode), F(param))
+
+// The two arrangements of a port's line counters, as a person sees them. Which one a port has shows
+// in where its flag was written.
+namespace
+{
+
+struct PdhLayout0 {
+    uint32_t counters[12];
+    uint32_t intervalFlag;
+};
+
+struct PdhLayout1 {
+    uint32_t counters[7];
+    uint32_t intervalFlag;
+};
+
+constexpr size_t PDH_FLAG_0 = 12;
+constexpr size_t PDH_FLAG_1 = 7;
+
+} // namespace
+
+RECORD(PdhLayout0, F(counters), F(intervalFlag))
+RECORD(PdhLayout1, F(counters), F(intervalFlag))
+
+#define PDH_LINE(name, layout, ...)                                                                \
+    field<layout>(name, offsetof(Record, lineCounters), Options{__VA_ARGS__})
+RECORD(vexoPdhPm, F(pmType), F(lineCounters, .hidden = true),
+       PDH_LINE("layout0", PdhLayout0, WHEN(r.lineCounters[PDH_FLAG_0] <= 1)),
+       PDH_LINE("layout1", PdhLayout1,
+                WHEN(r.lineCounters[PDH_FLAG_0] > 1 && r.lineCounters[PDH_FLAG_1] <= 1)),
+       F(commonCounters))
+
+RECORD(vexoPweVlan, F(mode), FLAGGED(outerVlanId, LIMIT(0xFFFF)),
+       FLAGGED(outerPriority, LIMIT(0xFF)), FLAGGED(vlanId, LIMIT(0xFFFF)),
+       FLAGGED(priority, LIMIT(0xFF)))
+RECORD(vexoPwePsn, F(psnType), F(udpMode, WHEN(r.psnType == VEXO_PWE_PSN_TYPE_3)), FLAGGED(param1),
+       FLAGGED(param2),
+       FLAGGED(param3, LIMIT(r.psnType == VEXO_PWE_PSN_TYPE_1 ? 0xFF : 0xFFFFFFFF)),
+       F(param4, .flag = "param4Valid", WHEN(r.psnType != VEXO_PWE_PSN_TYPE_3), LIMIT(0xFF)),
+       F(param4Valid, .hidden = true), F(reserved, .hidden = true))
+RECORD(vexoPweRtp, F(mode), FLAGGED(payloadType, LIMIT(0xFF)), FLAGGED(ssrc),
+       F(reserved, .hidden = true))
+RECORD(vexoPweServiceT1, F(circuit), F(jitterBufferSize), F(payloadSize), F(rtp),
+       F(reserved, .hidden = true))
+RECORD(vexoPweServiceT2, F(circuit), FLAGGED(serviceOption), F(jitterBufferSize), F(payloadSize),
+       F(serviceFlag), F(rtp))
+RECORD(vexoPweServiceA, F(circuit), F(payloadSize), F(serviceOption), F(serviceFlag), F(atmMode),
+       F(atmType), F(atmFlag1), F(atmFlag2), F(atmClpMode), F(atmParam1), F(atmParam2),
+       F(reserved, .hidden = true))
+
+#define SERVICE                                                                                    \
+    field<vexoPweServiceT1>("t1", offsetof(Record, service),                                       \
+                            Options{WHEN(r.pweType == VEXO_PWE_TYPE_TDM_1)}),                      \
+        field<vexoPweServiceT2>("t2", offsetof(Record, service),                                   \
+                                Options{WHEN(r.pweType == VEXO_PWE_TYPE_TDM_2)}),                  \
+        field<vexoPweServiceA>(                                                                    \
+            "a", offsetof(Record, service),                                                        \
+            Options{WHEN(r.pweType == VEXO_PWE_TYPE_ATM_3 || r.pweType == VEXO_PWE_TYPE_ATM_4)})
+
+RECORD(vexoPweParams, F(pweType), F(pweAction), F(adminStatus), F(dstMac),
+       F(reserved, .hidden = true), F(vlan), F(psn), SERVICE)
+
+namespace
+{
+
+const Type &provisioning()
+{
+    static constexpr Member members[] = {{VEXO_PWE_ACTION_DELETE, "not-provisioned"},
+                                         {VEXO_PWE_ACTION_CREATE, "provisioned"}};
+    static const Type type{Kind::enumeration, "vexoPweAction", sizeof(vexoPweAction), members, {}};
+    return type;
+}
+
+} // namespace
+
+RECORD(vexoPweParamsInfo, F(pweType), F(pweAction, .type = &provisioning()), F(adminStatus),
+       F(operState), F(srcMac), F(dstMac), F(vlan), F(psn), SERVICE)
+
+RECORD(vexoPweAtmXc, F(xcType), F(xcId1, LIMIT(0xFFFF)), F(xcId2, LIMIT(0xFFFF)),
+       F(xcId3, LIMIT(0xFFFF)), F(xcId4, LIMIT(0xFFFF)))
+RECORD(vexoPweGenPm, F(counters), F(valid))
+RECORD(vexoPweAtmPm, F(counters), F(valid))
+
+// Which of the two shows in where the flag was written.
+#define PM_BODY                                                                                    \
+    field<vexoPweGenPm>("generic", offsetof(Record, body),                                         \
+                        Options{WHEN(r.body.generic.valid <= 1)}),                                 \
+        field<vexoPweAtmPm>("atm", offsetof(Record, body),                                         \
+                            Options{WHEN(r.body.generic.valid > 1 && r.body.atm.valid <= 1)})
+RECORD(vexoPwePm, F(pmType), F(pweType), PM_BODY)
+
+namespace
+{
+
+bool isTdm(vexoPweType type)
+{
+    return type == VEXO_PWE_TYPE_TDM_1 || type == VEXO_PWE_TYPE_TDM_2;
+}
+
+bool isAtm(vexoPweType type)
+{
+    return type == VEXO_PWE_TYPE_ATM_3 || type == VEXO_PWE_TYPE_ATM_4;
+}
+
+} // namespace
+
+RECORD(vexoPweOmEntry, F(words), F(counters))
+RECORD(vexoPweOm, F(pweType),
+       field<uint32_t[2]>("tdmCounters", offsetof(Record, counters),
+                          Options{WHEN(isTdm(r.pweType))}),
+       field<uint32_t[4]>("atmCounters", offsetof(Record, counters),
+                          Options{WHEN(isAtm(r.pweType))}),
+       F(entries, WHEN(isAtm(r.pweType))))
+
+RECORD(vexoImaGroupSet, F(imaAction), F(groupParam1), F(groupParam2), F(groupParam3))
+RECORD(vexoImaGroupState, F(words))
+RECORD(vexoImaLinkState, F(linkId), F(words))
+RECORD(vexoImaParams, F(groupParam1), F(groupParam2), F(groupParam3), F(groupState), F(linkCount),
+       F(links, .count = "linkCount"))
+RECORD(vexoImaLinkPm, F(linkId), F(intervalFlag), F(counters))
+RECORD(vexoImaGroupPm, F(intervalFlag), F(counters), F(linkCount), F(links, .count = "linkCount"))
+RECORD(vexoImaLinkOm, F(counters))
+RECORD(vexoImaOm, F(counters), F(linkCount), F(links, .count = "linkCount"))
+
+RECORD(vexoSysInfo, F(linkStatus), F(linkSpeed, .optional = true), F(linkParam), F(linkFlag),
+       F(linkMode, .optional = true), F(om))
+RECORD(vexoUpgradeInfo, F(mode), F(fileName, LIMIT(64)), F(state))
+RECORD(vexoDebugInfo, F(state), F(info))
+RECORD(vexoTpgmStatus, F(words))
+
+RECORD(vexoAlarmObject, F(objId), F(status), F(delta))
+RECORD(vexoAlarmIma, F(imaType), F(groupId), F(linkId), F(status), F(delta))
+RECORD(vexoAlarmNotification, F(objType), F(object, WHEN(r.objType != VEXO_OBJ_TYPE_IMA)),
+       F(ima, WHEN(r.objType == VEXO_OBJ_TYPE_IMA)))
+
+// In a report the type tells which body it is: the record has been used before.
+RECORD(vexoPmPwe, F(pweType), F(interval), F(pwId),
+       field<vexoPweGenPm>("generic", offsetof(Record, body), Options{WHEN(!isAtm(r.pweType))}),
+       field<vexoPweAtmPm>("atm", offsetof(Record, body), Options{WHEN(isAtm(r.pweType))}))
+RECORD(vexoPmIma, F(interval), F(groupId), F(group))
+RECORD(vexoPmNotification, F(objType), F(pdh, WHEN(r.objType == VEXO_OBJ_TYPE_PDH)),
+       F(pwe, WHEN(r.objType == VEXO_OBJ_TYPE_PWE)), F(ima, WHEN(r.objType == VEXO_OBJ_TYPE_IMA)))
+
+std::span<const Type *const> records()
+{
+    static const Type *const all[] = {
+        &typeOf<vexoSwVersion>(),   &typeOf<vexoSysInventory>(),  &typeOf<vexoSysStatus>(),
+        &typeOf<vexoPdhParamsIn>(), &typeOf<vexoPdhParamsOut>(),  &typeOf<vexoPdhSync>(),
+        &typeOf<vexoPdhPm>(),       &typeOf<vexoPweVlan>(),       &typeOf<vexoPwePsn>(),
+        &typeOf<vexoPweRtp>(),      &typeOf<vexoPweServiceT1>(),  &typeOf<vexoPweServiceT2>(),
+        &typeOf<vexoPweServiceA>(), &typeOf<vexoPweParams>(),     &typeOf<vexoPweParamsInfo>(),
+        &typeOf<vexoPweAtmXc>(),    &typeOf<vexoPweGenPm>(),      &typeOf<vexoPweAtmPm>(),
+        &typeOf<vexoPwePm>(),       &typeOf<vexoPweOmEntry>(),    &typeOf<vexoPweOm>(),
+        &typeOf<vexoImaGroupSet>(), &typeOf<vexoImaGroupState>(), &typeOf<vexoImaLinkState>(),
+        &typeOf<vexoImaParams>(),   &typeOf<vexoImaLinkPm>(),     &typeOf<vexoImaGroupPm>(),
+        &typeOf<vexoImaLinkOm>(),   &typeOf<vexoImaOm>(),         &typeOf<vexoSysInfo>(),
+        &typeOf<vexoUpgradeInfo>(), &typeOf<vexoDebugInfo>(),     &typeOf<vexoTpgmStatus>(),
+        &typeOf<vexoAlarmObject>(), &typeOf<vexoAlarmIma>(),      &typeOf<vexoAlarmNotification>(),
+        &typeOf<vexoPmPwe>(),       &typeOf<vexoPmIma>(),         &typeOf<vexoPmNotification>(),
+    };
+    return all;
+}
+
+} // namespace describe
