@@ -10,10 +10,12 @@ namespace frame
 {
 
 // Reads the object's record, lets `overlay` change it and writes it back. An overlay that can
-// refuse takes the outcome as well and returns whether to go on.
+// refuse takes the outcome as well and returns whether to go on. Always part of the operation: by
+// itself the compiler keeps it out of one whose record is large.
 template <class Record, class Overlay>
-inline void change(kvRc (*read)(Record *, uint32_t), kvRc (*write)(const Record *, uint32_t),
-                   uint32_t object, vexoResult *result, Overlay overlay)
+[[gnu::always_inline]] inline void change(kvRc (*read)(Record *, uint32_t),
+                                          kvRc (*write)(const Record *, uint32_t), uint32_t object,
+                                          vexoResult *result, Overlay overlay)
 {
     Outcome outcome{result};
     Record record;

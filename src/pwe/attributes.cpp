@@ -11,7 +11,7 @@ namespace
 {
 
 template <class Overlay>
-void changePw(uint32_t pwId, vexoResult *result, Overlay overlay)
+[[gnu::always_inline]] inline void changePw(uint32_t pwId, vexoResult *result, Overlay overlay)
 {
     frame::change(config_get_pw, config_set_pw, pwId, result, overlay);
 }

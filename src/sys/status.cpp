@@ -4,8 +4,10 @@
 #include <vexo_cmi/convert.h>
 #include <vexo_cmi/sys.h>
 
+#include <algorithm>
+#include <charconv>
+
 #include <stddef.h>
-#include <stdio.h>
 #include <string.h>
 
 using frame::Outcome;
@@ -21,12 +23,15 @@ void copyText(char (&field)[Size], const sysParams &record, size_t offset)
     strcpy_n(field, reinterpret_cast<const char *>(&record) + offset, Size);
 }
 
-// What does not fit is cut, as snprintf does.
+// What does not fit is cut.
 template <size_t Size>
 void printNumber(char (&field)[Size], uint32_t number)
 {
-    if (snprintf(field, Size, "%lu", static_cast<unsigned long>(number)) < 0)
-        field[0] = '\0';
+    char digits[10];
+    const char *end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    const size_t count = std::min(static_cast<size_t>(end - digits), Size - 1);
+    memcpy(field, digits, count);
+    field[count] = '\0';
 }
 
 constexpr uint32_t NUMBER_SPLIT = 10000;
