@@ -11,9 +11,13 @@ namespace
 Subscription subscription{Service::alarm};
 void (*subscribed)(const alarmEvent *);
 
-struct CloseAtUnload {
-    ~CloseAtUnload() { subscription.close(); }
-} closeAtUnload;
+struct Lifetime {
+    Lifetime()
+    {
+        pthread_atfork(nullptr, nullptr, [] { subscription.close(); });
+    }
+    ~Lifetime() { subscription.close(); }
+} lifetime;
 
 void overlay(Hold &hold, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
              uint32_t bits)
@@ -117,17 +121,11 @@ kvRc alarm_subscribe(uint32_t first, uint32_t second, void (*handler)(const alar
 
 kvRc alarm_process_notification(void)
 {
-    subscription.answerDoorbell();
-    Call entry{Function::alarm_process_notification, {}};
-    if (!entry.enter())
-        return entry.code();
-    for (alarmEvent event; subscription.take(entry.hold, event);) {
-        entry.hold.keep();
-        entry.hold.release();
-        subscribed(&event);
-        entry.hold.regain();
-    }
-    return entry.finish(KV_OK);
+    return action(Function::alarm_process_notification, {}, [](Hold &hold) {
+        subscription.handOver(hold,
+                              [handler = subscribed](const alarmEvent &event) { handler(&event); });
+        return KV_OK;
+    });
 }
 
 kvRc alarm_unsubscribe(void)

@@ -33,10 +33,9 @@ void schedule(Clock &clock, uint32_t index, uint64_t now)
 uint64_t deviceTime(const State &state)
 {
     const Clock &clock = state.clock;
-    if (clock.stopped)
-        return clock.base;
-    const uint64_t host = hostTime();
-    return host > clock.anchor ? clock.base + (host - clock.anchor) : clock.base;
+    const uint64_t host = clock.stopped ? 0 : hostTime();
+    const uint64_t passed = host > clock.anchor ? host - clock.anchor : 0;
+    return std::min(clock.base + passed, CLOCK_END);
 }
 
 void scheduleIntervals(State &state)

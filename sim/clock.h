@@ -9,6 +9,9 @@ namespace sim
 
 constexpr uint64_t SECOND = 1000000;
 
+// The device clock stops there: at the end of the year 9999.
+constexpr uint64_t CLOCK_END = 253402300799 * SECOND;
+
 void setClock(Hold &hold, uint64_t time);
 void stopClock(Hold &hold, bool stopped);
 
@@ -17,6 +20,9 @@ uint64_t untilNextEnd(const State &state);
 
 // The end of the interval that ends first, if that is not after `time`; 0: none.
 uint64_t nextEndUntil(const State &state, uint64_t time);
+
+// Makes the library's clock the device's.
+void bindClock();
 
 void scheduleIntervals(State &state);
 void endInterval(Hold &hold, uint32_t interval);

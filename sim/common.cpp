@@ -67,9 +67,9 @@ int kv_log(int level, int module, const char *file, const char *function, int li
         return -1;
     record.number = hold->logLast + 1;
     hold->log[record.number % LOG] = record;
-    hold->logLast = record.number;
+    hold.edit(hold->logLast) = record.number;
     // The log counts as full when it has been filled once with records that are not for debugging.
-    if (level < LOG_DEBUG && ++hold->logCounted == LOG)
+    if (level < LOG_DEBUG && ++hold.edit(hold->logCounted) == LOG)
         setAlarms(hold, OBJ_SYSTEM, 1, hold->system.alarms,
                   hold->system.alarms | 1U << EV_LOG_FULL_ALM);
     hold.keep();

@@ -2,6 +2,7 @@
 #include "entry.h"
 #include "objects.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace sim;
@@ -115,11 +116,16 @@ bool sameXc(const pwAtmXc &a, const pwAtmXc &b)
     return memcmp(&a, &b, sizeof a) == 0;
 }
 
+uint32_t xcCount(const pwConfig &config)
+{
+    return std::min(config.atmXcCount, PW_ATM_XC_MAX);
+}
+
 // The index of a cross-connect, or the count when there is none like it.
 uint32_t findXc(const pwConfig &config, const pwAtmXc &xc)
 {
     uint32_t i = 0;
-    while (i < config.atmXcCount && !sameXc(config.atmXc[i], xc))
+    while (i < xcCount(config) && !sameXc(config.atmXc[i], xc))
         ++i;
     return i;
 }
@@ -246,9 +252,9 @@ kvRc config_add_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
                       if (!inRange("cross-connect type", in->xcType, 3))
                           return BAD_VALUE;
-                      if (findXc(found.config, *in) < found.config.atmXcCount)
+                      if (findXc(found.config, *in) < xcCount(found.config))
                           return fail(EXISTS, "pseudowire %u has this cross-connect already", pwId);
-                      if (found.config.atmXcCount >= PW_ATM_XC_MAX)
+                      if (xcCount(found.config) == PW_ATM_XC_MAX)
                           return fail(FULL, "pseudowire %u has %u cross-connects, no more can be",
                                       pwId, PW_ATM_XC_MAX);
                       pwConfig &config = hold.edit(found.config);
@@ -264,10 +270,10 @@ kvRc config_del_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
                       if (!isAtm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
                       uint32_t i = findXc(found.config, *in);
-                      if (i >= found.config.atmXcCount || i >= PW_ATM_XC_MAX)
+                      if (i == xcCount(found.config))
                           return fail(NO_OBJECT, "pseudowire %u has no such cross-connect", pwId);
                       pwConfig &config = hold.edit(found.config);
-                      for (--config.atmXcCount; i < config.atmXcCount; ++i)
+                      for (config.atmXcCount = xcCount(config) - 1; i < config.atmXcCount; ++i)
                           config.atmXc[i] = config.atmXc[i + 1];
                       return KV_OK;
                   }));

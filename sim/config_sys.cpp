@@ -249,8 +249,9 @@ kvRc config_clear_tpgm_status(uint32_t clear)
 uint32_t GetObjectCount(objType type)
 {
     Call entry{Function::GetObjectCount, {type}};
-    if (!entry.enter())
-        return 0;
+    uint32_t instead = 0;
+    if (!entry.enter(bytesOf(&instead)))
+        return entry.hold && entry.code() != KV_OK ? entry.code() : instead;
     switch (type) {
     case OBJ_SYSTEM:
         return 1;

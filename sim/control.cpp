@@ -8,60 +8,55 @@
 #include <algorithm>
 #include <cstring>
 
-#include <time.h>
-
 using namespace sim;
 
 namespace
 {
 
-// Runs a command under the hold; what it changed is kept when it returns true.
+// Runs a command under the hold, by the device clock as it stands; what it changed is kept when it
+// returns KV_OK.
 template <class Command>
 int control(Command command)
 {
     Hold hold;
-    if (!hold || !command(hold))
+    if (!hold)
+        return -1;
+    tick(hold);
+    if (command(hold) != KV_OK)
         return -1;
     hold.keep();
     return 0;
 }
 
-bool isKnownFunction(const char *name)
+bool isKnownFunction(const char (&name)[sizeof kvSimFault::function])
 {
     for (unsigned i = 0; i < FUNCTION_COUNT; ++i)
-        if (strcmp(nameOf(static_cast<Function>(i)), name) == 0)
+        if (strncmp(nameOf(static_cast<Function>(i)), name, sizeof name) == 0)
             return true;
     return false;
 }
 
 template <class Record>
-bool setWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
+kvRc setWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
              uint32_t value)
 {
     constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
     constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
     if (!isInterval(interval))
-        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
-                    KV_SIM_INTERVALS) == KV_OK;
+        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
     if (word >= words)
-        return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1) == KV_OK;
+        return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1);
     auto *record = reinterpret_cast<unsigned char *>(&editPm(hold, pm, interval, fresh));
     memcpy(record + (leading + word) * sizeof(uint32_t), &value, sizeof value);
-    return true;
+    return KV_OK;
 }
 
-bool setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index, uint64_t value)
+kvRc setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index, uint64_t value)
 {
     if (index >= count)
-        return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1) == KV_OK;
+        return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1);
     hold.edit(counters[index]) = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
-    return true;
-}
-
-void sleepMs(long milliseconds)
-{
-    const timespec rest{0, milliseconds * 1000000};
-    nanosleep(&rest, nullptr);
+    return KV_OK;
 }
 
 // Waits until the reports of an interval's end have been taken.
@@ -71,7 +66,7 @@ void waitForReports()
     for (int round = 0; round < ROUNDS; ++round) {
         {
             Hold hold;
-            if (!hold || pending(hold) == 0)
+            if (!hold || pending(hold, Service::pm) == 0)
                 return;
         }
         sleepMs(1);
@@ -87,14 +82,14 @@ const char *kv_sim_error(void)
 
 int kv_sim_open(void)
 {
-    return control([](Hold &) { return true; });
+    return control([](Hold &) { return KV_OK; });
 }
 
 int kv_sim_reset(void)
 {
     return control([](Hold &hold) {
-        deliver(*hold);
-        return true;
+        redeliver(*hold);
+        return KV_OK;
     });
 }
 
@@ -102,19 +97,17 @@ int kv_sim_fault_add(const kvSimFault *fault)
 {
     return control([=](Hold &hold) {
         if (fault->function[0] && !isKnownFunction(fault->function))
-            return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function) ==
-                   KV_OK;
+            return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function);
         if (fault->effect > KV_SIM_GARBAGE)
-            return fail(BAD_VALUE, "there is no effect %u", fault->effect) == KV_OK;
+            return fail(BAD_VALUE, "there is no effect %u", fault->effect);
         for (ArmedFault &armed : hold->faults) {
             if (armed.used)
                 continue;
-            armed.fault = *fault;
-            armed.used = 1;
-            ++hold->faultCount;
-            return true;
+            hold.edit(armed) = {1, *fault};
+            ++hold.edit(hold->faultCount);
+            return KV_OK;
         }
-        return fail(FULL, "there are %u faults, no more can be", FAULTS) == KV_OK;
+        return fail(FULL, "there are %u faults, no more can be", FAULTS);
     });
 }
 
@@ -122,10 +115,11 @@ int kv_sim_fault_clear(void)
 {
     return control([](Hold &hold) {
         for (ArmedFault &armed : hold->faults)
-            armed.used = 0;
-        hold->faultCount = 0;
-        ++hold->faultGeneration;
-        return true;
+            hold.edit(armed.used) = 0;
+        hold.edit(hold->faultCount) = 0;
+        ++hold.edit(hold->faultGeneration);
+        hold.edit(hold->hanging) = 0;
+        return KV_OK;
     });
 }
 
@@ -136,10 +130,11 @@ int kv_sim_fault_get(unsigned index, kvSimFault *fault)
         for (const ArmedFault &armed : hold->faults) {
             if (armed.used && seen++ == index) {
                 *fault = armed.fault;
-                return true;
+                fault->function[sizeof fault->function - 1] = '\0';
+                return KV_OK;
             }
         }
-        return fail(NO_OBJECT, "there is no fault %u", index) == KV_OK;
+        return fail(NO_OBJECT, "there is no fault %u", index);
     });
 }
 
@@ -164,9 +159,10 @@ int kv_sim_journal_get(uint64_t number, kvSimCall *call)
 {
     return control([=](Hold &hold) {
         const JournalEntry &entry = hold->journal[number % JOURNAL];
-        if (number == 0 || entry.number != number)
+        const char *function = nameOf(entry.function);
+        if (number == 0 || number > hold->journalLast || entry.number != number || !function)
             return fail(NO_OBJECT, "call %llu is not in the journal",
-                        static_cast<unsigned long long>(number)) == KV_OK;
+                        static_cast<unsigned long long>(number));
         call->number = entry.number;
         call->process = entry.process;
         call->code = entry.code;
@@ -174,8 +170,8 @@ int kv_sim_journal_get(uint64_t number, kvSimCall *call)
         memcpy(call->args, entry.args, sizeof call->args);
         call->recordSize = std::min<uint32_t>(entry.recordSize, KV_SIM_RECORD_SIZE);
         memcpy(call->record, entry.record, sizeof call->record);
-        call->function = nameOf(entry.function);
-        return call->function != nullptr;
+        call->function = function;
+        return KV_OK;
     });
 }
 
@@ -188,8 +184,10 @@ uint64_t kv_sim_clock_get(void)
 int kv_sim_clock_set(uint64_t microseconds)
 {
     return control([=](Hold &hold) {
+        if (microseconds > CLOCK_END)
+            return fail(BAD_VALUE, "the device clock ends with the year 9999");
         setClock(hold, microseconds);
-        return true;
+        return KV_OK;
     });
 }
 
@@ -197,7 +195,7 @@ int kv_sim_clock_stop(int stopped)
 {
     return control([=](Hold &hold) {
         stopClock(hold, stopped != 0);
-        return true;
+        return KV_OK;
     });
 }
 
@@ -209,13 +207,16 @@ int kv_sim_clock_stopped(void)
 
 int kv_sim_clock_advance(uint64_t microseconds)
 {
-    uint64_t target;
-    {
-        Hold hold;
-        if (!hold)
-            return -1;
-        target = deviceTime(*hold) + microseconds;
-    }
+    uint64_t target = 0;
+    const int begun = control([&](Hold &hold) {
+        const uint64_t now = deviceTime(*hold);
+        if (microseconds > CLOCK_END - now)
+            return fail(BAD_VALUE, "the device clock ends with the year 9999");
+        target = now + microseconds;
+        return KV_OK;
+    });
+    if (begun != 0)
+        return -1;
     for (;;) {
         bool reached = true;
         const int moved = control([&](Hold &hold) {
@@ -226,7 +227,7 @@ int kv_sim_clock_advance(uint64_t microseconds)
             clock.base += to > now ? to - now : 0;
             reached = next == 0;
             tick(hold);
-            return true;
+            return KV_OK;
         });
         if (moved != 0)
             return -1;
@@ -241,9 +242,9 @@ int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
     return control([=](Hold &hold) {
         uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
-            return false;
+            return NO_OBJECT;
         setAlarms(hold, type, number, *alarms, bits);
-        return true;
+        return KV_OK;
     });
 }
 
@@ -251,8 +252,20 @@ int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t 
 {
     return control([=](Hold &hold) {
         notify(hold, Service::alarm, {objType{type}, number, status, delta});
-        return true;
+        return KV_OK;
     });
+}
+
+int kv_sim_alarm_burst(uint32_t type, uint32_t number, uint32_t status, uint32_t delta,
+                       uint32_t count, uint32_t delayMs)
+{
+    for (uint32_t i = 0; i < count; ++i) {
+        if (delayMs)
+            sleepMs(delayMs);
+        if (kv_sim_alarm_send(type, number, status, delta) != 0)
+            return -1;
+    }
+    return 0;
 }
 
 int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
@@ -260,9 +273,9 @@ int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
     return control([=](Hold &hold) {
         const uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
-            return false;
+            return NO_OBJECT;
         *bits = *alarms;
-        return true;
+        return KV_OK;
     });
 }
 
@@ -271,9 +284,9 @@ int kv_sim_interval_end(uint32_t interval)
     return control([=](Hold &hold) {
         if (!isInterval(interval))
             return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
-                        KV_SIM_INTERVALS) == KV_OK;
+                        KV_SIM_INTERVALS);
         endInterval(hold, interval);
-        return true;
+        return KV_OK;
     });
 }
 
@@ -281,7 +294,7 @@ int kv_sim_interval_send(uint32_t interval)
 {
     return control([=](Hold &hold) {
         notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
-        return true;
+        return KV_OK;
     });
 }
 
@@ -290,11 +303,11 @@ int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
     return control([=](Hold &hold) {
         if (!isInterval(interval))
             return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
-                        KV_SIM_INTERVALS) == KV_OK;
+                        KV_SIM_INTERVALS);
         hold.edit(hold->clock).period[interval - 1] = seconds;
         scheduleIntervals(*hold);
         wake(hold, Service::pm);
-        return true;
+        return KV_OK;
     });
 }
 
@@ -304,23 +317,25 @@ int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t wo
         switch (type) {
         case KV_SIM_PDH: {
             Port *port = portOf(hold, number);
-            return port && setWord(hold, port->pm, interval, freshPdhPm(number), word, value);
+            return port ? setWord(hold, port->pm, interval, freshPdhPm(number), word, value)
+                        : NO_OBJECT;
         }
         case KV_SIM_PW: {
             Pw *pw = pwOf(hold, number);
-            return pw &&
-                   setWord(hold, pw->pm, interval, freshPwPm(pw->config.pweType), word, value);
+            return pw ? setWord(hold, pw->pm, interval, freshPwPm(pw->config.pweType), word, value)
+                      : NO_OBJECT;
         }
         case KV_SIM_GROUP: {
             Group *group = groupOf(hold, number);
-            return group && setWord(hold, group->pm, interval, freshGroupPm(), word, value);
+            return group ? setWord(hold, group->pm, interval, freshGroupPm(), word, value)
+                         : NO_OBJECT;
         }
         case KV_SIM_LINK: {
             Link *link = linkOf(hold, number);
-            return link && setWord(hold, link->pm, interval, freshLinkPm(), word, value);
+            return link ? setWord(hold, link->pm, interval, freshLinkPm(), word, value) : NO_OBJECT;
         }
         default:
-            return fail(BAD_VALUE, "object type %u has no PM counters", type) == KV_OK;
+            return fail(BAD_VALUE, "object type %u has no PM counters", type);
         }
     });
 }
@@ -333,35 +348,34 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
             sysOmStat &om = hold.edit(hold->system.om);
             constexpr uint32_t words = sizeof om.words / sizeof om.words[0];
             if (counter >= words)
-                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter, words - 1) ==
-                       KV_OK;
+                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter, words - 1);
             om.words[counter] = static_cast<uint32_t>(value);
-            return true;
+            return KV_OK;
         }
         case KV_SIM_PW: {
             constexpr uint32_t own = sizeof(pwOmStats::counters) / sizeof(kvCounter);
             constexpr uint32_t entries = sizeof(pwOmStats::entries) / sizeof(pwOmEntry);
             Pw *pw = pwOf(hold, number);
             if (!pw)
-                return false;
+                return NO_OBJECT;
             if (counter < own)
                 return setCounter(hold, pw->om.counters, own, counter, value);
             const uint32_t index = counter - own;
             if (index >= 2 * entries)
                 return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter,
-                            own + 2 * entries - 1) == KV_OK;
+                            own + 2 * entries - 1);
             return setCounter(hold, pw->om.entries[index / 2].counters, 2, index % 2, value);
         }
         case KV_SIM_GROUP: {
             Group *group = groupOf(hold, number);
-            return group && setCounter(hold, group->om.counters, 2, counter, value);
+            return group ? setCounter(hold, group->om.counters, 2, counter, value) : NO_OBJECT;
         }
         case KV_SIM_LINK: {
             Link *link = linkOf(hold, number);
-            return link && setCounter(hold, link->om.counters, 8, counter, value);
+            return link ? setCounter(hold, link->om.counters, 8, counter, value) : NO_OBJECT;
         }
         default:
-            return fail(BAD_VALUE, "object type %u has no OM counters", type) == KV_OK;
+            return fail(BAD_VALUE, "object type %u has no OM counters", type);
         }
     });
 }
@@ -369,9 +383,9 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
 int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
 {
     return control([=](Hold &hold) {
-        *waiting = pending(hold);
+        *waiting = pending(hold, Service::alarm) + pending(hold, Service::pm);
         *lost = hold->lost;
-        return true;
+        return KV_OK;
     });
 }
 
@@ -379,9 +393,9 @@ int kv_sim_upgrade_fail(uint32_t state)
 {
     return control([=](Hold &hold) {
         if (state != 0 && (state < 2 || state > 5))
-            return fail(BAD_VALUE, "upgrade state %u is not one of 2 to 5", state) == KV_OK;
+            return fail(BAD_VALUE, "upgrade state %u is not one of 2 to 5", state);
         hold.edit(hold->upgrade.failState) = state;
-        return true;
+        return KV_OK;
     });
 }
 
@@ -395,13 +409,13 @@ int kv_sim_log_get(uint64_t number, kvSimLog *record)
 {
     return control([=](Hold &hold) {
         const kvSimLog &found = hold->log[number % LOG];
-        if (number <= hold->logCleared || found.number != number)
+        if (number <= hold->logCleared || number > hold->logLast || found.number != number)
             return fail(NO_OBJECT, "record %llu is not in the log",
-                        static_cast<unsigned long long>(number)) == KV_OK;
+                        static_cast<unsigned long long>(number));
         *record = found;
         record->file[sizeof record->file - 1] = '\0';
         record->function[sizeof record->function - 1] = '\0';
         record->text[sizeof record->text - 1] = '\0';
-        return true;
+        return KV_OK;
     });
 }

@@ -93,13 +93,6 @@ void zero(void *from, void *to)
 
 void deliver(State &state)
 {
-    state.delivered = 0;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    const uint32_t generation = state.faultGeneration;
-    zero(&state.system, state.subscribers);
-    zero(&state.lost, &state + 1);
-    state.faultGeneration = generation + 1;
-
     state.clock.anchor = static_cast<uint64_t>(time(nullptr)) * SECOND;
     state.clock.base = state.clock.anchor;
     state.clock.period[0] = 900;
@@ -114,6 +107,17 @@ void deliver(State &state)
     }
     std::atomic_signal_fence(std::memory_order_seq_cst);
     state.delivered = 1;
+}
+
+void redeliver(State &state)
+{
+    state.delivered = 0;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    ++state.faultGeneration;
+    state.hanging = 0;
+    zero(&state.system, state.subscribers);
+    zero(&state.lost, &state + 1);
+    deliver(state);
 }
 
 } // namespace sim

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,9 +26,9 @@ __attribute__((tls_model("initial-exec"))) thread_local char lastFailure[256];
 std::mutex openMutex;
 State *opened;
 bool inFile;
-char openFailure[256];
 
-// The file's bytes that are locked: one while a process opens it, one as long as it uses it.
+// The file's bytes that are locked: one while a process opens it, one as long as it uses it. Locks
+// of the opening, not of the process: they end with the last mapping that came of it.
 constexpr off_t GATE = 0;
 constexpr off_t USE = 1;
 
@@ -70,9 +71,9 @@ void putBack(State &state)
         Mark mark;
         used -= static_cast<uint32_t>(sizeof mark);
         memcpy(&mark, state.undo.bytes + used, sizeof mark);
-        if (mark.size > used || mark.offset > sizeof(State) ||
-            mark.size > sizeof(State) - mark.offset)
-            break;
+        if (mark.size > used || mark.offset < offsetof(State, faultGeneration) ||
+            mark.offset > sizeof(State) || mark.size > sizeof(State) - mark.offset)
+            break; // nothing that this device wrote
         used -= mark.size;
         memcpy(base + mark.offset, state.undo.bytes + used, mark.size);
         std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -81,106 +82,103 @@ void putBack(State &state)
     state.undo.used = 0;
 }
 
+// The listeners and the hanging calls.
+void forgetProcesses(State &state)
+{
+    for (Subscriber &subscriber : state.subscribers)
+        subscriber.service = Service::none;
+    state.hanging = 0;
+}
+
+State *map(int flags, int descriptor)
+{
+    void *memory = mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, flags, descriptor, 0);
+    return memory == MAP_FAILED ? nullptr : static_cast<State *>(memory);
+}
+
 State *openPrivate()
 {
-    void *memory =
-        mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) {
-        snprintf(openFailure, sizeof openFailure, "no memory for the simulated device: %s",
-                 strerror(errno));
+    State *state = map(MAP_PRIVATE | MAP_ANONYMOUS, -1);
+    if (!state) {
+        fail(NO_DEVICE, "no memory for the simulated device: %s", strerror(errno));
         return nullptr;
     }
-    auto *state = static_cast<State *>(memory);
     initMutex(*state);
     deliver(*state);
     return state;
 }
 
-bool refuse(const char *path, const char *why)
-{
-    snprintf(openFailure, sizeof openFailure, "%s is no simulated device of this version: %s", path,
-             why);
-    return false;
-}
+constexpr Head HEAD{MAGIC, VERSION, sizeof(State)};
 
-// Whether the file is a finished device, or one that nobody finished and that may be made anew.
-bool recognise(const char *path, int descriptor, bool &fresh)
+// Why the file can't be a device, or null. `blank` tells whether it is yet to become one: nobody
+// has written more to it than, at most, the head.
+const char *objection(int descriptor, bool inUse, bool &blank)
 {
     struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
-        return refuse(path, "not a regular file");
-    fresh = status.st_size == 0;
-    if (fresh)
-        return true;
-    if (status.st_size != static_cast<off_t>(sizeof(State)))
-        return refuse(path, "its size is different");
-    struct {
-        uint64_t magic;
-        uint32_t version;
-        uint32_t size;
-    } head;
-    if (pread(descriptor, &head, sizeof head, 0) != static_cast<ssize_t>(sizeof head))
-        return refuse(path, strerror(errno));
-    fresh = head.magic == 0 && head.version == 0 && head.size == sizeof(State);
-    if (fresh)
-        return true;
+    if (fstat(descriptor, &status) != 0)
+        return strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return "it is not a regular file";
+    Head head = HEAD;
+    if (status.st_size > 0 && pread(descriptor, &head, sizeof head, 0) != sizeof head)
+        return "it is too short";
     if (head.magic != MAGIC)
-        return refuse(path, "it begins with something else");
+        return "it begins with something else";
     if (head.version != VERSION || head.size != sizeof(State))
-        return refuse(path, "it was made by another one");
-    return true;
+        return "it was made by another version or build";
+    blank = status.st_size == 0 || status.st_size == sizeof head;
+    if (blank)
+        return inUse ? "others use it, and it has been emptied" : nullptr;
+    return status.st_size == sizeof(State) ? nullptr : "it has been cut off or grown";
 }
 
 State *mapDevice(const char *path, int descriptor)
 {
-    bool fresh;
-    if (!recognise(path, descriptor, fresh))
-        return nullptr;
-    if (fresh && ftruncate(descriptor, sizeof(State)) != 0) {
-        snprintf(openFailure, sizeof openFailure, "cannot make the device %s: %s", path,
-                 strerror(errno));
+    const bool inUse = !lockByte(descriptor, F_WRLCK, USE, false);
+    bool blank = false;
+    if (const char *why = objection(descriptor, inUse, blank)) {
+        fail(NO_DEVICE, "%s is no device of this simulator: %s", path, why);
         return nullptr;
     }
-    void *memory = mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (memory == MAP_FAILED) {
-        snprintf(openFailure, sizeof openFailure, "cannot map the device %s: %s", path,
-                 strerror(errno));
+    if (blank && (pwrite(descriptor, &HEAD, sizeof HEAD, 0) != sizeof HEAD ||
+                  ftruncate(descriptor, sizeof(State)) != 0)) {
+        fail(NO_DEVICE, "cannot make the device %s: %s", path, strerror(errno));
         return nullptr;
     }
-    auto *state = static_cast<State *>(memory);
-    state->size = sizeof(State);
-    // Nobody else uses the file: what processes left there that are gone is cleaned up.
-    if (lockByte(descriptor, F_WRLCK, USE, false)) {
+    State *state = map(MAP_SHARED, descriptor);
+    if (!state) {
+        fail(NO_DEVICE, "cannot map the device %s: %s", path, strerror(errno));
+        return nullptr;
+    }
+    // What processes left there that are gone is cleaned up.
+    if (!inUse) {
         initMutex(*state);
         putBack(*state);
-        for (Subscriber &subscriber : state->subscribers)
-            subscriber.service = Service::none;
-        state->hanging = 0;
-        if (fresh || !state->delivered)
+        forgetProcesses(*state);
+        if (blank)
             deliver(*state);
-        state->version = VERSION;
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        state->magic = MAGIC;
+        else if (!state->delivered)
+            redeliver(*state);
     }
+    lockByte(descriptor, F_RDLCK, USE, true);
     return state;
 }
 
 State *openFile(const char *path)
 {
-    const int descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    const int descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
     if (descriptor < 0) {
-        snprintf(openFailure, sizeof openFailure, "cannot open the device %s: %s", path,
-                 strerror(errno));
+        fail(NO_DEVICE, "cannot open the device %s: %s", path, strerror(errno));
         return nullptr;
     }
-    lockByte(descriptor, F_WRLCK, GATE, true);
-    State *state = mapDevice(path, descriptor);
-    if (state)
-        lockByte(descriptor, F_RDLCK, USE, true);
-    lockByte(descriptor, F_UNLCK, GATE, true);
-    if (!state)
-        close(descriptor);
-    // Else it stays open: its lock tells other processes that the device is in use.
+    State *state = nullptr;
+    if (lockByte(descriptor, F_WRLCK, GATE, true)) {
+        state = mapDevice(path, descriptor);
+        lockByte(descriptor, F_UNLCK, GATE, true);
+    } else {
+        fail(NO_DEVICE, "cannot lock the device %s: %s", path, strerror(errno));
+    }
+    close(descriptor);
     return state;
 }
 
@@ -189,7 +187,7 @@ void lock(State &state)
     if (pthread_mutex_lock(&state.mutex) == EOWNERDEAD) {
         putBack(state);
         if (!state.delivered)
-            deliver(state);
+            redeliver(state);
         pthread_mutex_consistent(&state.mutex);
     }
 }
@@ -211,8 +209,10 @@ void afterForkInParent()
 
 void afterForkInChild()
 {
-    if (opened && !inFile)
+    if (opened && !inFile) {
         initMutex(*opened);
+        forgetProcesses(*opened);
+    }
     openMutex.unlock();
 }
 
@@ -246,17 +246,10 @@ const char *failureText()
     return lastFailure;
 }
 
-bool isPrivate()
-{
-    return !inFile;
-}
-
 Hold::Hold() : state_{device()}
 {
     if (state_)
         lock(*state_);
-    else
-        fail(NO_DEVICE, "%s", openFailure);
 }
 
 Hold::~Hold()

@@ -53,11 +53,11 @@ class Hold
     State *state_;
 };
 
-// Whether the device is this process's alone.
-bool isPrivate();
-
-// Writes the state of delivery, but for the parts that processes hold: mutex, undo, subscribers.
+// Writes the state of delivery into a state that is all zeros.
 void deliver(State &state);
+// The same for any state. Keeps what belongs to the processes: their lock and their subscriptions;
+// calls that hang go on.
+void redeliver(State &state);
 
 uint64_t deviceTime(const State &state);
 

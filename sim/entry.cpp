@@ -19,14 +19,8 @@ namespace
 constexpr const char *NAMES[] = {SIM_FUNCTIONS(SIM_FUNCTION_NAME)};
 #undef SIM_FUNCTION_NAME
 
-void sleepMs(uint32_t milliseconds)
-{
-    timespec rest{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
-    while (nanosleep(&rest, &rest) != 0) {
-    }
-}
-
-// Functions without a code of their own are only met by a fault that names them.
+// Functions without a code of their own, or whose code nobody looks at, are only met by a fault
+// that names them.
 bool reportsCode(Function function)
 {
     switch (function) {
@@ -47,6 +41,13 @@ bool reportsCode(Function function)
 
 } // namespace
 
+void sleepMs(uint32_t milliseconds)
+{
+    timespec rest{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
+    while (nanosleep(&rest, &rest) != 0) {
+    }
+}
+
 const char *nameOf(Function function)
 {
     const auto index = static_cast<uint32_t>(function);
@@ -60,7 +61,7 @@ Call::Call(Function function, std::initializer_list<uint32_t> arguments, Bytes i
         arguments_[count_++] = argument;
 }
 
-// The journal's entry is written before its number, which makes it count.
+// The journal's entry counts as soon as the call's changes do.
 Call::~Call()
 {
     if (!hold)
@@ -78,16 +79,16 @@ Call::~Call()
     entry.recordSize = std::min<uint32_t>(in_.size, KV_SIM_RECORD_SIZE);
     if (entry.recordSize)
         memcpy(entry.record, in_.start, entry.recordSize);
-    hold->journalLast = number;
+    hold.edit(hold->journalLast) = number;
     hold.keep();
 }
 
 ArmedFault *Call::meet()
 {
     for (ArmedFault &armed : hold->faults) {
-        kvSimFault &fault = armed.fault;
         if (!armed.used)
             continue;
+        const kvSimFault &fault = armed.fault;
         const bool named = fault.function[0] != '\0';
         if (named ? strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0
                   : !reportsCode(function_))
@@ -95,7 +96,7 @@ ArmedFault *Call::meet()
         if (!fault.anyObject && (count_ == 0 || arguments_[0] != fault.object))
             continue;
         if (fault.skip > 0) {
-            --fault.skip;
+            --hold.edit(armed.fault.skip);
             continue;
         }
         return &armed;
@@ -118,8 +119,6 @@ void Call::wait(const kvSimFault &fault)
         sleepMs(1);
         hold.regain();
     }
-    if (hold->hanging > 0)
-        --hold->hanging;
 }
 
 bool Call::enter(Bytes out)
@@ -132,13 +131,14 @@ bool Call::enter(Bytes out)
     if (hold->faultCount == 0)
         return true;
     ArmedFault *armed = meet();
+    if (armed && armed->fault.times > 0 && --hold.edit(armed->fault.times) == 0) {
+        hold.edit(armed->used) = 0;
+        --hold.edit(hold->faultCount);
+    }
+    hold.keep();
     if (!armed)
         return true;
     const kvSimFault fault = armed->fault;
-    if (fault.times > 0 && --armed->fault.times == 0) {
-        armed->used = 0;
-        --hold->faultCount;
-    }
     switch (fault.effect) {
     case KV_SIM_CODE:
         code_ = fail(fault.value, "injected fault in %s", nameOf(function_));

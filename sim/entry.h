@@ -78,7 +78,9 @@ kvRc action(Function function, std::initializer_list<uint32_t> arguments, Body b
     return call(function, arguments, {}, {}, body);
 }
 
-// The name of a function.
+void sleepMs(uint32_t milliseconds);
+
+// The name of a function; null when there is none.
 const char *nameOf(Function function);
 
 // Ends the PM intervals and reaches the states that are due by the device clock.

@@ -55,7 +55,7 @@ typedef struct kvSimFault {
     uint32_t object;    /**< number of the object, where not any */
     uint32_t skip;      /**< how many calls it lets pass first */
     uint32_t times;     /**< how many calls it meets then; 0: all */
-    kvSimEffect effect;
+    uint32_t effect;    /**< a kvSimEffect */
     uint32_t value;
 } kvSimFault;
 

@@ -13,8 +13,8 @@ void notify(Hold &hold, Service service, const alarmEvent &event);
 // Rings the doorbells of a service's subscribers without an event, so that they look at the clock.
 void wake(Hold &hold, Service service);
 
-// The notifications that nobody has taken yet.
-uint32_t pending(Hold &hold);
+// The notifications of a service that have not been taken, or not been dealt with, yet.
+uint32_t pending(Hold &hold, Service service);
 
 // One service's subscription of this process.
 class Subscription
@@ -22,24 +22,37 @@ class Subscription
   public:
     explicit Subscription(Service service) : service_{service} {}
 
-    // The descriptor that becomes readable; -1 when there is none to be had.
+    // A descriptor that is readable while events wait; -1 when there is none to be had.
     int descriptor();
     kvRc subscribe(Hold &hold);
     void unsubscribe(Hold &hold);
-    // The next event, if there is one.
-    bool take(Hold &hold, alarmEvent &event);
-    // Before events are taken: empties the doorbell; and after: sets the alarm clock.
-    void answerDoorbell();
-    void setTimer(Hold &hold);
 
+    // Hands the events that wait to the handler, with the device let go meanwhile. Those that come
+    // in the meantime are for the next time, so that a stream of them does not keep the caller.
+    template <class Handler>
+    void handOver(Hold &hold, Handler handler)
+    {
+        alarmEvent event;
+        for (uint32_t left = answerDoorbell(hold); left > 0 && take(hold, event); --left) {
+            hold.release();
+            handler(event);
+            hold.regain();
+        }
+        listenOn(hold);
+    }
+
+    // At the library's end, and in a forked child, where the descriptors are its parent's.
     void close();
 
   private:
-    void forgetAfterFork();
     Subscriber *subscriber(Hold &hold) const;
+    // Gives how many events wait.
+    uint32_t answerDoorbell(Hold &hold);
+    bool take(Hold &hold, alarmEvent &event);
+    void listenOn(Hold &hold);
+    void setTimer(Hold &hold);
 
     const Service service_;
-    int process_ = 0;
     int doorbell_ = -1;
     int timer_ = -1;
     int poll_ = -1;

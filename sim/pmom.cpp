@@ -12,9 +12,13 @@ namespace
 Subscription subscription{Service::pm};
 void (*subscribed)(pmInterval);
 
-struct CloseAtUnload {
-    ~CloseAtUnload() { subscription.close(); }
-} closeAtUnload;
+struct Lifetime {
+    Lifetime()
+    {
+        pthread_atfork(nullptr, nullptr, [] { subscription.close(); });
+    }
+    ~Lifetime() { subscription.close(); }
+} lifetime;
 
 // A link counts only in a group.
 Link *memberOf(Hold &hold, uint32_t number)
@@ -206,18 +210,12 @@ kvRc pmom_subscribe(void (*handler)(pmInterval interval))
 
 kvRc pmom_process_notification(void)
 {
-    subscription.answerDoorbell();
-    Call entry{Function::pmom_process_notification, {}};
-    if (!entry.enter())
-        return entry.code();
-    for (alarmEvent event; subscription.take(entry.hold, event);) {
-        entry.hold.keep();
-        entry.hold.release();
-        subscribed(pmInterval{event.objType});
-        entry.hold.regain();
-    }
-    subscription.setTimer(entry.hold);
-    return entry.finish(KV_OK);
+    return action(Function::pmom_process_notification, {}, [](Hold &hold) {
+        subscription.handOver(hold, [handler = subscribed](const alarmEvent &event) {
+            handler(static_cast<pmInterval>(event.objType));
+        });
+        return KV_OK;
+    });
 }
 
 kvRc pmom_unsubscribe(void)

@@ -1,7 +1,7 @@
 // The library asks the C library for the time of day, and sets it there. On the simulated device
-// both are the device's: when the platform libraries are loaded, the two imports of the library
-// that are bound to the C library are bound to the functions below instead. What a host program
-// puts in their place stays.
+// both are the device's: when a stand-in is loaded, the two imports of the library that are bound
+// to the C library are bound to the functions below instead. What a host program puts in their
+// place stays.
 #include "clock.h"
 #include "entry.h"
 
@@ -38,13 +38,30 @@ int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
 int deviceGetTimeOfDay(timeval *time, void *)
 {
     Call entry{Function::gettimeofday, {}};
-    if (!entry.enter())
-        return -1;
+    if (!entry.enter(bytesOf(time))) {
+        errno = EINVAL;
+        return entry.code() == KV_OK ? 0 : -1;
+    }
     const uint64_t now = deviceTime(*entry.hold);
     time->tv_sec = static_cast<time_t>(now / SECOND);
     time->tv_usec = static_cast<suseconds_t>(now % SECOND);
     return 0;
 }
+
+constexpr char LIBRARY[] = "libvexo_cmi.so";
+
+// ThreadSanitizer has a gettimeofday of its own, which is none of the host's.
+#ifdef __SANITIZE_THREAD__
+constexpr bool INTERCEPTED = true;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+constexpr bool INTERCEPTED = true;
+#else
+constexpr bool INTERCEPTED = false;
+#endif
+#else
+constexpr bool INTERCEPTED = false;
+#endif
 
 struct Binding {
     const char *name;
@@ -62,6 +79,7 @@ struct Binding {
 struct Dynamic {
     const ElfW(Sym) *symbols = nullptr;
     const char *names = nullptr;
+    size_t soname = 0;     // among the names
     uintptr_t tables[2]{}; // of data and of functions
     size_t sizes[2]{};
     bool withAddend = false;
@@ -85,7 +103,12 @@ Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
         case DT_STRTAB:
             dynamic.names = reinterpret_cast<const char *>(absolute(object, entry->d_un.d_ptr));
             break;
+        case DT_SONAME:
+            dynamic.soname = entry->d_un.d_val;
+            break;
         case DT_RELA:
+            dynamic.withAddend = true;
+            [[fallthrough]];
         case DT_REL:
             dynamic.tables[0] = absolute(object, entry->d_un.d_ptr);
             break;
@@ -100,7 +123,7 @@ Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
             dynamic.sizes[1] = entry->d_un.d_val;
             break;
         case DT_PLTREL:
-            dynamic.withAddend = entry->d_un.d_val == DT_RELA;
+            dynamic.withAddend |= entry->d_un.d_val == DT_RELA;
             break;
         }
     }
@@ -117,9 +140,6 @@ void write(void **slot, void *value)
 
 int rebind(dl_phdr_info *object, size_t, void *bindings)
 {
-    const char *slash = strrchr(object->dlpi_name, '/');
-    if (strncmp(slash ? slash + 1 : object->dlpi_name, "libvexo_cmi.so", 14) != 0)
-        return 0;
     const ElfW(Dyn) *entry = nullptr;
     for (int i = 0; i < object->dlpi_phnum; ++i)
         if (object->dlpi_phdr[i].p_type == PT_DYNAMIC)
@@ -128,6 +148,8 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
     if (!entry)
         return 0;
     const Dynamic dynamic = dynamicOf(*object, entry);
+    if (!dynamic.names || strncmp(dynamic.names + dynamic.soname, LIBRARY, sizeof LIBRARY - 1) != 0)
+        return 0;
     const size_t step = dynamic.withAddend ? sizeof(ElfW(Rela)) : sizeof(ElfW(Rel));
     for (int t = 0; t < 2; ++t) {
         for (size_t at = 0; at < dynamic.sizes[t]; at += step) {
@@ -140,25 +162,31 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
             for (const Binding *binding = static_cast<Binding *>(bindings); binding->name;
                  ++binding)
                 if (strcmp(name, binding->name) == 0 &&
-                    dlsym(RTLD_DEFAULT, binding->name) == binding->of)
+                    (INTERCEPTED || dlsym(RTLD_DEFAULT, binding->name) == binding->of))
                     write(slot, binding->to);
         }
     }
     return 0;
 }
 
-__attribute__((constructor)) void rebindClock()
+} // namespace
+
+void sim::bindClock()
 {
     void *libc = dlopen(LIBC_SO, RTLD_LAZY | RTLD_NOLOAD);
     if (!libc)
         return;
+    const auto bound = [=](const char *name, auto *to) {
+        return Binding{name, dlsym(libc, name), reinterpret_cast<void *>(to)};
+    };
     Binding bindings[] = {
-        {"settimeofday", dlsym(libc, "settimeofday"), reinterpret_cast<void *>(deviceSetTimeOfDay)},
-        {"gettimeofday", dlsym(libc, "gettimeofday"), reinterpret_cast<void *>(deviceGetTimeOfDay)},
+        bound("settimeofday", deviceSetTimeOfDay),
+        bound("gettimeofday", deviceGetTimeOfDay),
+        // Of 32-bit machines with times of 64 bits.
+        bound("__settimeofday64", deviceSetTimeOfDay),
+        bound("__gettimeofday64", deviceGetTimeOfDay),
         {},
     };
     dl_iterate_phdr(rebind, bindings);
     dlclose(libc);
 }
-
-} // namespace

@@ -99,6 +99,7 @@ constexpr uint32_t EVENTS = 4096;
 struct Subscriber {
     Service service;
     uint32_t process;
+    uint32_t rung; // the doorbell was rung and has not been answered yet
     uint32_t busy; // taking a notification
     uint32_t head;
     uint32_t tail;
@@ -127,8 +128,9 @@ struct JournalEntry {
     uint8_t record[KV_SIM_RECORD_SIZE];
 };
 
-// What a change overwrote, until it is complete.
-constexpr uint32_t UNDO_SIZE = 16384;
+// What a change overwrote, until it is complete. The largest changes an alarm of every pseudowire,
+// with an event to each subscriber.
+constexpr uint32_t UNDO_SIZE = 1 << 18;
 
 struct Undo {
     uint32_t used;
@@ -138,14 +140,23 @@ struct Undo {
 constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
 constexpr uint32_t VERSION = 1;
 
-struct State {
-    uint64_t magic; // written last: a device without it was never finished
+// The first bytes of a device in a file, written before anything else.
+struct Head {
+    uint64_t magic;
     uint32_t version;
     uint32_t size;
+};
+
+struct State {
+    Head head;
 
     pthread_mutex_t mutex;
     Undo undo;
     uint32_t delivered; // 0 while the state of delivery is being written
+
+    // What was edited lies behind here.
+    uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
+    uint32_t hanging;         // calls that have begun to hang since then
 
     System system;
     Port ports[KV_SIM_PORTS];
@@ -160,8 +171,6 @@ struct State {
     uint64_t lost;
 
     uint32_t faultCount;
-    uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
-    uint32_t hanging;
     ArmedFault faults[FAULTS];
 
     uint64_t journalLast;
