@@ -1,0 +1,187 @@
+#include "device.h"
+
+#include <kv_upgrade.h>
+
+#include <algorithm>
+
+namespace
+{
+
+using Misc = Device;
+
+constexpr uint64_t SECOND = 1000000;
+
+TEST_F(Misc, theUpgradeRequestIsBuiltAsThePlatformWantsIt)
+{
+    for (size_t length : {1u, 63u, 64u, 100u}) {
+        ASSERT_EQ(kv_sim_reset(), 0);
+        vexoUpgradeInfo upgrade;
+        memset(&upgrade, 'n', sizeof upgrade);
+        upgrade.mode = vexoUpgradeMode{7};
+        upgrade.fileName[length] = '\0';
+        mark();
+        vexo_cmi_misc_upgrade_init(&upgrade, &result);
+        ASSERT_OK(result);
+        upgradeRequest expected{};
+        expected.mode = UpgradeMode{1};
+        expected.constant4 = 2;
+        expected.constant8 = 1;
+        expected.constant144 = 1;
+        expected.serverAddress = 0xC0000264;
+        memset(expected.fileName, 'n', std::min<size_t>(length, 64));
+        const auto sent = given<upgradeRequest>("upgrade_load");
+        EXPECT_EQ(memcmp(&sent, &expected, sizeof sent), 0) << length;
+        EXPECT_EQ(calls(), (Names{"config_get_peer_server_params", "upgrade_load"}));
+
+        vexoUpgradeInfo read;
+        memset(&read, '#', sizeof read);
+        vexo_cmi_misc_upgrade_info_get(&read, &result);
+        EXPECT_OK(result);
+        EXPECT_EQ(memcmp(read.fileName, expected.fileName, 64), 0);
+        EXPECT_EQ(read.fileName[64], '#') << "written beyond 64 bytes";
+    }
+}
+
+TEST_F(Misc, aLoadGoesThroughItsStatesOrFailsAtOne)
+{
+    kv_sim_clock_stop(1);
+    const auto statesOf = [&](uint32_t failing) {
+        EXPECT_EQ(kv_sim_upgrade_fail(failing), 0);
+        vexoUpgradeInfo upgrade{VEXO_UPGRADE_MODE_2, "load.bin", vexoUpgradeState{}};
+        vexo_cmi_misc_upgrade_init(&upgrade, &result);
+        EXPECT_OK(result);
+        std::vector<uint32_t> states;
+        for (int i = 0; i < 5; ++i) {
+            vexo_cmi_misc_upgrade_info_get(&upgrade, &result);
+            EXPECT_OK(result);
+            EXPECT_EQ(upgrade.mode, VEXO_UPGRADE_MODE_2);
+            states.push_back(upgrade.state);
+            kv_sim_clock_advance(5 * SECOND);
+        }
+        return states;
+    };
+    vexoUpgradeInfo none;
+    vexo_cmi_misc_upgrade_info_get(&none, &result);
+    EXPECT_EQ(none.state, VEXO_UPGRADE_STATE_1);
+    EXPECT_EQ(statesOf(0), (std::vector<uint32_t>{2, 3, 4, 5, 5}));
+    EXPECT_EQ(statesOf(4), (std::vector<uint32_t>{2, 3, 6, 6, 6}));
+    EXPECT_EQ(statesOf(2), (std::vector<uint32_t>{6, 6, 6, 6, 6}));
+}
+
+TEST_F(Misc, debugTextsFillTheirFieldWithoutATerminator)
+{
+    for (size_t length : {0u, 5u, 127u, 128u, 300u}) {
+        const std::string text(length, 'd');
+        mark();
+        vexo_cmi_misc_dbg_init(text.c_str(), &result);
+        EXPECT_OK(result);
+        debugInfo expected{};
+        memset(expected.text, 'd', std::min<size_t>(length, 128));
+        const auto sent = given<debugInfo>("config_set_debug_info_params");
+        EXPECT_EQ(memcmp(&sent, &expected, sizeof sent), 0) << length;
+        vexoDebugInfo read;
+        vexo_cmi_misc_dbg_info_get(&read, &result);
+        EXPECT_OK(result);
+        EXPECT_EQ(memcmp(read.info, expected.text, sizeof read.info), 0) << length;
+        EXPECT_EQ(read.state, length ? VEXO_DEBUG_STATE_2 : VEXO_DEBUG_STATE_1);
+    }
+}
+
+TEST_F(Misc, theDebugModeIsLoggedAndNothingElse)
+{
+    vexoResult marked = unwritten();
+    mark();
+    vexo_cmi_misc_dbg_mode_set(0xAB12, &marked);
+    EXPECT_EQ(marked.rc, VEXO_RC_OK);
+    EXPECT_EQ(marked.message[0], 0x5A);
+    EXPECT_EQ(calls(), Names{});
+    kvSimLog record;
+    ASSERT_EQ(kv_sim_log_get(kv_sim_log_last(), &record), 0);
+    EXPECT_STREQ(record.text, "mode mask=AB12");
+    EXPECT_STREQ(record.function, "vexo_cmi_misc_dbg_mode_set");
+    EXPECT_EQ(record.level, 5);
+}
+
+TEST_F(Misc, resettingTheLogClearsItsAlarmOrLogsThatItCannot)
+{
+    ASSERT_EQ(kv_sim_alarm_set(KV_SIM_SYSTEM, 1, 1U << 13 | 1), 0);
+    vexoResult marked = unwritten();
+    mark();
+    vexo_cmi_misc_log_reset(&marked);
+    EXPECT_EQ(marked.rc, VEXO_RC_OK);
+    EXPECT_EQ(marked.message[0], 0x5A);
+    EXPECT_EQ(calls(), (Names{"kv_log_clear", "alarm_raise_alarm"}));
+    unsigned bits = 0;
+    vexo_cmi_sys_alarm_get(&bits, &result);
+    EXPECT_EQ(bits, 1u);
+
+    failing("alarm_raise_alarm", 256);
+    vexo_cmi_misc_log_reset(&marked);
+    EXPECT_EQ(marked.rc, VEXO_RC_OK);
+    kvSimLog record;
+    ASSERT_EQ(kv_sim_log_get(kv_sim_log_last(), &record), 0);
+    EXPECT_STREQ(record.text, "Clearing EV_LOG_FULL_ALM failed: exists already");
+    EXPECT_EQ(record.level, 4);
+    vexo_cmi_misc_log_reset(nullptr);
+    EXPECT_EQ(kv_sim_log_get(record.number, &record), -1) << "the log was not cleared";
+}
+
+TEST_F(Misc, aFailedCounterReadLeavesTheCountersAlone)
+{
+    ASSERT_EQ(kv_sim_om_set(KV_SIM_SYSTEM, 1, 73, 999), 0);
+    vexoSysInfo info;
+    vexo_cmi_misc_sys_info_get(&info, 0, &result);
+    EXPECT_OK(result);
+    EXPECT_EQ(info.linkStatus, 1u);
+    EXPECT_EQ(info.linkSpeed, 1000u);
+    EXPECT_EQ(info.linkFlag, VEXO_LINK_FLAG_SET);
+    EXPECT_EQ(info.linkMode, 2u);
+    EXPECT_EQ(info.om[73], 999u);
+    memset(&info, 0x5A, sizeof info);
+    failing("pmom_sys_om_stat_get", 1024);
+    vexo_cmi_misc_sys_info_get(&info, 0, &result);
+    EXPECT_EQ(result.rc, VEXO_RC_FAILURE_64);
+    EXPECT_STREQ(result.message, kv_rc_to_string(1024));
+    EXPECT_EQ(info.linkSpeed, 1000u);
+    EXPECT_EQ(info.om[73], 0x5A5A5A5Au);
+}
+
+TEST_F(Misc, theTestPatternIsClearedAlsoWhenItCannotBeRead)
+{
+    kv_sim_clock_stop(1);
+    vexo_cmi_misc_tpgm_init(7, 8, 9, &result);
+    EXPECT_OK(result);
+    kv_sim_clock_advance(3 * SECOND);
+    struct {
+        kvRc read, clear;
+        vexoRc rc;
+        uint32_t seconds; // that the next reading shows
+    } const rows[] = {
+        {256, 0, VEXO_RC_FAILURE_16, 0},
+        {0, 512, VEXO_RC_FAILURE_32, 3},
+        {256, 512, VEXO_RC_GENERAL, 3},
+        {256, 256, VEXO_RC_FAILURE_16, 3},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.rc);
+        vexo_cmi_misc_tpgm_init(7, 8, 9, &result);
+        kv_sim_clock_advance(3 * SECOND);
+        if (row.read)
+            failing("config_get_tpgm_status", row.read);
+        if (row.clear)
+            failing("config_clear_tpgm_status", row.clear);
+        vexoTpgmStatus status;
+        memset(&status, 0x5A, sizeof status);
+        mark();
+        vexo_cmi_misc_tpgm_stat_get(&status, 1, &result);
+        EXPECT_EQ(result.rc, row.rc);
+        EXPECT_EQ(status.words[0], 0x5A5A5A5Au);
+        EXPECT_EQ(calls(), (Names{"config_get_tpgm_status", "config_clear_tpgm_status"}));
+        vexo_cmi_misc_tpgm_stat_get(&status, 0, &result);
+        EXPECT_OK(result);
+        EXPECT_EQ(status.words[1], 7u);
+        EXPECT_EQ(status.words[4], row.seconds);
+    }
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+#include "device.h"
+
+namespace
+{
+
+using Sys = Device;
+
+uint32_t argumentOf(const kvSimCall &call, size_t index)
+{
+    return index < call.argCount ? call.args[index] : 0xDEAD;
+}
+
+TEST_F(Sys, setValuesReachThePlatformInItsOwnTerms)
+{
+    mark();
+    vexo_cmi_sys_tpid_set(0x188A8, &result);
+    EXPECT_OK(result);
+    vexo_cmi_sys_rpt_mode_set(VEXO_ALARM_MODE_2, 0xABCD, &result);
+    EXPECT_OK(result);
+    vexo_cmi_sys_alarm_set(0xFFFFFFFF, &result);
+    EXPECT_OK(result);
+    vexo_cmi_sys_tdm_mode_set(vexoTdmMode{4}, &result);
+    EXPECT_EQ(result.rc, VEXO_RC_FAILURE_2);
+
+    const auto made = entries();
+    ASSERT_EQ(made.size(), 4u);
+    EXPECT_EQ(argumentOf(made[0], 0), 0x88A8u);
+    EXPECT_EQ(argumentOf(made[1], 0), 4u);
+    EXPECT_EQ(argumentOf(made[1], 1), 0xABCDu);
+    EXPECT_EQ(argumentOf(made[2], 0), 0u);
+    EXPECT_EQ(argumentOf(made[2], 1), 0x7FFFu);
+    EXPECT_EQ(argumentOf(made[2], 2), 0xFFFFFFFFu);
+    EXPECT_EQ(argumentOf(made[3], 0), 0u);
+}
+
+TEST_F(Sys, pairsKeepTheirOrder)
+{
+    const unsigned first = 11, second = 22;
+    mark();
+    vexo_cmi_sys_lops_set(first, second, &result);
+    EXPECT_OK(result);
+    vexo_cmi_sys_clk_out_set(&first, &second, &result);
+    EXPECT_OK(result);
+    vexo_cmi_sys_temp_set(first, second, &result);
+    EXPECT_OK(result);
+    for (const char *function :
+         {"config_set_pwe_lops_threshold", "config_set_clk_out", "config_set_temperature_thr"}) {
+        const auto pair = given<lopsThreshold>(function);
+        EXPECT_EQ(pair.first, first) << function;
+        EXPECT_EQ(pair.second, second) << function;
+    }
+    unsigned current = 0, one = 0, two = 0;
+    vexo_cmi_sys_temp_get(&current, &one, &two, &result);
+    EXPECT_OK(result);
+    EXPECT_EQ(current, 41u);
+    EXPECT_EQ(one, first);
+    EXPECT_EQ(two, second);
+}
+
+TEST_F(Sys, aRefusalCarriesThePlatformsText)
+{
+    const unsigned char groupMac[6] = {0x01, 0, 0x5E, 0, 0, 1};
+    vexo_cmi_sys_src_mac_set(groupMac, &result);
+    EXPECT_EQ(result.rc, VEXO_RC_FAILURE_2);
+    EXPECT_STREQ(result.message, "source MAC address 01:00:5E:00:00:01 is a group's");
+}
+
+TEST_F(Sys, inventoryCutsTextsAndSplitsTheNumber)
+{
+    vexoSysInventory inventory;
+    memset(&inventory, 0x5A, sizeof inventory);
+    vexo_cmi_sys_inventory_get(&inventory, &result);
+    EXPECT_OK(result);
+    EXPECT_STREQ(inventory.text1, "VG-16");
+    EXPECT_STREQ(inventory.text2, "TDM-over-packet gateway");
+    EXPECT_STREQ(inventory.text3, "VG16-20210001");
+    EXPECT_STREQ(inventory.text4, "2021-06-11");
+    EXPECT_STREQ(inventory.text5, "B2");
+    EXPECT_STREQ(inventory.numberHigh, "1");
+    EXPECT_STREQ(inventory.numberLow, "2009");
+}
+
+TEST_F(Sys, statusPutsTheVersionsBehindTheFirstValues)
+{
+    vexoSysStatus status;
+    vexo_cmi_sys_status_get(&status, &result);
+    EXPECT_OK(result);
+    EXPECT_EQ(status.state, VEXO_MODULE_STATE_3);
+    for (uint32_t i = 0; i < 13; ++i)
+        EXPECT_EQ(status.values1[i], 100 + i);
+    for (uint32_t i = 0; i < 6; ++i)
+        EXPECT_EQ(status.values2[i], 200 + i);
+    vexoSwVersion version;
+    vexo_cmi_sys_version_get(&version, &result);
+    EXPECT_OK(result);
+    for (unsigned i = 0; i < 10; ++i)
+        EXPECT_STREQ(status.version.text[i], version.text[i]);
+    EXPECT_STREQ(version.text[VEXO_SW_VERSION_GORV], "test host 1.0");
+    EXPECT_STREQ(version.text[9], "config 12");
+}
+
+// ---- The keep-alive. Its state outlives a test: each starts by making a setting due. ----
+
+constexpr uint64_t SECOND = 1000000;
+
+class KeepAlive : public Device
+{
+  protected:
+    void SetUp() override
+    {
+        Device::SetUp();
+        kv_sim_clock_stop(1);
+        // Later than any setting of an earlier test, so that the next one is due.
+        base += 1000000;
+        kv_sim_clock_set(base * SECOND + 500000);
+    }
+
+    unsigned settings() const
+    {
+        unsigned count = 0;
+        for (const std::string &name : calls())
+            count += name == "settimeofday";
+        return count;
+    }
+
+    // Sends one, with the time that the device has anyway.
+    unsigned send(vexoResult *outcome)
+    {
+        mark();
+        const uint64_t now = kv_sim_clock_get();
+        vexo_cmi_sys_kato_send(static_cast<unsigned>(now / SECOND),
+                               static_cast<unsigned>(now % SECOND), outcome);
+        return settings();
+    }
+
+    static inline uint64_t base = 1700000000;
+};
+
+TEST_F(KeepAlive, setsTheClockWhenItIsDueAndLogsThat)
+{
+    mark();
+    vexo_cmi_sys_kato_send(static_cast<unsigned>(base + 7), 8, &result);
+    EXPECT_OK(result);
+    EXPECT_EQ(kv_sim_clock_get(), (base + 7) * SECOND + 8);
+    EXPECT_EQ(calls(), (Names{"gettimeofday", "settimeofday", "gettimeofday"}));
+    kvSimLog record;
+    ASSERT_EQ(kv_sim_log_get(kv_sim_log_last(), &record), 0);
+    EXPECT_STREQ(record.text, "Kato time is updated");
+    EXPECT_STREQ(record.function, "vexo_cmi_sys_kato_send");
+    EXPECT_STREQ(record.file, "gorvCmi");
+    EXPECT_EQ(record.level, 6);
+    EXPECT_EQ(record.module, 29);
+}
+
+TEST_F(KeepAlive, countsWholeSecondsWithABorrow)
+{
+    ASSERT_EQ(send(&result), 1u);
+    struct {
+        uint64_t passed;
+        unsigned set;
+    } const rows[] = {
+        {10 * SECOND, 0},      {900 * SECOND, 0}, {900 * SECOND + 499999, 0},
+        {901 * SECOND - 1, 0}, // 901 seconds apart by the seconds, fewer microseconds
+        {901 * SECOND, 1},
+    };
+    const uint64_t start = kv_sim_clock_get();
+    for (const auto &row : rows) {
+        kv_sim_clock_set(start + row.passed);
+        vexoResult marked = unwritten();
+        EXPECT_EQ(send(&marked), row.set) << row.passed;
+        EXPECT_EQ(marked.rc, VEXO_RC_OK);
+        EXPECT_EQ(marked.message[0], '\0');
+        EXPECT_EQ(marked.message[1], 0x5A);
+    }
+}
+
+TEST_F(KeepAlive, leavesAClockAloneThatWasSetBack)
+{
+    ASSERT_EQ(send(&result), 1u);
+    kv_sim_clock_set((base - 5000) * SECOND);
+    EXPECT_EQ(send(&result), 0u);
+    EXPECT_OK(result);
+}
+
+TEST_F(KeepAlive, triesAgainAfterAFailedSetting)
+{
+    failing("settimeofday", 2);
+    EXPECT_EQ(send(&result), 1u);
+    EXPECT_EQ(result.rc, VEXO_RC_GENERAL);
+    EXPECT_EQ(send(&result), 1u);
+    EXPECT_OK(result);
+    EXPECT_EQ(send(&result), 0u);
+}
+
+TEST_F(KeepAlive, worksWithoutAResult)
+{
+    failing("settimeofday", 2);
+    EXPECT_EQ(send(nullptr), 1u);
+    EXPECT_EQ(send(nullptr), 1u) << "the failed setting counted";
+    EXPECT_EQ(send(nullptr), 0u) << "the setting did not count";
+}
+
+TEST_F(KeepAlive, survivesAFinish)
+{
+    ASSERT_EQ(send(&result), 1u);
+    vexo_cmi_fini();
+    EXPECT_EQ(send(&result), 0u);
+}
+
+TEST_F(Sys, aClockThatCannotBeSetIsAGeneralFailure)
+{
+    vexo_cmi_sys_tod_set(1700000000, 1000000, &result);
+    EXPECT_EQ(result.rc, VEXO_RC_GENERAL);
+    EXPECT_STREQ(result.message, "1000000 microseconds are not less than a second");
+}
+
+} // namespace
