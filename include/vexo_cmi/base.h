@@ -17,8 +17,12 @@
  * **Failure.** `rc` tells the class of the failure, `message` says it in
  * words: either the configuration library's text for its latest failure or
  * the platform's text for the code ("code text"). Unless an operation says
- * "code text", it is the former. The meaning of the single failure codes is
- * the platform's.
+ * "code text", it is the former; it is fetched also when another part of the
+ * platform failed (clock, reset, alarms of system, ports and pseudowires), and
+ * need not be about that failure then, nor when another thread's call of the
+ * configuration library fails at the same moment. The meaning of the single
+ * failure codes is the platform's. What the library refuses by itself is
+ * VEXO_RC_GENERAL with the text that the operation names ("Not supported").
  *
  * **Values.** Every enumeration is 32 bits wide, and any 32-bit value may be
  * passed in one: a value that is no member reaches the platform as the default
@@ -26,23 +30,27 @@
  * platform value that the library does not know comes back as 0, where the
  * converter names no other. Numbers are checked by the platform, not here.
  *
- * **Change.** A setter of one attribute reads the platform's record, changes
- * the attribute and writes the whole record back. The two steps are not one:
- * of two setters of the same object at the same time, one can undo the other.
+ * **Change.** Where the platform has a record for an object (ports,
+ * pseudowires, groups), a setter or a modify reads that record, changes what it
+ * is about and writes the whole record back. The two steps are not one: of two
+ * such calls for the same object at the same time, one can undo the other. The
+ * administrative status, the jitter buffer size and forced AIS have calls of
+ * their own and are written alone, as are the settings of the system.
  *
  * **Objects.** Ports, pseudowires, groups and links are addressed by unsigned
  * numbers that reach the platform unchanged. PDH ports and IMA groups count
  * from 1.
  *
  * **Ownership.** Every record belongs to the caller. The library keeps no
- * pointer after a call, allocates nothing and frees nothing.
+ * pointer to one after a call, allocates nothing and frees nothing. Every
+ * pointer but the last must be valid: null is not caught.
  *
  * **Threads.** An operation runs on the caller's thread, takes no lock and may
  * be called from any thread, also from inside a callback (notify.h tells the
  * few that may not).
  *
- * **Records.** 32-bit words in the byte order of the host, with the offsets
- * that their definitions show; they are part of the binary interface.
+ * **Records.** Mostly 32-bit words in the byte order of the host, with the
+ * offsets that their definitions show; they are part of the binary interface.
  */
 #ifndef VEXO_CMI_BASE_H
 #define VEXO_CMI_BASE_H

@@ -84,8 +84,9 @@ extern "C" {
 
 /**
  * Creates, modifies or deletes a group. A created group has no links. A modify
- * keeps the links and, with `groupParam3` 0, the third parameter. An action
- * that is none of the three is refused with "Bad IMA action"; nothing is called.
+ * keeps the links and, with `groupParam3` 0, the third parameter; the other two
+ * parameters are applied always, 0 included. An action that is none of the three
+ * is refused with "Bad IMA action"; nothing is called.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_set(const vexoImaGroupSet *group, uint32_t groupId,
                                       vexoResult *result);
@@ -124,8 +125,8 @@ VEXO_CMI_EXPORT void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA
 /**
  * Reads the PM counters of a group and of each of its links. Written before a
  * link is asked for: the group's part and `linkCount`, which counts all links
- * also when one of them fails, and the links before that one. A failed counter
- * read carries the code text.
+ * also when one of them fails, and the links before that one. Link records behind the
+ * last are not touched. A failed counter read carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId,
                                          vexoResult *result);
@@ -135,17 +136,18 @@ VEXO_CMI_EXPORT void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, 
  * intervals 1, 2 and 3 in this order. A failed clear carries the code text and
  * leaves what comes after it uncleared.
  *
- * Group 0 clears all groups from 1 to 8 and their links as far as it can: every
- * clear is tried, no failure is reported, `rc` is VEXO_RC_OK and `message` is
- * left as it was.
+ * Group 0 clears all groups from 1 to 8 and their links as far as it can: every clear is tried,
+ * also of a group that can't be read (but not of its links), no failure is reported, `rc` is
+ * VEXO_RC_OK and `message` is left as it was.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_pm_clear(uint32_t groupId, vexoResult *result);
 
 /**
  * Reads the OM counters of a group and of each of its links and, with @p clear
- * not 0, clears each right after it was read. Written before a failure: what
- * was read until then; `linkCount` counts all links. What was cleared stays
- * cleared. A failed counter call carries the code text.
+ * not 0, clears each right after it was read. Written before a failure: what was read until then:
+ * the group's counters before they are cleared, `linkCount`, which counts all links, after. Blocks
+ * behind the last link are not touched. What was cleared stays cleared. A failed counter call
+ * carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId,
                                          vexoResult *result);
@@ -158,7 +160,8 @@ VEXO_CMI_EXPORT void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t
 VEXO_CMI_EXPORT void vexo_cmi_ima_alarms_set(uint32_t alarmBits, vexoResult *result);
 /**
  * Reads the alarm bits now active on a group or a link. An @p imaType that is
- * neither fails without a call. A failure carries the code text.
+ * neither fails as VEXO_RC_GENERAL without a call. A failure carries the code
+ * text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_alarms_get(uint32_t *alarmBits, vexoImaType imaType,
                                              uint32_t number, vexoResult *result);

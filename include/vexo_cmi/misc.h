@@ -49,8 +49,8 @@ extern "C" {
 
 /**
  * Reads the state of the system's link, then its OM counters. Written before
- * the counters are asked for: the link's fields. A failed counter read carries
- * the code text.
+ * the counters are asked for: the link's fields; `om` is left alone when they
+ * can't be read. A failed counter read carries the code text.
  * @param info what is to be filled
  * @param clear handed to the platform, which knows what it does
  * @param result outcome; may be null
@@ -61,8 +61,9 @@ VEXO_CMI_EXPORT void vexo_cmi_misc_sys_info_get(vexoSysInfo *info, uint32_t clea
 /**
  * Starts a software load: the file `fileName` of the peer server, in mode
  * `mode`. Returns when the platform has taken the order; how it goes is read
- * with vexo_cmi_misc_upgrade_info_get(). When the platform refuses the order,
- * the failure carries the code text.
+ * with vexo_cmi_misc_upgrade_info_get(). Nothing is loaded when the server's
+ * address can't be read; when the platform refuses the order, the failure
+ * carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_misc_upgrade_init(const vexoUpgradeInfo *upgrade, vexoResult *result);
 /** Reads mode, file and state of the software load. A failure carries the code text. */

@@ -106,7 +106,8 @@ VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, 
 /**
  * Reads the cable length of a port, 0 to 65535, and writes the port's record
  * back unchanged. @p length is written before the write-back, whose failure is
- * the operation's failure.
+ * the operation's failure. Beside a setter of the same port it can undo that
+ * setter's change.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_get(uint32_t *length, uint32_t port,
                                                 vexoResult *result);

@@ -21,8 +21,12 @@
  *   field alone, but for `rtp.mode` of a whole record: there everything but 2
  *   turns RTP off.
  *
- * All others are applied always. Whatever the kind, zeroing the whole record
- * first and filling in what is wanted is the way to go:
+ * All others are applied always: `pweType`, `adminStatus`, `dstMac`,
+ * `vlan.mode`, `psn.psnType`, `udpMode` of PSN type 3, and of the service
+ * `circuit`, RTP on or off, `atmMode`, `atmType`, `atmClpMode`, `atmParam1` and
+ * `atmParam2`. A modify must carry their present values, which
+ * vexo_cmi_pwe_params_get() returns; to change one attribute, its own setter is
+ * the better way. Zero the record before filling it in.
  *
  * A TDM pseudowire with RTP:
  * @code{.c}
@@ -56,6 +60,7 @@
  * p.pweType = VEXO_PWE_TYPE_ATM_3;
  * p.pweAction = VEXO_PWE_ACTION_CREATE;
  * p.adminStatus = VEXO_ADMIN_STATUS_1;
+ * memcpy(p.dstMac, mac, 6);
  * p.vlan.mode = VEXO_VLAN_MODE_UNTAGGED;
  * p.psn.psnType = VEXO_PWE_PSN_TYPE_2;
  * p.service.a.circuit = 1;
@@ -222,8 +227,8 @@ typedef struct vexoPweAtmPm {
     uint32_t valid;       /**< offset 16: 1 when the platform says so, else 0 */
 } vexoPweAtmPm;
 
-/** PM counters of either kind, 56 bytes. The record does not tell which: the platform chooses,
- * mostly by the type. */
+/** PM counters of either kind, 56 bytes. The record does not tell which; the
+ * platform chooses. */
 typedef union vexoPwePmBody {
     vexoPweGenPm generic; /**< generic counters */
     vexoPweAtmPm atm;     /**< ATM counters; the 36 bytes behind them are not written */
@@ -260,10 +265,12 @@ extern "C" {
 /**
  * Creates, modifies or deletes a pseudowire; see @ref pweparams. A delete reads
  * nothing else of @p params. The fields of `service` are chosen by the caller's
- * `pweType`, not by that of the pseudowire as it stands.
+ * `pweType`, not by that of the pseudowire as it stands. A modify of one that is
+ * not provisioned fails.
  *
- * PSN type 4 fails with "Not supported", 5 with "Not implemented"; nothing is
- * written to the platform then.
+ * PSN type 4 fails with "Not supported", 5 with "Not implemented", after the
+ * platform's record (or its defaults) could be read; nothing is written to the
+ * platform then.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId,
                                              vexoResult *result);
@@ -294,14 +301,16 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_set(const unsigned char mac[6], uint32
 VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_get(unsigned char mac[6], uint32_t pwId,
                                               vexoResult *result);
 
-/** Sets the VLAN tagging of a pseudowire. */
+/** Sets the VLAN tagging of a pseudowire; what is not flagged stays, see @ref pweparams. */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId,
                                            vexoResult *result);
 /** Reads the VLAN tagging of a pseudowire; what its mode does not have is 0. */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_get(vexoPweVlan *vlan, uint32_t pwId, vexoResult *result);
 
-/** Sets the encapsulation of a pseudowire. PSN type 4 fails with "Not supported", 5 with "Not
- * implemented". */
+/**
+ * Sets the encapsulation of a pseudowire; what is not flagged stays, see @ref pweparams. PSN type 4
+ * fails with "Not supported", 5 with "Not implemented"; nothing is written then.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
 /**
  * Reads the encapsulation of a pseudowire; what its type does not have is 0.
@@ -318,15 +327,17 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_pdv_get(uint32_t *size, uint32_t pwId, vexoRes
 
 /**
  * Sets the payload size of a TDM pseudowire, in the platform's unit; any other
- * fails with "Bad PWE type". A size of 0 writes the record back unchanged.
+ * fails with "Bad PWE type", and nothing is written. A size of 0 writes the
+ * record back unchanged.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_set(uint32_t size, uint32_t pwId, vexoResult *result);
 /** Reads the payload size of a TDM pseudowire; any other fails with "Bad PWE type". */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_get(uint32_t *size, uint32_t pwId, vexoResult *result);
 
 /**
- * Sets the RTP header of a TDM pseudowire; any other fails with "Bad PWE type".
- * A `mode` other than 1 and 2 leaves RTP on or off as it is.
+ * Sets the RTP header of a TDM pseudowire; any other fails with "Bad PWE type",
+ * and nothing is written. A `mode` other than 1 and 2 leaves RTP on or off as it
+ * is; what is not flagged stays, see @ref pweparams.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
 /**

@@ -3,8 +3,9 @@
  * @brief The enumerations of the interface.
  *
  * 0 is no member of them (vexoModuleState and the actions excepted): it is what
- * a platform value becomes that the library does not know. Where only the
- * platform knows what a value means, the members are numbered.
+ * a platform value becomes that the library does not know, but for the states of
+ * system, upgrade and debugging, which become 1. Where only the platform knows
+ * what a value means, the members are numbered.
  */
 #ifndef VEXO_CMI_VALUES_H
 #define VEXO_CMI_VALUES_H
@@ -81,7 +82,7 @@ VEXO_CMI_ENUM(vexoLpbk){
 
 /**
  * Which PM counters a getter reads: 1 to 3 are the intervals of vexoPmInterval, 4 is
- * one more that is neither reported nor cleared. What they span is the platform's.
+ * one more, which no clear covers. What they span is the platform's.
  */
 VEXO_CMI_ENUM(vexoPmType){
     VEXO_PM_TYPE_1 = 1,

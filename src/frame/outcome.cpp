@@ -78,9 +78,10 @@ COLD bool Outcome::refuseBadType()
     return false;
 }
 
-COLD bool Outcome::refuseBadType(const char *name)
+COLD bool Outcome::refuseBadType(pweType type)
 {
     if (result_) {
+        const char *name = config_pwe_srv_type_to_string(type);
         result_->rc = VEXO_RC_GENERAL;
         // The precision keeps an unterminated name from being read beyond what the message holds.
         snprintf(result_->message, sizeof result_->message, "Bad PWE type '%.127s'",
@@ -93,9 +94,11 @@ COLD bool Outcome::refuseBadType(const char *name)
 
 char *strcpy_n(char *dst, const char *src, unsigned n)
 {
-    if (n > 0) {
-        strncpy(dst, src ? src : "", n - 1);
-        dst[n - 1] = '\0';
-    }
+    if (n == 0)
+        return dst;
+    const size_t length = src ? strnlen(src, n - 1) : 0;
+    if (length > 0)
+        memcpy(dst, src, length);
+    memset(dst + length, 0, n - length);
     return dst;
 }

@@ -56,7 +56,7 @@ class Outcome
     // message, the third puts a name of the platform's between the quotes.
     bool refuse(const char *text);
     bool refuseBadType();
-    bool refuseBadType(const char *name);
+    bool refuseBadType(pweType type);
 
   private:
     static void failConfig(vexoResult *result, kvRc code);

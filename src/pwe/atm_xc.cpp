@@ -44,7 +44,7 @@ void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId,
     if (!outcome.config(config_get_pw(&record, pwId)))
         return;
     if (!pwe::isAtm(record.pweType)) {
-        outcome.refuseBadType(config_pwe_srv_type_to_string(record.pweType));
+        outcome.refuseBadType(record.pweType);
         return;
     }
     const uint32_t used = frame::clamp(record.atmXcCount, PW_ATM_XC_MAX);
