@@ -3,10 +3,11 @@
 #include "notification.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <random>
+#include <thread>
 
-#include <time.h>
 #include <unistd.h>
 
 namespace sim
@@ -43,9 +44,7 @@ bool reportsCode(Function function)
 
 void sleepMs(uint32_t milliseconds)
 {
-    timespec rest{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
-    while (nanosleep(&rest, &rest) != 0) {
-    }
+    std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
 }
 
 const char *nameOf(Function function)

@@ -3,11 +3,15 @@
  * @brief Control of the simulated device, for tests and for `vexoctl sim`.
  *
  * The device lives in the file that the environment variable KV_SIM_DEVICE
- * names when it is first used, shared by all processes that name the same file;
- * without the variable each process has a device of its own, new and in memory.
+ * names when the process first uses it, shared by all processes that name the
+ * same file; without the variable, or with an empty one, each process has a
+ * device of its own, new and in memory. docs/simulated-device.md tells more.
  *
  * Functions that return int give 0 for success and -1 for a failure, which
- * kv_sim_error() describes. All may be called from any thread.
+ * kv_sim_error() describes. Those that return a number give 0 when the device
+ * can't be used; kv_sim_open() tells that apart. All may be called from any
+ * thread and from within the callbacks of the library, though not from a signal
+ * handler.
  */
 #ifndef KV_SIM_H
 #define KV_SIM_H
@@ -29,21 +33,23 @@ enum {
     KV_SIM_INTERVALS = 4,
 };
 
-/** Why the calling thread's last call failed. */
+/** Why the calling thread's latest failed call failed, here or in the platform's functions. */
 KV_SIM_EXPORT const char *kv_sim_error(void);
 
-/** Whether the device can be used; -1 when its file can't. */
+/** Opens the device if that has not been done yet, and makes its file if there is none. -1 when it
+ * can't be used; the file is then as it was. */
 KV_SIM_EXPORT int kv_sim_open(void);
 
-/** Puts the device back into the state in which it was delivered: everything, faults, journal and
- * clock included. */
+/** Puts the device back into the state in which it was delivered: everything, faults, journal, log
+ * and clock included. Hanging calls go on; subscriptions stay, with the events that wait. */
 KV_SIM_EXPORT int kv_sim_reset(void);
 
 /* ---- Faults: what befalls the calls of the platform's functions ---- */
 
 /** What a fault does to the calls that it meets. A call that fails changes nothing. */
 typedef enum kvSimEffect {
-    KV_SIM_CODE,    /**< the call fails with the code `value` */
+    KV_SIM_CODE,    /**< the call fails with the code `value`; GetObjectCount returns it, functions
+                       that    return a text return null, those that return a descriptor -1 */
     KV_SIM_DELAY,   /**< the call takes `value` milliseconds longer */
     KV_SIM_HANG,    /**< the call does not return until the fault is cleared, then goes on */
     KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` */
@@ -51,22 +57,23 @@ typedef enum kvSimEffect {
 
 typedef struct kvSimFault {
     char function[40];  /**< name of the platform function; empty: all that report a code */
-    uint32_t anyObject; /**< not 0: whatever the object */
-    uint32_t object;    /**< number of the object, where not any */
+    uint32_t anyObject; /**< not 0: whatever the object, also when there is none */
+    uint32_t object;    /**< number of the object, where not any: the first of a call's `args` */
     uint32_t skip;      /**< how many calls it lets pass first */
     uint32_t times;     /**< how many calls it meets then; 0: all */
     uint32_t effect;    /**< a kvSimEffect */
     uint32_t value;
 } kvSimFault;
 
-/** Adds a fault. Fails on a function that doesn't exist and when there are too many. */
+/** Adds a fault; a call meets the first that fits it. Fails on a function that doesn't exist and
+ * when there are 32 already. */
 KV_SIM_EXPORT int kv_sim_fault_add(const kvSimFault *fault);
 /** Ends all faults and lets the hanging calls go on. */
 KV_SIM_EXPORT int kv_sim_fault_clear(void);
 /** The fault with this index, from 0, as it stands: skip and times count down. -1 when there are no
  * more. */
 KV_SIM_EXPORT int kv_sim_fault_get(unsigned index, kvSimFault *fault);
-/** How many calls hang now. */
+/** How many calls hang; one whose process was killed counts until the faults are cleared. */
 KV_SIM_EXPORT unsigned kv_sim_hanging(void);
 /** Name of a platform function, by an index from 0; null when there are no more. */
 KV_SIM_EXPORT const char *kv_sim_function(unsigned index);
@@ -80,10 +87,10 @@ typedef struct kvSimCall {
     uint32_t process;
     uint32_t code;       /**< what the call returned */
     uint32_t argCount;   /**< how many of the arguments are scalars */
-    uint32_t args[4];    /**< these, in order; the object, where there is one, among them */
+    uint32_t args[4];    /**< these; the object, where there is one, first */
     uint32_t recordSize; /**< size of the record that the call was given; 0: none */
     uint8_t record[KV_SIM_RECORD_SIZE];
-    const char *function;
+    const char *function; /**< its name, which stays valid */
 } kvSimCall;
 
 /** Number of the latest call; 0: none yet. */
@@ -93,17 +100,22 @@ KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
 
 /* ---- Clock: the device has its own; the host's is never set ---- */
 
-/** Reads the device clock: microseconds since the epoch. */
+/** Reads the device clock: microseconds since the epoch. It begins with the host's time, runs with
+ * it and stops for good at the end of the year 9999. */
 KV_SIM_EXPORT uint64_t kv_sim_clock_get(void);
-/** Sets the device clock. No PM interval ends by it. */
+/** Sets the device clock. The PM intervals that this skips don't end; the next ends are counted
+ * from there. */
 KV_SIM_EXPORT int kv_sim_clock_set(uint64_t microseconds);
-/** Stops the device clock, or lets it run on. */
+/** Stops the device clock (not 0), or lets it run on (0). */
 KV_SIM_EXPORT int kv_sim_clock_stop(int stopped);
+/** 1 when the device clock is stopped, else 0. */
 KV_SIM_EXPORT int kv_sim_clock_stopped(void);
 /**
  * Moves the device clock on. Every PM interval whose end lies in between ends,
- * one after the other, each as soon as the reports of the one before have been
- * taken (or two seconds have passed). -1 when the clock was not moved, or not all the way.
+ * one after the other, each as soon as all subscribers have dealt with the
+ * report of the one before (or two seconds have passed, as they do when called
+ * from within a PM callback). -1 when the clock was not moved, or not all the
+ * way.
  */
 KV_SIM_EXPORT int kv_sim_clock_advance(uint64_t microseconds);
 
@@ -112,36 +124,44 @@ KV_SIM_EXPORT int kv_sim_clock_advance(uint64_t microseconds);
 /** Kind of an object, as the platform's alarm service numbers them. */
 enum { KV_SIM_SYSTEM = 0, KV_SIM_PDH = 1, KV_SIM_GROUP = 2, KV_SIM_PW = 3, KV_SIM_LINK = 34 };
 
-/**
- * Sets the alarm bits that are active on an object and sends an event if they
- * change; @p repeat more times the same event follows, each after @p delayMs.
- */
+/** Sets the alarm bits that are active on an object, and sends an event if that changes them. The
+ * system is number 1. */
 KV_SIM_EXPORT int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits);
 /** Sends an event as it is, whatever the device's state; also of a type that doesn't exist. */
 KV_SIM_EXPORT int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status,
                                     uint32_t delta);
+/** Sends the same event @p count times, each after @p delayMs; returns after the last. */
+KV_SIM_EXPORT int kv_sim_alarm_burst(uint32_t type, uint32_t number, uint32_t status,
+                                     uint32_t delta, uint32_t count, uint32_t delayMs);
 /** The alarm bits that are active on an object. */
 KV_SIM_EXPORT int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits);
 
 /* ---- Counters and PM intervals ---- */
 
-/** Ends a PM interval (1 to 4) now; those of 1 to 3 are reported. */
+/** Ends a PM interval (1 to 4) now; those of 1 to 3 are reported. The clock's next end of it stays.
+ */
 KV_SIM_EXPORT int kv_sim_interval_end(uint32_t interval);
 /** Sends the report notification of an interval code, whatever it is, without ending anything. */
 KV_SIM_EXPORT int kv_sim_interval_send(uint32_t interval);
-/** Sets how long an interval (1 to 3) lasts, in seconds of the device clock; 0: it only ends on
- * command. */
+/** Sets how long an interval (1 to 4) lasts, in seconds of the device clock; 0: it only ends on
+ * command. Delivered: 900, 3600, 86400 and 0. */
 KV_SIM_EXPORT int kv_sim_interval_period(uint32_t interval, uint32_t seconds);
 /**
- * Sets one word of an object's PM counters in the running interval.
+ * Sets one word of an object's PM counters in the running interval. The object
+ * is a port, a group or a pseudowire that exists, or a link.
  * @param word index into the words behind the seven leading ones of the platform's record
  */
 KV_SIM_EXPORT int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word,
                                 uint32_t value);
-/** Sets one OM counter of an object, by its index. */
+/**
+ * Sets one OM counter of an object.
+ * @param counter the system: one of 74 words, of which @p value fills 32 bits;
+ * a pseudowire: 0 to 4, then 2 for each of 20 cross-connects; a group: 0 or 1;
+ * a link: 0 to 7
+ */
 KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value);
-/** How many notifications are waiting to be taken, by all processes, and how many were lost for
- * want of room. */
+/** How many notifications have been sent that subscribers have not dealt with yet, and how many
+ * were lost because one had 4095 waiting. */
 KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
 
 /* ---- Software upgrade ---- */
