@@ -11,7 +11,7 @@ export KV_SIM_DEVICE=$folder/device
 watcher=
 trap '[ -z "$watcher" ] || kill "$watcher" 2>/dev/null; rm -rf "$folder"' EXIT
 
-bold= plain=
+bold='' plain=''
 if [ -t 1 ]; then
     bold=$'\e[1m' plain=$'\e[0m'
 fi
@@ -157,7 +157,7 @@ events() {
     done
     output=$(tail -n +$((seen + 1)) "$folder/events")
     seen=$((seen + $1))
-    sed 's/^/    watch | /' <<<"$output"
+    printf '    watch | %s\n' "${output//$'\n'/$'\n    watch | '}"
     [ "$(wc -l <<<"$output")" -eq "$1" ] || fail "expected $1 more lines of the watch"
 }
 for ((tries = 0; tries < 300; ++tries)); do
