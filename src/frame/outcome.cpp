@@ -64,7 +64,7 @@ COLD bool Outcome::refuse(const char *text)
 {
     if (result_) {
         result_->rc = VEXO_RC_GENERAL;
-        strcpy(result_->message, text);
+        memcpy(result_->message, text, strlen(text) + 1);
     }
     return false;
 }
