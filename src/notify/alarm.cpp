@@ -33,7 +33,7 @@ struct AlarmService {
     static kvRc subscribe() { return alarm_subscribe(0, 0, alarm_notification_handler); }
     static kvRc process() { return alarm_process_notification(); }
     static void unsubscribe() { alarm_unsubscribe(); }
-    static void *body(void *argument) { return thread_alarm_notification_handler(argument); }
+    static constexpr auto &body = thread_alarm_notification_handler;
 
     static constexpr char BODY_NAME[] = "thread_alarm_notification_handler";
     static constexpr char REGISTER_NAME[] = "vexo_cmi_alarm_callback_register";

@@ -39,7 +39,7 @@ struct PmService {
     static kvRc subscribe() { return pmom_subscribe(pm_notification_handler); }
     static kvRc process() { return pmom_process_notification(); }
     static void unsubscribe() { pmom_unsubscribe(); }
-    static void *body(void *argument) { return thread_pm_notification_handler(argument); }
+    static constexpr auto &body = thread_pm_notification_handler;
 
     static constexpr char BODY_NAME[] = "thread_pm_notification_handler";
     static constexpr char REGISTER_NAME[] = "vexo_cmi_pm_callback_register";

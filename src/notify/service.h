@@ -6,6 +6,8 @@
 //   socket, subscribe, process, unsubscribe   the platform's calls
 //   body                                 the thread's function, which runs serve<Service>()
 //   BODY_NAME, REGISTER_NAME, PIPE_FAILURE, THREAD_FAILURE   for the log
+//
+// The stop pipe is open exactly as long as there is a thread to be joined.
 #ifndef NOTIFY_SERVICE_H
 #define NOTIFY_SERVICE_H
 
@@ -54,19 +56,18 @@ template <class Service>
 bool openStopPipe()
 {
     int ends[2];
-    if (pipe(ends) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
-    for (int i = 0; i < 2; ++i) {
-        fcntl(ends[i], F_SETFD, FD_CLOEXEC);
-        Service::stopPipe[i] = moved(ends[i]);
-    }
-    if (Service::stopPipe[1] >= 0 && selectable(Service::stopPipe[0]))
+    Service::stopPipe[0] = moved(ends[0]);
+    Service::stopPipe[1] = moved(ends[1]);
+    if (selectable(Service::stopPipe[0]) && Service::stopPipe[1] >= 0)
         return true;
     closeStopPipe<Service>();
     return false;
 }
 
-// A forked child has the state of its parent's service, but not its thread.
+// A forked child has the state of its parent's service, but not its thread. The inherited pipe is
+// left alone: the child may have closed it along with all else, and use its numbers otherwise.
 template <class Service>
 void forgetAfterFork()
 {
@@ -74,10 +75,12 @@ void forgetAfterFork()
         return;
     Service::owner = getpid();
     Service::thread = 0;
-    if (Service::stopPipe[0] != 0)
-        closeStopPipe<Service>();
+    Service::stopPipe[0] = 0;
+    Service::stopPipe[1] = 0;
 }
 
+// May run on the service's own thread, which can be there before its handle is: so it is the pipe
+// that tells whether the service runs.
 template <class Service>
 void registerCallback(typename Service::Callback callback)
 {
@@ -85,12 +88,13 @@ void registerCallback(typename Service::Callback callback)
     if (!callback)
         return;
     forgetAfterFork<Service>();
-    if (Service::stopPipe[0] == 0 && !openStopPipe<Service>()) {
+    if (Service::stopPipe[0] != 0)
+        return;
+    if (!openStopPipe<Service>()) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::PIPE_FAILURE);
         return;
     }
-    if (Service::thread == 0 &&
-        pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
+    if (pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::THREAD_FAILURE);
         Service::thread = 0;
         closeStopPipe<Service>();
@@ -101,40 +105,54 @@ template <class Service>
 void unregisterCallback()
 {
     forgetAfterFork<Service>();
-    if (Service::thread != 0) {
-        // A byte in an empty pipe always finds room.
-        [[maybe_unused]] const ssize_t written = write(Service::stopPipe[1], &STOP_BYTE, 1);
-        pthread_join(Service::thread, nullptr);
-        Service::thread = 0;
-    }
-    if (Service::stopPipe[0] != 0)
-        closeStopPipe<Service>();
+    if (Service::stopPipe[0] == 0)
+        return;
+    // A byte in an empty pipe always finds room.
+    [[maybe_unused]] const ssize_t written = write(Service::stopPipe[1], &STOP_BYTE, 1);
+    pthread_join(Service::thread, nullptr);
+    Service::thread = 0;
+    closeStopPipe<Service>();
 }
 
-// Hands notifications on until the stop pipe becomes readable.
+struct Ready {
+    int count;
+    bool socket, stop;
+};
+
+// Not inlined, so that its set does not lie on the stack while a report is made.
+[[gnu::noinline]] inline Ready waitFor(int socket, int stop)
+{
+    fd_set ready;
+    FD_ZERO(&ready);
+    FD_SET(stop, &ready);
+    FD_SET(socket, &ready);
+    timeval timeOut{WAIT_SECONDS, 0};
+    const int count =
+        select((stop > socket ? stop : socket) + 1, &ready, nullptr, nullptr, &timeOut);
+    return {count, count > 0 && FD_ISSET(socket, &ready), count > 0 && FD_ISSET(stop, &ready)};
+}
+
+// Hands notifications on until the stop pipe becomes readable. Of two that are ready the
+// notification comes first; after it the stop does, however many more are pending.
 template <class Service>
 void waitForStop(int socket)
 {
     const int stop = Service::stopPipe[0];
+    bool stopping = false;
     for (;;) {
-        fd_set ready;
-        FD_ZERO(&ready);
-        FD_SET(stop, &ready);
-        FD_SET(socket, &ready);
-        timeval timeOut{WAIT_SECONDS, 0};
-        const int count =
-            select((stop > socket ? stop : socket) + 1, &ready, nullptr, nullptr, &timeOut);
-        if (count == 0 || (count < 0 && errno == EINTR))
+        const Ready ready = waitFor(socket, stop);
+        if (ready.count == 0 || (ready.count < 0 && errno == EINTR))
             continue;
-        if (count < 0) {
+        if (ready.count < 0) {
             CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select(): %s", strerror(errno));
             return;
         }
-        if (FD_ISSET(socket, &ready)) {
+        if (ready.socket && !stopping) {
+            stopping = ready.stop;
             if (const kvRc code = Service::process())
                 CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
                            frame::codeText(code));
-        } else if (FD_ISSET(stop, &ready)) {
+        } else if (ready.stop) {
             return;
         } else {
             CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select fail: unknown socket");
@@ -146,14 +164,15 @@ template <class Service>
 void serve()
 {
     const int socket = Service::socket();
-    if (!selectable(socket)) {
-        CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select(): descriptor %d out of range",
-                   socket);
-    } else if (const kvRc code = Service::subscribe()) {
+    if (const kvRc code = Service::subscribe()) {
         CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "CMI fail %s(%d)", frame::codeText(code),
                    static_cast<int>(code));
     } else {
-        waitForStop<Service>(socket);
+        if (selectable(socket))
+            waitForStop<Service>(socket);
+        else
+            CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR,
+                       "select(): descriptor %d is not one of 0 to %d", socket, FD_SETSIZE - 1);
         Service::unsubscribe();
     }
     // By returning, not by pthread_exit(): that one loads a library the first time, and waits for
