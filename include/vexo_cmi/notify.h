@@ -5,31 +5,56 @@
  *
  * There are two services, one for each callback, and they share nothing. A
  * service runs on one thread of the library's own from the first registration
- * of a callback until it is unregistered (or vexo_cmi_fini()).
+ * of a callback until it is unregistered, or until vexo_cmi_fini(), the
+ * unloading of the library or the normal end of the process. The thread
+ * subscribes to the device's events by itself: those from before are not seen.
  *
  * **Thread.** A callback runs on its service's thread, one call at a time;
  * while it runs, that service delivers nothing else. The two callbacks can run
- * at the same time as each other and as the agent's own threads.
+ * at the same time as each other and as the agent's own threads. The thread has
+ * the process's default attributes and the signal mask of the thread that
+ * registered: block there the signals that are not to be handled on it.
  *
- * **Inside a callback.** Every operation may be called, also the registration
- * of the same callback's service (to replace or to mute itself). Not its
- * unregistration and not vexo_cmi_fini(): they wait for the very thread that
- * would call them.
+ * **Inside a callback.** Every operation may be called, and the registration of
+ * either callback: so a callback can replace or mute itself. Not the
+ * unregistration of its own service and not vexo_cmi_fini(): they wait for the
+ * very thread that would call them. The other service can be unregistered,
+ * provided that its callback doesn't do the same. A callback must return: it
+ * must neither throw nor end its thread or the process.
  *
  * **Record.** It lives on the service's stack until the callback returns, and
- * is then used again: copy what is to be kept.
+ * is then used again: copy what is to be kept. It may be written to.
  *
  * **After.** When unregistering has returned, no callback is running and none
- * will come. After registering null or another callback, a call of the old one
- * that had begun may still be running.
+ * will come; events that were not delivered by then are lost. After registering
+ * null or another callback, a call of the old one that had begun may still be
+ * running, and of a PM report the rest still goes to it.
  *
- * **Care.** Register, unregister and vexo_cmi_fini() must not run at the same
- * time as each other, but for registrations while the service is running, which
- * only replace the callback. Nothing is reported when a service can't start or
- * ends by itself: the platform's log tells. It can then be unregistered and
- * registered again. After fork() the child has no service, whatever the parent
- * had, and may register its own; the parent's goes on. A callback must return:
- * it must neither throw nor end its thread.
+ * **At the same time.** Register, unregister and vexo_cmi_fini() take no lock,
+ * and must not run at the same time as each other in two threads. Excepted are
+ * registrations while the service is running: they only replace the callback,
+ * may come from any thread at any time, and each event goes whole to one of the
+ * callbacks.
+ *
+ * **Failure.** Nothing is reported to the caller when a service can't start or
+ * ends by itself: the platform's log tells (module 29, level 3). A service that
+ * could not start is tried anew by the next registration; one that ended by
+ * itself, because the platform refused the subscription or the waiting failed,
+ * must be unregistered first.
+ *
+ * **Descriptors.** A running service has a pipe, none of it under the numbers 0
+ * to 2, and what the platform opens for it; no program that the process starts
+ * inherits the pipe. It waits with select(): where the pipe or the platform's
+ * descriptor is numbered FD_SETSIZE (1024) or more, it does not start and says
+ * so in the log.
+ *
+ * **fork().** The child has no service, whatever the parent had, and may
+ * register its own; its end does not touch the parent's, which goes on.
+ *
+ * **Unloading.** dlclose() and the end of the process wait for a callback in
+ * progress. The thread that calls dlclose() holds the loader's lock meanwhile: a
+ * callback that needs it, for dlopen() for example, waits for ever. To be safe,
+ * unregister before, likewise before the process tears down what a callback uses.
  */
 #ifndef VEXO_CMI_NOTIFY_H
 #define VEXO_CMI_NOTIFY_H
@@ -104,41 +129,47 @@ typedef struct vexoPmNotification {
 extern "C" {
 #endif
 
-/** Takes an alarm event. */
+/** Takes an alarm event, on the alarm service's thread; the record ends with the call. */
 typedef void (*vexoAlarmCallback)(vexoAlarmNotification *alarm);
 
-/** Takes one record of a PM report. */
+/** Takes one record of a PM report, on the PM service's thread; the record ends with the call. */
 typedef void (*vexoPmCallback)(vexoPmNotification *pm);
 
 /**
  * Registers the callback for alarm events and starts the service if it isn't
  * running. While it runs, the callback is only replaced: each event goes to the
- * one registered when it arrives. Null keeps a running service subscribed and
- * drops its events.
+ * one registered when it arrives. Null on a running service keeps it subscribed
+ * and drops its events; on one that isn't running it does nothing.
  *
- * A service that could not be started is tried anew by the next registration;
- * one that ended by itself must be unregistered first.
+ * An object of a type that vexoObjType does not have raises no callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_register(vexoAlarmCallback callback);
 
 /**
  * Stops the alarm service and waits until its thread has ended, after the
- * callback in progress. Harmless when it isn't running.
+ * callback in progress. Harmless when it isn't running. Not from inside the
+ * alarm callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_unregister(void);
 
 /**
  * Registers the callback for PM reports; otherwise as
- * vexo_cmi_alarm_callback_register(). At the end of each interval it is called
- * once for all PDH ports, once for each provisioned pseudowire and once for
- * each IMA group whose counters can be read. A callback that is replaced during
- * a report gets the rest of that report.
+ * vexo_cmi_alarm_callback_register(). At the end of each interval it is called,
+ * in this order, once for all PDH ports, once for each provisioned pseudowire
+ * and once for each IMA group. What can't be read is left out or, of a port or a
+ * link, all 0; the log says so, unless there are just no counters or no such
+ * group. A callback that is replaced during a report gets the rest of it.
+ *
+ * Of more PDH ports than VEXO_PM_PDH_MAX, more links in a group than
+ * VEXO_IMA_LINK_MAX, more than 1024 pseudowires or 65535 groups the first are
+ * reported, and the log says that there are more.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pm_callback_register(vexoPmCallback callback);
 
 /**
  * Stops the PM service and waits until its thread has ended, after the report
- * in progress. Harmless when it isn't running.
+ * in progress, all its calls of the callback included. Harmless when it isn't
+ * running. Not from inside the PM callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pm_callback_unregister(void);
 
