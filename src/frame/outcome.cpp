@@ -83,9 +83,11 @@ COLD bool Outcome::refuseBadType(pweType type)
     if (result_) {
         const char *name = config_pwe_srv_type_to_string(type);
         result_->rc = VEXO_RC_GENERAL;
-        // The precision keeps an unterminated name from being read beyond what the message holds.
-        snprintf(result_->message, sizeof result_->message, "Bad PWE type '%.127s'",
-                 name ? name : "");
+        // The precision keeps an unterminated name from being read beyond what the message holds;
+        // what does not fit of it is cut.
+        if (snprintf(result_->message, sizeof result_->message, "Bad PWE type '%.127s'",
+                     name ? name : "") < 0)
+            result_->message[0] = '\0';
     }
     return false;
 }
