@@ -33,7 +33,13 @@ struct Type {
     uint32_t size;
     std::span<const Member> members; // of an enumeration: those with a name, the first of a value's
     std::span<const Field> fields;   // of a record
+    uint32_t first = 0;              // of an enumeration: its members' values
+    uint32_t last = 0xFFFFFFFF;
+    bool hexadecimal = false; // as a person wants to see it
 };
+
+// Alarm bits and the like.
+extern const Type HEXADECIMAL;
 
 // Written into what an operation may leave alone, to see whether it did.
 constexpr uint32_t UNTOUCHED = 0xFFFFFFFF;
@@ -43,8 +49,10 @@ struct Options {
     const char *flag = nullptr;  // the word that says whether the field counts
     bool optional = false;       // may be left UNTOUCHED by the operation
     const char *count = nullptr; // the field that says how many elements count
-    // Whether the field is there, by the record that it is in.
+    // Whether the field is there, by the record that it is in; and the field that this depends on,
+    // where it is one.
     bool (*when)(const void *record) = nullptr;
+    const char *by = nullptr;
     // The largest number, or the longest text, that isn't cut; by the record that it is in.
     uint32_t (*limit)(const void *record) = nullptr;
     const Type *type = nullptr; // in place of that of the member
@@ -67,7 +75,7 @@ struct Argument {
     uint32_t limit = 0xFFFFFFFF;     // the largest number, or the longest text, that isn't cut
     bool optional = false;           // 0 when it isn't given
 
-    // Deduced from the operation's signature.
+    // Deduced from the operation's signature, the type where it isn't given.
     const Type *type = nullptr;
     Direction direction = Direction::in;
     bool isArray() const { return count > 1; }
@@ -132,7 +140,8 @@ struct Row<function, void (*)(Arguments...)> {
         const Direction directions[] = {directionOf<Arguments>()...};
         arguments.resize(count);
         for (size_t i = 0; i < count; ++i) {
-            arguments[i].type = types[i];
+            if (!arguments[i].type)
+                arguments[i].type = types[i];
             arguments[i].direction = directions[i];
         }
         return {name, std::move(arguments), call};

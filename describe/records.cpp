@@ -61,12 +61,12 @@ Field field(const char *name, size_t offset, Options options = {})
 
 } // namespace
 
-#define ENUMERATION(T, ...)                                                                        \
+#define ENUMERATION(T, first, last, ...)                                                           \
     template <>                                                                                    \
     const Type &typeOf<T>()                                                                        \
     {                                                                                              \
         static const std::initializer_list<Member> members{__VA_ARGS__};                           \
-        static const Type type{Kind::enumeration, #T, sizeof(T), members, {}};                     \
+        static const Type type{Kind::enumeration, #T, sizeof(T), members, {}, first, last};        \
         return type;                                                                               \
     }
 
@@ -90,12 +90,20 @@ Field field(const char *name, size_t offset, Options options = {})
     }
 #define FLAGGED(member, ...)                                                                       \
     F(member, .flag = #member "Valid" __VA_OPT__(, ) __VA_ARGS__), F(member##Valid, .hidden = true)
-// A condition on the record that the field is in.
+// A condition on the record that the field is in, by the field that it depends on.
+#define WHEN_BY(field, condition) WHEN(condition), .by = #field
 #define WHEN(condition)                                                                            \
     .when = [](const void *record) {                                                               \
         const Record &r = *static_cast<const Record *>(record);                                    \
         return condition;                                                                          \
     }
+
+const Type HEXADECIMAL{.kind = Kind::word,
+                       .name = "number",
+                       .size = sizeof(uint32_t),
+                       .members = {},
+                       .fields = {},
+                       .hexadecimal = true};
 
 template <>
 const Type &typeOf<uint32_t>()
@@ -126,41 +134,43 @@ const Type &typeOf<vexoResult>()
     return none;
 }
 
-ENUMERATION(vexoTdmMode)
-ENUMERATION(vexoModuleState)
-ENUMERATION(vexoOperState)
-ENUMERATION(vexoAdminStatus)
-ENUMERATION(vexoPdhFrameMode)
-ENUMERATION(vexoPdhCode)
-ENUMERATION(vexoPdhNiuMode)
-ENUMERATION(vexoPdhSyncMode)
-ENUMERATION(vexoLpbk)
-ENUMERATION(vexoPmType)
-ENUMERATION(vexoPmInterval)
-ENUMERATION(vexoVlanMode, {VEXO_VLAN_MODE_UNTAGGED, "untagged"}, {VEXO_VLAN_MODE_DOUBLE, "double"})
-ENUMERATION(vexoPweUdpMode)
-ENUMERATION(vexoPweType, {VEXO_PWE_TYPE_TDM_1, "tdm-1"}, {VEXO_PWE_TYPE_TDM_2, "tdm-2"},
+ENUMERATION(vexoTdmMode, 1, 3)
+ENUMERATION(vexoModuleState, 0, 5)
+ENUMERATION(vexoOperState, 1, 5)
+ENUMERATION(vexoAdminStatus, 1, 3)
+ENUMERATION(vexoPdhFrameMode, 1, 6)
+ENUMERATION(vexoPdhCode, 1, 4)
+ENUMERATION(vexoPdhNiuMode, 1, 4)
+ENUMERATION(vexoPdhSyncMode, 1, 5)
+ENUMERATION(vexoLpbk, 1, 4)
+ENUMERATION(vexoPmType, 1, 4)
+ENUMERATION(vexoPmInterval, 1, 3)
+ENUMERATION(vexoVlanMode, 1, 4, {VEXO_VLAN_MODE_UNTAGGED, "untagged"},
+            {VEXO_VLAN_MODE_DOUBLE, "double"})
+ENUMERATION(vexoPweUdpMode, 1, 3)
+ENUMERATION(vexoPweType, 1, 5, {VEXO_PWE_TYPE_TDM_1, "tdm-1"}, {VEXO_PWE_TYPE_TDM_2, "tdm-2"},
             {VEXO_PWE_TYPE_ATM_3, "atm-3"}, {VEXO_PWE_TYPE_ATM_4, "atm-4"})
-ENUMERATION(vexoPwePsnType)
+ENUMERATION(vexoPwePsnType, 1, 5)
 // What a pseudowire was read as can be given back: it is to stay.
-ENUMERATION(vexoPweAction, {VEXO_PWE_ACTION_MODIFY, "modify"}, {VEXO_PWE_ACTION_DELETE, "delete"},
-            {VEXO_PWE_ACTION_CREATE, "create"}, {VEXO_PWE_ACTION_MODIFY, "provisioned"})
-ENUMERATION(vexoPweRtpMode, {VEXO_PWE_RTP_OFF, "off"}, {VEXO_PWE_RTP_ON, "on"})
-ENUMERATION(vexoAtmMode)
-ENUMERATION(vexoAtmType)
-ENUMERATION(vexoAtmClpMode)
-ENUMERATION(vexoPweAtmXcType)
-ENUMERATION(vexoImaAction, {VEXO_IMA_ACTION_MODIFY, "modify"}, {VEXO_IMA_ACTION_DELETE, "delete"},
-            {VEXO_IMA_ACTION_CREATE, "create"})
-ENUMERATION(vexoImaType, {VEXO_IMA_TYPE_GROUP, "group"}, {VEXO_IMA_TYPE_LINK, "link"})
-ENUMERATION(vexoObjType, {VEXO_OBJ_TYPE_SYSTEM, "system"}, {VEXO_OBJ_TYPE_PDH, "pdh"},
+ENUMERATION(vexoPweAction, 0, 2, {VEXO_PWE_ACTION_MODIFY, "modify"},
+            {VEXO_PWE_ACTION_DELETE, "delete"}, {VEXO_PWE_ACTION_CREATE, "create"},
+            {VEXO_PWE_ACTION_MODIFY, "provisioned"})
+ENUMERATION(vexoPweRtpMode, 1, 2, {VEXO_PWE_RTP_OFF, "off"}, {VEXO_PWE_RTP_ON, "on"})
+ENUMERATION(vexoAtmMode, 1, 2)
+ENUMERATION(vexoAtmType, 1, 2)
+ENUMERATION(vexoAtmClpMode, 1, 4)
+ENUMERATION(vexoPweAtmXcType, 1, 3)
+ENUMERATION(vexoImaAction, 0, 2, {VEXO_IMA_ACTION_MODIFY, "modify"},
+            {VEXO_IMA_ACTION_DELETE, "delete"}, {VEXO_IMA_ACTION_CREATE, "create"})
+ENUMERATION(vexoImaType, 1, 2, {VEXO_IMA_TYPE_GROUP, "group"}, {VEXO_IMA_TYPE_LINK, "link"})
+ENUMERATION(vexoObjType, 1, 4, {VEXO_OBJ_TYPE_SYSTEM, "system"}, {VEXO_OBJ_TYPE_PDH, "pdh"},
             {VEXO_OBJ_TYPE_PWE, "pwe"}, {VEXO_OBJ_TYPE_IMA, "ima"})
-ENUMERATION(vexoAlarmMode)
-ENUMERATION(vexoNetQuality)
-ENUMERATION(vexoUpgradeMode)
-ENUMERATION(vexoUpgradeState)
-ENUMERATION(vexoDebugState)
-ENUMERATION(vexoLinkFlag, {VEXO_LINK_FLAG_CLEAR, "clear"}, {VEXO_LINK_FLAG_SET, "set"})
+ENUMERATION(vexoAlarmMode, 1, 2)
+ENUMERATION(vexoNetQuality, 1, 2)
+ENUMERATION(vexoUpgradeMode, 1, 2)
+ENUMERATION(vexoUpgradeState, 1, 6)
+ENUMERATION(vexoDebugState, 1, 3)
+ENUMERATION(vexoLinkFlag, 1, 2, {VEXO_LINK_FLAG_CLEAR, "clear"}, {VEXO_LINK_FLAG_SET, "set"})
 
 RECORD(vexoSwVersion, F(text))
 RECORD(vexoSysInventory, F(text1), F(text2), F(text3), F(text4), F(text5), F(numberHigh),
@@ -204,14 +214,23 @@ RECORD(vexoPdhPm, F(pmType), F(lineCounters, .hidden = true),
                 WHEN(r.lineCounters[PDH_FLAG_0] > 1 && r.lineCounters[PDH_FLAG_1] <= 1)),
        F(commonCounters))
 
-RECORD(vexoPweVlan, F(mode), FLAGGED(outerVlanId, LIMIT(0xFFFF)),
-       FLAGGED(outerPriority, LIMIT(0xFF)), FLAGGED(vlanId, LIMIT(0xFFFF)),
-       FLAGGED(priority, LIMIT(0xFF)))
-RECORD(vexoPwePsn, F(psnType), F(udpMode, WHEN(r.psnType == VEXO_PWE_PSN_TYPE_3)), FLAGGED(param1),
-       FLAGGED(param2),
-       FLAGGED(param3, LIMIT(r.psnType == VEXO_PWE_PSN_TYPE_1 ? 0xFF : 0xFFFFFFFF)),
-       F(param4, .flag = "param4Valid", WHEN(r.psnType != VEXO_PWE_PSN_TYPE_3), LIMIT(0xFF)),
-       F(param4Valid, .hidden = true), F(reserved, .hidden = true))
+#define TAG WHEN_BY(mode, r.mode != VEXO_VLAN_MODE_UNTAGGED)
+#define DOUBLE_TAG WHEN_BY(mode, r.mode == VEXO_VLAN_MODE_DOUBLE)
+RECORD(vexoPweVlan, F(mode), FLAGGED(outerVlanId, DOUBLE_TAG, LIMIT(0xFFFF)),
+       FLAGGED(outerPriority, DOUBLE_TAG, LIMIT(0xFF)), FLAGGED(vlanId, TAG, LIMIT(0xFFFF)),
+       FLAGGED(priority, TAG, LIMIT(0xFF)))
+
+// By the type of the encapsulation, as far as a type has parameters.
+#define PSN_1 WHEN_BY(psnType, r.psnType == VEXO_PWE_PSN_TYPE_1)
+#define PSN_3 WHEN_BY(psnType, r.psnType == VEXO_PWE_PSN_TYPE_3)
+#define PSN_1_3                                                                                    \
+    WHEN_BY(psnType, r.psnType == VEXO_PWE_PSN_TYPE_1 || r.psnType == VEXO_PWE_PSN_TYPE_3)
+#define PSN_1_2_3                                                                                  \
+    WHEN_BY(psnType, r.psnType >= VEXO_PWE_PSN_TYPE_1 && r.psnType <= VEXO_PWE_PSN_TYPE_3)
+RECORD(vexoPwePsn, F(psnType), F(udpMode, PSN_3), FLAGGED(param1, PSN_1_2_3),
+       FLAGGED(param2, PSN_1_2_3),
+       FLAGGED(param3, PSN_1_3, LIMIT(r.psnType == VEXO_PWE_PSN_TYPE_1 ? 0xFF : 0xFFFFFFFF)),
+       FLAGGED(param4, PSN_1, LIMIT(0xFF)), F(reserved, .hidden = true))
 RECORD(vexoPweRtp, F(mode), FLAGGED(payloadType, LIMIT(0xFF)), FLAGGED(ssrc),
        F(reserved, .hidden = true))
 RECORD(vexoPweServiceT1, F(circuit), F(jitterBufferSize), F(payloadSize), F(rtp),
@@ -224,12 +243,12 @@ RECORD(vexoPweServiceA, F(circuit), F(payloadSize), F(serviceOption), F(serviceF
 
 #define SERVICE                                                                                    \
     field<vexoPweServiceT1>("t1", offsetof(Record, service),                                       \
-                            Options{WHEN(r.pweType == VEXO_PWE_TYPE_TDM_1)}),                      \
+                            Options{WHEN_BY(pweType, r.pweType == VEXO_PWE_TYPE_TDM_1)}),          \
         field<vexoPweServiceT2>("t2", offsetof(Record, service),                                   \
-                                Options{WHEN(r.pweType == VEXO_PWE_TYPE_TDM_2)}),                  \
-        field<vexoPweServiceA>(                                                                    \
-            "a", offsetof(Record, service),                                                        \
-            Options{WHEN(r.pweType == VEXO_PWE_TYPE_ATM_3 || r.pweType == VEXO_PWE_TYPE_ATM_4)})
+                                Options{WHEN_BY(pweType, r.pweType == VEXO_PWE_TYPE_TDM_2)}),      \
+        field<vexoPweServiceA>("a", offsetof(Record, service),                                     \
+                               Options{WHEN_BY(pweType, r.pweType == VEXO_PWE_TYPE_ATM_3 ||        \
+                                                            r.pweType == VEXO_PWE_TYPE_ATM_4)})
 
 RECORD(vexoPweParams, F(pweType), F(pweAction), F(adminStatus), F(dstMac),
        F(reserved, .hidden = true), F(vlan), F(psn), SERVICE)
@@ -241,7 +260,9 @@ const Type &provisioning()
 {
     static constexpr Member members[] = {{VEXO_PWE_ACTION_DELETE, "not-provisioned"},
                                          {VEXO_PWE_ACTION_CREATE, "provisioned"}};
-    static const Type type{Kind::enumeration, "vexoPweAction", sizeof(vexoPweAction), members, {}};
+    static const Type type{
+        Kind::enumeration,      "vexoPweAction",       sizeof(vexoPweAction), members, {},
+        VEXO_PWE_ACTION_DELETE, VEXO_PWE_ACTION_CREATE};
     return type;
 }
 
@@ -281,10 +302,10 @@ bool isAtm(vexoPweType type)
 RECORD(vexoPweOmEntry, F(words), F(counters))
 RECORD(vexoPweOm, F(pweType),
        field<uint32_t[2]>("tdmCounters", offsetof(Record, counters),
-                          Options{WHEN(isTdm(r.pweType))}),
+                          Options{WHEN_BY(pweType, isTdm(r.pweType))}),
        field<uint32_t[4]>("atmCounters", offsetof(Record, counters),
-                          Options{WHEN(isAtm(r.pweType))}),
-       F(entries, WHEN(isAtm(r.pweType))))
+                          Options{WHEN_BY(pweType, isAtm(r.pweType))}),
+       F(entries, WHEN_BY(pweType, isAtm(r.pweType))))
 
 RECORD(vexoImaGroupSet, F(imaAction), F(groupParam1), F(groupParam2), F(groupParam3))
 RECORD(vexoImaGroupState, F(words))
@@ -302,18 +323,23 @@ RECORD(vexoUpgradeInfo, F(mode), F(fileName, LIMIT(64)), F(state))
 RECORD(vexoDebugInfo, F(state), F(info))
 RECORD(vexoTpgmStatus, F(words))
 
-RECORD(vexoAlarmObject, F(objId), F(status), F(delta))
-RECORD(vexoAlarmIma, F(imaType), F(groupId), F(linkId), F(status), F(delta))
-RECORD(vexoAlarmNotification, F(objType), F(object, WHEN(r.objType != VEXO_OBJ_TYPE_IMA)),
-       F(ima, WHEN(r.objType == VEXO_OBJ_TYPE_IMA)))
+RECORD(vexoAlarmObject, F(objId), F(status, .type = &HEXADECIMAL), F(delta, .type = &HEXADECIMAL))
+RECORD(vexoAlarmIma, F(imaType), F(groupId), F(linkId), F(status, .type = &HEXADECIMAL),
+       F(delta, .type = &HEXADECIMAL))
+RECORD(vexoAlarmNotification, F(objType),
+       F(object, WHEN_BY(objType, r.objType != VEXO_OBJ_TYPE_IMA)),
+       F(ima, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_IMA)))
 
 // In a report the type tells which body it is: the record has been used before.
 RECORD(vexoPmPwe, F(pweType), F(interval), F(pwId),
-       field<vexoPweGenPm>("generic", offsetof(Record, body), Options{WHEN(!isAtm(r.pweType))}),
-       field<vexoPweAtmPm>("atm", offsetof(Record, body), Options{WHEN(isAtm(r.pweType))}))
+       field<vexoPweGenPm>("generic", offsetof(Record, body),
+                           Options{WHEN_BY(pweType, !isAtm(r.pweType))}),
+       field<vexoPweAtmPm>("atm", offsetof(Record, body),
+                           Options{WHEN_BY(pweType, isAtm(r.pweType))}))
 RECORD(vexoPmIma, F(interval), F(groupId), F(group))
-RECORD(vexoPmNotification, F(objType), F(pdh, WHEN(r.objType == VEXO_OBJ_TYPE_PDH)),
-       F(pwe, WHEN(r.objType == VEXO_OBJ_TYPE_PWE)), F(ima, WHEN(r.objType == VEXO_OBJ_TYPE_IMA)))
+RECORD(vexoPmNotification, F(objType), F(pdh, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_PDH)),
+       F(pwe, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_PWE)),
+       F(ima, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_IMA)))
 
 std::span<const Type *const> records()
 {

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 
 namespace vexoctl
 {
@@ -13,36 +12,69 @@ namespace vexoctl
 using describe::Argument;
 using describe::Direction;
 using describe::Kind;
+using describe::Operation;
 
 namespace
 {
 
 constexpr std::string_view PREFIX = "vexo_cmi_";
 
+std::string readWhole(const std::string &what, const std::string &file)
+{
+    constexpr size_t LONGEST = 1 << 20;
+    std::ifstream opened;
+    errno = 0;
+    if (file != "-")
+        opened.open(file);
+    std::istream &stream = file == "-" ? std::cin : opened;
+    std::string text(LONGEST, '\0');
+    if (stream)
+        stream.read(text.data(), LONGEST);
+    if (!stream && !stream.eof())
+        throw UsageError(what + ": cannot read " + file + ": " + strerror(errno));
+    if (!stream.eof())
+        throw UsageError(what + ": " + file + " is longer than any record");
+    text.resize(static_cast<size_t>(stream.gcount()));
+    return text;
+}
+
+size_t indexOf(const Operation &operation, std::string_view name)
+{
+    const auto &arguments = operation.arguments;
+    const auto found =
+        std::find_if(arguments.begin(), arguments.end(), [&](const Argument &argument) {
+            return name == argument.name && argument.direction == Direction::in;
+        });
+    return static_cast<size_t>(found - arguments.begin());
+}
+
+size_t givenRecord(const Operation &operation)
+{
+    const auto &arguments = operation.arguments;
+    const auto found = std::find_if(arguments.begin(), arguments.end(), isGivenRecord);
+    return static_cast<size_t>(found - arguments.begin());
+}
+
+} // namespace
+
 bool isGivenRecord(const Argument &argument)
 {
     return argument.direction == Direction::in && argument.type->kind == Kind::record;
 }
 
-Json readDocument(const std::string &what, const std::string &file)
+std::vector<Assignable> assignable(const Operation &operation)
 {
-    std::ifstream stream;
-    if (file != "-") {
-        stream.open(file);
-        if (!stream)
-            throw UsageError(what + ": cannot read " + file + ": " + strerror(errno));
+    std::vector<Assignable> all;
+    for (const Argument &argument : operation.arguments) {
+        if (argument.direction == Direction::out)
+            continue;
+        all.push_back({argument.name, argument.type});
+        if (isGivenRecord(argument))
+            for (const Leaf &leaf : leaves(*argument.type))
+                all.push_back({leaf.path, leaf.field->type});
     }
-    std::istream &from = file == "-" ? std::cin : stream;
-    const std::string text{std::istreambuf_iterator<char>{from}, {}};
-    try {
-        return Json::parse(text);
-    } catch (const Json::exception &error) {
-        throw UsageError(what + ": " + (file == "-" ? "standard input" : file) +
-                         " is not a JSON document: " + error.what());
-    }
+    return all;
 }
-
-} // namespace
 
 std::string spoken(const std::string &operation)
 {
@@ -56,7 +88,7 @@ std::string spoken(const std::string &operation)
     return words;
 }
 
-Invocation::Invocation(const describe::Operation &operation)
+Invocation::Invocation(const Operation &operation, const Names &assignments)
     : operation_{operation}, storage_(operation.arguments.size())
 {
     for (size_t i = 0; i < storage_.size(); ++i) {
@@ -65,104 +97,104 @@ Invocation::Invocation(const describe::Operation &operation)
         const bool filled = argument.direction == Direction::out;
         storage_[i].words.assign(words, filled ? describe::UNTOUCHED : 0);
     }
-}
 
-std::vector<std::string> Invocation::names(const describe::Operation &operation)
-{
-    std::vector<std::string> names;
-    for (const Argument &argument : operation.arguments) {
-        if (argument.direction == Direction::out)
-            continue;
-        names.emplace_back(argument.name);
+    std::vector<Assignment> all;
+    for (const std::string &word : assignments) {
+        Assignment next = split(word);
+        for (const Assignment &other : all)
+            if (other.index == next.index && other.path == next.path)
+                throw UsageError(word.substr(0, word.find('=')) + ": given twice");
+        all.push_back(std::move(next));
+    }
+    std::stable_partition(all.begin(), all.end(),
+                          [](const Assignment &one) { return one.path.empty(); });
+    std::set<size_t> given;
+    for (const Assignment &assignment : all) {
+        assign(assignment);
+        given.insert(assignment.index);
+    }
+    for (size_t i = 0; i < storage_.size(); ++i) {
+        const Argument &argument = operation.arguments[i];
+        if (argument.direction == Direction::in && !argument.optional && !given.contains(i))
+            throw UsageError(spoken(operation.name) + ": " + argument.name + " is missing" +
+                             (isGivenRecord(argument)
+                                  ? ": set its fields, or name a JSON document as in " +
+                                        std::string{argument.name} + "=@FILE"
+                                  : ""));
         if (isGivenRecord(argument))
-            for (const std::string &path : fieldPaths(*argument.type))
-                names.push_back(path);
+            check(*argument.type, given_, storage_[i].bytes());
     }
-    return names;
 }
 
-size_t Invocation::indexOf(std::string_view name) const
+Invocation::Assignment Invocation::split(const std::string &word) const
 {
-    size_t index = 0;
-    for (const Argument &argument : operation_.arguments) {
-        if (name == argument.name && argument.direction == Direction::in)
-            break;
-        ++index;
+    const size_t sign = word.find('=');
+    if (sign == std::string::npos || sign == 0)
+        throw UsageError(spoken(operation_.name) + ": expected name=value, not '" + word + "'");
+    const std::string name = word.substr(0, sign);
+    const std::string value = word.substr(sign + 1);
+    const size_t index = indexOf(operation_, name);
+    if (index < storage_.size())
+        return {index, "", value};
+    const size_t record = givenRecord(operation_);
+    if (record == storage_.size()) {
+        Names names;
+        for (const Assignable &other : assignable(operation_))
+            names.push_back(other.name);
+        throw UsageError(spoken(operation_.name) + " has no argument '" + name + "'" +
+                         hint(name, names));
     }
-    return index;
+    const std::string qualifier = std::string{operation_.arguments[record].name} + ".";
+    return {record, name.starts_with(qualifier) ? name.substr(qualifier.size()) : name, value};
 }
 
-void Invocation::load(size_t index, const std::string &file)
+void Invocation::load(size_t index, const std::string &value)
 {
     const Argument &argument = operation_.arguments[index];
-    Json json = readDocument(argument.name, file);
+    const bool isFile = value.starts_with('@');
+    Json json = readJson(argument.name, isFile ? readWhole(argument.name, value.substr(1)) : value);
     // What a getter printed holds the record under the name of the getter's argument.
     const bool printed = json.is_object() && json.contains("operation");
     if (printed) {
         const auto record = std::find_if(json.begin(), json.end(),
                                          [](const Json &element) { return element.is_object(); });
         if (record == json.end())
-            throw UsageError(std::string{argument.name} + ": " + file + " holds no record");
+            throw UsageError(std::string{argument.name} + ": the JSON document holds no record");
         json = Json(*record);
     }
-    fromJson(*argument.type, argument.name, json, printed, storage_[index].bytes());
+    fromJson(*argument.type, json, printed, storage_[index].bytes(), given_);
 }
 
-void Invocation::setArgument(size_t index, const std::string &value)
+void Invocation::assign(const Assignment &assignment)
 {
+    const auto &[index, path, value] = assignment;
     const Argument &argument = operation_.arguments[index];
-    if (argument.type->kind == Kind::record && value.starts_with('@')) {
-        load(index, value.substr(1));
+    Storage &storage = storage_[index];
+    if (!path.empty()) {
+        setField(*argument.type, path, value, storage.bytes());
+        given_.insert(path);
+    } else if (argument.type->kind == Kind::record &&
+               (value.starts_with('@') || value.starts_with('{'))) {
+        load(index, value);
     } else if (argument.type->kind == Kind::text) {
         if (value.size() > argument.limit)
             throw UsageError(std::string{argument.name} + ": " + std::to_string(value.size()) +
                              " characters, at most " + std::to_string(argument.limit) +
                              " are used");
-        storage_[index].text = value;
+        storage.text = value;
     } else {
-        parse(*argument.type, argument.name, value, storage_[index].bytes());
-        if (argument.type->kind == Kind::word && storage_[index].words[0] > argument.limit)
+        parse(*argument.type, argument.name, value, storage.bytes());
+        if (argument.type->kind == Kind::word && storage.words[0] > argument.limit)
             throw UsageError(std::string{argument.name} + ": expected a number from 0 to " +
                              std::to_string(argument.limit) + ", not " + value);
     }
 }
 
-void Invocation::set(const std::string &assignment)
-{
-    const size_t sign = assignment.find('=');
-    if (sign == std::string::npos || sign == 0)
-        throw UsageError("expected name=value, not '" + assignment + "'");
-    std::string name = assignment.substr(0, sign);
-    const std::string value = assignment.substr(sign + 1);
-    const size_t index = indexOf(name);
-    if (index < storage_.size()) {
-        setArgument(index, value);
-        given_.insert(name);
-        return;
-    }
-    const auto record =
-        std::find_if(operation_.arguments.begin(), operation_.arguments.end(), isGivenRecord);
-    if (record == operation_.arguments.end())
-        throw UsageError(spoken(operation_.name) + " has no argument '" + name + "'" +
-                         hint(name, names(operation_)));
-    given_.insert(record->name);
-    const std::string qualifier = std::string{record->name} + ".";
-    if (name.starts_with(qualifier))
-        name.erase(0, qualifier.size());
-    const auto position = static_cast<size_t>(record - operation_.arguments.begin());
-    setField(*record->type, name, value, storage_[position].bytes());
-}
-
-const vexoResult &Invocation::run()
+const vexoResult &Invocation::call()
 {
     std::vector<void *> arguments;
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation_.arguments[i];
-        if (argument.direction == Direction::in && !argument.optional &&
-            !given_.contains(argument.name))
-            throw UsageError(spoken(operation_.name) + ": " + argument.name + " is missing");
-        if (isGivenRecord(argument))
-            checkLimits(*argument.type, "", storage_[i].bytes());
         const bool isText =
             argument.type->kind == Kind::text && argument.direction == Direction::in;
         arguments.push_back(isText ? storage_[i].text.data() : storage_[i].bytes());
@@ -180,7 +212,7 @@ uint32_t Invocation::countOf(const Argument &argument) const
     return argument.count;
 }
 
-Json Invocation::outputs() const
+Json Invocation::outputs(Style style) const
 {
     Json json = Json::object();
     for (size_t i = 0; i < storage_.size() && result_.rc == VEXO_RC_OK; ++i) {
@@ -188,8 +220,9 @@ Json Invocation::outputs() const
         if (argument.direction == Direction::in)
             continue;
         const void *bytes = storage_[i].bytes();
-        json[argument.name] = argument.isArray() ? toJson(*argument.type, bytes, countOf(argument))
-                                                 : toJson(*argument.type, bytes);
+        json[argument.name] = argument.isArray()
+                                  ? toJson(*argument.type, bytes, countOf(argument), style)
+                                  : toJson(*argument.type, bytes, style);
     }
     return json;
 }

@@ -4,28 +4,22 @@
 
 #include "value.h"
 
-#include <set>
-
 namespace vexoctl
 {
 
 class Invocation
 {
   public:
-    explicit Invocation(const describe::Operation &operation);
+    // Takes "name=value" words: of arguments, or of fields of the record that the operation is
+    // given. "record=@FILE" takes the record from a JSON document, "record=@-" from standard
+    // input, "record={...}" from the word itself; single fields win over it. Throws UsageError when
+    // a word is wrong or something is missing.
+    Invocation(const describe::Operation &operation, const Names &assignments);
     Invocation(const Invocation &) = delete;
 
-    // Takes "name=value": of an argument, or of a field of the record that the operation is given.
-    // "record=@FILE" takes the record from a JSON document, "record=@-" from standard input.
-    void set(const std::string &assignment);
-    // What may stand before the '='.
-    static std::vector<std::string> names(const describe::Operation &operation);
-
-    // Calls the operation. Throws UsageError, without calling, when something is missing.
-    const vexoResult &run();
-    const vexoResult &result() const { return result_; }
+    const vexoResult &call();
     // The outputs by their names; none after a failure.
-    Json outputs() const;
+    Json outputs(Style style) const;
 
   private:
     struct Storage {
@@ -34,17 +28,31 @@ class Invocation
         void *bytes() { return words.data(); }
         const void *bytes() const { return words.data(); }
     };
+    struct Assignment {
+        size_t index;     // of the argument
+        std::string path; // of the field in it; empty: the argument itself
+        std::string value;
+    };
 
-    size_t indexOf(std::string_view name) const;
-    void load(size_t index, const std::string &file);
-    void setArgument(size_t index, const std::string &value);
+    Assignment split(const std::string &word) const;
+    void assign(const Assignment &assignment);
+    void load(size_t index, const std::string &value);
     uint32_t countOf(const describe::Argument &argument) const;
 
     const describe::Operation &operation_;
     std::vector<Storage> storage_;
-    std::set<std::string> given_;
+    Paths given_; // fields of the record
     vexoResult result_{};
 };
+
+bool isGivenRecord(const describe::Argument &argument);
+
+// What may stand before the '=', and what is expected behind it.
+struct Assignable {
+    std::string name;
+    const describe::Type *type;
+};
+std::vector<Assignable> assignable(const describe::Operation &operation);
 
 // "pwe params set" for vexo_cmi_pwe_params_set.
 std::string spoken(const std::string &operation);

@@ -4,11 +4,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace vexoctl;
@@ -22,63 +25,91 @@ int gorvGetVersion(char *buffer, int size)
 namespace
 {
 
+// A standard descriptor that is closed would be given to the device's file, which then would take
+// what is printed.
+void occupyStandardDescriptors()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(descriptor, F_GETFD) == -1)
+            open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 Status runScript(Session &session, const std::string &file)
 {
     session.setCompact(true);
     if (file == "-")
         return session.script(std::cin);
     std::ifstream stream{file};
-    if (!stream) {
-        std::cerr << "vexoctl: cannot read " << file << ": " << strerror(errno) << std::endl;
-        return USAGE;
-    }
+    if (!stream)
+        return session.refuse("cannot read " + file + ": " + strerror(errno));
     return session.script(stream);
+}
+
+Status run(Session &session, const std::string &device, const std::string &script,
+           const Words &words)
+{
+    try {
+        if (!device.empty())
+            useDevice(device);
+    } catch (const UsageError &error) {
+        return session.refuse(error.what());
+    }
+    if (!words.empty() && !script.empty())
+        return session.refuse("either a command or --script, not both");
+    if (!words.empty())
+        return session.execute(words);
+    if (!script.empty())
+        return runScript(session, script);
+    return isatty(STDIN_FILENO) ? session.prompt() : runScript(session, "-");
+}
+
+// The operation that --help stands behind.
+Status helpWith(Session &session, Words words)
+{
+    std::erase_if(words, [](const std::string &word) {
+        return word.starts_with('-') || word.find('=') != std::string::npos;
+    });
+    words.insert(words.begin(), "help");
+    return session.execute(words);
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
+    occupyStandardDescriptors();
     CLI::App app{
         "Looks into a TDM-over-packet gateway, and configures it, through the CMI library.\n"
-        "Without a command it takes commands from standard input, with a prompt on a "
-        "terminal.\nExit status: 0 success, 1 the operation failed, 2 the command is wrong.",
+        "Without a command it takes commands from standard input, with a prompt on a terminal.\n"
+        "Exit status: 0 success, 1 the operation failed, 2 the command is wrong.",
         "vexoctl"};
     bool json = false;
     std::string device;
-    std::string scriptFile;
+    std::string script;
     app.add_flag("--json", json, "Print one JSON document per command");
     app.add_option("--device", device, "File of the simulated device")->type_name("FILE");
-    app.add_option("--script", scriptFile, "Run the commands of a file ('-': standard input)")
+    app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
     app.set_version_flag("--version", "vexoctl " VEXO_CMI_VERSION);
-    app.set_help_flag("--help", "Print this and the commands");
+    app.set_help_flag("--help", "Print this or, behind a command, what it does and takes");
     app.footer("Commands ('help' tells more):\n"
                "  AREA OBJECT VERB name=value ...   one operation of the library\n"
                "  list, help, watch, follow, metrics, sim");
-    app.prefix_command();
+    app.allow_extras();
+    // The words to be completed are not looked into.
+    if (argc > 1 && strcmp(argv[1], "complete") == 0)
+        return Session{false, false}.execute(Words{argv + 1, argv + argc});
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &help) {
+        Session session{json, false};
+        return app.remaining().empty() ? app.exit(help) : helpWith(session, app.remaining());
+    } catch (const CLI::Success &version) {
+        return app.exit(version);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? SUCCESS : USAGE;
+        const bool inJson = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
+        return Session{inJson, false}.refuse(error.what());
     }
-
     Session session{json, false};
-    try {
-        if (!device.empty())
-            useDevice(device);
-    } catch (const UsageError &error) {
-        std::cerr << "vexoctl: " << error.what() << std::endl;
-        return USAGE;
-    }
-    const Words words = app.remaining();
-    if (!words.empty() && !scriptFile.empty()) {
-        std::cerr << "vexoctl: either a command or --script, not both" << std::endl;
-        return USAGE;
-    }
-    if (!words.empty())
-        return session.execute(words);
-    if (!scriptFile.empty())
-        return runScript(session, scriptFile);
-    return isatty(STDIN_FILENO) ? session.prompt() : runScript(session, "-");
+    return run(session, device, script, app.remaining());
 }

@@ -1,5 +1,7 @@
+// Counters and alarms as OpenMetrics text. What the device has no data for is left out.
 #include "session.h"
 
+#include <bit>
 #include <cstring>
 #include <iostream>
 #include <map>
@@ -10,24 +12,23 @@ namespace vexoctl
 namespace
 {
 
-// The samples of each metric, in the order in which OpenMetrics wants them: metric by metric.
-class Exposition
-{
-  public:
-    void gauge(const std::string &metric, const std::string &labels, uint64_t value)
-    {
-        samples_[metric] += metric + "{" + labels + "} " + std::to_string(value) + "\n";
-    }
+struct Family {
+    const char *type;
+    const char *help;
+};
 
-    void print(std::ostream &stream) const
-    {
-        for (const auto &[metric, samples] : samples_)
-            stream << "# TYPE " << metric << " gauge\n" << samples;
-        stream << "# EOF\n";
-    }
-
-  private:
-    std::map<std::string, std::string> samples_;
+// PM counters start anew with each interval, so they are no counters in the sense of OpenMetrics.
+const std::map<std::string, Family> FAMILIES{
+    {"vexo_alarms", {"gauge", "Number of alarms active on an object."}},
+    {"vexo_alarm", {"gauge", "1 for each alarm that is active, by its bit; absent otherwise."}},
+    {"vexo_system_temperature", {"gauge", "Temperature of the system, in the platform's unit."}},
+    {"vexo_pdh_pm", {"gauge", "Count of the running PM interval of a PDH port."}},
+    {"vexo_pwe_pm", {"gauge", "Count of the running PM interval of a pseudowire."}},
+    {"vexo_ima_group_pm", {"gauge", "Count of the running PM interval of an IMA group."}},
+    {"vexo_ima_link_pm", {"gauge", "Count of the running PM interval of an IMA link."}},
+    {"vexo_pwe_om", {"counter", "OM counter of a pseudowire, modulo 2^32."}},
+    {"vexo_ima_group_om", {"counter", "OM counter of an IMA group, modulo 2^32."}},
+    {"vexo_ima_link_om", {"counter", "OM counter of an IMA link, modulo 2^32."}},
 };
 
 std::string label(const std::string &name, uint64_t value)
@@ -35,11 +36,54 @@ std::string label(const std::string &name, uint64_t value)
     return name + "=\"" + std::to_string(value) + "\"";
 }
 
-// Words that the library left alone are counters that there are not.
-template <class Record>
-void forget(Record &record)
+// The samples of each family, which OpenMetrics wants together.
+class Exposition
 {
+  public:
+    void add(const std::string &family, const std::string &labels, uint64_t value)
+    {
+        const bool isCounter = FAMILIES.at(family).type == std::string_view{"counter"};
+        samples_[family] += family + (isCounter ? "_total" : "") +
+                            (labels.empty() ? "" : "{" + labels + "}") + " " +
+                            std::to_string(value) + "\n";
+    }
+
+    void addAll(const std::string &family, const std::string &labels,
+                std::span<const uint32_t> counters)
+    {
+        for (size_t i = 0; i < counters.size(); ++i)
+            add(family, labels + "," + label("counter", i), counters[i]);
+    }
+
+    void addAlarms(const std::string &object, uint32_t number, uint32_t bits)
+    {
+        const std::string labels = "object=\"" + object + "\"," + label("number", number);
+        add("vexo_alarms", labels, static_cast<uint64_t>(std::popcount(bits)));
+        for (uint32_t bit = 0; bit < 32; ++bit)
+            if (bits >> bit & 1)
+                add("vexo_alarm", labels + "," + label("bit", bit), 1);
+    }
+
+    void print(std::ostream &stream) const
+    {
+        for (const auto &[family, samples] : samples_)
+            stream << "# TYPE " << family << " " << FAMILIES.at(family).type << "\n# HELP "
+                   << family << " " << FAMILIES.at(family).help << "\n"
+                   << samples;
+        stream << "# EOF\n";
+    }
+
+  private:
+    std::map<std::string, std::string> samples_;
+};
+
+// Words that the library leaves alone are counters that there are not.
+template <class Record>
+Record untouched()
+{
+    Record record;
     memset(&record, 0xFF, sizeof record);
+    return record;
 }
 
 bool isOk(const vexoResult &result)
@@ -48,148 +92,132 @@ bool isOk(const vexoResult &result)
 }
 
 constexpr vexoPmType RUNNING_INTERVALS[] = {VEXO_PM_TYPE_1, VEXO_PM_TYPE_2, VEXO_PM_TYPE_3};
-constexpr uint32_t NUMBERS_TRIED = 1024; // pseudowires; ports and groups end at the first gap
-constexpr uint32_t GROUPS_TRIED = 64;
+constexpr uint32_t PSEUDOWIRES_TRIED = 1024;
+constexpr uint32_t GROUPS_TRIED = 8;
 
-void counters(Exposition &out, const std::string &metric, const std::string &labels,
-              const uint32_t *values, size_t count, const char *set = "")
-{
-    for (size_t i = 0; i < count; ++i)
-        out.gauge(metric,
-                  labels + (*set ? std::string{",set=\""} + set + "\"" : "") + "," +
-                      label("counter", i),
-                  values[i]);
-}
-
-void ports(Exposition &out)
+// Whether there is such a port.
+bool addPort(Exposition &out, uint32_t port)
 {
     vexoResult result;
-    for (uint32_t port = 1;; ++port) {
-        uint32_t bits;
-        vexo_cmi_pdh_alarms_get(&bits, port, &result);
+    uint32_t bits;
+    vexo_cmi_pdh_alarms_get(&bits, port, &result);
+    if (!isOk(result))
+        return false;
+    out.addAlarms("pdh", port, bits);
+    for (const vexoPmType type : RUNNING_INTERVALS) {
+        auto pm = untouched<vexoPdhPm>();
+        vexo_cmi_pdh_pm_get(&pm, type, port, &result);
         if (!isOk(result))
-            return;
-        out.gauge("vexo_pdh_alarm_bits", label("port", port), bits);
-        for (vexoPmType type : RUNNING_INTERVALS) {
-            vexoPdhPm pm;
-            forget(pm);
-            vexo_cmi_pdh_pm_get(&pm, type, port, &result);
-            if (!isOk(result))
+            continue;
+        const std::string labels = label("port", port) + "," + label("interval", type);
+        const Json shown = toJson(describe::typeOf<vexoPdhPm>(), &pm);
+        for (const uint32_t layout : {0, 1}) {
+            const auto found = shown.find("layout" + std::to_string(layout));
+            if (found == shown.end() || found->at("intervalFlag") != 1)
                 continue;
-            const std::string labels = label("port", port) + "," + label("interval", type);
-            const Json shown = toJson(describe::typeOf<vexoPdhPm>(), &pm);
-            for (const char *layout : {"layout0", "layout1"})
-                if (shown.contains(layout) && shown[layout]["intervalFlag"] == 1) {
-                    counters(out, "vexo_pdh_pm", labels, pm.lineCounters,
-                             shown[layout]["counters"].size(), "line");
-                    counters(out, "vexo_pdh_pm", labels, pm.commonCounters,
-                             std::size(pm.commonCounters), "common");
-                }
+            out.addAll("vexo_pdh_pm", labels + ",set=\"line\"," + label("layout", layout),
+                       {pm.lineCounters, found->at("counters").size()});
+            out.addAll("vexo_pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
         }
     }
+    return true;
 }
 
-void pseudowire(Exposition &out, uint32_t pwId)
+void addPseudowire(Exposition &out, uint32_t pwId)
 {
     vexoResult result;
     uint32_t bits;
     vexo_cmi_pwe_alarms_get(&bits, pwId, &result);
     if (!isOk(result))
         return;
-    out.gauge("vexo_pwe_alarm_bits", label("pw", pwId), bits);
-    for (vexoPmType type : RUNNING_INTERVALS) {
-        vexoPwePm pm;
-        forget(pm);
+    out.addAlarms("pwe", pwId, bits);
+    for (const vexoPmType type : RUNNING_INTERVALS) {
+        auto pm = untouched<vexoPwePm>();
         vexo_cmi_pwe_pm_get(&pm, type, pwId, &result);
         if (!isOk(result))
             continue;
         const std::string labels = label("pw", pwId) + "," + label("interval", type);
         if (pm.body.generic.valid == 1)
-            counters(out, "vexo_pwe_pm", labels, pm.body.generic.counters,
-                     std::size(pm.body.generic.counters), "generic");
+            out.addAll("vexo_pwe_pm", labels + ",set=\"generic\"", pm.body.generic.counters);
         else if (pm.body.generic.valid == describe::UNTOUCHED && pm.body.atm.valid == 1)
-            counters(out, "vexo_pwe_pm", labels, pm.body.atm.counters,
-                     std::size(pm.body.atm.counters), "atm");
+            out.addAll("vexo_pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
     }
-    vexoPweOm om;
-    forget(om);
+    auto om = untouched<vexoPweOm>();
     vexo_cmi_pwe_om_get(&om, 0, pwId, &result);
     if (!isOk(result))
         return;
     const Json shown = toJson(describe::typeOf<vexoPweOm>(), &om);
-    for (const char *set : {"tdmCounters", "atmCounters"})
-        if (shown.contains(set))
-            counters(out, "vexo_pwe_om", label("pw", pwId), om.counters, shown[set].size());
+    for (const std::string set : {"tdm", "atm"})
+        if (const auto found = shown.find(set + "Counters"); found != shown.end())
+            out.addAll("vexo_pwe_om", label("pw", pwId) + ",set=\"" + set + "\"",
+                       {om.counters, found->size()});
 }
 
-void group(Exposition &out, uint32_t groupId)
+void addGroup(Exposition &out, uint32_t groupId)
 {
     vexoResult result;
     uint32_t bits;
     vexo_cmi_ima_alarms_get(&bits, VEXO_IMA_TYPE_GROUP, groupId, &result);
     if (!isOk(result))
         return;
-    out.gauge("vexo_ima_group_alarm_bits", label("group", groupId), bits);
+    out.addAlarms("ima-group", groupId, bits);
     uint32_t linkIds[VEXO_IMA_LINK_MAX];
     uint32_t linkCount = 0;
     vexo_cmi_ima_lnk_get(linkIds, &linkCount, groupId, &result);
     for (uint32_t i = 0; i < linkCount; ++i) {
         vexo_cmi_ima_alarms_get(&bits, VEXO_IMA_TYPE_LINK, linkIds[i], &result);
         if (isOk(result))
-            out.gauge("vexo_ima_link_alarm_bits",
-                      label("group", groupId) + "," + label("link", linkIds[i]), bits);
+            out.addAlarms("ima-link", linkIds[i], bits);
     }
-    for (vexoPmType type : RUNNING_INTERVALS) {
+    const std::string group = label("group", groupId);
+    for (const vexoPmType type : RUNNING_INTERVALS) {
         vexoImaGroupPm pm;
         vexo_cmi_ima_pm_get(&pm, type, groupId, &result);
         if (!isOk(result))
             continue;
-        const std::string labels = label("group", groupId) + "," + label("interval", type);
+        const std::string labels = group + "," + label("interval", type);
         if (pm.intervalFlag == 1)
-            counters(out, "vexo_ima_group_pm", labels, pm.counters, std::size(pm.counters));
-        for (uint32_t i = 0; i < pm.linkCount; ++i)
-            if (pm.links[i].intervalFlag == 1)
-                counters(out, "vexo_ima_link_pm", labels + "," + label("link", pm.links[i].linkId),
-                         pm.links[i].counters, std::size(pm.links[i].counters));
+            out.addAll("vexo_ima_group_pm", labels, pm.counters);
+        for (const vexoImaLinkPm &link : std::span{pm.links, pm.linkCount})
+            if (link.intervalFlag == 1)
+                out.addAll("vexo_ima_link_pm", labels + "," + label("link", link.linkId),
+                           link.counters);
     }
     vexoImaOm om;
     vexo_cmi_ima_om_get(&om, 0, groupId, &result);
     if (!isOk(result))
         return;
-    counters(out, "vexo_ima_group_om", label("group", groupId), om.counters,
-             std::size(om.counters));
+    out.addAll("vexo_ima_group_om", group, om.counters);
     for (uint32_t i = 0; i < om.linkCount && i < linkCount; ++i)
-        counters(out, "vexo_ima_link_om", label("group", groupId) + "," + label("link", linkIds[i]),
-                 om.links[i].counters, std::size(om.links[i].counters));
+        out.addAll("vexo_ima_link_om", group + "," + label("link", linkIds[i]),
+                   om.links[i].counters);
 }
 
 } // namespace
 
-Status metrics(const Words &words)
+void metrics(const Words &words)
 {
     if (words.size() > 1)
-        throw UsageError("metrics takes no arguments");
+        throw UsageError("metrics: expected nothing behind it, not '" + words[1] + "'");
     Exposition out;
     vexoResult result;
-    unsigned bits;
+    uint32_t bits;
     vexo_cmi_sys_alarm_get(&bits, &result);
-    if (!isOk(result)) {
-        std::cerr << "vexoctl: metrics: failure " << static_cast<uint32_t>(result.rc) << ": "
-                  << result.message << std::endl;
-        return FAILURE;
-    }
-    out.gauge("vexo_system_alarm_bits", label("system", 1), bits);
-    unsigned temperature, first, second;
+    if (!isOk(result))
+        throw Failure{"metrics", result};
+    out.addAlarms("system", 1, bits);
+    uint32_t temperature, first, second;
     vexo_cmi_sys_temp_get(&temperature, &first, &second, &result);
     if (isOk(result))
-        out.gauge("vexo_system_temperature", label("system", 1), temperature);
-    ports(out);
-    for (uint32_t pwId = 1; pwId <= NUMBERS_TRIED; ++pwId)
-        pseudowire(out, pwId);
+        out.add("vexo_system_temperature", "", temperature);
+    // Ports have no gaps; pseudowires and groups are there as they were created.
+    for (uint32_t port = 1; addPort(out, port); ++port) {
+    }
+    for (uint32_t pwId = 1; pwId <= PSEUDOWIRES_TRIED; ++pwId)
+        addPseudowire(out, pwId);
     for (uint32_t groupId = 1; groupId <= GROUPS_TRIED; ++groupId)
-        group(out, groupId);
+        addGroup(out, groupId);
     out.print(std::cout);
-    return SUCCESS;
 }
 
 } // namespace vexoctl

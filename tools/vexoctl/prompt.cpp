@@ -1,5 +1,6 @@
-#include "session.h"
+#include "catalog.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,7 +15,10 @@ namespace vexoctl
 namespace
 {
 
-std::vector<std::string> candidates;
+constexpr int HISTORY_LENGTH = 1000;
+
+Names candidates;
+volatile sig_atomic_t interrupted;
 
 char *nextCandidate(const char *, int state)
 {
@@ -47,6 +51,31 @@ std::string historyFile()
     return home ? std::string{home} + "/.vexoctl_history" : "";
 }
 
+void onInterrupt(int)
+{
+    interrupted = 1;
+}
+
+using Line = std::unique_ptr<char, decltype(&free)>;
+
+// A line from the terminal; Ctrl-C gives an empty one.
+Line readLine()
+{
+    struct sigaction action {
+    };
+    struct sigaction before {
+    };
+    action.sa_handler = onInterrupt;
+    sigaction(SIGINT, &action, &before);
+    interrupted = 0;
+    Line line{readline("vexoctl> "), free};
+    sigaction(SIGINT, &before, nullptr);
+    if (!interrupted)
+        return line;
+    std::cout << std::endl;
+    return Line{strdup(""), free};
+}
+
 } // namespace
 
 Status Session::prompt()
@@ -56,23 +85,18 @@ Status Session::prompt()
     char breaks[] = " \t";
     rl_completer_word_break_characters = breaks;
     using_history();
+    stifle_history(HISTORY_LENGTH);
     const std::string history = historyFile();
     if (!history.empty())
         read_history(history.c_str());
     setCompact(true);
     for (;;) {
-        const std::unique_ptr<char, decltype(&free)> line{readline("vexoctl> "), free};
+        const Line line = readLine();
         if (!line || strcmp(line.get(), "quit") == 0 || strcmp(line.get(), "exit") == 0)
             break;
-        try {
-            const Words words = split(line.get());
-            if (words.empty())
-                continue;
+        if (line.get()[0] != '\0')
             add_history(line.get());
-            execute(words);
-        } catch (const UsageError &error) {
-            std::cerr << "vexoctl: " << error.what() << std::endl;
-        }
+        execute(std::string{line.get()});
     }
     if (!history.empty())
         write_history(history.c_str());

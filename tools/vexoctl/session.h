@@ -9,9 +9,15 @@
 namespace vexoctl
 {
 
-using Words = std::vector<std::string>;
+using Words = Names;
 
 enum Status { SUCCESS = 0, FAILURE = 1, USAGE = 2 };
+
+// What the device or the system has refused.
+struct Failure {
+    std::string operation;
+    vexoResult result;
+};
 
 class Session
 {
@@ -20,40 +26,38 @@ class Session
     Session(bool json, bool compact) : json_{json}, compact_{compact} {}
 
     Status execute(const Words &words);
+    // A line of a script, which may be empty.
+    Status execute(const std::string &line);
     // Commands line by line, up to the first that doesn't succeed.
     Status script(std::istream &stream);
     // Commands from the terminal.
     Status prompt();
+    // Says what is wrong.
+    Status refuse(const std::string &text) const;
 
     void setCompact(bool compact) { compact_ = compact; }
 
   private:
-    Status dispatch(const Words &words);
-    Status operate(const Words &words);
-    Status list(const Words &words);
-    Status help(const Words &words);
-    Status simulate(const Words &words);
-    void show(const Json &document);
+    void dispatch(const Words &words);
+    void operate(const Words &words);
+    void list(const Words &words) const;
+    void help(const Words &words) const;
+    void show(const Json &document) const;
 
     bool json_;
     bool compact_;
 };
 
 // Splits a line into words as a shell does: blanks part them, quotes and backslashes keep them
-// together. Throws UsageError when a quote is left open.
+// together, a '#' at the beginning of a word begins a comment. Throws UsageError when a quote is
+// left open.
 Words split(const std::string &line);
-
-// What can stand next after these words, the last of which may be unfinished.
-std::vector<std::string> completions(const Words &words);
-
-// Text for people, from a document.
-std::string readable(const Json &document, size_t indent = 0);
 
 // ---- Commands of their own files ----
 
-Status watch(const Words &words, bool json);
-Status follow(const Words &words, bool json);
-Status metrics(const Words &words);
+void watch(const Words &words, bool json);
+void follow(const Words &words, bool json);
+void metrics(const Words &words);
 
 // ---- The simulated device ----
 
@@ -61,7 +65,8 @@ bool isSimulated();
 // Names the device's file; before anything else.
 void useDevice(const std::string &file);
 const std::vector<describe::Operation> &simOperations();
-// What the last of them has to show.
+std::string simHelp(const std::string &operation);
+// What the last of them has to show besides its outputs.
 Json takeSimOutput();
 
 } // namespace vexoctl

@@ -6,6 +6,7 @@
 
 #include <kv_sim.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -22,6 +23,7 @@ enum SimEffect : uint32_t {};
 namespace describe
 {
 
+// All have a name: there is no range of others.
 template <>
 const Type &typeOf<vexoctl::SimType>()
 {
@@ -30,7 +32,8 @@ const Type &typeOf<vexoctl::SimType>()
                                          {KV_SIM_PW, "pwe"},
                                          {KV_SIM_GROUP, "ima-group"},
                                          {KV_SIM_LINK, "ima-link"}};
-    static const Type type{Kind::enumeration, "object type", sizeof(uint32_t), members, {}};
+    static const Type type{Kind::enumeration, "object type", sizeof(uint32_t), members, {},
+                           KV_SIM_SYSTEM,     KV_SIM_LINK};
     return type;
 }
 
@@ -41,7 +44,8 @@ const Type &typeOf<vexoctl::SimEffect>()
                                          {KV_SIM_DELAY, "delay"},
                                          {KV_SIM_HANG, "hang"},
                                          {KV_SIM_GARBAGE, "garbage"}};
-    static const Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}};
+    static const Type type{Kind::enumeration, "effect",      sizeof(uint32_t), members, {},
+                           KV_SIM_CODE,       KV_SIM_GARBAGE};
     return type;
 }
 
@@ -50,10 +54,12 @@ const Type &typeOf<vexoctl::SimEffect>()
 namespace vexoctl
 {
 
+using describe::Operation;
+
 namespace
 {
 
-Json output;
+Json output = Json::object();
 
 template <class Function>
 Function *lookUp(const char *name)
@@ -71,23 +77,18 @@ void report(int failed, vexoResult *result)
     strcpy_n(result->message, failed ? SIM(kv_sim_error)() : "", sizeof result->message);
 }
 
-void showClock()
-{
-    const uint64_t time = SIM(kv_sim_clock_get)();
-    output = Json{{"seconds", time / SECOND},
-                  {"microseconds", time % SECOND},
-                  {"stopped", SIM(kv_sim_clock_stopped)() != 0}};
-}
-
-void sim_device_reset(vexoResult *result)
+void sim_reset(vexoResult *result)
 {
     report(SIM(kv_sim_reset)(), result);
 }
 
-void sim_clock_get(vexoResult *result)
+void sim_clock(vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
-    showClock();
+    const uint64_t time = SIM(kv_sim_clock_get)();
+    output = Json{{"seconds", time / SECOND},
+                  {"microseconds", time % SECOND},
+                  {"stopped", SIM(kv_sim_clock_stopped)() != 0}};
 }
 
 void sim_clock_set(uint32_t seconds, uint32_t microseconds, vexoResult *result)
@@ -113,8 +114,12 @@ void sim_clock_advance(uint32_t seconds, uint32_t microseconds, vexoResult *resu
 void sim_fault_add(const char *function, SimEffect effect, uint32_t value, uint32_t object,
                    uint32_t skip, uint32_t times, vexoResult *result)
 {
-    if (strlen(function) >= sizeof(kvSimFault::function))
-        throw UsageError(std::string{"there is no platform function '"} + function + "'");
+    Names names;
+    for (unsigned i = 0; const char *name = SIM(kv_sim_function)(i); ++i)
+        names.emplace_back(name);
+    if (*function && std::find(names.begin(), names.end(), function) == names.end())
+        throw UsageError(std::string{"function: there is no platform function '"} + function + "'" +
+                         hint(function, names));
     kvSimFault fault{};
     strcpy_n(fault.function, function, sizeof fault.function);
     fault.anyObject = object == 0;
@@ -147,7 +152,7 @@ void sim_fault_list(vexoResult *result)
         row["times"] = fault.times;
         faults.push_back(row);
     }
-    output = Json{{"faults", faults}};
+    output = Json{{"faults", faults}, {"hanging", SIM(kv_sim_hanging)()}};
 }
 
 Json callOf(const kvSimCall &call, bool withRecord)
@@ -169,7 +174,7 @@ Json callOf(const kvSimCall &call, bool withRecord)
     return row;
 }
 
-void sim_journal_get(uint32_t last, uint32_t records, vexoResult *result)
+void sim_journal(uint32_t last, uint32_t records, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     const uint64_t end = SIM(kv_sim_journal_last)();
@@ -182,7 +187,7 @@ void sim_journal_get(uint32_t last, uint32_t records, vexoResult *result)
     output = Json{{"calls", calls}};
 }
 
-void sim_log_get(uint32_t last, vexoResult *result)
+void sim_log(uint32_t last, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     const uint64_t end = SIM(kv_sim_log_last)();
@@ -219,11 +224,15 @@ void sim_alarm_clear(SimType type, uint32_t number, uint32_t bits, vexoResult *r
     changeAlarms(type, number, bits, false, result);
 }
 
-void sim_alarm_get(SimType type, uint32_t number, vexoResult *result)
+void sim_alarm_get(SimType type, uint32_t number, uint32_t *bits, vexoResult *result)
 {
-    uint32_t bits = 0;
-    report(SIM(kv_sim_alarm_get)(type, number, &bits), result);
-    output = Json{{"bits", bits}};
+    report(SIM(kv_sim_alarm_get)(type, number, bits), result);
+}
+
+void sim_alarm_burst(SimType type, uint32_t number, uint32_t status, uint32_t delta, uint32_t count,
+                     uint32_t milliseconds, vexoResult *result)
+{
+    report(SIM(kv_sim_alarm_burst)(type, number, status, delta, count, milliseconds), result);
 }
 
 void sim_interval_end(uint32_t interval, vexoResult *result)
@@ -271,40 +280,89 @@ void useDevice(const std::string &file)
         throw UsageError(SIM(kv_sim_error)());
 }
 
-const std::vector<describe::Operation> &simOperations()
+namespace
 {
-    static const std::vector<describe::Operation> all{
-        OPERATION(sim_device_reset),
-        OPERATION(sim_clock_get),
-        OPERATION(sim_clock_set, {"seconds"}, {.name = "microseconds", .optional = true}),
-        OPERATION(sim_clock_stop),
-        OPERATION(sim_clock_run),
-        OPERATION(sim_clock_advance, {"seconds"}, {.name = "microseconds", .optional = true}),
-        OPERATION(sim_fault_add, {.name = "function", .optional = true},
-                  {.name = "effect", .optional = true}, {.name = "value", .optional = true},
-                  {.name = "object", .optional = true}, {.name = "skip", .optional = true},
-                  {.name = "times", .optional = true}),
-        OPERATION(sim_fault_clear),
-        OPERATION(sim_fault_list),
-        OPERATION(sim_journal_get, {.name = "last", .optional = true},
-                  {.name = "records", .optional = true}),
-        OPERATION(sim_log_get, {.name = "last", .optional = true}),
-        OPERATION(sim_alarm_raise, {"type"}, {"number"}, {"bits"}),
-        OPERATION(sim_alarm_clear, {"type"}, {"number"}, {"bits"}),
-        OPERATION(sim_alarm_get, {"type"}, {"number"}),
-        OPERATION(sim_interval_end, {"interval"}),
-        OPERATION(sim_interval_period, {"interval"}, {"seconds"}),
-        OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"word"}, {"value"}),
-        OPERATION(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"},
-                  {.name = "high", .optional = true}),
-        OPERATION(sim_upgrade_fail, {"state"}),
-    };
+
+#define BITS(argument)                                                                             \
+    {                                                                                              \
+        .name = argument, .type = &describe::HEXADECIMAL                                           \
+    }
+#define OPTIONAL(argument)                                                                         \
+    {                                                                                              \
+        .name = argument, .optional = true                                                         \
+    }
+
+const struct {
+    Operation operation;
+    const char *help;
+} COMMANDS[] = {
+    {OPERATION(sim_reset), "Puts the device back into the state in which it was delivered."},
+    {OPERATION(sim_clock), "Shows the device's clock."},
+    {OPERATION(sim_clock_set, {"seconds"}, OPTIONAL("microseconds")),
+     "Sets the device's clock. The PM intervals that this skips don't end."},
+    {OPERATION(sim_clock_stop), "Stops the device's clock."},
+    {OPERATION(sim_clock_run), "Lets the device's clock run on."},
+    {OPERATION(sim_clock_advance, {"seconds"}, OPTIONAL("microseconds")),
+     "Moves the device's clock on; every PM interval whose end lies in between ends."},
+    {OPERATION(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"), OPTIONAL("value"),
+               OPTIONAL("object"), OPTIONAL("skip"), OPTIONAL("times")),
+     "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
+     "when it is left out), take value milliseconds longer, hang until the faults are cleared, or "
+     "give random bytes made from value. Without object it befalls all objects; skip calls are let "
+     "pass first, then times calls are met, all when it is left out."},
+    {OPERATION(sim_fault_clear), "Ends all faults and lets the hanging calls go on."},
+    {OPERATION(sim_fault_list), "Shows the faults as they stand, and how many calls hang."},
+    {OPERATION(sim_journal, OPTIONAL("last"), OPTIONAL("records")),
+     "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
+     "records=1 also the bytes that they were given."},
+    {OPERATION(sim_log, OPTIONAL("last")),
+     "Shows the latest records of the device's log, 20 or as many as last says."},
+    {OPERATION(sim_alarm_raise, {"type"}, {"number"}, BITS("bits")),
+     "Raises alarm bits on an object, besides those that are active. The system is number 1."},
+    {OPERATION(sim_alarm_clear, {"type"}, {"number"}, BITS("bits")),
+     "Clears alarm bits of an object."},
+    {OPERATION(sim_alarm_get, {"type"}, {"number"}, BITS("bits")),
+     "Shows the alarm bits that are active on an object."},
+    {OPERATION(sim_alarm_burst, {"type"}, {"number"}, BITS("status"), BITS("delta"), {"count"},
+               OPTIONAL("milliseconds")),
+     "Sends the same alarm event count times, each after some milliseconds, whatever the device's "
+     "state."},
+    {OPERATION(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
+    {OPERATION(sim_interval_period, {"interval"}, {"seconds"}),
+     "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
+    {OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"word"}, {"value"}),
+     "Sets a word of an object's PM counters in the running interval, counted from the first "
+     "behind the seven leading ones of the platform's record."},
+    {OPERATION(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"}, OPTIONAL("high")),
+     "Sets an OM counter of an object; high is the upper half of its 64 bits."},
+    {OPERATION(sim_upgrade_fail, {"state"}),
+     "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
+};
+
+} // namespace
+
+const std::vector<Operation> &simOperations()
+{
+    static const std::vector<Operation> all = [] {
+        std::vector<Operation> operations;
+        for (const auto &command : COMMANDS)
+            operations.push_back(command.operation);
+        return operations;
+    }();
     return all;
+}
+
+std::string simHelp(const std::string &operation)
+{
+    for (const auto &command : COMMANDS)
+        if (operation == command.operation.name)
+            return command.help;
+    return "";
 }
 
 Json takeSimOutput()
 {
-    Json taken;
+    Json taken = Json::object();
     std::swap(taken, output);
     return taken;
 }

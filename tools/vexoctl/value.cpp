@@ -10,6 +10,7 @@ namespace vexoctl
 
 using describe::Field;
 using describe::Kind;
+using describe::Member;
 using describe::Type;
 
 namespace
@@ -37,6 +38,13 @@ void *at(void *record, const Field &field)
     return static_cast<char *>(record) + field.offset;
 }
 
+std::string hexadecimal(uint32_t word)
+{
+    char text[11];
+    snprintf(text, sizeof text, "0x%x", word);
+    return text;
+}
+
 std::string macText(const void *value)
 {
     const auto *mac = static_cast<const uint8_t *>(value);
@@ -46,47 +54,82 @@ std::string macText(const void *value)
     return text;
 }
 
-void parseMac(const std::string &what, const std::string &text, void *value)
+// Six times two digits.
+bool readMac(const std::string &text, uint8_t *mac)
 {
-    unsigned bytes[6];
-    int used = 0;
-    const int found = sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%n", &bytes[0], &bytes[1],
-                             &bytes[2], &bytes[3], &bytes[4], &bytes[5], &used);
-    if (found != 6 || static_cast<size_t>(used) != text.size())
-        throw UsageError(what + ": expected a MAC address such as 02:00:5e:10:00:01, not '" + text +
-                         "'");
-    for (int i = 0; i < 6; ++i)
-        static_cast<uint8_t *>(value)[i] = static_cast<uint8_t>(bytes[i]);
+    if (text.size() != 17)
+        return false;
+    for (size_t i = 0; i < 6; ++i) {
+        const char *digits = text.data() + 3 * i;
+        if ((i > 0 && digits[-1] != ':') ||
+            std::from_chars(digits, digits + 2, mac[i], 16).ptr != digits + 2)
+            return false;
+    }
+    return true;
 }
 
-uint32_t parseNumber(const std::string &what, const std::string &expected, const std::string &text)
+// What was given, for a message.
+std::string quoted(const std::string &text)
 {
-    const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    constexpr size_t LONGEST = 60;
+    return "'" + (text.size() > LONGEST ? text.substr(0, LONGEST) + "..." : text) + "'";
+}
+
+const char *nameOf(const Type &type, uint32_t value)
+{
+    for (const Member &member : type.members)
+        if (member.value == value)
+            return member.name;
+    return nullptr;
+}
+
+std::string valueText(const Type &type, uint32_t value)
+{
+    const char *name = nameOf(type, value);
+    return name ? name : std::to_string(value);
+}
+
+// "1, 2 or 3"
+std::string alternatives(const Names &names)
+{
+    std::string text;
+    for (size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
+    return text;
+}
+
+std::string expectedOf(const Type &type)
+{
+    switch (type.kind) {
+    case Kind::word:
+        return "a number";
+    case Kind::enumeration:
+        return alternatives(valuesOf(type));
+    case Kind::text:
+        return "a text";
+    case Kind::mac:
+        return "a MAC address";
+    case Kind::record:
+        break;
+    }
+    return "an object";
+}
+
+uint32_t parseWord(const Type &type, const std::string &what, const std::string &text)
+{
+    for (const Member &member : type.members)
+        if (text == member.name)
+            return member.value;
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
     uint32_t number = 0;
     const char *begin = text.data() + (hex ? 2 : 0);
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(begin, end, number, hex ? 16 : 10);
     if (error == std::errc::result_out_of_range && stop == end)
-        throw UsageError(what + ": " + text + " is more than 4294967295");
+        throw UsageError(what + ": " + quoted(text) + " is more than 4294967295");
     if (error != std::errc{} || stop != end)
-        throw UsageError(what + ": expected " + expected + ", not '" + text + "'");
+        throw UsageError(what + ": expected " + expectedOf(type) + ", not " + quoted(text));
     return number;
-}
-
-std::string expectedOf(const Type &type)
-{
-    std::string expected = "a number";
-    for (const describe::Member &member : type.members)
-        expected += (&member == &type.members.back() ? " or " : ", ") + std::string{member.name};
-    return expected;
-}
-
-uint32_t parseWord(const Type &type, const std::string &what, const std::string &text)
-{
-    for (const describe::Member &member : type.members)
-        if (text == member.name)
-            return member.value;
-    return parseNumber(what, expectedOf(type), text);
 }
 
 void putText(const std::string &what, const std::string &text, uint32_t size, void *value)
@@ -94,8 +137,32 @@ void putText(const std::string &what, const std::string &text, uint32_t size, vo
     if (text.size() > size)
         throw UsageError(what + ": " + std::to_string(text.size()) + " characters, at most " +
                          std::to_string(size) + " fit");
+    if (text.find('\0') != std::string::npos)
+        throw UsageError(what + ": a NUL in a text would end it");
     memset(value, 0, size);
     memcpy(value, text.data(), text.size());
+}
+
+const Field *fieldOf(const Type &record, std::string_view name)
+{
+    for (const Field &field : record.fields)
+        if (name == field.name)
+            return &field;
+    return nullptr;
+}
+
+// What a person may name.
+const Field &settable(const Type &record, const std::string &path, const std::string &name)
+{
+    const Field *field = fieldOf(record, name);
+    if (field && !field->options.hidden)
+        return *field;
+    Names names;
+    for (const Field &other : record.fields)
+        if (!other.options.hidden)
+            names.emplace_back(other.name);
+    throw UsageError(path + ": " + record.name + " has no field " + quoted(name) +
+                     hint(name, names));
 }
 
 bool isThere(const Field &field, const Type &type, const void *record)
@@ -121,33 +188,137 @@ void raiseFlag(const Field &field, const Type &type, void *record)
         putWord(at(record, *fieldOf(type, field.options.flag)), 1);
 }
 
-std::vector<std::string> fieldNames(const Type &record)
+// Which values of the telling field make this one be there: "pweType=atm-3 or atm-4".
+std::string conditionOf(const Field &field, const Type &record, const std::string &prefix)
 {
-    std::vector<std::string> names;
-    for (const Field &field : record.fields)
-        names.emplace_back(field.name);
-    return names;
+    if (!field.options.by)
+        return "";
+    const Field &by = *fieldOf(record, field.options.by);
+    std::vector<uint32_t> probe((record.size + 3) / 4);
+    Names values;
+    for (uint32_t value = by.type->first; value <= by.type->last; ++value) {
+        putWord(at(probe.data(), by), value);
+        if (field.options.when(probe.data()))
+            values.push_back(valueText(*by.type, value));
+    }
+    return prefix + by.name + "=" + alternatives(values);
+}
+
+uint32_t limitOf(const Field &field, const Type &record)
+{
+    const std::vector<uint32_t> zero((record.size + 3) / 4);
+    return field.options.limit ? field.options.limit(zero.data()) : 0xFFFFFFFF;
+}
+
+void addLeaves(const Type &record, const std::string &prefix, const std::string &condition,
+               std::vector<Leaf> &all)
+{
+    for (const Field &field : record.fields) {
+        if (field.options.hidden)
+            continue;
+        const std::string own = conditionOf(field, record, prefix);
+        const std::string &told = own.empty() ? condition : own;
+        if (field.type->kind == Kind::record && field.count == 1)
+            addLeaves(*field.type, prefix + field.name + ".", told, all);
+        else
+            all.push_back({prefix + field.name, &field, told, limitOf(field, record)});
+    }
+}
+
+bool isGiven(const Paths &given, const std::string &path)
+{
+    const auto found = given.lower_bound(path);
+    return found != given.end() &&
+           (*found == path || (found->starts_with(path) && (*found)[path.size()] == '.'));
+}
+
+void checkLimit(const Field &field, const std::string &path, const void *record)
+{
+    const uint32_t limit = field.options.limit(record);
+    const void *value = at(record, field);
+    if (field.type->kind == Kind::text) {
+        const size_t length = strnlen(static_cast<const char *>(value), field.type->size);
+        if (length > limit)
+            throw UsageError(path + ": " + std::to_string(length) + " characters, at most " +
+                             std::to_string(limit) + " are used");
+    } else if (wordAt(value) > limit) {
+        throw UsageError(path + ": expected a number from 0 to " + std::to_string(limit) +
+                         ", not " + std::to_string(wordAt(value)));
+    }
+}
+
+void checkFields(const Type &record, const std::string &prefix, const Paths &given,
+                 const void *value)
+{
+    for (const Field &field : record.fields) {
+        const describe::Options &options = field.options;
+        const std::string path = prefix + field.name;
+        if (options.hidden)
+            continue;
+        if (options.when && !options.when(value)) {
+            if (!isGiven(given, path))
+                continue;
+            const Field &by = *fieldOf(record, options.by);
+            throw UsageError(path + ": only with " + conditionOf(field, record, prefix) +
+                             ", not with " + valueText(*by.type, wordAt(at(value, by))));
+        }
+        if (field.type->kind == Kind::record && field.count == 1)
+            checkFields(*field.type, path + ".", given, at(value, field));
+        else if (options.limit)
+            checkLimit(field, path, value);
+    }
+}
+
+void fillFrom(const Type &type, const std::string &path, const Json &json, bool lenient,
+              void *value, Paths &given);
+
+void fillFields(const Type &type, const std::string &path, const Json &json, bool lenient,
+                void *value, Paths &given)
+{
+    for (const auto &[name, element] : json.items()) {
+        if (lenient && !fieldOf(type, name))
+            continue;
+        const std::string inner = path.empty() ? name : path + "." + name;
+        const Field &field = settable(type, inner, name);
+        void *place = at(value, field);
+        if (field.count == 1) {
+            fillFrom(*field.type, inner, element, lenient, place, given);
+        } else {
+            if (!element.is_array() || element.size() > field.count)
+                throw UsageError(inner + ": expected a list of at most " +
+                                 std::to_string(field.count));
+            for (size_t i = 0; i < element.size(); ++i)
+                fillFrom(*field.type, inner, element[i], lenient,
+                         static_cast<char *>(place) + i * field.type->size, given);
+        }
+        raiseFlag(field, type, value);
+    }
+}
+
+void fillFrom(const Type &type, const std::string &path, const Json &json, bool lenient,
+              void *value, Paths &given)
+{
+    if (type.kind == Kind::record && json.is_object())
+        return fillFields(type, path, json, lenient, value, given);
+    if (type.kind == Kind::record || !(json.is_number_unsigned() || json.is_string()))
+        throw UsageError((path.empty() ? type.name : path) + ": expected " + expectedOf(type) +
+                         ", not " + quoted(json.dump()));
+    parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), value);
+    given.insert(path);
 }
 
 } // namespace
 
-const Field *fieldOf(const Type &record, std::string_view name)
-{
-    for (const Field &field : record.fields)
-        if (name == field.name)
-            return &field;
-    return nullptr;
-}
-
-Json toJson(const Type &type, const void *value)
+Json toJson(const Type &type, const void *value, Style style)
 {
     switch (type.kind) {
     case Kind::word:
+        if (type.hexadecimal && style == Style::human)
+            return hexadecimal(wordAt(value));
         return wordAt(value);
     case Kind::enumeration:
-        for (const describe::Member &member : type.members)
-            if (member.value == wordAt(value))
-                return member.name;
+        if (const char *name = nameOf(type, wordAt(value)))
+            return name;
         return wordAt(value);
     case Kind::text: {
         const char *text = static_cast<const char *>(value);
@@ -163,19 +334,19 @@ Json toJson(const Type &type, const void *value)
         if (!isThere(field, type, value))
             continue;
         if (field.count == 1)
-            json[field.name] = toJson(*field.type, at(value, field));
+            json[field.name] = toJson(*field.type, at(value, field), style);
         else
             json[field.name] =
-                toJson(*field.type, at(value, field), shownCount(field, type, value));
+                toJson(*field.type, at(value, field), shownCount(field, type, value), style);
     }
     return json;
 }
 
-Json toJson(const Type &type, const void *value, uint32_t count)
+Json toJson(const Type &type, const void *value, uint32_t count, Style style)
 {
     Json json = Json::array();
     for (uint32_t i = 0; i < count; ++i)
-        json.push_back(toJson(type, static_cast<const char *>(value) + i * type.size));
+        json.push_back(toJson(type, static_cast<const char *>(value) + i * type.size, style));
     return json;
 }
 
@@ -190,111 +361,98 @@ void parse(const Type &type, const std::string &what, const std::string &text, v
         putText(what, text, type.size, value);
         break;
     case Kind::mac:
-        parseMac(what, text, value);
+        if (!readMac(text, static_cast<uint8_t *>(value)))
+            throw UsageError(what + ": expected a MAC address such as 02:00:5e:10:00:01, not " +
+                             quoted(text));
         break;
     case Kind::record:
-        throw UsageError(what + ": a record: set its fields, as in " + what + "." +
-                         type.fields[0].name + "=..., or name a JSON document, as in " + what +
-                         "=@FILE");
+        throw UsageError(what +
+                         ": a record, whose fields are set one by one or from a JSON "
+                         "document, not by " +
+                         quoted(text));
     }
 }
 
 void setField(const Type &record, const std::string &path, const std::string &text, void *value)
 {
-    const size_t dot = path.find('.');
-    const std::string name = path.substr(0, dot);
-    const Field *field = fieldOf(record, name);
-    if (!field)
-        throw UsageError(std::string{record.name} + " has no field '" + name + "'" +
-                         hint(name, fieldNames(record)));
-    void *place = at(value, *field);
-    if (dot != std::string::npos) {
-        if (field->type->kind != Kind::record)
-            throw UsageError(name + " has no fields");
-        setField(*field->type, path.substr(dot + 1), text, place);
-        return;
-    }
-    if (field->count > 1)
-        throw UsageError(name + ": a list, which only a JSON document can set");
-    parse(*field->type, path, text, place);
-    raiseFlag(*field, record, value);
-}
-
-void fromJson(const Type &type, const std::string &what, const Json &json, bool lenient,
-              void *value)
-{
-    if (type.kind != Kind::record) {
-        if (json.is_number_unsigned() || json.is_string())
-            return parse(type, what, json.is_string() ? json.get<std::string>() : json.dump(),
-                         value);
-        throw UsageError(what + ": expected " + expectedOf(type) + ", not " + json.dump());
-    }
-    if (!json.is_object())
-        throw UsageError(what + ": expected an object, not " + json.dump());
-    for (const auto &[name, element] : json.items()) {
-        const Field *field = fieldOf(type, name);
-        const std::string path = what + "." + name;
-        if (!field && lenient)
-            continue;
-        if (!field)
-            throw UsageError(path + ": there is no such field" + hint(name, fieldNames(type)));
-        void *place = at(value, *field);
-        if (field->count == 1) {
-            fromJson(*field->type, path, element, lenient, place);
-        } else {
-            if (!element.is_array() || element.size() > field->count)
-                throw UsageError(path + ": expected a list of at most " +
-                                 std::to_string(field->count));
-            for (size_t i = 0; i < element.size(); ++i)
-                fromJson(*field->type, path, element[i], lenient,
-                         static_cast<char *>(place) + i * field->type->size);
+    const Type *type = &record;
+    size_t begin = 0;
+    for (;;) {
+        const size_t dot = path.find('.', begin);
+        const Field &field = settable(*type, path, path.substr(begin, dot - begin));
+        void *place = at(value, field);
+        if (dot == std::string::npos) {
+            if (field.count > 1)
+                throw UsageError(path + ": a list, which only a JSON document can set");
+            parse(*field.type, path, text, place);
+            raiseFlag(field, *type, value);
+            return;
         }
-        raiseFlag(*field, type, value);
+        if (field.type->kind != Kind::record || field.count > 1)
+            throw UsageError(path + ": " + field.name + " has no fields");
+        type = field.type;
+        value = place;
+        begin = dot + 1;
     }
 }
 
-void checkLimits(const Type &record, const std::string &path, const void *value)
+Json readJson(const std::string &what, const std::string &text)
 {
-    for (const Field &field : record.fields) {
-        const describe::Options &options = field.options;
-        if (options.hidden || (options.when && !options.when(value)))
-            continue;
-        const std::string what = path.empty() ? field.name : path + "." + field.name;
-        const void *place = at(value, field);
-        if (field.type->kind == Kind::record && field.count == 1) {
-            checkLimits(*field.type, what, place);
-        } else if (options.limit && field.type->kind == Kind::text) {
-            const uint32_t limit = options.limit(value);
-            const size_t length = strnlen(static_cast<const char *>(place), field.type->size);
-            if (length > limit)
-                throw UsageError(what + ": " + std::to_string(length) + " characters, at most " +
-                                 std::to_string(limit) + " are used");
-        } else if (options.limit && wordAt(place) > options.limit(value)) {
-            throw UsageError(what + ": expected a number from 0 to " +
-                             std::to_string(options.limit(value)) + ", not " +
-                             std::to_string(wordAt(place)));
-        }
+    constexpr int DEEPEST = 16;
+    std::vector<std::set<std::string>> names;
+    const auto look = [&](int depth, Json::parse_event_t event, const Json &parsed) {
+        if (depth > DEEPEST)
+            throw UsageError(what + ": the JSON document is nested too deep");
+        if (event == Json::parse_event_t::object_start)
+            names.emplace_back();
+        else if (event == Json::parse_event_t::object_end)
+            names.pop_back();
+        else if (event == Json::parse_event_t::key &&
+                 !names.back().insert(parsed.get<std::string>()).second)
+            throw UsageError(what + ": " + quoted(parsed.get<std::string>()) +
+                             " is there twice in the JSON document");
+        return true;
+    };
+    try {
+        return Json::parse(text, look);
+    } catch (const Json::exception &error) {
+        throw UsageError(what + ": not a JSON document: " + error.what());
     }
 }
 
-std::vector<std::string> fieldPaths(const Type &record)
+void fromJson(const Type &record, const Json &json, bool lenient, void *value, Paths &given)
 {
-    std::vector<std::string> paths;
-    for (const Field &field : record.fields) {
-        if (field.options.hidden || field.count > 1)
-            continue;
-        if (field.type->kind != Kind::record) {
-            paths.emplace_back(field.name);
-            continue;
-        }
-        for (const std::string &path : fieldPaths(*field.type))
-            paths.push_back(std::string{field.name} + "." + path);
-    }
-    return paths;
+    fillFrom(record, "", json, lenient, value, given);
 }
 
-std::string closest(const std::string &name, const std::vector<std::string> &names)
+void check(const Type &record, const Paths &given, const void *value)
 {
+    checkFields(record, "", given, value);
+}
+
+std::vector<Leaf> leaves(const Type &record)
+{
+    std::vector<Leaf> all;
+    addLeaves(record, "", "", all);
+    return all;
+}
+
+Names valuesOf(const Type &type)
+{
+    Names names;
+    for (const Member &member : type.members)
+        names.emplace_back(member.name);
+    for (uint32_t value = type.first; type.kind == Kind::enumeration && value <= type.last; ++value)
+        if (!nameOf(type, value))
+            names.push_back(std::to_string(value));
+    return names;
+}
+
+std::string hint(const std::string &name, const Names &names)
+{
+    constexpr size_t LONGEST = 64;
+    if (name.size() > LONGEST)
+        return "";
     std::string best;
     size_t bestDistance = std::max<size_t>(2, name.size() / 3) + 1;
     for (const std::string &candidate : names) {
@@ -314,13 +472,7 @@ std::string closest(const std::string &name, const std::vector<std::string> &nam
             best = candidate;
         }
     }
-    return best;
-}
-
-std::string hint(const std::string &name, const std::vector<std::string> &names)
-{
-    const std::string meant = closest(name, names);
-    return meant.empty() ? "" : "; did you mean '" + meant + "'?";
+    return best.empty() ? "" : "; did you mean '" + best + "'?";
 }
 
 } // namespace vexoctl

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -13,40 +14,56 @@ namespace vexoctl
 {
 
 using Json = nlohmann::ordered_json;
+using Names = std::vector<std::string>;
 
 // What is wrong with a command; nothing has been called.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// For a person, what is better read in hexadecimal is given as text.
+enum class Style { json, human };
+
 // What is shown of a value: fields that are there, enumerations by name where they have one.
-Json toJson(const describe::Type &type, const void *value);
-Json toJson(const describe::Type &type, const void *value, uint32_t count);
+Json toJson(const describe::Type &type, const void *value, Style style = Style::json);
+Json toJson(const describe::Type &type, const void *value, uint32_t count, Style style);
 
 // Writes a value given as text. `what` names it in messages.
 void parse(const describe::Type &type, const std::string &what, const std::string &text,
            void *value);
 
-// Sets a field of a record by its path ("psn.param1"), and with it the flag that makes it count.
+// The paths of the fields that were given ("psn.param1").
+using Paths = std::set<std::string>;
+
+// Sets a field of a record by its path, and with it the flag that makes it count.
 void setField(const describe::Type &record, const std::string &path, const std::string &text,
               void *value);
 
+// Reads a JSON document; one that repeats a name or is nested deeper than any record is refused.
+Json readJson(const std::string &what, const std::string &text);
+
 // Fills a record from JSON; with `lenient`, fields that it doesn't have are passed over.
-void fromJson(const describe::Type &type, const std::string &what, const Json &json, bool lenient,
-              void *value);
+void fromJson(const describe::Type &record, const Json &json, bool lenient, void *value,
+              Paths &given);
 
-// Refuses numbers and texts that would be cut.
-void checkLimits(const describe::Type &record, const std::string &path, const void *value);
+// Refuses fields that were given though the record doesn't have them, being what it is, and numbers
+// and texts that would be cut.
+void check(const describe::Type &record, const Paths &given, const void *value);
 
-// The paths of all fields that can be set.
-std::vector<std::string> fieldPaths(const describe::Type &record);
+struct Leaf {
+    std::string path;
+    const describe::Field *field;
+    std::string condition; // "pweType=tdm-1", where the field isn't always there
+    uint32_t limit;        // where it is always the same, else 0xFFFFFFFF
+};
+// The fields that are no records, of a record and of those in it.
+std::vector<Leaf> leaves(const describe::Type &record);
 
-const describe::Field *fieldOf(const describe::Type &record, std::string_view name);
+// What an enumeration's value can be written as.
+Names valuesOf(const describe::Type &type);
 
-// The closest of some names, for a misspelt one; empty when none is close.
-std::string closest(const std::string &name, const std::vector<std::string> &names);
-
-std::string hint(const std::string &name, const std::vector<std::string> &names);
+// "; did you mean '...'?" when one of the names is close to a misspelt one, else nothing.
+std::string hint(const std::string &name, const Names &names);
 
 } // namespace vexoctl
 

@@ -1,9 +1,9 @@
 #include "session.h"
 
-#include "invocation.h"
+#include "print.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -52,15 +52,35 @@ class Signals
     sigset_t before_;
 };
 
-bool takeLimit(const std::string &word, Limits &limits)
+// Takes count=N and for=SECONDS, also as --count N and --count=N, out of the words.
+Limits takeLimits(Words &words)
 {
-    const size_t sign = word.find('=');
-    const std::string name = word.substr(0, sign);
-    if (sign == std::string::npos || (name != "count" && name != "for"))
-        return false;
-    parse(describe::typeOf<uint32_t>(), name, word.substr(sign + 1),
-          name == "count" ? &limits.count : &limits.seconds);
-    return true;
+    Limits limits;
+    const auto limitOf = [&](const std::string &name) {
+        return name == "count" ? &limits.count : name == "for" ? &limits.seconds : nullptr;
+    };
+    Words others;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const bool isOption = words[i].starts_with("--");
+        const std::string word = words[i].substr(isOption ? 2 : 0);
+        const size_t sign = word.find('=');
+        const std::string name = word.substr(0, sign);
+        uint32_t *limit = limitOf(name);
+        if (!limit || (sign == std::string::npos && !isOption)) {
+            others.push_back(words[i]);
+            continue;
+        }
+        if (sign == std::string::npos && i + 1 == words.size())
+            throw UsageError(name + ": expected a number behind it");
+        if (*limit != 0)
+            throw UsageError(name + ": given twice");
+        parse(describe::typeOf<uint32_t>(), name,
+              sign == std::string::npos ? words[++i] : word.substr(sign + 1), limit);
+        if (*limit == 0)
+            throw UsageError(name + ": expected a number from 1, not 0");
+    }
+    words = others;
+    return limits;
 }
 
 // What the callbacks print, one line each.
@@ -75,7 +95,7 @@ void print(const Json &document, const std::string &line)
     if (allowed && printed >= allowed)
         return;
     if (asJson)
-        std::cout << document.dump() << std::endl;
+        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
     else
         std::cout << line << std::endl;
     ++printed;
@@ -88,7 +108,7 @@ std::string hex(uint32_t bits)
     return text;
 }
 
-std::string words(const Json &numbers)
+std::string listed(const Json &numbers)
 {
     std::string text;
     for (const Json &number : numbers)
@@ -96,28 +116,30 @@ std::string words(const Json &numbers)
     return text;
 }
 
+std::string objectOf(const vexoAlarmNotification &alarm)
+{
+    switch (alarm.objType) {
+    case VEXO_OBJ_TYPE_SYSTEM:
+        return "system " + std::to_string(alarm.object.objId);
+    case VEXO_OBJ_TYPE_PDH:
+        return "PDH port " + std::to_string(alarm.object.objId);
+    case VEXO_OBJ_TYPE_PWE:
+        return "pseudowire " + std::to_string(alarm.object.objId);
+    case VEXO_OBJ_TYPE_IMA:
+        return (alarm.ima.imaType == VEXO_IMA_TYPE_GROUP ? "IMA group " : "IMA link ") +
+               std::to_string(alarm.ima.groupId);
+    }
+    return "object of type " + std::to_string(alarm.objType);
+}
+
 void onAlarm(vexoAlarmNotification *alarm)
 {
     Json document{{"notification", "alarm"}};
     document.update(toJson(describe::typeOf<vexoAlarmNotification>(), alarm));
-    const std::string type = document["objType"].dump();
-    std::string object;
-    uint32_t status;
-    uint32_t delta;
-    if (alarm->objType == VEXO_OBJ_TYPE_IMA) {
-        object = alarm->ima.imaType == VEXO_IMA_TYPE_GROUP ? "IMA group " : "IMA link ";
-        object += std::to_string(alarm->ima.groupId);
-        status = alarm->ima.status;
-        delta = alarm->ima.delta;
-    } else {
-        object = alarm->objType == VEXO_OBJ_TYPE_SYSTEM ? "system "
-                 : alarm->objType == VEXO_OBJ_TYPE_PDH  ? "PDH port "
-                                                        : "pseudowire ";
-        object += std::to_string(alarm->object.objId);
-        status = alarm->object.status;
-        delta = alarm->object.delta;
-    }
-    print(document, "alarm " + object + ": active " + hex(status) + ", raised " +
+    const bool isIma = alarm->objType == VEXO_OBJ_TYPE_IMA;
+    const uint32_t status = isIma ? alarm->ima.status : alarm->object.status;
+    const uint32_t delta = isIma ? alarm->ima.delta : alarm->object.delta;
+    print(document, "alarm " + objectOf(*alarm) + ": active " + hex(status) + ", raised " +
                         hex(status & delta) + ", cleared " + hex(~status & delta));
 }
 
@@ -134,10 +156,34 @@ void markUnwritten(vexoPdhPm &pm, uint32_t port)
             pm.lineCounters[i] = describe::UNTOUCHED;
 }
 
+// "generic, no data"
+std::string kindOf(const std::string &kind, const Json &flag)
+{
+    return " (" + kind + (flag == 1 ? ")" : ", no data)");
+}
+
+// What a port counted; empty when that is nothing.
+std::string countsOf(const Json &port)
+{
+    std::string kind = "no line counters";
+    std::string flagged;
+    std::string counters;
+    for (const char *layout : {"layout0", "layout1"})
+        if (port.contains(layout)) {
+            flagged = kindOf(layout, port[layout]["intervalFlag"]);
+            counters = " line" + listed(port[layout]["counters"]);
+        }
+    counters += " common" + listed(port["commonCounters"]);
+    if (counters.find_first_of("123456789") == std::string::npos)
+        return "";
+    return "port " + port["port"].dump() + (flagged.empty() ? " (" + kind + ")" : flagged) +
+           counters;
+}
+
 void onPorts(const vexoPmNotification &pm)
 {
     Json ports = Json::array();
-    std::string line;
+    std::string counts;
     for (uint32_t i = 0; i < VEXO_PM_PDH_MAX; ++i) {
         vexoPdhPm slot = pm.pdh[i];
         if (slot.pmType == 0)
@@ -145,12 +191,14 @@ void onPorts(const vexoPmNotification &pm)
         markUnwritten(slot, i + 1);
         Json port{{"port", i + 1}};
         port.update(toJson(describe::typeOf<vexoPdhPm>(), &slot));
-        line += " " + std::to_string(i + 1);
+        const std::string own = countsOf(port);
+        counts += own.empty() ? "" : "; " + own;
         ports.push_back(port);
     }
     const Json interval = ports.empty() ? Json{} : ports[0]["pmType"];
     print(Json{{"notification", "pm"}, {"objType", "pdh"}, {"interval", interval}, {"pdh", ports}},
-          "pm interval " + interval.dump() + " PDH ports:" + (line.empty() ? " none" : line));
+          "pm interval " + interval.dump() + " PDH: " + std::to_string(ports.size()) + " ports" +
+              (counts.empty() ? ", nothing counted" : counts));
 }
 
 void onPm(vexoPmNotification *pm)
@@ -163,12 +211,18 @@ void onPm(vexoPmNotification *pm)
         const Json &pwe = document["pwe"];
         const char *kind = pwe.contains("atm") ? "atm" : "generic";
         print(document, "pm interval " + pwe["interval"].dump() + " pseudowire " +
-                            pwe["pwId"].dump() + " (" + kind + "):" + words(pwe[kind]["counters"]));
-    } else {
+                            pwe["pwId"].dump() + kindOf(kind, pwe[kind]["valid"]) + ":" +
+                            listed(pwe[kind]["counters"]));
+    } else if (pm->objType == VEXO_OBJ_TYPE_IMA) {
         const Json &ima = document["ima"];
-        print(document, "pm interval " + ima["interval"].dump() + " IMA group " +
-                            ima["groupId"].dump() + ":" + words(ima["group"]["counters"]) + ", " +
-                            ima["group"]["linkCount"].dump() + " links");
+        std::string line = "pm interval " + ima["interval"].dump() + " IMA group " +
+                           ima["groupId"].dump() +
+                           (ima["group"]["intervalFlag"] == 1 ? ":" : " (no data):") +
+                           listed(ima["group"]["counters"]);
+        for (const Json &link : ima["group"]["links"])
+            line += "; link " + link["linkId"].dump() +
+                    (link["intervalFlag"] == 1 ? ":" : " (no data):") + listed(link["counters"]);
+        print(document, line);
     }
 }
 
@@ -176,25 +230,23 @@ bool isOver(const Limits &limits, Clock::time_point start)
 {
     if (limits.count && printed >= limits.count)
         return true;
+    if (!std::cout) // nobody reads it
+        return true;
     return limits.seconds && Clock::now() - start >= std::chrono::seconds{limits.seconds};
 }
 
 } // namespace
 
-Status watch(const Words &given, bool json)
+void watch(const Words &given, bool json)
 {
-    Limits limits;
-    bool alarms = false;
-    bool pm = false;
-    for (size_t i = 1; i < given.size(); ++i) {
-        if (given[i] == "alarms")
-            alarms = true;
-        else if (given[i] == "pm")
-            pm = true;
-        else if (!takeLimit(given[i], limits))
-            throw UsageError("watch: expected alarms, pm, count=N or for=SECONDS, not '" +
-                             given[i] + "'");
-    }
+    Words words{given.begin() + 1, given.end()};
+    const Limits limits = takeLimits(words);
+    for (const std::string &word : words)
+        if (word != "alarms" && word != "pm")
+            throw UsageError("watch: expected alarms, pm, count=N or for=SECONDS, not '" + word +
+                             "'");
+    const bool alarms = std::find(words.begin(), words.end(), "alarms") != words.end();
+    const bool pm = std::find(words.begin(), words.end(), "pm") != words.end();
     asJson = json;
     printed = 0;
     allowed = limits.count;
@@ -208,19 +260,15 @@ Status watch(const Words &given, bool json)
     while (!isOver(limits, start) && !signals.wait(std::chrono::milliseconds{50})) {
     }
     vexo_cmi_fini();
-    return SUCCESS;
 }
 
 namespace
 {
 
-constexpr uint32_t STATES_UNDER_WAY[] = {VEXO_UPGRADE_STATE_2, VEXO_UPGRADE_STATE_3,
-                                         VEXO_UPGRADE_STATE_4};
-
-bool isUnderWay(uint32_t state)
+bool isUnderWay(vexoUpgradeState state)
 {
-    return std::find(std::begin(STATES_UNDER_WAY), std::end(STATES_UNDER_WAY), state) !=
-           std::end(STATES_UNDER_WAY);
+    return state == VEXO_UPGRADE_STATE_2 || state == VEXO_UPGRADE_STATE_3 ||
+           state == VEXO_UPGRADE_STATE_4;
 }
 
 // Shows on a terminal that the load is still being followed.
@@ -234,45 +282,36 @@ void turnWheel(bool on)
 
 } // namespace
 
-Status follow(const Words &given, bool json)
+void follow(const Words &given, bool json)
 {
-    Limits limits;
-    for (size_t i = 1; i < given.size(); ++i)
-        if (!(i == 1 && given[i] == "upgrade") && !takeLimit(given[i], limits))
-            throw UsageError("follow: expected upgrade, count=N or for=SECONDS, not '" + given[i] +
-                             "'");
-    if (given.size() < 2 || given[1] != "upgrade")
-        throw UsageError("follow: only 'upgrade' can be followed");
+    Words words{given.begin() + 1, given.end()};
+    const Limits limits = takeLimits(words);
+    if (words != Words{"upgrade"})
+        throw UsageError("follow: expected upgrade, and count=N or for=SECONDS");
     asJson = json;
     printed = 0;
     allowed = limits.count;
 
     Signals signals;
     const auto start = Clock::now();
+    vexoUpgradeInfo info{};
     uint32_t shown = 0;
-    for (;;) {
-        vexoUpgradeInfo info{};
+    do {
         vexoResult result;
         vexo_cmi_misc_upgrade_info_get(&info, &result);
-        if (result.rc != VEXO_RC_OK) {
-            std::cerr << "vexoctl: follow upgrade: failure " << static_cast<uint32_t>(result.rc)
-                      << ": " << result.message << std::endl;
-            return FAILURE;
-        }
+        if (result.rc != VEXO_RC_OK)
+            throw Failure{"follow upgrade", result};
         if (info.state != shown) {
             turnWheel(false);
             const Json document = toJson(describe::typeOf<vexoUpgradeInfo>(), &info);
-            print(document, "upgrade of " + document["fileName"].get<std::string>() + ": state " +
+            print(document, "upgrade " + printable(document["fileName"]) + ": state " +
                                 document["state"].dump());
             shown = info.state;
         }
         turnWheel(true);
-        if (!isUnderWay(info.state) || isOver(limits, start) ||
-            signals.wait(std::chrono::milliseconds{100}))
-            break;
-    }
+    } while (isUnderWay(info.state) && !isOver(limits, start) &&
+             !signals.wait(std::chrono::milliseconds{100}));
     turnWheel(false);
-    return SUCCESS;
 }
 
 } // namespace vexoctl

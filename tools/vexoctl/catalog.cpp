@@ -1,0 +1,279 @@
+#include "catalog.h"
+
+#include "invocation.h"
+#include "print.h"
+
+#include <help.h>
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+
+namespace vexoctl
+{
+
+using describe::Argument;
+using describe::Direction;
+using describe::Kind;
+using describe::Operation;
+using describe::Type;
+
+namespace
+{
+
+constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
+constexpr const char *COMMANDS[] = {"list", "help", "watch", "follow", "metrics"};
+
+std::vector<const Operation *> allOperations()
+{
+    std::vector<const Operation *> all;
+    for (const Operation &operation : describe::operations())
+        all.push_back(&operation);
+    if (isSimulated())
+        for (const Operation &operation : simOperations())
+            all.push_back(&operation);
+    return all;
+}
+
+std::string joined(const Words &words, size_t count, char separator)
+{
+    std::string text;
+    for (size_t i = 0; i < count; ++i)
+        text += (i ? std::string(1, separator) : "") + words[i];
+    return text;
+}
+
+const Operation *find(const Words &words, size_t count)
+{
+    std::string name = joined(words, count, '_');
+    std::replace(name.begin(), name.end(), '-', '_');
+    const bool isSim = name.starts_with("sim_");
+    for (const Operation *operation : allOperations())
+        if (operation->name == name || operation->name == "vexo_cmi_" + name ||
+            (isSim && operation->name + std::string{"_get"} == name))
+            return operation;
+    return nullptr;
+}
+
+// Words up to the first that is an assignment or an option.
+Words spokenPart(const Words &words)
+{
+    const auto end = std::find_if(words.begin(), words.end(), [](const std::string &word) {
+        return word.find('=') != std::string::npos || word.starts_with('-');
+    });
+    return {words.begin(), end};
+}
+
+// The words that can follow in the names of operations.
+Names nextWords(const Words &words)
+{
+    const std::string said = joined(words, words.size(), ' ') + (words.empty() ? "" : " ");
+    Names next;
+    for (const Operation *operation : allOperations()) {
+        const std::string name = spoken(operation->name);
+        if (!name.starts_with(said))
+            continue;
+        const std::string rest = name.substr(said.size());
+        const std::string word = rest.substr(0, rest.find(' '));
+        if (std::find(next.begin(), next.end(), word) == next.end())
+            next.push_back(word);
+    }
+    return next;
+}
+
+Json typeRow(const std::string &name, const Type &type, uint32_t count, uint32_t limit)
+{
+    Json row{{"name", name}, {"type", type.name}};
+    if (type.kind == Kind::enumeration && type.first <= type.last) {
+        row["first"] = type.first;
+        row["last"] = type.last;
+    }
+    for (const describe::Member &member : type.members)
+        row["values"][member.name] = member.value;
+    if (limit != UNLIMITED)
+        row["limit"] = limit;
+    if (count > 1)
+        row["count"] = count;
+    return row;
+}
+
+std::string rowText(const Json &row)
+{
+    std::string text = row["type"];
+    if (row.contains("first"))
+        text += " " + row["first"].dump() + " to " + row["last"].dump();
+    if (row.contains("limit"))
+        text += " up to " + row["limit"].dump();
+    if (row.contains("count"))
+        text += ", " + row["count"].dump() + " of them";
+    std::string separator = ": ";
+    if (row.contains("values"))
+        for (const auto &[name, value] : row["values"].items()) {
+            text += separator + value.dump() + " " + name;
+            separator = ", ";
+        }
+    if (row.contains("condition"))
+        text += "; only with " + row["condition"].get<std::string>();
+    if (row.contains("help"))
+        text += "; " + row["help"].get<std::string>();
+    if (row.contains("optional"))
+        text += "; may be left out";
+    return text;
+}
+
+std::string aligned(const std::string &name, const std::string &text)
+{
+    constexpr size_t COLUMN = 28;
+    const size_t used = std::max(name.size() + 2, COLUMN);
+    const std::string gap(used - name.size(), ' ');
+    return name + gap + folded(std::string(used, ' ') + text, COLUMN).substr(used) + "\n";
+}
+
+} // namespace
+
+const Operation &operationOf(const Words &words, size_t &count)
+{
+    const Words said = spokenPart(words);
+    for (count = said.size(); count > 0; --count)
+        if (const Operation *operation = find(said, count))
+            return *operation;
+    if (!said.empty() && said[0] == "sim" && !isSimulated())
+        throw UsageError("there is no simulated device: these are the real platform libraries");
+    const std::string text = joined(said, said.size(), ' ');
+    if (const Names next = nextWords(said); !said.empty() && !next.empty()) {
+        std::string expected;
+        for (const std::string &word : next)
+            expected += (expected.empty() ? "" : ", ") + word;
+        throw UsageError("'" + text + "' is not all of a command; next can be: " + expected);
+    }
+    Names names{std::begin(COMMANDS), std::end(COMMANDS)};
+    for (const Operation *operation : allOperations())
+        names.push_back(spoken(operation->name));
+    throw UsageError("there is no command '" + text + "'" + hint(text, names) +
+                     " ('list' and 'help' show all)");
+}
+
+std::vector<const Operation *> operationsUnder(const Words &words)
+{
+    const std::string said = joined(words, words.size(), ' ');
+    std::vector<const Operation *> found;
+    for (const Operation *operation : allOperations()) {
+        const std::string name = spoken(operation->name);
+        const bool isSim = name.starts_with("sim ");
+        if ((said.empty() && !isSim) || name == said || name.starts_with(said + " "))
+            found.push_back(operation);
+    }
+    return found;
+}
+
+std::string usage(const Operation &operation)
+{
+    std::string line = spoken(operation.name);
+    std::string fields;
+    for (const Argument &argument : operation.arguments) {
+        if (argument.direction == Direction::out)
+            continue;
+        const std::string name = argument.name;
+        if (argument.type->kind == Kind::record)
+            fields = " FIELD=... | " + name + "=@FILE";
+        else
+            line += argument.optional ? " [" + name + "=...]" : " " + name + "=...";
+    }
+    return line + fields;
+}
+
+Json manual(const Operation &operation)
+{
+    const auto found = describe::help.find(operation.name);
+    const bool isSim = found == describe::help.end();
+    std::istringstream paragraphs{isSim ? simHelp(operation.name) : std::string{found->second}};
+    std::map<std::string, std::string> told; // of the arguments
+    std::string help;
+    for (std::string line; std::getline(paragraphs, line);) {
+        const size_t colon = line.find(": ");
+        const std::string name = line.substr(0, colon);
+        if (std::any_of(operation.arguments.begin(), operation.arguments.end(),
+                        [&](const Argument &argument) { return argument.name == name; }))
+            told[name] = line.substr(colon + 2);
+        else
+            help += (help.empty() ? "" : "\n") + line;
+    }
+    Json page{{"operation", spoken(operation.name)},
+              {"usage", usage(operation)},
+              {"help", help},
+              {"arguments", Json::array()}};
+    for (const Argument &argument : operation.arguments) {
+        Json row = typeRow(argument.name, *argument.type, argument.count, argument.limit);
+        row["direction"] = argument.direction == Direction::in ? "given" : "returned";
+        if (told.contains(argument.name))
+            row["help"] = told[argument.name];
+        if (argument.optional)
+            row["optional"] = true;
+        for (const Leaf &leaf : leaves(*argument.type)) {
+            Json field = typeRow(leaf.path, *leaf.field->type, leaf.field->count, leaf.limit);
+            if (!leaf.condition.empty())
+                field["condition"] = leaf.condition;
+            row["fields"].push_back(field);
+        }
+        page["arguments"].push_back(row);
+    }
+    return page;
+}
+
+std::string readableManual(const Json &page)
+{
+    std::string text = folded(page["usage"], 4) + "\n";
+    std::istringstream paragraphs{page["help"].get<std::string>()};
+    for (std::string line; std::getline(paragraphs, line);)
+        text += "\n" + folded(line) + "\n";
+    for (const char *direction : {"given", "returned"}) {
+        std::string rows;
+        for (const Json &row : page["arguments"]) {
+            if (row["direction"] != direction)
+                continue;
+            rows += aligned("  " + row["name"].get<std::string>(), rowText(row));
+            if (row.contains("fields"))
+                for (const Json &field : row["fields"])
+                    rows += aligned("    " + field["name"].get<std::string>(), rowText(field));
+        }
+        if (!rows.empty())
+            text += std::string{"\n"} + direction + ":\n" + rows;
+    }
+    return text;
+}
+
+Names completions(const Words &typed)
+{
+    Words before = typed;
+    const std::string begun = before.empty() ? "" : before.back();
+    if (!before.empty())
+        before.pop_back();
+    Names next;
+    const std::string command = before.empty() ? "" : before[0];
+    if (command == "watch") {
+        next = {"alarms", "pm", "count=", "for="};
+    } else if (command == "follow") {
+        next = before.size() == 1 ? Names{"upgrade"} : Names{"count=", "for="};
+    } else if (command == "list" || command == "help") {
+        next = nextWords({before.begin() + 1, before.end()});
+    } else {
+        next = nextWords(before);
+        if (before.empty())
+            next.insert(next.end(), std::begin(COMMANDS), std::end(COMMANDS));
+        const Words said = spokenPart(before);
+        const Operation *operation = find(said, said.size());
+        const size_t sign = begun.find('=');
+        const auto names = operation ? assignable(*operation) : std::vector<Assignable>{};
+        for (const auto &[name, type] : names) {
+            if (sign == std::string::npos)
+                next.push_back(name + "=");
+            else if (name == begun.substr(0, sign))
+                for (const std::string &value : valuesOf(*type))
+                    next.push_back(name + "=" + value);
+        }
+    }
+    std::erase_if(next, [&](const std::string &word) { return !word.starts_with(begun); });
+    return next;
+}
+
+} // namespace vexoctl

@@ -1,0 +1,30 @@
+// All operations by the words that a person says: the library's, and those of the simulated device
+// where there is one.
+#ifndef VEXOCTL_CATALOG_H
+#define VEXOCTL_CATALOG_H
+
+#include "session.h"
+
+namespace vexoctl
+{
+
+// The operation that the words begin with; `count` is how many of them name it. Throws UsageError
+// when there is none.
+const describe::Operation &operationOf(const Words &words, size_t &count);
+
+// Those whose names begin with the words.
+std::vector<const describe::Operation *> operationsUnder(const Words &words);
+
+// "pwe params get pwId=..."
+std::string usage(const describe::Operation &operation);
+
+// What an operation does and takes.
+Json manual(const describe::Operation &operation);
+std::string readableManual(const Json &manual);
+
+// What can stand next after these words, the last of which may be unfinished.
+Names completions(const Words &words);
+
+} // namespace vexoctl
+
+#endif

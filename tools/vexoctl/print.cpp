@@ -1,0 +1,113 @@
+#include "print.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace vexoctl
+{
+
+namespace
+{
+
+bool isScalar(const Json &json)
+{
+    return !json.is_structured();
+}
+
+std::string scalarText(const Json &json)
+{
+    return json.is_string() ? printable(json.get<std::string>()) : json.dump();
+}
+
+// Shown on one line: lists of numbers, and in lists also records of nothing but values.
+bool isFlat(const Json &json)
+{
+    return json.is_array() &&
+           std::all_of(json.begin(), json.end(), [](const Json &item) { return item.is_number(); });
+}
+
+bool isFlatRecord(const Json &json)
+{
+    return json.is_object() && std::all_of(json.begin(), json.end(), [](const Json &item) {
+               return isScalar(item) || isFlat(item);
+           });
+}
+
+std::string lineOf(const Json &json)
+{
+    std::string line;
+    for (const auto &[name, item] : json.items()) {
+        if (json.is_object())
+            line += (line.empty() ? " " : ", ") + name;
+        line += isScalar(item) ? " " + scalarText(item) : lineOf(item);
+    }
+    return line.empty() ? " none" : line;
+}
+
+} // namespace
+
+std::string printable(const std::string &text)
+{
+    const std::string quoted = Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string result;
+    for (const char c : Json::parse(quoted).get<std::string>()) {
+        const auto byte = static_cast<unsigned char>(c);
+        char escaped[5];
+        snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+        result += byte < ' ' || byte == 0x7F ? escaped : std::string(1, c);
+    }
+    return result;
+}
+
+size_t width()
+{
+    constexpr size_t USUAL = 80;
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return USUAL;
+    return size.ws_col;
+}
+
+std::string folded(const std::string &text, size_t indent)
+{
+    const size_t columns = width();
+    std::istringstream words{text};
+    std::string result(text, 0, std::min(text.find_first_not_of(' '), text.size()));
+    size_t column = result.size();
+    bool first = true;
+    for (std::string word; words >> word;) {
+        if (!first && column + 1 + word.size() > columns) {
+            result += '\n' + std::string(indent, ' ');
+            column = indent;
+        } else if (!first) {
+            result += ' ';
+            ++column;
+        }
+        result += word;
+        column += word.size();
+        first = false;
+    }
+    return result;
+}
+
+std::string readable(const Json &document, size_t indent)
+{
+    const std::string margin(indent, ' ');
+    std::string text;
+    for (const auto &[name, element] : document.items()) {
+        const std::string head = margin + (document.is_array() ? "-" : name + ":");
+        if (isScalar(element))
+            text += head + " " + scalarText(element) + "\n";
+        else if (element.empty() || isFlat(element) ||
+                 (document.is_array() && isFlatRecord(element)))
+            text += folded(head + lineOf(element), indent + 4) + "\n";
+        else
+            text += head + "\n" + readable(element, indent + 2);
+    }
+    return text;
+}
+
+} // namespace vexoctl
