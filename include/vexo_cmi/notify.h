@@ -43,8 +43,9 @@
  * must be unregistered first.
  *
  * **Descriptors.** A running service has a pipe, none of it under the numbers 0
- * to 2, and what the platform opens for it; no program that the process starts
- * inherits the pipe. It waits with select(): where the pipe or the platform's
+ * to 2, and what the platform opens for it; a program that the process starts
+ * does not inherit the pipe (but for one that another thread starts in the very
+ * moment of a registration). It waits with select(): where the pipe or the platform's
  * descriptor is numbered FD_SETSIZE (1024) or more, it does not start and says
  * so in the log.
  *

@@ -26,6 +26,9 @@ namespace notify
 
 constexpr int WAIT_SECONDS = 30;
 constexpr char STOP_BYTE = 'e';
+// Notifications that are still taken when the service is to stop: those that are pending, but not a
+// stream that never ends.
+constexpr int LAST_NOTIFICATIONS = 1000;
 
 inline bool selectable(int descriptor)
 {
@@ -56,10 +59,12 @@ template <class Service>
 bool openStopPipe()
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    if (pipe(ends) != 0)
         return false;
-    Service::stopPipe[0] = moved(ends[0]);
-    Service::stopPipe[1] = moved(ends[1]);
+    for (int i = 0; i < 2; ++i) {
+        fcntl(ends[i], F_SETFD, FD_CLOEXEC);
+        Service::stopPipe[i] = moved(ends[i]);
+    }
     if (selectable(Service::stopPipe[0]) && Service::stopPipe[1] >= 0)
         return true;
     closeStopPipe<Service>();
@@ -132,13 +137,12 @@ struct Ready {
     return {count, count > 0 && FD_ISSET(socket, &ready), count > 0 && FD_ISSET(stop, &ready)};
 }
 
-// Hands notifications on until the stop pipe becomes readable. Of two that are ready the
-// notification comes first; after it the stop does, however many more are pending.
+// Hands notifications on until the stop pipe becomes readable and nothing is pending.
 template <class Service>
 void waitForStop(int socket)
 {
     const int stop = Service::stopPipe[0];
-    bool stopping = false;
+    int left = LAST_NOTIFICATIONS;
     for (;;) {
         const Ready ready = waitFor(socket, stop);
         if (ready.count == 0 || (ready.count < 0 && errno == EINTR))
@@ -147,8 +151,7 @@ void waitForStop(int socket)
             CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "select(): %s", strerror(errno));
             return;
         }
-        if (ready.socket && !stopping) {
-            stopping = ready.stop;
+        if (ready.socket && !(ready.stop && left-- == 0)) {
             if (const kvRc code = Service::process())
                 CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
                            frame::codeText(code));
