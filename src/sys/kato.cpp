@@ -25,7 +25,7 @@ uint64_t pack(const timeval &time)
 bool due(const timeval &now)
 {
     const uint64_t last = ptm.load(std::memory_order_relaxed);
-    const int64_t seconds = static_cast<int64_t>(last >> 20);
+    const int64_t seconds = static_cast<int64_t>(last) >> 20; // may be negative: 32 bits after 2038
     const int64_t microseconds = static_cast<int64_t>(last & 0xFFFFF);
     int64_t elapsed = now.tv_sec - seconds;
     if (now.tv_usec < microseconds)

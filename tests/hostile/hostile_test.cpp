@@ -206,7 +206,7 @@ void onPm(vexoPmNotification *pm)
 
 size_t operationOf(uint64_t round)
 {
-    return round % describe::operations().size();
+    return static_cast<size_t>(round % describe::operations().size());
 }
 
 std::string callbackRound(uint64_t round)
@@ -265,10 +265,14 @@ class HostilePlatform : public testing::Test
     {
         ASSERT_TRUE(hostile::hasTheClock());
         seed = fromEnvironment("HOSTILE_SEED", 20210611);
-        for (int number : {SIGSEGV, SIGBUS, SIGABRT, SIGALRM})
+        for (int number : {SIGABRT, SIGALRM})
             signal(number, onSignal);
-        if (__sanitizer_set_death_callback)
+        if (__sanitizer_set_death_callback) {
             __sanitizer_set_death_callback(tellRound);
+        } else {
+            signal(SIGSEGV, onSignal);
+            signal(SIGBUS, onSignal);
+        }
         alarm(STUCK_AFTER_SECONDS);
     }
 
