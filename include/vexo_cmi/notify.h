@@ -148,7 +148,7 @@ VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_register(vexoAlarmCallback callback
 
 /**
  * Stops the alarm service and waits until its thread has ended, after the
- * callback in progress. Harmless when it isn't running. Not from inside the
+ * callback in progress and the events that are pending. Harmless when it isn't running. Not from inside the
  * alarm callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_unregister(void);
