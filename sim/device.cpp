@@ -47,7 +47,7 @@ bool lockByte(int descriptor, short type, off_t byte, bool wait)
     return done == 0;
 }
 
-void initMutex(State &state)
+void initSharedMutex(State &state)
 {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
@@ -103,7 +103,7 @@ State *openPrivate()
         fail(NO_DEVICE, "no memory for the simulated device: %s", strerror(errno));
         return nullptr;
     }
-    initMutex(*state);
+    pthread_mutex_init(&state->mutex, nullptr);
     deliver(*state);
     return state;
 }
@@ -152,7 +152,7 @@ State *mapDevice(const char *path, int descriptor)
     }
     // What processes left there that are gone is cleaned up.
     if (!inUse) {
-        initMutex(*state);
+        initSharedMutex(*state);
         putBack(*state);
         forgetProcesses(*state);
         if (blank)
@@ -209,11 +209,9 @@ void afterForkInParent()
 
 void afterForkInChild()
 {
-    if (opened && !inFile) {
-        initMutex(*opened);
+    if (opened && !inFile)
         forgetProcesses(*opened);
-    }
-    openMutex.unlock();
+    afterForkInParent();
 }
 
 State *device()

@@ -17,10 +17,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
 #include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -138,8 +137,9 @@ class SimulatedDevice : public testing::Test
 
 std::string contents(const std::string &path)
 {
-    std::ifstream file{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
+    std::ostringstream bytes;
+    bytes << std::ifstream{path, std::ios::binary}.rdbuf();
+    return bytes.str();
 }
 
 void write(const std::string &path, const std::string &bytes)
