@@ -270,10 +270,8 @@ vexoDebugState DebugState_to_vexoDebugState(DebugState value)
 
 void swVersion_to_vexoSwVersion(const swVersion *src, vexoSwVersion *dst)
 {
-    for (unsigned i = 0; i < 10; ++i) {
-        if (i == VEXO_SW_VERSION_GORV)
-            gorvGetVersion(dst->text[i], sizeof dst->text[i]);
-        else
-            strcpy_n(dst->text[i], src->text[i], sizeof dst->text[i]);
-    }
+    static constexpr uint8_t PLATFORM_TEXTS[] = {0, 1, 2, 3, 4, 5, 6, 8, 9};
+    for (const unsigned i : PLATFORM_TEXTS)
+        strcpy_n(dst->text[i], src->text[i], sizeof dst->text[i]);
+    gorvGetVersion(dst->text[VEXO_SW_VERSION_GORV], sizeof dst->text[VEXO_SW_VERSION_GORV]);
 }

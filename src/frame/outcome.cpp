@@ -3,7 +3,6 @@
 #include <kv_common.h>
 #include <kv_config.h>
 
-#include <stdio.h>
 #include <string.h>
 
 // Failures are rare: kept out of the way of the operations that they happen in.
@@ -81,13 +80,14 @@ COLD bool Outcome::refuseBadType()
 COLD bool Outcome::refuseBadType(pweType type)
 {
     if (result_) {
+        constexpr char BEFORE_NAME[] = "Bad PWE type '";
         const char *name = config_pwe_srv_type_to_string(type);
         result_->rc = VEXO_RC_GENERAL;
-        // The precision keeps an unterminated name from being read beyond what the message holds;
-        // what does not fit of it is cut.
-        if (snprintf(result_->message, sizeof result_->message, "Bad PWE type '%.127s'",
-                     name ? name : "") < 0)
-            result_->message[0] = '\0';
+        // What does not fit is cut. By hand, since snprintf() takes much stack.
+        char *message = result_->message;
+        memcpy(message, BEFORE_NAME, sizeof BEFORE_NAME);
+        strncat(message, name ? name : "", sizeof result_->message - sizeof BEFORE_NAME);
+        strncat(message, "'", sizeof result_->message - 1 - strlen(message));
     }
     return false;
 }
@@ -96,11 +96,9 @@ COLD bool Outcome::refuseBadType(pweType type)
 
 char *strcpy_n(char *dst, const char *src, unsigned n)
 {
-    if (n == 0)
-        return dst;
-    const size_t length = src ? strnlen(src, n - 1) : 0;
-    if (length > 0)
-        memcpy(dst, src, length);
-    memset(dst + length, 0, n - length);
+    if (n > 0) {
+        strncpy(dst, src ? src : "", n - 1);
+        dst[n - 1] = '\0';
+    }
     return dst;
 }
