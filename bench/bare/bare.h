@@ -1,0 +1,58 @@
+// The bare platform: the least that can stand in for the platform libraries. Records are copied in
+// and out of tables; there is no journal, no lock and no check of a number.
+#ifndef BARE_H
+#define BARE_H
+
+#include <kv_alarm.h>
+#include <kv_pmom.h>
+
+#include <stdint.h>
+
+extern "C" {
+
+// Not 0: so many calls from now, one fails with this code.
+extern uint32_t bareFailIn;
+extern kvRc bareFailCode;
+
+// Moves the clock on. settimeofday() and gettimeofday() are the bare platform's, too.
+void bareClockAdvance(uint32_t seconds);
+
+// A pending notification: the service's descriptor becomes readable.
+void bareAlarmSend(const alarmEvent *event);
+void barePmSend(pmInterval interval);
+
+// What the latest subscriber would be handed, on the calling thread; also when it has gone.
+void bareAlarmDeliver(const alarmEvent *event);
+void barePmDeliver(pmInterval interval);
+
+// Whether there is a subscriber.
+int bareAlarmSubscribed(void);
+int barePmSubscribed(void);
+}
+
+namespace bare
+{
+
+inline kvRc answer()
+{
+    return bareFailIn && --bareFailIn == 0 ? bareFailCode : KV_OK;
+}
+
+template <class Record>
+kvRc copy(Record *to, const Record *from)
+{
+    const kvRc code = answer();
+    if (code == KV_OK)
+        *to = *from;
+    return code;
+}
+
+template <class Value>
+kvRc set(Value &to, Value value)
+{
+    return copy(&to, &value);
+}
+
+} // namespace bare
+
+#endif

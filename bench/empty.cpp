@@ -1,0 +1,1 @@
+// Nothing: what loading it costs, loading any shared object costs.
