@@ -24,6 +24,7 @@
 #include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -53,7 +54,9 @@ using namespace std::chrono_literals;
 struct Twist {
     std::atomic<uint32_t> ports{0}, groups{0}; // not 0: counts of objects
     std::atomic<bool> listTooLong{false}, groupsTooLong{false};
-    std::atomic<bool> processStuck{false};
+    std::atomic<bool> processStuck{false}; // fails, and takes nothing
+    std::atomic<bool> processHeld{false};  // waits meanwhile, and takes nothing
+    std::atomic<int> holding{0};
 } twist;
 
 // Where the stack of the PM thread is at the calls that enter and leave the library.
@@ -100,6 +103,19 @@ static void watchedReport(pmInterval interval)
     stackWatch.heapAfter = mallinfo2();
 }
 
+static kvRc process(kvRc (*real)())
+{
+    if (twist.processStuck)
+        return 16;
+    if (!twist.processHeld)
+        return real();
+    ++twist.holding;
+    while (twist.processHeld)
+        std::this_thread::sleep_for(1ms);
+    --twist.holding;
+    return KV_OK;
+}
+
 kvRc pmom_subscribe(void (*handler)(pmInterval))
 {
     REAL(pmom_subscribe);
@@ -111,13 +127,13 @@ kvRc pmom_process_notification()
 {
     REAL(pmom_process_notification);
     stackWatch.process = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    return twist.processStuck ? 16 : real();
+    return process(real);
 }
 
 kvRc alarm_process_notification()
 {
     REAL(alarm_process_notification);
-    return twist.processStuck ? 16 : real();
+    return process(real);
 }
 
 uint32_t GetObjectCount(objType type)
@@ -363,7 +379,8 @@ class Notify : public Device
         Device::SetUp();
         delivered = 0;
         twist.ports = twist.groups = 0;
-        twist.listTooLong = twist.groupsTooLong = twist.processStuck = false;
+        twist.listTooLong = twist.groupsTooLong = false;
+        twist.processStuck = twist.processHeld = false;
     }
 
     void TearDown() override
@@ -519,6 +536,27 @@ TEST_P(NotifyService, StopsEvenWhenNotificationsNeverCease)
     EXPECT_TRUE(until([&] { return stopped.load(); }));
     twist.processStuck = false;
     stopping.join();
+}
+
+TEST_P(NotifyService, TakesWhatIsPendingBeforeItStops)
+{
+    const std::set<int> others = pipes();
+    ASSERT_TRUE(start());
+    twist.processHeld = true;
+    service.raise();
+    ASSERT_TRUE(until([] { return twist.holding == 1; }));
+    std::thread stopping{service.stop};
+    EXPECT_TRUE(until([&] {
+        int bytes = 0;
+        for (const int end : pipes())
+            if (!others.contains(end) && ioctl(end, FIONREAD, &bytes) == 0 && bytes == 1)
+                return true;
+        return false;
+    })) << "told to stop";
+    EXPECT_EQ(delivered, 0);
+    twist.processHeld = false;
+    stopping.join();
+    EXPECT_EQ(delivered, 1);
 }
 
 TEST_P(NotifyService, SurvivesTheLossOfItsSocket)
