@@ -6,6 +6,7 @@
  * @mainpage
  * Usable from C11 and from C++. Start with @ref conventions, then read the
  * header of the family that you need: sys, pdh, pwe, ima, misc or notify.
+ * @ref operations has them all on one page.
  */
 #ifndef VEXO_CMI_H
 #define VEXO_CMI_H

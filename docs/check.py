@@ -1,0 +1,37 @@
+"""Checks the documents: check.py links | check.py manual VEXOCTL"""
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parent.parent
+
+
+def broken_links() -> list[str]:
+    """Links of the project's Markdown files to files that aren't there."""
+    documents = [*PROJECT.glob("*.md"), *(PROJECT / "docs").rglob("*.md")]
+    return [f"{document.relative_to(PROJECT)}: {target}" for document in documents
+            for target in re.findall(r"\]\(([^)#:\s]+)(?:#[^)]*)?\)", document.read_text())
+            if not (document.parent / target).exists()]
+
+
+def output(*command: str) -> str:
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def missing_words(vexoctl: str) -> list[str]:
+    """What mandoc complains of, and what vexoctl has that its manual page doesn't name."""
+    folder = PROJECT / "packaging/man"
+    complaints = subprocess.run(
+        ["mandoc", "-T", "lint", "-W", "warning", folder / "vexoctl.1", folder / "vexo_cmi.3"],
+        capture_output=True, text=True).stdout.splitlines()
+    page = re.sub(".\b", "", output("mandoc", "-T", "utf8", folder / "vexoctl.1"))  # no overstrikes
+    named = set(re.findall(r"[\w-]+=?", page))
+    has = re.findall(r"^  (--\w+)", output(vexoctl, "--help"), re.MULTILINE)
+    for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""]):
+        has += output(vexoctl, "complete", *words).split()
+    return complaints + [f"vexoctl.1 does not name {word}" for word in has if word not in named]
+
+
+findings = broken_links() if sys.argv[1] == "links" else missing_words(sys.argv[2])
+sys.exit("\n".join(findings) or 0)
