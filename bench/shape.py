@@ -17,12 +17,12 @@ PLATFORM = {"libkv_alarm.so", "libkv_common.so", "libkv_config.so", "libkv_forke
             "libkv_pmom.so", "libkv_upgrade.so"}
 # What allocates, locks or ends a thread is none of them.
 C_LIBRARY = {"__cxa_atexit", "__cxa_finalize", "__errno_location", "__stack_chk_fail", "close",
-             "fcntl", "getpid", "gettimeofday", "memccpy", "memcpy", "memset", "pipe2",
+             "fcntl", "getpid", "gettimeofday", "memccpy", "memcpy", "memset", "pipe", "pipe2",
              "pthread_create", "pthread_join", "select", "settimeofday", "snprintf", "strcpy",
              "strerror", "strlen", "strncat", "strncpy", "strnlen", "write",
              "__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable"}
-# Of the start files: the constructors, the destructors and the handle that names the library.
-START_SECTIONS = {".init_array", ".fini_array", ".data"}
+# Of the start files: constructors and destructors. The handle of the library names itself.
+START_SECTIONS = {".init_array", ".fini_array"}
 
 
 def output(*command):
@@ -37,8 +37,8 @@ def measure(library):
         sections[name] = (int(address, 16), int(size, 16))
     needed = re.findall(r"NEEDED.*\[(.*)\]", output("readelf", "-dW", library))
     imports, tables = set(), 0
-    for offset, kind, symbol in re.findall(
-            r"^([0-9a-f]+)\s+[0-9a-f]+\s+(R_\S+)(?:\s+[0-9a-f]+\s+([A-Za-z_]\w*))?",
+    for offset, value, symbol in re.findall(
+            r"^([0-9a-f]+)\s+[0-9a-f]+\s+R_\S+\s+([0-9a-f]+)(?: +([A-Za-z_]\w*))?",
             output("readelf", "-rW", library), re.M):
         if symbol:
             imports.add(symbol)
@@ -46,7 +46,7 @@ def measure(library):
         address = int(offset, 16)
         section = next(name for name, (start, size) in sections.items()
                        if start and start <= address < start + size)
-        if section not in START_SECTIONS:
+        if section not in START_SECTIONS and offset.lstrip("0") != value.lstrip("0"):
             tables += 1
     return {
         "text": sections[".text"][1],
