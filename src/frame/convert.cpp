@@ -270,8 +270,10 @@ vexoDebugState DebugState_to_vexoDebugState(DebugState value)
 
 void swVersion_to_vexoSwVersion(const swVersion *src, vexoSwVersion *dst)
 {
-    static constexpr uint8_t PLATFORM_TEXTS[] = {0, 1, 2, 3, 4, 5, 6, 8, 9};
-    for (const unsigned i : PLATFORM_TEXTS)
+    constexpr unsigned GORV = VEXO_SW_VERSION_GORV;
+    for (unsigned i = 0; i < GORV; ++i)
         strcpy_n(dst->text[i], src->text[i], sizeof dst->text[i]);
-    gorvGetVersion(dst->text[VEXO_SW_VERSION_GORV], sizeof dst->text[VEXO_SW_VERSION_GORV]);
+    gorvGetVersion(dst->text[GORV], sizeof dst->text[GORV]);
+    for (unsigned i = GORV + 1; i < 10; ++i)
+        strcpy_n(dst->text[i], src->text[i], sizeof dst->text[i]);
 }

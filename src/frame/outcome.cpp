@@ -94,7 +94,8 @@ COLD bool Outcome::refuseBadType(pweType type)
 
 } // namespace frame
 
-char *strcpy_n(char *dst, const char *src, unsigned n)
+// Not inlined: it cuts on purpose, which a compiler that sees the sizes takes for a slip.
+[[gnu::noinline]] char *strcpy_n(char *dst, const char *src, unsigned n)
 {
     if (n > 0) {
         strncpy(dst, src ? src : "", n - 1);
