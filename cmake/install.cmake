@@ -25,9 +25,13 @@ install(FILES
   ${PROJECT_BINARY_DIR}/vexo_cmi-config-version.cmake
   DESTINATION ${package_dir} COMPONENT development)
 install_pkgconfig(vexo_cmi development)
+install(FILES packaging/man/vexo_cmi.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
 install(TARGETS vexoctl RUNTIME COMPONENT tools)
 set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+install(FILES packaging/man/vexoctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+install(FILES packaging/bash-completion/vexoctl
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 
 if(VEXO_CMI_SIMULATED)
   install(TARGETS kv_sim ${platform_libraries} LIBRARY COMPONENT simulator)
