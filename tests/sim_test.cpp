@@ -383,7 +383,7 @@ pwConfig pwOf(uint32_t n)
 }
 
 // Changes the device for ever, in all ways that take more than one write.
-void keepChanging()
+void keepChanging(Signal &changing)
 {
     imaParams group{};
     const kvSimFault once = faultOf("config_get_temperature", KV_SIM_CODE, 77, 1);
@@ -409,8 +409,10 @@ void keepChanging()
         alarm_set_status_bits(OBJ_PDH, ~0U, n);
         kv_sim_pm_set(KV_SIM_PDH, 1, 1, 1, n);
         kv_sim_interval_end(1);
-        if (n % 100 == 0)
+        if (n % 1000 == 0)
             kv_sim_reset();
+        if (n == 1)
+            changing.send();
     }
 }
 
@@ -493,7 +495,7 @@ void expectWholeDevice()
 TEST_F(SimulatedDevice, IsUsableAndWholeAfterAnyOfManyKills)
 {
     const char *wanted = getenv("KV_SIM_TEST_KILLS");
-    const int kills = wanted ? atoi(wanted) : 300;
+    const int kills = wanted ? atoi(wanted) : 400;
     std::minstd_rand random{1};
     // The device is cleaned up by whoever meets the dead process's lock, or by the first to open
     // it.
@@ -510,14 +512,17 @@ TEST_F(SimulatedDevice, IsUsableAndWholeAfterAnyOfManyKills)
             const bool anew = !inUse && i % 4 == 0; // then mostly while the device is being made
             if (anew)
                 std::filesystem::remove(path);
-            Process writer{path, keepChanging};
-            sleep_for(microseconds{random() % (anew ? 1000 : 8000)});
+            Signal changing;
+            Process writer{path, [&] { keepChanging(changing); }};
+            if (!anew)
+                changing.wait();
+            sleep_for(microseconds{random() % (anew ? 1000 : 4000)});
             writer.kill();
             run(path, [&] {
-                called.send(kv_sim_journal_last());
                 expectWholeDevice();
+                called.send(kv_sim_journal_last());
             });
-            calls += called.wait();
+            calls += HasFailure() ? 0 : called.wait();
         }
         EXPECT_GT(calls, static_cast<uint64_t>(kills)) << "the kills came too soon";
     }
@@ -632,12 +637,28 @@ TEST_F(SimulatedDevice, IsNotLedAstrayByGarbageInItsFile)
     run(path, [] { kv_sim_open(); });
     const std::string device = contents(path);
     for (unsigned seed = 1; seed <= 20; ++seed) {
+        // Words that may mean something: counts that are and aren't too large, types, states.
+        std::minstd_rand random{seed};
+        std::string garbage = device;
         constexpr size_t HEAD = 16;
-        write(path, device.substr(0, HEAD) + randomBytes(device.size() - HEAD, seed));
+        for (size_t at = HEAD; at + sizeof(uint32_t) <= garbage.size(); at += sizeof(uint32_t)) {
+            const uint32_t words[] = {
+                0, 1, 3, 4, 20, 21, 100, ~0U, static_cast<uint32_t>(random())};
+            memcpy(&garbage[at], &words[random() % std::size(words)], sizeof(uint32_t));
+        }
+        write(path, garbage);
         run(path, [=] {
             ASSERT_EQ(kv_sim_open(), 0) << kv_sim_error();
-            kv_sim_fault_clear(); // one of the garbage may be a delay of weeks
-            for (uint32_t number : {1U, 8U})
+            kv_sim_fault_clear(); // one of them may be a delay of weeks
+            for (uint32_t number = 1; number <= KV_SIM_PWS; ++number) {
+                pwOmStats stats;
+                pmom_pw_om_stat_get(number, &stats);
+                const pwAtmXc xc{1, 2, 3, static_cast<uint16_t>(number), pweAtmXcType{1}};
+                config_del_pw_atm_xc(&xc, number);
+                config_add_pw_atm_xc(&xc, number);
+                config_del_pw_atm_xc(&xc, number);
+            }
+            for (uint32_t number = 1; number <= KV_SIM_GROUPS; ++number)
                 EXPECT_EQ(callEverything(number)["config_get_pdh_params"], KV_OK);
             controlEverything(8);
             EXPECT_EQ(callEverything(1)["config_add_pw"], KV_OK);
@@ -987,28 +1008,36 @@ TEST_F(SimulatedDevice, RaisesAnAlarmWhenItsLogIsFull)
     });
 }
 
-TEST_F(SimulatedDevice, IsSharedByThreadsAndByResets)
+TEST_F(SimulatedDevice, CountsEveryCallOfManyThreadsAndCanBeResetMeanwhile)
 {
     run("", [] {
-        std::vector<std::thread> threads;
-        for (uint32_t port = 1; port <= 3; ++port)
-            threads.emplace_back([=] {
-                for (uint32_t n = 1; n < 2000; ++n) {
-                    const pdhParams in = portOf(n * port);
-                    pdhParams out;
-                    EXPECT_EQ(config_set_pdh_params(&in, 1), KV_OK);
-                    EXPECT_EQ(config_get_pdh_params(&out, 1), KV_OK);
-                    expectWhole(out);
-                    EXPECT_EQ(config_set_pdh_admin(adminStatus{9}, 1), 2U);
-                    EXPECT_STREQ(config_get_error_string(),
-                                 "administrative status 9 is not one of 1 to 3");
-                }
-            });
-        for (int i = 0; i < 20; ++i) {
-            EXPECT_EQ(kv_sim_reset(), 0);
-            sleep_for(milliseconds{1});
+        constexpr uint32_t ROUNDS = 10000;
+        constexpr uint32_t THREADS = 3;
+        const auto work = [] {
+            for (uint32_t n = 1; n <= ROUNDS; ++n) {
+                const pdhParams in = portOf(n);
+                pdhParams out;
+                EXPECT_EQ(config_set_pdh_params(&in, 1), KV_OK);
+                EXPECT_EQ(config_get_pdh_params(&out, 1), KV_OK);
+                expectWhole(out);
+                EXPECT_EQ(config_set_pdh_admin(adminStatus{9}, 1), 2U);
+                EXPECT_STREQ(config_get_error_string(),
+                             "administrative status 9 is not one of 1 to 3");
+            }
+        };
+        for (const bool resets : {false, true}) {
+            std::vector<std::thread> threads;
+            for (uint32_t i = 0; i < THREADS; ++i)
+                threads.emplace_back(work);
+            for (int i = 0; i < (resets ? 20 : 0); ++i) {
+                EXPECT_EQ(kv_sim_reset(), 0);
+                sleep_for(milliseconds{1});
+            }
+            for (std::thread &thread : threads)
+                thread.join();
+            if (!resets) {
+                EXPECT_EQ(kv_sim_journal_last(), ROUNDS * THREADS * 4);
+            }
         }
-        for (std::thread &thread : threads)
-            thread.join();
     });
 }
