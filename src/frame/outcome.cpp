@@ -94,8 +94,7 @@ COLD bool Outcome::refuseBadType(pweType type)
 
 } // namespace frame
 
-// Not inlined: it cuts on purpose, which a compiler that sees the sizes takes for a slip.
-[[gnu::noinline]] char *strcpy_n(char *dst, const char *src, unsigned n)
+char *strcpy_n(char *dst, const char *src, unsigned n)
 {
     if (n > 0) {
         strncpy(dst, src ? src : "", n - 1);
