@@ -5,13 +5,14 @@
 #include "chance.h"
 
 #include <describe.h>
-#include <kv_sim.h>
+#include <state.h>
 #include <vexo_cmi.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -30,7 +31,7 @@ namespace
 using hostile::chance;
 using Bytes = std::vector<char>;
 
-constexpr size_t HEAD = 16; // magic, version and size
+constexpr size_t HEAD = sizeof(sim::Head);
 constexpr unsigned STUCK_AFTER_SECONDS = 60;
 
 uint64_t fromEnvironment(const char *name, uint64_t otherwise)
@@ -156,7 +157,7 @@ Case makeCase(const Bytes &sound)
 {
     Bytes bytes = sound;
     const auto any = [](size_t bound) { return chance().below(static_cast<uint32_t>(bound)); };
-    switch (chance().below(8)) {
+    switch (chance().below(9)) {
     case 0: // cut off: not to nothing, nor to a head that has yet to become a device
         bytes.resize(1 + any(bytes.size() - 1));
         if (bytes.size() == HEAD)
@@ -171,7 +172,7 @@ Case makeCase(const Bytes &sound)
         bytes.resize(bytes.size() + 1 + any(10000));
         return {bytes, true};
     case 3: { // another version, or another program's file
-        const size_t at = any(HEAD);
+        const size_t at = chance().one(2) ? offsetof(sim::Head, version) + any(4) : any(HEAD);
         bytes[at] = static_cast<char>(bytes[at] ^ (1 << any(8)));
         return {bytes, true};
     }
@@ -187,6 +188,19 @@ Case makeCase(const Bytes &sound)
     case 6: { // torn: the second half of it was never written
         const size_t from = HEAD + any(bytes.size() - HEAD);
         std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.end(), '\0');
+        return {bytes, false};
+    }
+    case 7: { // a change that was not completed, in nobody's order
+        uint32_t used = any(chance().one(2) ? 200 : sim::UNDO_SIZE + 1);
+        chance().fill(&bytes[offsetof(sim::State, undo.bytes)], used);
+        // The last of it tells where how many bytes belong.
+        const uint32_t mark[] = {chance().word(), chance().below(100)};
+        if (used >= sizeof mark)
+            memcpy(&bytes[offsetof(sim::State, undo.bytes) + used - sizeof mark], mark,
+                   sizeof mark);
+        if (chance().one(8))
+            used = chance().word();
+        memcpy(&bytes[offsetof(sim::State, undo.used)], &used, sizeof used);
         return {bytes, false};
     }
     default:
@@ -231,7 +245,7 @@ class DeviceFile : public testing::Test
 TEST_F(DeviceFile, IsRefusedAndLeftAsItIsOrUsedSafely)
 {
     const uint64_t seed = fromEnvironment("DEVICE_FILE_SEED", 20210611);
-    const uint64_t rounds = fromEnvironment("DEVICE_FILE_ROUNDS", 60);
+    const uint64_t rounds = fromEnvironment("DEVICE_FILE_ROUNDS", 120);
     const uint64_t only = fromEnvironment("DEVICE_FILE_ROUND", ~0ull);
     printf("seed %llu\n", static_cast<unsigned long long>(seed));
     uint64_t refused = 0, used = 0;

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -236,7 +235,7 @@ std::string callbackRound(uint64_t round)
 
 // ---- The rounds ----
 
-constexpr unsigned STUCK_AFTER_SECONDS = 60;
+constexpr unsigned STUCK_AFTER_SECONDS = 120;
 
 void tellRound()
 {
@@ -329,25 +328,21 @@ TEST_F(HostilePlatform, LeavesEveryOperationAndCallbackWithinBoundsAndCodes)
 
 TEST_F(HostilePlatform, EndsAReportOfCountsWithoutBound)
 {
-    using namespace std::chrono;
+    constexpr uint32_t GROUPS_MAX = 0xFFFF;
     hostile::willing = true;
     hostile::objects = 0xFFFFFFFF;
-    uint32_t before = callbacks[VEXO_OBJ_TYPE_IMA][1];
-    // Rounds whose PM service reports as it subscribes.
-    for (uint64_t round = 0; callbacks[VEXO_OBJ_TYPE_IMA][1] == before; ++round) {
+    const std::atomic<uint32_t> &groups = callbacks[VEXO_OBJ_TYPE_IMA][1];
+    const uint32_t before = groups;
+    // Until a round comes whose PM service reports as it subscribes.
+    for (uint64_t round = 0; groups == before; ++round) {
         ASSERT_LT(round, 100u);
         hostile::start(seed, round);
-        const auto begin = steady_clock::now();
         vexo_cmi_pm_callback_register(onPm);
         vexo_cmi_pm_callback_unregister();
-        const auto taken = duration_cast<milliseconds>(steady_clock::now() - begin);
-        const uint32_t groups = callbacks[VEXO_OBJ_TYPE_IMA][1] - before;
-        if (groups > 0)
-            printf("%u groups in %lld ms\n", groups, static_cast<long long>(taken.count()));
-        EXPECT_LT(taken, 20s);
     }
     hostile::willing = false;
     hostile::objects = 0;
+    EXPECT_EQ((groups - before) % GROUPS_MAX, 0u) << groups - before;
 }
 
 } // namespace

@@ -123,6 +123,7 @@ void endIntervals()
 {
     for (uint32_t i = 0; i < REPORTS; ++i) {
         kv_sim_interval_end(1 + i % 3);
+        kv_sim_clock_advance(901 * 1000000); // so that keep-alives set the clock again
         std::this_thread::sleep_for(5ms);
     }
 }
@@ -161,9 +162,12 @@ TEST(Threads, MayCallEveryOperationBesideBothServices)
         });
     std::atomic<bool> over{false};
     std::thread replacing{[&] {
+        // What the others hardly hit upon by themselves.
         const vexoPweParams atm = newPwe(VEXO_PWE_TYPE_ATM_3);
+        const vexoPweAtmXc crossConnect{VEXO_PWE_ATM_XC_TYPE_1, 1, 1, 1, 1};
         while (!over) {
             vexo_cmi_pwe_params_set(&atm, 1, nullptr);
+            vexo_cmi_pwe_atmop_xc_set(&crossConnect, 1, nullptr);
             vexo_cmi_alarm_callback_register(onAlarmAsWell);
             vexo_cmi_pm_callback_register(onPm);
             vexo_cmi_alarm_callback_register(onAlarm);
@@ -190,6 +194,28 @@ TEST(Threads, MayCallEveryOperationBesideBothServices)
     EXPECT_EQ(wrong, 0u);
     for (size_t i = 0; i < successes.size(); ++i)
         EXPECT_GT(successes[i], 0u) << describe::operations()[i].name << " never succeeded";
+}
+
+TEST(Threads, MaySendKeepAlivesAtOnce)
+{
+    ASSERT_EQ(kv_sim_reset(), 0);
+    for (uint32_t interval = 1; interval <= 3; ++interval)
+        ASSERT_EQ(kv_sim_interval_period(interval, 0), 0);
+    wrong = 0;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < THREADS; ++i)
+        threads.emplace_back([i] {
+            for (unsigned n = 0; n < 500; ++n) {
+                kv_sim_clock_advance(901 * 1000000);
+                vexoResult result;
+                vexo_cmi_sys_kato_send(1000000 + n, i, &result);
+                wrong += result.rc != VEXO_RC_OK;
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_LT(kv_sim_clock_get(), 100000000ull * 1000000) << "never set";
 }
 
 } // namespace
