@@ -111,7 +111,7 @@ bool addPort(Exposition &out, uint32_t port)
             continue;
         const std::string labels = label("port", port) + "," + label("interval", type);
         const Json shown = toJson(describe::typeOf<vexoPdhPm>(), &pm);
-        for (const uint32_t layout : {0, 1}) {
+        for (const uint32_t layout : {0u, 1u}) {
             const auto found = shown.find("layout" + std::to_string(layout));
             if (found == shown.end() || found->at("intervalFlag") != 1)
                 continue;

@@ -1,6 +1,5 @@
 #include "catalog.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,7 +17,6 @@ namespace
 constexpr int HISTORY_LENGTH = 1000;
 
 Names candidates;
-volatile sig_atomic_t interrupted;
 
 char *nextCandidate(const char *, int state)
 {
@@ -51,31 +49,6 @@ std::string historyFile()
     return home ? std::string{home} + "/.vexoctl_history" : "";
 }
 
-void onInterrupt(int)
-{
-    interrupted = 1;
-}
-
-using Line = std::unique_ptr<char, decltype(&free)>;
-
-// A line from the terminal; Ctrl-C gives an empty one.
-Line readLine()
-{
-    struct sigaction action {
-    };
-    struct sigaction before {
-    };
-    action.sa_handler = onInterrupt;
-    sigaction(SIGINT, &action, &before);
-    interrupted = 0;
-    Line line{readline("vexoctl> "), free};
-    sigaction(SIGINT, &before, nullptr);
-    if (!interrupted)
-        return line;
-    std::cout << std::endl;
-    return Line{strdup(""), free};
-}
-
 } // namespace
 
 Status Session::prompt()
@@ -84,6 +57,9 @@ Status Session::prompt()
     rl_attempted_completion_function = complete;
     char breaks[] = " \t";
     rl_completer_word_break_characters = breaks;
+    // While a line is typed, Ctrl-C empties it.
+    rl_parse_and_bind("setty -d intr=");
+    rl_parse_and_bind("bind ^C em-kill-line");
     using_history();
     stifle_history(HISTORY_LENGTH);
     const std::string history = historyFile();
@@ -91,7 +67,7 @@ Status Session::prompt()
         read_history(history.c_str());
     setCompact(true);
     for (;;) {
-        const Line line = readLine();
+        const std::unique_ptr<char, decltype(&free)> line{readline("vexoctl> "), free};
         if (!line || strcmp(line.get(), "quit") == 0 || strcmp(line.get(), "exit") == 0)
             break;
         if (line.get()[0] != '\0')

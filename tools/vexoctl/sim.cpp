@@ -126,8 +126,8 @@ void sim_fault_add(const char *function, SimEffect effect, uint32_t value, uint3
     fault.object = object;
     fault.skip = skip;
     fault.times = times;
-    fault.effect = static_cast<kvSimEffect>(effect);
-    fault.value = value == 0 && effect == SimEffect{KV_SIM_CODE} ? 1 : value;
+    fault.effect = effect;
+    fault.value = value == 0 && fault.effect == KV_SIM_CODE ? 1 : value;
     report(SIM(kv_sim_fault_add)(&fault), result);
 }
 

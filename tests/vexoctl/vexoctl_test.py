@@ -1,0 +1,600 @@
+"""The command line, run as a person and as a script would run it."""
+import json
+import os
+import pty
+import re
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+VEXOCTL = os.environ["VEXOCTL"]
+SOURCE = Path(__file__).resolve().parents[2]
+
+
+class Device(unittest.TestCase):
+    """A simulated device of its own for every test."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.environment = {**os.environ, "KV_SIM_DEVICE": str(self.folder / "device"),
+                            "HOME": folder.name, "TERM": "xterm"}
+
+    def vexoctl(self, *words, text=None, **options):
+        return subprocess.run([VEXOCTL, *words], input=text, env=self.environment, text=True,
+                              capture_output=True, timeout=60, check=False, **options)
+
+    def document(self, *words, text=None, status=0):
+        """What a command prints with --json: one document and nothing else."""
+        done = self.vexoctl("--json", *words, text=text)
+        self.assertEqual(done.returncode, status, (words, done.stdout, done.stderr))
+        self.assertEqual(done.stderr, "", words)
+        return json.loads(done.stdout)
+
+    def documents(self, script):
+        """What a script's commands print, one document a line."""
+        done = self.vexoctl("--json", text="\n".join(script))
+        self.assertEqual(done.returncode, 0, (done.stdout[-300:], done.stderr))
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def calls(self):
+        """The number of the device's latest call."""
+        return max((call["number"] for call in self.document("sim", "journal")["calls"]), default=0)
+
+    def start(self, *words):
+        process = subprocess.Popen([VEXOCTL, *words], env=self.environment, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        return process
+
+    def manual(self, *operation):
+        return self.document("help", *operation)
+
+
+def operations():
+    """Those that the library exports."""
+    names = re.findall(r"vexo_cmi_((?:sys|pdh|pwe|ima|misc)_\w+);",
+                       (SOURCE / "src/exports.map").read_text())
+    return {f"{name.split('_')[0]} {'_'.join(name.split('_')[1:-1])} {name.split('_')[-1]}"
+            .replace("  ", " ") for name in names}
+
+
+def expected_value(row):
+    """A value for an argument or a field: as it is written, and as it is read back."""
+    if row["type"] == "MAC address":
+        return "02:00:5e:00:00:77", "02:00:5e:00:00:77"
+    if row["type"] == "text":
+        return "a name", "a name"
+    if "first" in row:
+        value = max(row["first"], 1)
+        names = [name for name, number in row.get("values", {}).items() if number == value]
+        return (names or [str(value)])[0], (names or [value])[0]
+    return "5", 5
+
+
+class Words(Device):
+    def test_every_exported_operation_is_listed_explained_and_callable_by_its_words(self):
+        listed = self.document("list")["operations"]
+        self.assertEqual(set(listed), operations())
+        pages = self.documents(f"help {name}" for name in listed)
+        for name, page in zip(listed, pages):
+            self.assertEqual(page["operation"], name)
+            self.assertGreater(len(page["help"]), 20, name)
+            words = [f"{row['name']}={expected_value(row)[0]}" for row in page["arguments"]
+                     if row["direction"] == "given" and "fields" not in row]
+            fields = [f"{field['name']}={expected_value(field)[0]}"
+                      for row in page["arguments"] if row["direction"] == "given"
+                      for field in row.get("fields", []) if "condition" not in field]
+            done = self.vexoctl("--json", *name.split(), *words, *fields)
+            document = json.loads(done.stdout)
+            self.assertEqual(document["operation"], name)
+            self.assertEqual(done.returncode, 0 if document["rc"] == 0 else 1, done)
+            self.assertEqual(document["rc"] == 0, document["message"] == "", document)
+            if document["rc"] == 0:
+                returned = {row["name"] for row in page["arguments"]
+                            if row["direction"] == "returned"}
+                self.assertEqual(returned, set(document) - {"operation", "rc", "message"})
+            # The words of the operation's name, in other forms.
+        for form in ("sys_src_mac_get", "vexo_cmi_sys_src_mac_get"):
+            self.assertEqual(self.document(form)["operation"], "sys src_mac get")
+        self.assertEqual(self.document("sys", "src-mac", "get")["operation"], "sys src_mac get")
+
+    def test_the_range_of_every_enumeration_is_that_of_the_header(self):
+        header = (SOURCE / "include/vexo_cmi/values.h").read_text()
+        ranges = {}
+        for name, body in re.findall(r"VEXO_CMI_ENUM\((\w+)\)\{(.*?)\};", header, re.DOTALL):
+            values = [int(value) for value in re.findall(r"= (\d+)", body)]
+            ranges[name] = (min(values), max(values))
+        seen = {}
+        for page in self.documents(f"help {name}" for name in operations()):
+            for row in page["arguments"]:
+                for one in [row, *row.get("fields", [])]:
+                    if "first" in one and one["name"] != "pweAction":
+                        seen[one["type"]] = (one["first"], one["last"])
+        self.assertGreater(len(seen), 20)
+        self.assertEqual(seen, {name: ranges[name] for name in seen})
+
+    def test_help_fits_into_80_columns(self):
+        for words in [["help"], ["list"], ["list", "sim"],
+                      *(["help", *name.split()] for name in operations())]:
+            for line in self.vexoctl(*words).stdout.splitlines():
+                self.assertLessEqual(len(line), 80, line)
+
+    def test_completion_offers_words_arguments_and_values(self):
+        def offered(*words):
+            return self.vexoctl("complete", *words).stdout.split()
+        self.assertEqual(offered("p"), ["pdh", "pwe"])
+        self.assertEqual(offered("pdh", "fra"), ["frame"])
+        self.assertEqual(offered("help", "pdh", "frame", ""), ["set", "get"])
+        self.assertEqual(offered("pdh", "frame", "set", ""), ["mode=", "port="])
+        self.assertEqual(offered("pwe", "params", "set", "t1.rtp."),
+                         ["t1.rtp.mode=", "t1.rtp.payloadType=", "t1.rtp.ssrc="])
+        self.assertEqual(offered("pwe", "vlan", "set", "mode="),
+                         ["mode=untagged", "mode=double", "mode=2", "mode=4"])
+
+
+# What is given, and what the message has to say.
+BAD_INPUT = [
+    (["pdh", "fram", "set", "port=1", "mode=1"], "did you mean 'pdh frame set'"),
+    (["pdh", "frame"], "next can be: set, get"),
+    (["nonsense"], "no command 'nonsense'"),
+    ([""], "no command ''"),
+    (["pdh", "frame", "set", "port=1", "mod=1"], "did you mean 'mode'"),
+    (["pdh", "frame", "set", "port=1"], "mode is missing"),
+    (["pdh", "frame", "set", "port=1", "mode"], "expected name=value, not 'mode'"),
+    (["pdh", "frame", "set", "port=1", "=1"], "expected name=value"),
+    (["pdh", "frame", "set", "port=1", "mode=1", "port=1"], "port: given twice"),
+    (["pdh", "frame", "set", "port=", "mode=1"], "port: expected a number, not ''"),
+    (["pdh", "frame", "set", "port=-1", "mode=1"], "port: expected a number, not '-1'"),
+    (["pdh", "frame", "set", "port=0x", "mode=1"], "port: expected a number, not '0x'"),
+    (["pdh", "frame", "set", "port=1x", "mode=1"], "port: expected a number, not '1x'"),
+    (["pdh", "frame", "set", "port= 1", "mode=1"], "port: expected a number, not ' 1'"),
+    (["pdh", "frame", "set", "port=4294967296", "mode=1"], "more than 4294967295"),
+    (["pdh", "frame", "set", "port=1", "mode=fast"], "mode: expected 1, 2, 3, 4, 5 or 6, not"),
+    (["pdh", "frame", "get", "port=1", "mode=1"], "no argument 'mode'"),
+    (["pdh", "frame", "get", "--port=1"], "no option '--port=1'"),
+    (["pdh", "cable_len", "set", "port=1", "length=65536"], "from 0 to 65535, not 65536"),
+    (["pdh", "params", "set", "port=1", "cableLength=65536"], "from 0 to 65535, not 65536"),
+    (["sys", "tpid", "set", "tpid=0x10000"], "from 0 to 65535"),
+    (["sys", "src_mac", "set", "mac=02:00:00:00:00"], "mac: expected a MAC address"),
+    (["sys", "src_mac", "set", "mac=02:00:00:00:00:0g"], "mac: expected a MAC address"),
+    (["sys", "src_mac", "set", "mac=02:00:00:00:00:-1"], "mac: expected a MAC address"),
+    (["misc", "dbg", "init", "info=" + 129 * "x"], "129 characters, at most 128"),
+    (["misc", "upgrade", "init", "mode=1", "fileName=" + 65 * "x"], "65 characters, at most 64"),
+    (["misc", "upgrade", "init", "mode=1", "fileName=" + 129 * "x"], "129 characters, at most"),
+    (["pwe", "params", "set", "pwId=1"], "params is missing"),
+    (["pwe", "params", "set", "pwId=1", "params=7"], "params: a record"),
+    (["pwe", "params", "set", "pwId=1", "vlan=7"], "vlan: a record"),
+    (["pwe", "params", "set", "pwId=1", "vlan.modus=7"], "no field 'modus'; did you mean 'mode'"),
+    (["pwe", "params", "set", "pwId=1", "pweType.x=7"], "pweType has no fields"),
+    (["pwe", "params", "set", "pwId=1", "psn.param1Valid=1"], "no field 'param1Valid'"),
+    (["pwe", "params", "set", "pwId=1", "pweType=tdm-1", "t2.circuit=3"],
+     "t2: only with pweType=tdm-2, not with tdm-1"),
+    (["pwe", "params", "set", "pwId=1", "a.circuit=3", "pweType=tdm-1"],
+     "a: only with pweType=atm-3 or atm-4, not with tdm-1"),
+    (["pwe", "params", "set", "pwId=1", "t1.circuit=3"], "t1: only with pweType=tdm-1, not with 0"),
+    (["pwe", "vlan", "set", "pwId=1", "mode=untagged", "vlanId=3"],
+     "vlanId: only with mode=2, double or 4, not with untagged"),
+    (["pwe", "vlan", "set", "pwId=1", "mode=2", "priority=300"], "from 0 to 255, not 300"),
+    (["pwe", "psn", "set", "pwId=1", "psnType=1", "param3=256"], "from 0 to 255, not 256"),
+    (["pwe", "psn", "set", "pwId=1", "psnType=1", "udpMode=1"], "udpMode: only with psnType=3"),
+    (["pwe", "psn", "set", "pwId=1", "psn={"], "psn: not a JSON document"),
+    (["pwe", "psn", "set", "pwId=1", "psn={}}"], "psn: not a JSON document"),
+    (["pwe", "psn", "set", "pwId=1", "psn=@/nowhere"], "cannot read /nowhere: No such file"),
+    (["pwe", "psn", "set", "pwId=1", "psn=@/"], "cannot read /: Is a directory"),
+    (["pwe", "psn", "set", "pwId=1", "psn=@/dev/zero"], "longer than any record"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnTyp":1}'], "did you mean 'psnType'"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":-1}'], "psnType: expected 1, 2, 3, 4 or 5"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":1.5}'], "not '1.5'"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":null}'], "not 'null'"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":[1]}'], r"not '\[1\]'"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":4294967296}'], "more than 4294967295"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":1,"psnType":2}'], "'psnType' is there twice"),
+    (["pwe", "psn", "set", "pwId=1", "psn=" + 20 * '{"a":' + "1" + 20 * "}"], "nested too deep"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"operation":"x","rc":1}'], "holds no record"),
+    (["list", "nonsense"], "nothing under 'nonsense'"),
+    (["watch", "everything"], "expected alarms, pm, count=N or for=SECONDS"),
+    (["watch", "--count"], "count: expected a number"),
+    (["watch", "count=0"], "from 1, not 0"),
+    (["follow"], "expected upgrade"),
+    (["metrics", "all"], "not 'all'"),
+    (["sim", "fault", "add", "function=GetObjectCoun"], "did you mean 'GetObjectCount'"),
+    (["--device"], "--device"),
+    (["--jsn", "list"], "did you mean '--json'"),
+    (["--script", "/nowhere"], "cannot read /nowhere: No such file"),
+    (["--script", "/"], "Is a directory"),
+    (["--script", "-", "list"], "either a command or --script"),
+]
+
+
+class Input(Device):
+    def test_what_is_wrong_is_told_in_words_and_in_json_and_nothing_is_called(self):
+        self.document("sys", "tpid", "get")
+        before = self.calls()
+        for words, message in BAD_INPUT:
+            with self.subTest(words=[word[:60] for word in words]):
+                done = self.vexoctl(*words)
+                self.assertEqual((done.returncode, done.stdout), (2, ""))
+                self.assertRegex(done.stderr, message)
+                self.assertLess(len(done.stderr), 400)
+                self.assertEqual(list(self.document("--json", *words, status=2)), ["error"])
+        self.assertEqual(self.calls(), before)
+
+    def test_a_document_of_any_depth_and_length_is_refused(self):
+        for text in ("[" * 900000, '{"a":' * 200000, '"' + 900000 * "x" + '"'):
+            done = self.vexoctl("pwe", "psn", "set", "pwId=1", "psn=@-", text=text)
+            self.assertEqual((done.returncode, done.stdout), (2, ""))
+            self.assertLess(len(done.stderr), 400)
+
+    def test_what_the_operation_refuses_is_told_with_its_text(self):
+        done = self.vexoctl("pdh", "frame", "set", "port=99", "mode=1")
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertRegex(done.stderr, r"^vexoctl: pdh frame set: failure \d+: .*99")
+        document = self.document("pdh", "frame", "set", "port=99", "mode=1", status=1)
+        self.assertGreater(document["rc"], 0)
+        self.assertIn("99", document["message"])
+
+    def test_texts_of_any_bytes_are_printed_as_valid_json_and_do_no_harm_to_a_terminal(self):
+        self.vexoctl("misc", "dbg", "init", "info=\x1b[31m")
+        self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], "\x1b[31m")
+        self.assertIn(r"info: \x1b[31m", self.vexoctl("misc", "dbg_info", "get").stdout)
+        subprocess.run([VEXOCTL, "misc", "dbg", "init", b"info=\xff\xfe" + 126 * b"x"],
+                       env=self.environment, check=True)
+        info = self.document("misc", "dbg_info", "get")["debug"]["info"]
+        self.assertEqual(info, 2 * "\ufffd" + 126 * "x")
+        self.assertIn("\ufffd", self.vexoctl("misc", "dbg_info", "get").stdout)
+
+
+TDM = ("pweAction=create adminStatus=1 dstMac=02:00:5e:00:00:01 vlan.mode=double"
+       " vlan.outerVlanId=100 vlan.outerPriority=3 vlan.vlanId=7 vlan.priority=0").split()
+PSEUDOWIRES = {
+    "tdm-1": [*TDM, "psn.psnType=1", "psn.param1=9", "psn.param3=8", "psn.param4=255",
+              "t1.circuit=3", "t1.payloadSize=256", "t1.rtp.mode=on", "t1.rtp.payloadType=96",
+              "t1.rtp.ssrc=0xffffffff"],
+    "tdm-2": [*TDM, "psn.psnType=3", "psn.udpMode=2", "psn.param2=70000", "t2.circuit=4",
+              "t2.serviceOption=0", "t2.jitterBufferSize=4000", "t2.serviceFlag=1",
+              "t2.rtp.mode=on"],
+    "atm-3": [*TDM, "psn.psnType=2", "psn.param1=0", "a.circuit=1", "a.serviceFlag=2",
+              "a.atmMode=1", "a.atmType=2", "a.atmFlag1=1", "a.atmFlag2=2", "a.atmClpMode=4",
+              "a.atmParam1=11", "a.atmParam2=12"],
+}
+
+
+class Records(Device):
+    def test_what_a_pseudowire_is_printed_as_makes_the_same_pseudowire(self):
+        for number, (kind, words) in enumerate(PSEUDOWIRES.items(), 1):
+            target = f"pwId={number}"
+            self.document("pwe", "params", "set", target, f"pweType={kind}", *words)
+            printed = self.document("pwe", "params", "get", target)
+            for word in words[1:]:
+                name, given = word.split("=")
+                value = printed["info"]
+                for step in name.split("."):
+                    value = value[step]
+                if isinstance(value, int):
+                    given = int(given, 0)
+                self.assertEqual(value, given, name)
+            document = json.dumps(printed)
+            # Given back to itself, and to one that is made from it; as a file, too.
+            self.document("pwe", "params", "set", target, "params=@-", text=document)
+            self.assertEqual(self.document("pwe", "params", "get", target), printed)
+            (self.folder / "printed").write_text(document)
+            self.document("pwe", "params", "set", f"pwId={number + 10}", "pweAction=create",
+                          f"params=@{self.folder}/printed")
+            self.assertEqual(self.document("pwe", "params", "get", f"pwId={number + 10}"), printed)
+
+    def check_fields(self, setter, getter, prefix="", base=(), left_out=(), between=()):
+        """Sets each field of the setter's record by itself and reads it back."""
+        rows = self.manual(*setter.split())["arguments"]
+        fields = [field for row in rows for field in row.get("fields", [])
+                  if field["name"].startswith(prefix) and field["name"] not in left_out]
+        self.assertTrue(fields, setter)
+        script, expected = [], []
+        for field in fields:
+            words = dict(word.split("=") for word in base)
+            condition = field.get("condition", "")
+            if condition:
+                name, values = condition.split("=")
+                words.setdefault(name, re.split(", | or ", values)[0])
+            written, read = expected_value(field)
+            words[field["name"]] = f"'{written}'"
+            script += [*between, f"{setter} " + " ".join("=".join(word) for word in words.items()),
+                       getter]
+            expected.append((field["name"], read))
+        documents = self.documents(script)[len(between) + 1::len(between) + 2]
+        for (name, value), document in zip(expected, documents, strict=True):
+            found = [element for element in document.values() if isinstance(element, dict)]
+            found = found or document["xc"][-1:]
+            for step in name.split("."):
+                found = [element[step] for element in found if step in element]
+            self.assertEqual(found, [value], (setter, name))
+
+    def test_every_field_that_is_set_by_itself_is_read_back(self):
+        for number, (kind, words) in enumerate(PSEUDOWIRES.items(), 1):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}", *words)
+        base = ["adminStatus=1", "dstMac=02:00:5e:00:00:01", "vlan.mode=double"]
+        common = {"pweType", "pweAction"}
+        names = {field["name"] for row in self.manual("pwe", "params", "set")["arguments"]
+                 for field in row.get("fields", [])}
+        variants = {name for name in names if re.match(r"(t1|t2|a)\.", name)}
+        for number, kind, own, rtp in ((1, "tdm-1", "t1.", ["t1.rtp.mode=on"]),
+                                       (2, "tdm-2", "t2.", ["t2.rtp.mode=on"]),
+                                       (3, "atm-3", "a.", ["a.circuit=1"])):
+            others = {name for name in variants if not name.startswith(own)}
+            two_state = {f"{own}{name}" for name in ("serviceFlag", "atmFlag1", "atmFlag2")}
+            circuit = [f"{own}circuit=3"] if own != "a." else []
+            given = [f"pwId={number}", f"pweType={kind}", *base, *circuit, *rtp]
+            atm = [f"a.{name}=1" for name in ("atmMode", "atmType", "atmClpMode")
+                   if kind == "atm-3"]
+            self.check_fields("pwe params set", f"pwe params get pwId={number}",
+                              base=[*given, *atm, "psn.psnType=2"],
+                              left_out=common | others | two_state |
+                              {f"{own}rtp.mode", "psn.param3", "psn.param4", "psn.udpMode"})
+        for name, value in (("serviceFlag", 1), ("serviceFlag", 2)):
+            self.document("pwe", "params", "set", "pwId=2", "pweType=tdm-2", *base,
+                          "psn.psnType=2", "t2.circuit=4", f"t2.{name}={value}")
+            read = self.document("pwe", "params", "get", "pwId=2")
+            self.assertEqual(read["info"]["t2"][name], value)
+        self.check_fields("pwe vlan set", "pwe vlan get pwId=1", base=["pwId=1", "mode=double"])
+        self.check_fields("pwe psn set", "pwe psn get pwId=1", base=["pwId=1"])
+        self.check_fields("pwe rtp set", "pwe rtp get pwId=1", base=["pwId=1", "mode=on"],
+                          left_out={"mode"})
+        self.check_fields("pwe atmop_xc set", "pwe atmop_xc get pwId=3",
+                          base=["pwId=3", "xcType=1"])
+        self.check_fields("pdh params set", "pdh params get port=2",
+                          base=["port=2", "adminStatus=2", "frameMode=2", "lineCode=2",
+                                "syncMode=2", "niuMode=2"])
+        self.check_fields("pdh sync set", "pdh sync get port=2", base=["port=2", "mode=2"])
+        self.document("ima", "set", "groupId=1", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.check_fields("ima set", "ima get groupId=1", left_out={"imaAction"},
+                          base=["groupId=1", "imaAction=modify", "groupParam1=1", "groupParam2=1"])
+        self.check_fields("misc upgrade init", "misc upgrade_info get", left_out={"state"},
+                          base=["mode=2", "fileName=x"],
+                          between=["sim clock advance seconds=60"])
+
+
+class Session(Device):
+    def test_a_script_stops_at_the_first_failure_and_says_where(self):
+        for lines, status, where in (
+                (["sys tpid set tpid=0x1111", "", "pdh frame get port=99", "sys tpid set tpid=0x2222"], 1, 3),
+                (["sys tpid set tpid=0x1111", "# x", "sys tpid sit tpid=0x2222", "sys tpid set tpid=0x2222"], 2, 3),
+                (["sys tpid set tpid=0x1111", "sys tpid set 'tpid=0x2222"], 2, 2)):
+            script = self.folder / "script"
+            script.write_text("\n".join(lines))
+            for how in (["--script", str(script)], []):
+                text = "\n".join(lines) if not how else None
+                done = self.vexoctl(*how, text=text)
+                self.assertEqual(done.returncode, status)
+                self.assertIn(f"stopped at line {where}", done.stderr)
+                self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x1111)
+                done = self.vexoctl("--json", *how, text=text)
+                answers = [json.loads(line) for line in done.stdout.splitlines()]
+                self.assertEqual(["error" in answer or answer["rc"] != 0 for answer in answers],
+                                 [False, True])
+
+    def test_a_script_may_have_comments_quotes_and_line_ends_of_any_kind(self):
+        self.documents(['misc dbg init "info=a b" # and a comment\r', "\r", "  # nothing",
+                        r"""misc 'dbg' init info=it\'s'\ '"\"#x" """, "sys\ttpid set tpid=0x88A8"])
+        self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], 'it\'s\\ "#x')
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x88A8)
+
+    def test_the_prompt_completes_remembers_and_survives_ctrl_c(self):
+        leader, follower = pty.openpty()
+        process = subprocess.Popen([VEXOCTL], stdin=follower, stdout=follower, stderr=follower,
+                                   env=self.environment, start_new_session=True,
+                                   preexec_fn=lambda: os.set_inheritable(follower, True))
+        os.close(follower)
+        self.addCleanup(os.close, leader)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        shown = ""
+
+        def until(text):
+            nonlocal shown
+            end = time.monotonic() + 20
+            while text not in shown:
+                ready = select.select([leader], [], [], max(0, end - time.monotonic()))[0]
+                self.assertTrue(ready, (text, shown))
+                shown += os.read(leader, 4096).decode()
+            shown = shown[shown.index(text) + len(text):]
+
+        until("vexoctl> ")
+        os.write(leader, b"sys tp\tse\ttp\t0x1234\n")
+        until("vexoctl> ")
+        os.write(leader, b"half a comm\x03sys tpid get\n")
+        until("tpid: 0x1234")
+        until("vexoctl> ")
+        os.write(leader, b"pdh frame get port=99\n")
+        until("failure")
+        until("vexoctl> ")
+        os.write(leader, b"quit\n")
+        self.assertEqual(process.wait(20), 0)
+        self.assertIn("0x1234", (self.folder / ".vexoctl_history").read_text())
+
+
+class Notifications(Device):
+    def started(self, *words):
+        before = self.calls()
+        process = self.start(*words)
+        end = time.monotonic() + 20
+        wanted = {"alarm_subscribe"} if "alarms" in words else {"alarm_subscribe", "pmom_subscribe"}
+        while True:
+            calls = self.document("sim", "journal", "last=100")["calls"]
+            if wanted <= {call["function"] for call in calls if call["number"] > before}:
+                return process
+            self.assertLess(time.monotonic(), end)
+            time.sleep(0.02)
+
+    def test_alarms_and_reports_of_another_process_come_one_line_each_with_names(self):
+        self.document("pwe", "params", "set", "pwId=7", "pweType=tdm-1", *PSEUDOWIRES["tdm-1"])
+        self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
+        watches = [self.started("watch", "--count", "8"),
+                   self.started("--json", "watch", "count=8")]
+        for kind, number in (("system", 1), ("pdh", 3), ("pwe", 7), ("ima-link", 9)):
+            self.document("sim", "alarm", "raise", f"type={kind}", f"number={number}", "bits=5")
+        # One line is there before the next happens: nothing waits in a buffer.
+        self.assertRegex(watches[0].stdout.readline(), "^alarm system 1: active 0x00000005")
+        self.document("sim", "alarm", "clear", "type=pdh", "number=3", "bits=4")
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=1", "word=1",
+                      "value=12")
+        self.document("sim", "interval", "end", "interval=1")
+        lines = watches[0].stdout.read().splitlines()
+        self.assertEqual(watches[0].wait(20), 0)
+        self.assertEqual([re.sub(":.*", "", line) for line in lines],
+                         ["alarm PDH port 3", "alarm pseudowire 7", "alarm IMA link 9",
+                          "alarm PDH port 3", "pm interval 1 PDH",
+                          "pm interval 1 pseudowire 7 (generic)", "pm interval 1 IMA group 2"])
+        self.assertIn("active 0x00000001, raised 0x00000000, cleared 0x00000004", lines[3])
+        self.assertRegex(lines[4], r"16 ports; port 3 \(layout0\) line( \d+)* 12( \d+)* common")
+        self.assertIn("link 9:", lines[6])
+        answers = [json.loads(line) for line in watches[1].stdout]
+        self.assertEqual([answer["notification"] for answer in answers], 5 * ["alarm"] + 3 * ["pm"])
+        self.assertEqual([answer["objType"] for answer in answers],
+                         ["system", "pdh", "pwe", "ima", "pdh", "pdh", "pwe", "ima"])
+        self.assertEqual(answers[1]["object"], {"objId": 3, "status": 5, "delta": 5})
+        self.assertEqual([port["port"] for port in answers[5]["pdh"]], list(range(1, 17)))
+        self.assertEqual({"layout0", "layout1"},
+                         {key for port in answers[5]["pdh"] for key in port if "layout" in key})
+
+    def test_a_watch_ends_by_ctrl_c_and_by_time(self):
+        process = self.started("watch", "alarms")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(20), 0)
+        begin = time.monotonic()
+        self.assertEqual(self.vexoctl("watch", "pm", "--for", "1").returncode, 0)
+        self.assertGreaterEqual(time.monotonic() - begin, 1)
+
+    def test_an_upgrade_is_followed_through_its_states(self):
+        for failing, states in ((0, [2, 3, 4, 5]), (4, [2, 3, 6])):
+            self.document("sim", "clock", "stop")
+            self.document("sim", "upgrade", "fail", f"state={failing}")
+            self.document("misc", "upgrade", "init", "mode=1", "fileName=load.bin")
+            process = self.start("--json", "follow", "upgrade", "--for=30")
+            shown = []
+            for state in states:
+                line = json.loads(process.stdout.readline())
+                self.assertEqual(line["fileName"], "load.bin")
+                shown.append(line["state"])
+                self.document("sim", "clock", "advance", "seconds=5")
+            self.assertEqual(process.wait(20), 0)
+            self.assertEqual(shown, states)
+
+
+class Metrics(Device):
+    def families(self):
+        try:
+            from prometheus_client.openmetrics.parser import text_string_to_metric_families
+        except ImportError:
+            self.fail("the parser is missing: install python3-prometheus-client")
+        done = self.vexoctl("metrics")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return {family.name: family for family in text_string_to_metric_families(done.stdout)}
+
+    def value(self, name, **labels):
+        wanted = {key: str(value) for key, value in labels.items()}
+        samples = [sample for family in self.families().values() for sample in family.samples
+                   if sample.name == name and wanted.items() <= sample.labels.items()]
+        return samples[0].value if samples else None
+
+    def test_counters_and_alarms_are_openmetrics_to_another_parser(self):
+        for number, (kind, words) in enumerate(PSEUDOWIRES.items(), 1):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}", *words)
+        self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
+        self.document("sim", "om", "set", "type=pwe", "number=1", "counter=1", "value=4000000000")
+        self.document("sim", "alarm", "raise", "type=pdh", "number=3", "bits=0x12")
+        families = self.families()
+        self.assertEqual({name: family.type for name, family in families.items()},
+                         {"vexo_alarm": "gauge", "vexo_alarms": "gauge",
+                          "vexo_system_temperature": "gauge", "vexo_pdh_pm": "gauge",
+                          "vexo_pwe_pm": "gauge", "vexo_pwe_om": "counter",
+                          "vexo_ima_group_pm": "gauge", "vexo_ima_group_om": "counter",
+                          "vexo_ima_link_pm": "gauge", "vexo_ima_link_om": "counter"})
+        for family in families.values():
+            self.assertTrue(family.documentation, family.name)
+            places = [tuple(sample.labels.items()) for sample in family.samples]
+            self.assertEqual(len(places), len(set(places)), family.name)
+        self.assertEqual(self.value("vexo_pwe_om_total", pw=1, counter=1), 4000000000)
+        self.assertEqual(self.value("vexo_alarms", object="pdh", number=3), 2)
+        self.assertEqual(self.value("vexo_alarm", object="pdh", number=3, bit=4), 1)
+        self.assertIsNone(self.value("vexo_alarm", object="pdh", number=3, bit=0))
+        self.assertEqual(self.value("vexo_alarms", object="pwe", number=2), 0)
+        self.assertIsNone(self.value("vexo_alarms", object="pwe", number=4))
+
+    def test_an_interval_without_data_is_absent(self):
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2", "word=1",
+                      "value=12")
+        line = {"port": 3, "interval": 2, "set": "line", "counter": 0}
+        self.assertEqual(self.value("vexo_pdh_pm", **line), 12)
+        # The flag is the word behind the port's line counters.
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2", "word=13",
+                      "value=0")
+        read = self.document("pdh", "pm", "get", "port=3", "pmType=2")["pm"]["layout0"]
+        self.assertEqual((read["intervalFlag"], read["counters"][0]), (0, 12))
+        self.assertIsNone(self.value("vexo_pdh_pm", port=3, interval=2))
+        self.assertIsNotNone(self.value("vexo_pdh_pm", port=3, interval=1))
+
+    def test_a_device_that_does_not_answer_has_no_metrics(self):
+        self.document("sim", "fault", "add", "value=2")
+        done = self.vexoctl("metrics")
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertIn("metrics: failure 2", done.stderr)
+
+
+class Surroundings(Device):
+    def test_processes_that_name_the_same_device_share_it_and_others_do_not(self):
+        other = str(self.folder / "other")
+        self.document("sys", "tpid", "set", "tpid=0x1234")
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x1234)
+        self.assertEqual(self.document("--device", other, "sys", "tpid", "get")["tpid"], 0x8100)
+        self.document("sys", "tpid", "set", "tpid=0x1111", "--device=" + other)
+        self.assertEqual(self.document("sys", "tpid", "get", "--device", other)["tpid"], 0x1111)
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x1234)
+
+    def test_a_device_file_that_cannot_be_used_is_refused_and_left_alone(self):
+        file = self.folder / "notes"
+        file.write_text("not a device")
+        done = self.vexoctl("--device", str(file), "sys", "tpid", "get")
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+        self.assertIn(str(file), done.stderr)
+        self.document("--device", str(file), "sys", "tpid", "get", status=2)
+        self.assertEqual(file.read_text(), "not a device")
+
+    def test_output_that_cannot_be_written_is_a_failure_and_gets_nowhere_else(self):
+        with open("/dev/full", "w", encoding="ascii") as full:
+            done = subprocess.run([VEXOCTL, "list"], stdout=full, stderr=subprocess.PIPE,
+                                  env=self.environment, text=True, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("cannot write", done.stderr)
+        done = subprocess.run(["sh", "-c", '"$0" sys tpid get >&-', VEXOCTL], text=True,
+                              stderr=subprocess.PIPE, env=self.environment, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x8100)
+
+    def test_on_other_platform_libraries_operations_work_and_the_simulated_device_is_missing(self):
+        library = self.folder / "platform"
+        subprocess.run([SOURCE / "tests/consumer/stub_platform.sh", os.environ["VEXO_CMI_LIBRARY"],
+                        os.environ["CC"], library], check=True)
+        self.environment["LD_LIBRARY_PATH"] = str(library)
+        document = self.document("pdh", "frame", "get", "port=1", status=1)
+        self.assertEqual(document["rc"], 1)
+        self.assertEqual(document["message"], "not on this platform")
+        self.assertEqual(set(self.document("list")["operations"]), operations())
+        for words in (["sim", "clock"], ["help", "sim", "clock"], ["--device", "x", "list"]):
+            self.assertIn("real platform libraries", self.document(*words, status=2)["error"])
+        self.assertNotIn("sim", self.vexoctl("complete", "").stdout.split())
+
+
+if __name__ == "__main__":
+    unittest.main()
