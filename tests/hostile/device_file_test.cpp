@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -133,8 +132,10 @@ int inAProcess(Body body)
 
 Bytes contentOf(const std::string &path)
 {
-    std::ifstream in{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{in}, {}};
+    Bytes bytes(static_cast<size_t>(std::filesystem::file_size(path)));
+    std::ifstream{path, std::ios::binary}.read(bytes.data(),
+                                               static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 void write(const std::string &path, const Bytes &bytes)

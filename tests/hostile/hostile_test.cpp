@@ -235,7 +235,7 @@ std::string callbackRound(uint64_t round)
 
 // ---- The rounds ----
 
-constexpr unsigned STUCK_AFTER_SECONDS = 120;
+constexpr unsigned STUCK_AFTER_SECONDS = 240;
 
 void tellRound()
 {
@@ -328,21 +328,16 @@ TEST_F(HostilePlatform, LeavesEveryOperationAndCallbackWithinBoundsAndCodes)
 
 TEST_F(HostilePlatform, EndsAReportOfCountsWithoutBound)
 {
-    constexpr uint32_t GROUPS_MAX = 0xFFFF;
-    hostile::willing = true;
-    hostile::objects = 0xFFFFFFFF;
     const std::atomic<uint32_t> &groups = callbacks[VEXO_OBJ_TYPE_IMA][1];
     const uint32_t before = groups;
-    // Until a round comes whose PM service reports as it subscribes.
-    for (uint64_t round = 0; groups == before; ++round) {
-        ASSERT_LT(round, 100u);
-        hostile::start(seed, round);
-        vexo_cmi_pm_callback_register(onPm);
-        vexo_cmi_pm_callback_unregister();
-    }
+    hostile::willing = true;
+    hostile::objects = 0xFFFFFFFF;
+    hostile::start(seed, 0);
+    vexo_cmi_pm_callback_register(onPm);
+    vexo_cmi_pm_callback_unregister();
     hostile::willing = false;
     hostile::objects = 0;
-    EXPECT_EQ((groups - before) % GROUPS_MAX, 0u) << groups - before;
+    EXPECT_EQ(groups - before, 0xFFFFu);
 }
 
 } // namespace

@@ -177,12 +177,14 @@ void notifyAlarms()
 
 void notifyPm()
 {
-    for (uint32_t left = chance().below(3); pmHandler && left > 0; --left)
+    for (uint32_t left = willing ? 1 : chance().below(3); pmHandler && left > 0; --left)
         pmHandler(pmInterval{chance().word()});
 }
 
 kvRc process(void (*notifyAll)())
 {
+    if (willing)
+        return KV_OK;
     notifyAll();
     if (chance().one(16))
         descriptors.closeAll();
@@ -191,7 +193,8 @@ kvRc process(void (*notifyAll)())
 
 kvRc unsubscribe(void (*notifyAll)())
 {
-    notifyAll();
+    if (!willing)
+        notifyAll();
     descriptors.closeAll();
     return code();
 }

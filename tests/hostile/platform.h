@@ -17,7 +17,7 @@ uint64_t &calls();
 
 // How many objects of a kind there are; 0: random numbers, another at each call.
 inline std::atomic<uint32_t> objects;
-// Every call succeeds.
+// Every call succeeds, and the PM service reports once, when it is subscribed to.
 inline std::atomic<bool> willing;
 
 // Faults of the library that the platform has seen, and the last of them.
