@@ -1,8 +1,8 @@
 """Does literally what a guide says, in an empty folder: try-guide.py GUIDE BUILD FOLDER
 
-The library is installed from BUILD into `$HOME/vexo`, which is where the guides expect it. A block
-```LANGUAGE FILE is written to that file, a block ```sh is run, and a block ```text behind one must
-be what that printed.
+The library is installed from BUILD into `$HOME/vexo`, and `$HOME/vexo_cmi` is the checkout: this is
+where the guides expect them. A block ```LANGUAGE FILE is written to that file, a block ```sh is run,
+and a block ```text behind one must be what that printed.
 """
 import os
 import re
@@ -22,6 +22,7 @@ def main() -> None:
     work.mkdir(parents=True)
     subprocess.run(["cmake", "--install", build, "--prefix", folder / "vexo"], check=True,
                    stdout=subprocess.DEVNULL)
+    (folder / "vexo_cmi").symlink_to(Path(__file__).resolve().parent.parent)
 
     script, expected = "set -eu\nexec 2>&1\n", []
     for language, file, text in BLOCK.findall(guide.read_text()):
