@@ -740,14 +740,14 @@ TEST_P(NotifyService, LeavesNothingBehindHoweverOftenItIsRegistered)
         }
     };
     const auto before = descriptors();
-    cycles(500);
+    cycles(2000); // the device fills its journal and log
     const auto [total, pages] = resident();
     cycles(10000);
     EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(threads(), 1u);
     if (!SANITIZED) {
         EXPECT_EQ(resident().first, total) << "pages of memory";
-        EXPECT_LE(resident().second, pages + 16) << "pages in use";
+        EXPECT_LE(resident().second, pages + 32) << "pages in use"; // 16 bytes a cycle are 39
     }
 }
 
