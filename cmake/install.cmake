@@ -25,7 +25,8 @@ install(FILES
   ${PROJECT_BINARY_DIR}/vexo_cmi-config-version.cmake
   DESTINATION ${package_dir} COMPONENT development)
 install_pkgconfig(vexo_cmi development)
-install(FILES packaging/man/vexo_cmi.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+install(FILES packaging/man/vexo_cmi.3
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
 install(TARGETS vexoctl RUNTIME COMPONENT tools)
 set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")

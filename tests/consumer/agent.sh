@@ -9,9 +9,9 @@ export KV_SIM_DEVICE="$work/device"
 
 rm -rf "$work"
 mkdir -p "$work"
-# shellcheck disable=SC2046
-"$compiler" -std=c11 -Wall -Wextra -Wpedantic -Werror "$source/examples/agent.c" \
-    $(pkg-config --cflags --libs vexo_cmi) -o "$work/agent"
+eval "set -- $(pkg-config --cflags --libs vexo_cmi)"
+"$compiler" -std=c11 -Wall -Wextra -Wpedantic -Werror "$source/examples/agent.c" "$@" \
+    -o "$work/agent"
 LD_LIBRARY_PATH=$libraries "$work/agent" 21 >"$work/output" &
 agent=$!
 trap 'kill -9 $agent 2>/dev/null || :' EXIT

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs each component alone, compares it with its list, and leaves them all together in
-# WORK/moved, a prefix other than they were installed into: install.sh SOURCE BUILD WORK LIBDIR VERSION
+# WORK/moved, a prefix other than they were installed into:
+# install.sh SOURCE BUILD WORK LIBDIR VERSION
 set -eu
 source=$1 build=$2 work=$3 libdir=$4 version=$5
 rm -rf "$work"

@@ -1,5 +1,6 @@
 #!/bin/sh
-# Makes platform libraries that know no operation, for LIBRARY: stub_platform.sh LIBRARY COMPILER FOLDER
+# Makes platform libraries that know no operation, with all that LIBRARY wants of them:
+# stub_platform.sh LIBRARY COMPILER FOLDER
 set -eu
 library=$1 compiler=$2 folder=$3
 rm -rf "$folder"
@@ -10,11 +11,13 @@ for name in config alarm pmom upgrade forker common; do
     common) functions='kv_' ;;
     *) functions=${name}_ ;;
     esac
-    nm -D --undefined-only "$library" | grep -oE " U ($functions)[A-Za-z_]*" | while read -r _ function; do
-        case $function in
-        *_string) echo "const char *$function(void) { return \"not on this platform\"; }" ;;
-        *) echo "int $function(void) { return 1; }" ;;
-        esac
-    done >"$folder/$name.c"
-    "$compiler" -shared -fPIC -Wl,-soname,"libkv_$name.so" "$folder/$name.c" -o "$folder/libkv_$name.so"
+    nm -D --undefined-only "$library" | grep -oE " U ($functions)[A-Za-z_]*" |
+        while read -r _ function; do
+            case $function in
+            *_string) echo "const char *$function(void) { return \"not on this platform\"; }" ;;
+            *) echo "int $function(void) { return 1; }" ;;
+            esac
+        done >"$folder/$name.c"
+    "$compiler" -shared -fPIC -Wl,-soname,"libkv_$name.so" "$folder/$name.c" \
+        -o "$folder/libkv_$name.so"
 done
