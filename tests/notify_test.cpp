@@ -747,7 +747,8 @@ TEST_P(NotifyService, LeavesNothingBehindHoweverOftenItIsRegistered)
     EXPECT_EQ(threads(), 1u);
     if (!SANITIZED) {
         EXPECT_EQ(resident().first, total) << "pages of memory";
-        EXPECT_LE(resident().second, pages + 32) << "pages in use"; // 16 bytes a cycle are 39
+        // The kernel counts in batches of 64 pages; 64 bytes left behind by each cycle are 156.
+        EXPECT_LE(resident().second, pages + 128) << "pages in use";
     }
 }
 
