@@ -8,8 +8,15 @@ namespace pwe
 namespace
 {
 
-constexpr const char NOT_SUPPORTED[] = "Not supported";
-constexpr const char NOT_IMPLEMENTED[] = "Not implemented";
+// Of the PSN types without parameters, two are refused.
+bool isPossible(vexoPwePsnType type, frame::Outcome &outcome)
+{
+    if (type == VEXO_PWE_PSN_TYPE_4)
+        return outcome.refuse("Not supported");
+    if (type == VEXO_PWE_PSN_TYPE_5)
+        return outcome.refuse("Not implemented");
+    return true;
+}
 
 template <class Field>
 void overlayFlagged(Field &field, uint32_t value, uint32_t valid)
@@ -143,12 +150,8 @@ bool overlayPsn(pwConfig &record, const vexoPwePsn &psn, frame::Outcome &outcome
         overlayFlagged(enc.param3, psn.param3, psn.param3Valid);
         return true;
     }
-    case VEXO_PWE_PSN_TYPE_4:
-        return outcome.refuse(NOT_SUPPORTED);
-    case VEXO_PWE_PSN_TYPE_5:
-        return outcome.refuse(NOT_IMPLEMENTED);
     default:
-        return true;
+        return isPossible(psn.psnType, outcome);
     }
 }
 
@@ -212,12 +215,8 @@ bool extractPsn(vexoPwePsn &psn, const pwConfig &record, frame::Outcome &outcome
         extractFlagged(psn.param3, psn.param3Valid, enc.param3);
         return true;
     }
-    case VEXO_PWE_PSN_TYPE_4:
-        return outcome.refuse(NOT_SUPPORTED);
-    case VEXO_PWE_PSN_TYPE_5:
-        return outcome.refuse(NOT_IMPLEMENTED);
     default:
-        return true;
+        return isPossible(psn.psnType, outcome);
     }
 }
 
