@@ -3,11 +3,57 @@
 #include <kv_upgrade.h>
 
 #include <algorithm>
+#include <optional>
+
+#include <dlfcn.h>
+
+namespace
+{
+
+// The link's words in place of the device's.
+std::optional<sysLinkStatus> linkWords;
+
+} // namespace
+
+// The executable's functions come first.
+kvRc config_get_sys_link_status(sysLinkStatus *out)
+{
+    using Function = decltype(config_get_sys_link_status);
+    if (!linkWords)
+        return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, "config_get_sys_link_status"))(out);
+    *out = *linkWords;
+    return KV_OK;
+}
 
 namespace
 {
 
 using Misc = Device;
+
+TEST_F(Misc, theLinksCodesAreTranslatedOrLeaveTheFieldAlone)
+{
+    constexpr uint32_t KEPT = 0x5A5A5A5A;
+    struct {
+        uint32_t speedCode, speed, flagWord, flag, modeWord, mode;
+    } const rows[] = {
+        {0, 10, 0, 1, 0, KEPT},         {1, 10, 1, 2, 1, 1},
+        {2, 1000, 0x80000000, 2, 2, 2}, {3, KEPT, 0xFFFFFFFF, 2, 3, 3},
+        {7, KEPT, 0, 1, 4, KEPT},       {0xFFFFFFFF, KEPT, 2, 2, 0xFFFFFFFF, KEPT},
+    };
+    for (const auto &row : rows) {
+        linkWords = {{11, row.speedCode, 22, 99, row.flagWord, row.modeWord, 99}};
+        vexoSysInfo info;
+        memset(&info, 0x5A, sizeof info);
+        vexo_cmi_misc_sys_info_get(&info, 0, &result);
+        EXPECT_OK(result);
+        EXPECT_EQ(info.linkStatus, 11u);
+        EXPECT_EQ(info.linkSpeed, row.speed) << row.speedCode;
+        EXPECT_EQ(info.linkParam, 22u);
+        EXPECT_EQ(info.linkFlag, row.flag) << row.flagWord;
+        EXPECT_EQ(info.linkMode, row.mode) << row.modeWord;
+    }
+    linkWords.reset();
+}
 
 constexpr uint64_t SECOND = 1000000;
 

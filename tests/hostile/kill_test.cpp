@@ -52,7 +52,7 @@ class Kill : public testing::Test
         std::ofstream out{script_};
         for (int i = 0; i < LINES; ++i) {
             const std::string n = std::to_string(1 + i % 600);
-            const std::string port = std::to_string(1 + i % PORTS_USED);
+            const std::string port = std::to_string(1 + static_cast<uint32_t>(i) % PORTS_USED);
             switch (i % 7) {
             case 0:
             case 1:
