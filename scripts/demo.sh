@@ -170,7 +170,7 @@ run vexoctl sim alarm raise type=pdh number=3 bits=0x5
 events 1
 has '^alarm PDH port 3: .*raised 0x00000005'
 run vexoctl pdh alarms get port=3
-has '^alarmBits: 5$'
+has '^alarmBits: 0x5$'
 run vexoctl sim alarm clear type=pdh number=3 bits=0x5
 events 1
 has '^alarm PDH port 3: .*cleared 0x00000005'
