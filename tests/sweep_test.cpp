@@ -4,6 +4,7 @@
 
 #include <describe.h>
 
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -191,6 +192,28 @@ class EveryOperation : public Device
         return count;
     }
 };
+
+TEST_F(EveryOperation, thatIsExportedHasARow)
+{
+    const std::set<std::string> withoutResult = {
+        "vexo_cmi_init",
+        "vexo_cmi_fini",
+        "vexo_cmi_alarm_callback_register",
+        "vexo_cmi_alarm_callback_unregister",
+        "vexo_cmi_pm_callback_register",
+        "vexo_cmi_pm_callback_unregister",
+    };
+    std::ifstream exports{EXPORTS_MAP};
+    size_t found = 0;
+    for (std::string name; exports >> name;) {
+        if (!name.starts_with("vexo_cmi_"))
+            continue;
+        name.pop_back(); // the semicolon
+        EXPECT_EQ(describe::find(name) == nullptr, withoutResult.contains(name)) << name;
+        ++found;
+    }
+    EXPECT_EQ(found, describe::operations().size() + withoutResult.size());
+}
 
 TEST_F(EveryOperation, succeedsOnAPreparedDeviceWithAndWithoutAResult)
 {
