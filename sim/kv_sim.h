@@ -149,7 +149,8 @@ KV_SIM_EXPORT int kv_sim_interval_period(uint32_t interval, uint32_t seconds);
 /**
  * Sets one word of an object's PM counters in the running interval. The object
  * is a port, a group or a pseudowire that exists, or a link.
- * @param word index into the words behind the seven leading ones of the platform's record
+ * @param word index into the words behind the seven leading ones of the platform's record; word 0
+ *     of a port tells the arrangement of its counters, that of a pseudowire their kind
  */
 KV_SIM_EXPORT int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word,
                                 uint32_t value);
