@@ -481,7 +481,7 @@ TEST_P(NotifyService, AFailedPipeOrThreadIsLoggedAndTheNextRegistrationTriesAnew
     pthread_attr_t usual, huge;
     pthread_getattr_default_np(&usual);
     pthread_attr_init(&huge);
-    pthread_attr_setstacksize(&huge, size_t{1} << 62);
+    pthread_attr_setstacksize(&huge, SIZE_MAX - 0xFFFF);
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
     service.start();
     pthread_setattr_default_np(&usual);

@@ -27,7 +27,8 @@ TEST(Rows, CoverEveryByteOfTheirRecordAndNoneBehindIt)
         for (const Field &field : record->fields) {
             const uint32_t end = field.offset + field.count * field.type->size;
             ASSERT_LE(end, record->size) << record->name << "." << field.name;
-            std::fill(covered.begin() + field.offset, covered.begin() + end, true);
+            for (uint32_t i = field.offset; i < end; ++i)
+                covered[i] = true;
         }
         const auto gap = std::find(covered.begin(), covered.end(), false);
         EXPECT_EQ(gap, covered.end())
