@@ -121,6 +121,14 @@ class Words(Device):
         self.assertGreater(len(seen), 20)
         self.assertEqual(seen, {name: ranges[name] for name in seen})
 
+    def test_every_offered_command_has_help_of_its_own(self):
+        offered = self.vexoctl("complete", "help", "").stdout.split()
+        pages = {command: self.vexoctl("help", command).stdout for command in offered}
+        self.assertIn("watch", pages)
+        for command, page in pages.items():
+            self.assertTrue(page.startswith(command), page)
+            self.assertNotEqual(page, self.vexoctl("help").stdout)
+
     def test_help_fits_into_80_columns(self):
         for words in [["help"], ["list"], ["list", "sim"],
                       *(["help", *name.split()] for name in operations())]:

@@ -6,6 +6,7 @@
 #include <help.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -22,7 +23,33 @@ namespace
 {
 
 constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
-constexpr const char *COMMANDS[] = {"list", "help", "watch", "follow", "metrics"};
+
+constexpr Command COMMANDS[] = {
+    {"list", "list [AREA [OBJECT]]", "the operations, with what they take",
+     "Shows the operations, with what they take. The areas are sys, pdh, pwe, ima\n"
+     "and misc; 'list sim' shows the commands of the simulated device.\n"},
+    {"help", "help [COMMAND]", "what a command does and takes",
+     "Shows what a command does, what it takes and what it returns.\n"},
+    {"watch", "watch [alarms] [pm] [count=N] [for=SECONDS]",
+     "alarm events and PM reports as they come",
+     "Prints alarm events and PM reports as they come, one line each, until N lines\n"
+     "have been printed, the time is over or SIGINT or SIGTERM comes. Without\n"
+     "'alarms' or 'pm', both.\n"},
+    {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
+     "Prints each state of a software load until it is over, that is, until the state\n"
+     "is none of 2, 3 and 4. The exit status is 0 whatever the last state is.\n"},
+    {"metrics", "metrics", "counters and alarms once, as OpenMetrics text",
+     "Prints counters and alarms once, as OpenMetrics text. PM counters are those of\n"
+     "the running interval; what there is no data for is left out.\n"},
+};
+
+Names commandNames()
+{
+    Names names;
+    for (const Command &command : COMMANDS)
+        names.push_back(command.name);
+    return names;
+}
 
 std::vector<const Operation *> allOperations()
 {
@@ -131,6 +158,11 @@ std::string aligned(const std::string &name, const std::string &text)
 
 } // namespace
 
+std::span<const Command> commands()
+{
+    return COMMANDS;
+}
+
 const Operation &operationOf(const Words &words, size_t &count)
 {
     const Words said = spokenPart(words);
@@ -146,7 +178,7 @@ const Operation &operationOf(const Words &words, size_t &count)
             expected += (expected.empty() ? "" : ", ") + word;
         throw UsageError("'" + text + "' is not all of a command; next can be: " + expected);
     }
-    Names names{std::begin(COMMANDS), std::end(COMMANDS)};
+    Names names = commandNames();
     for (const Operation *operation : allOperations())
         names.push_back(spoken(operation->name));
     throw UsageError("there is no command '" + text + "'" + hint(text, names) +
@@ -256,10 +288,12 @@ Names completions(const Words &typed)
         next = before.size() == 1 ? Names{"upgrade"} : Names{"count=", "for="};
     } else if (command == "list" || command == "help") {
         next = nextWords({before.begin() + 1, before.end()});
+        if (command == "help" && before.size() == 1)
+            std::ranges::copy(commandNames(), std::back_inserter(next));
     } else {
         next = nextWords(before);
         if (before.empty())
-            next.insert(next.end(), std::begin(COMMANDS), std::end(COMMANDS));
+            std::ranges::copy(commandNames(), std::back_inserter(next));
         const Words said = spokenPart(before);
         const Operation *operation = find(said, said.size());
         const size_t sign = begun.find('=');

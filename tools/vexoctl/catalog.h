@@ -5,8 +5,20 @@
 
 #include "session.h"
 
+#include <span>
+
 namespace vexoctl
 {
+
+// A command that is no operation.
+struct Command {
+    const char *name;
+    const char *usage;
+    const char *purpose;
+    const char *more;
+};
+
+std::span<const Command> commands();
 
 // The operation that the words begin with; `count` is how many of them name it. Throws UsageError
 // when there is none.

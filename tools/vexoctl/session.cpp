@@ -17,22 +17,30 @@ using describe::Operation;
 namespace
 {
 
-constexpr const char *OVERVIEW =
-    "AREA OBJECT VERB name=value ...  calls an operation: pdh frame set port=3 mode=2\n"
-    "list [AREA]                      the operations\n"
-    "help OPERATION                   what an operation does and takes\n"
-    "watch [alarms] [pm] [count=N] [for=SECONDS]\n"
-    "                                 alarm events and PM reports as they come\n"
-    "follow upgrade [for=SECONDS]     a software load, state by state\n"
-    "metrics                          counters and alarms once, as OpenMetrics text\n"
-    "sim ...                          controls the simulated device ('list sim')\n"
+constexpr const char *WORDS_AND_RECORDS =
     "\n"
     "A number is decimal, or hexadecimal with 0x. A record is set field by field\n"
     "(psn.param1=7) or from a JSON document: params=@FILE, params=@- for standard\n"
-    "input, params='{...}'. What a getter prints with --json can be given back.\n"
-    "--json may stand anywhere in a command.\n";
+    "input, params='{...}'. The document that a getter prints with --json can be\n"
+    "given back as it is. --json may stand anywhere in a command.\n";
 
-constexpr const char *COMMANDS[] = {"help", "list", "watch", "follow", "metrics"};
+std::string overview()
+{
+    std::string text;
+    const auto add = [&](const std::string &usage, const std::string &purpose) {
+        constexpr size_t COLUMN = 33;
+        text += usage +
+                (usage.size() + 2 > COLUMN ? "\n" + std::string(COLUMN, ' ')
+                                           : std::string(COLUMN - usage.size(), ' ')) +
+                purpose + "\n";
+    };
+    add("AREA OBJECT VERB name=value ...", "calls an operation: pdh frame set port=3 mode=2");
+    for (const Command &command : commands())
+        add(command.usage, command.purpose);
+    add("sim ...", "controls the simulated device ('list sim')");
+    return text + WORDS_AND_RECORDS;
+}
+
 const Names OPTIONS{"--json", "--device", "--script", "--version", "--help"};
 
 // Options that are left when the program's own have been taken.
@@ -104,15 +112,17 @@ void Session::list(const Words &words) const
 
 void Session::help(const Words &words) const
 {
-    const bool isAny = words.size() < 2;
-    if (isAny ||
-        std::find(std::begin(COMMANDS), std::end(COMMANDS), words[1]) != std::end(COMMANDS)) {
+    const auto showText = [&](const std::string &text) {
         if (json_)
-            show(Json{{"help", OVERVIEW}});
+            show(Json{{"help", text}});
         else
-            std::cout << OVERVIEW;
-        return;
-    }
+            std::cout << text;
+    };
+    if (words.size() < 2)
+        return showText(overview());
+    for (const Command &command : commands())
+        if (words[1] == command.name)
+            return showText(std::string{command.usage} + "\n\n" + command.more);
     const auto found = operationsUnder({words.begin() + 1, words.end()});
     if (found.size() > 1)
         return list(words);
