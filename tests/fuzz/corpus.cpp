@@ -1,4 +1,4 @@
-// Goes over the files of a folder once, as libFuzzer does before it makes up inputs of its own.
+// Goes over the files of a folder once, as a fuzzer does before it makes up inputs of its own.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -2,11 +2,9 @@
 //
 // DEVICE_FILE_ROUNDS and DEVICE_FILE_SEED say how long and from which seed; DEVICE_FILE_ROUND
 // repeats one round of that seed.
-#include "chance.h"
+#include "device_use.h"
 
-#include <describe.h>
 #include <state.h>
-#include <vexo_cmi.h>
 
 #include <gtest/gtest.h>
 
@@ -21,127 +19,19 @@
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
 {
 
-using hostile::chance;
-using Bytes = std::vector<char>;
+using namespace hostile;
 
 constexpr size_t HEAD = sizeof(sim::Head);
-constexpr unsigned STUCK_AFTER_SECONDS = 60;
 
 uint64_t fromEnvironment(const char *name, uint64_t otherwise)
 {
     const char *value = getenv(name);
     return value ? strtoull(value, nullptr, 0) : otherwise;
-}
-
-// ---- In the process that uses the file ----
-
-enum Ending { USED = 0, REFUSED = 10, REFUSED_WITHOUT_A_WORD, USELESS };
-
-void runEveryOperation()
-{
-    static std::array<uint32_t, 1024> storage[8];
-    std::array<void *, 8> arguments{};
-    for (const describe::Operation &operation : describe::operations()) {
-        for (size_t i = 0; i < operation.arguments.size(); ++i) {
-            if (operation.arguments[i].direction == describe::Direction::in)
-                for (uint32_t &word : storage[i])
-                    word = chance().below(4);
-            arguments[i] = storage[i].data();
-        }
-        vexoResult result;
-        operation.call(arguments.data(), &result);
-    }
-}
-
-void readBack()
-{
-    kvSimFault fault;
-    for (unsigned i = 0; kv_sim_fault_get(i, &fault) == 0; ++i) {
-    }
-    kvSimCall call;
-    kvSimLog record;
-    for (uint64_t back = 0; back < 2000; ++back) {
-        kv_sim_journal_get(kv_sim_journal_last() - back, &call);
-        kv_sim_log_get(kv_sim_log_last() - back, &record);
-    }
-    uint32_t waiting = 0;
-    uint64_t lost = 0;
-    kv_sim_pending(&waiting, &lost);
-}
-
-void steer()
-{
-    constexpr uint32_t TYPES[] = {KV_SIM_SYSTEM, KV_SIM_PDH, KV_SIM_GROUP, KV_SIM_PW, KV_SIM_LINK};
-    for (uint32_t type : TYPES)
-        for (uint32_t number : {1u, 2u, chance().below(1100)}) {
-            kv_sim_alarm_set(type, number, chance().word());
-            kv_sim_pm_set(type, number, 1 + chance().below(4), chance().below(20), 1);
-            kv_sim_om_set(type, number, chance().below(8), 1);
-        }
-    for (uint32_t interval = 1; interval <= 3; ++interval) {
-        kv_sim_interval_period(interval, 900 * interval);
-        kv_sim_interval_end(interval);
-    }
-    kv_sim_clock_advance(3600 * 1000000ull);
-}
-
-Ending use(const char *path, uint64_t seed, uint64_t round)
-{
-    alarm(STUCK_AFTER_SECONDS);
-    setenv("KV_SIM_DEVICE", path, 1);
-    chance().start(seed, round);
-    if (kv_sim_open() != 0)
-        return *kv_sim_error() ? REFUSED : REFUSED_WITHOUT_A_WORD;
-    readBack();
-    // What hangs or waits by its own orders does so also on a sound device.
-    kv_sim_fault_clear();
-    vexo_cmi_alarm_callback_register([](vexoAlarmNotification *) {});
-    vexo_cmi_pm_callback_register([](vexoPmNotification *) {});
-    for (int pass = 0; pass < 2; ++pass) {
-        runEveryOperation();
-        steer();
-    }
-    readBack();
-    vexo_cmi_fini();
-    vexoPdhParamsOut params;
-    vexoResult result{VEXO_RC_GENERAL, ""};
-    if (kv_sim_reset() == 0)
-        vexo_cmi_pdh_params_get(&params, 1, &result);
-    return result.rc == VEXO_RC_OK ? USED : USELESS;
-}
-
-// ---- Beside it ----
-
-template <class Body>
-int inAProcess(Body body)
-{
-    fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(body());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-Bytes contentOf(const std::string &path)
-{
-    Bytes bytes(static_cast<size_t>(std::filesystem::file_size(path)));
-    std::ifstream{path, std::ios::binary}.read(bytes.data(),
-                                               static_cast<std::streamsize>(bytes.size()));
-    return bytes;
-}
-
-void write(const std::string &path, const Bytes &bytes)
-{
-    std::ofstream{path, std::ios::binary}.write(bytes.data(),
-                                                static_cast<std::streamsize>(bytes.size()));
 }
 
 void randomise(Bytes &bytes, size_t from)
@@ -223,17 +113,7 @@ class DeviceFile : public testing::Test
         ASSERT_TRUE(mkdtemp(folder.data()));
         folder_ = folder;
         path_ = folder_ + "/device";
-        // Used, so that there is something of everything in it.
-        ASSERT_EQ(inAProcess([&] {
-                      setenv("KV_SIM_DEVICE", path_.c_str(), 1);
-                      kv_sim_open();
-                      chance().start(1, 0);
-                      for (int pass = 0; pass < 50; ++pass)
-                          runEveryOperation();
-                      steer();
-                      return 0;
-                  }),
-                  0);
+        ASSERT_EQ(makeUsed(path_), 0);
         sound_ = contentOf(path_);
         ASSERT_GT(sound_.size(), HEAD);
     }
