@@ -71,8 +71,8 @@ double median(std::vector<double> &times)
     return *middle;
 }
 
-// Waking a thread on another processor takes up to ten times as long as on the same one, and which of
-// them runs where is left to chance: all stay on one.
+// Waking a thread on another processor takes up to ten times as long as on the same one, and which
+// of them runs where is left to chance: all stay on one.
 bool stayOnOneProcessor()
 {
     cpu_set_t processors;

@@ -2,7 +2,6 @@
 
 #include "bare.h"
 
-#include <gorv.h>
 #include <kv_common.h>
 #include <kv_config.h>
 #include <kv_forker.h>

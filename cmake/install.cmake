@@ -28,11 +28,13 @@ install_pkgconfig(vexo_cmi development)
 install(FILES packaging/man/vexo_cmi.3
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
-install(TARGETS vexoctl RUNTIME COMPONENT tools)
-set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
-install(FILES packaging/man/vexoctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-install(FILES packaging/bash-completion/vexoctl
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+if(VEXO_CMI_TOOLS)
+  install(TARGETS vexoctl RUNTIME COMPONENT tools)
+  set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+  install(FILES packaging/man/vexoctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES packaging/bash-completion/vexoctl
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+endif()
 
 if(VEXO_CMI_SIMULATED)
   install(TARGETS kv_sim ${platform_libraries} LIBRARY COMPONENT simulator)

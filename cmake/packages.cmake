@@ -6,7 +6,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development tools)
+set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -29,18 +29,22 @@ describe_package(runtime ${library} libs
   "${PROJECT_DESCRIPTION}
 The shared library for management agents. It needs the platform libraries
 (libkv_*.so) of the device that it runs on, or those of libkv-simulator.")
-# A device has its platform libraries without a package.
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS libkv-simulator)
+# A device has its platform libraries without a package, and must not get others unasked.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS libkv-simulator)
 
 describe_package(development libvexo-cmi-dev libdevel
   "${PROJECT_DESCRIPTION}, development files
 The header and what find_package and pkg-config need.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS libkv-simulator)
 
-describe_package(tools vexoctl net
-  "command line of the CMI library
+if(VEXO_CMI_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+  describe_package(tools vexoctl net
+    "command line of the CMI library
 Every operation of the library as a command, alarms and counters as they come.")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library} (>= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${library} (>= ${PROJECT_VERSION})")
+endif()
 
 if(VEXO_CMI_SIMULATED)
   list(APPEND CPACK_COMPONENTS_ALL simulator)

@@ -1,5 +1,5 @@
 // What the library takes from its host.
-#include <gorv.h>
+#include <vexo_cmi.h>
 
 #include <cstdio>
 

@@ -57,6 +57,11 @@
 
 #include <stdint.h>
 
+/* The version that this header belongs to. */
+#define VEXO_CMI_VERSION_MAJOR 1 /**< no program of another one works with the library */
+#define VEXO_CMI_VERSION_MINOR 0 /**< what it adds is missing in a library of a lower one */
+#define VEXO_CMI_VERSION_PATCH 0 /**< changes nothing in the interface */
+
 /** Marks what the shared library exports. */
 #define VEXO_CMI_EXPORT __attribute__((visibility("default")))
 
@@ -108,6 +113,9 @@ typedef struct vexoResult {
     /**
      * After a failure its text, terminated, cut to 127 characters. After a
      * success the empty string; the bytes behind its terminator are left alone.
+     * Three operations leave all of it alone after a success and say so:
+     * vexo_cmi_ima_pm_clear() of all groups, vexo_cmi_misc_dbg_mode_set(),
+     * vexo_cmi_misc_log_reset().
      */
     char message[VEXO_MESSAGE_SIZE];
 } vexoResult;
@@ -129,6 +137,15 @@ VEXO_CMI_EXPORT void vexo_cmi_init(void);
  * unregisters one.
  */
 VEXO_CMI_EXPORT void vexo_cmi_fini(void);
+
+/**
+ * Not of the library, but of its host, which must define it, in C++ as
+ * `extern "C"`: writes the version text of the host's `gorv` component,
+ * terminated, into @p buffer. Called by vexo_cmi_sys_version_get(),
+ * vexo_cmi_sys_status_get() and swVersion_to_vexoSwVersion(), with room for 128
+ * bytes, on the thread of their caller. What it returns is not looked at.
+ */
+int gorvGetVersion(char *buffer, int size);
 
 /**
  * Copies at most @p n bytes of @p src, fills the rest up to @p n with NUL and

@@ -4,8 +4,10 @@
  *
  * Pure functions, defined for every 32-bit value, callable from anywhere. An
  * operation applies them by itself; an agent needs them only where it speaks to
- * the platform besides. A value that is no member gives the default: 0, or what
- * is named here.
+ * the platform besides. Where it includes the platform's own headers, which
+ * define these types, it defines VEXO_CMI_PLATFORM_TYPES and includes them
+ * first; an enumeration is passed as 32 bits. A value that is no member gives the
+ * default: 0, or what is named here.
  */
 #ifndef VEXO_CMI_CONVERT_H
 #define VEXO_CMI_CONVERT_H
@@ -13,6 +15,7 @@
 #include <vexo_cmi/sys.h>
 #include <vexo_cmi/values.h>
 
+#ifndef VEXO_CMI_PLATFORM_TYPES
 VEXO_CMI_OPAQUE_ENUM(eqptMode);
 VEXO_CMI_OPAQUE_ENUM(operState);
 VEXO_CMI_OPAQUE_ENUM(adminStatus);
@@ -36,6 +39,7 @@ VEXO_CMI_OPAQUE_ENUM(psnNetType);
 VEXO_CMI_OPAQUE_ENUM(UpgradeMode);
 VEXO_CMI_OPAQUE_ENUM(UpgradeState);
 VEXO_CMI_OPAQUE_ENUM(DebugState);
+#endif
 
 /** The platform's software version record; defined by the platform. */
 struct swVersion;

@@ -14,7 +14,7 @@
 typedef struct vexoSysInfo {
     uint32_t linkStatus;   /**< offset 0: the platform's word */
     uint32_t linkSpeed;    /**< offset 4: 10 for the platform's codes 0 and 1, 1000 for 2, else not
-                              written */
+                              written; the unit is the platform's */
     uint32_t linkParam;    /**< offset 8: the platform's word */
     vexoLinkFlag linkFlag; /**< offset 12 */
     uint32_t linkMode; /**< offset 16: the platform's word when it is 1, 2 or 3, else not written */

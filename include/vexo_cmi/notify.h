@@ -25,8 +25,10 @@
  * **Record.** It lives on the service's stack until the callback returns, and
  * is then used again: copy what is to be kept. It may be written to.
  *
- * **After.** When unregistering has returned, no callback is running and none
- * will come; events that were not delivered by then are lost. After registering
+ * **After.** Unregistering lets the callback in progress end and hands on what
+ * is pending: alarm events or whole PM reports, at most 1000, and none behind one
+ * that the platform fails to hand over. When it has returned, no callback is
+ * running and none will come; events that come later are lost. After registering
  * null or another callback, a call of the old one that had begun may still be
  * running, and of a PM report the rest still goes to it.
  *
@@ -38,16 +40,17 @@
  *
  * **Failure.** Nothing is reported to the caller when a service can't start or
  * ends by itself: the platform's log tells (module 29, level 3). A service that
- * could not start is tried anew by the next registration; one that ended by
- * itself, because the platform refused the subscription or the waiting failed,
- * must be unregistered first.
+ * could not start, for want of a pipe or a thread, is tried anew by the next
+ * registration; one that ended by itself, because the platform refused the
+ * subscription, its descriptor can't be waited for or the waiting failed, must be
+ * unregistered first.
  *
  * **Descriptors.** A running service has a pipe, none of it under the numbers 0
  * to 2, and what the platform opens for it; a program that the process starts
  * does not inherit the pipe (but for one that another thread starts in the very
- * moment of a registration). It waits with select(): where the pipe or the platform's
- * descriptor is numbered FD_SETSIZE (1024) or more, it does not start and says
- * so in the log.
+ * moment of a registration). It waits with select(): where the pipe is numbered
+ * FD_SETSIZE (1024) or more, it does not start; where the platform's descriptor is
+ * that or negative, it ends by itself.
  *
  * **fork().** The child has no service, whatever the parent had, and may
  * register its own; its end does not touch the parent's, which goes on.
@@ -148,8 +151,8 @@ VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_register(vexoAlarmCallback callback
 
 /**
  * Stops the alarm service and waits until its thread has ended, after the
- * callback in progress and the events that are pending. Harmless when it isn't running. Not from inside the
- * alarm callback.
+ * callback in progress and the events that are pending. Harmless when it isn't
+ * running. Not from inside the alarm callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_unregister(void);
 
@@ -169,8 +172,8 @@ VEXO_CMI_EXPORT void vexo_cmi_pm_callback_register(vexoPmCallback callback);
 
 /**
  * Stops the PM service and waits until its thread has ended, after the report
- * in progress, all its calls of the callback included. Harmless when it isn't
- * running. Not from inside the PM callback.
+ * in progress, all its calls of the callback included, and the reports that are
+ * pending. Harmless when it isn't running. Not from inside the PM callback.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pm_callback_unregister(void);
 

@@ -142,8 +142,8 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult
  * logged ("Kato time is updated").
  *
  * Works the same with a null @p result. Keep-alives may overlap in time: each
- * that finds a setting due makes one, and the time kept is that of one of them,
- * never a mixture.
+ * that finds a setting due makes one, and the time kept is that of one of them
+ * to the second.
  * @param seconds since the epoch
  * @param microseconds 0 to 999999
  * @param result outcome; may be null

@@ -1,6 +1,5 @@
 #include "frame/table.h"
 
-#include <gorv.h>
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
 

@@ -5,7 +5,12 @@
 #include <kv_pmom.h>
 #include <kv_upgrade.h>
 
+#include <bit>
+
 #include <stddef.h>
+
+// The low word of a kvCounter comes first.
+static_assert(std::endian::native == std::endian::little);
 
 #define SIZE(record, size) static_assert(sizeof(record) == (size))
 #define AT(record, field, offset) static_assert(offsetof(record, field) == (offset))

@@ -1,11 +1,12 @@
 #include "frame/counters.h"
-#include "frame/clamp.h"
 #include "frame/outcome.h"
 #include "ima/pm.h"
 
 #include <kv_alarm.h>
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
+
+#include <algorithm>
 
 #include <string.h>
 
@@ -27,7 +28,7 @@ void clearGroup(uint32_t groupId, vexoResult *result)
         return;
     if (!frame::clearPm(outcome, pmom_ima_group_pm_stat_clear, groupId))
         return;
-    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     for (uint32_t i = 0; i < count; ++i)
         if (!frame::clearPm(outcome, pmom_ima_link_pm_stat_clear, record.links[i].linkId))
             return;
@@ -46,7 +47,7 @@ void clearAllGroups()
         imaParams record;
         const bool readable = config_get_ima_params(&record, groupId) == KV_OK;
         clearRegardless(pmom_ima_group_pm_stat_clear, groupId);
-        const uint32_t count = readable ? frame::clamp(record.linkCount, IMA_LINK_MAX) : 0;
+        const uint32_t count = readable ? std::min(record.linkCount, IMA_LINK_MAX) : 0;
         for (uint32_t i = 0; i < count; ++i)
             clearRegardless(pmom_ima_link_pm_stat_clear, record.links[i].linkId);
     }
@@ -85,7 +86,7 @@ void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId
             pmom_ima_group_pm_stat_get(groupId, interval, frame::PM_OF_OPERATION, &groupStat)))
         return;
     fillImaGroupPm(&groupStat, pm);
-    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     pm->linkCount = count;
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t linkId = record.links[i].linkId;
@@ -120,7 +121,7 @@ void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId, vexoRe
         om->counters[k] = groupStat.counters[k].low;
     if (clear && !outcome.byCode(pmom_ima_group_om_stat_clear(groupId)))
         return;
-    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     om->linkCount = count;
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t linkId = record.links[i].linkId;

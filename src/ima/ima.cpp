@@ -1,8 +1,9 @@
-#include "frame/clamp.h"
 #include "frame/outcome.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/ima.h>
+
+#include <algorithm>
 
 #include <string.h>
 
@@ -71,7 +72,7 @@ void vexo_cmi_ima_lnk_get(uint32_t linkIds[VEXO_IMA_LINK_MAX], uint32_t *linkCou
     imaParams record;
     if (!outcome.config(config_get_ima_params(&record, groupId)))
         return;
-    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     *linkCount = count;
     for (uint32_t i = 0; i < count; ++i)
         linkIds[i] = record.links[i].linkId;
@@ -93,7 +94,7 @@ void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA_LINK_MAX], uint
     imaParams record;
     if (!outcome.config(config_get_ima_params(&record, groupId)))
         return;
-    const uint32_t count = frame::clamp(record.linkCount, IMA_LINK_MAX);
+    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     *linkCount = count;
     memcpy(states, record.links, count * sizeof *states);
 }

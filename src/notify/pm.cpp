@@ -1,5 +1,4 @@
 #include "ima/pm.h"
-#include "frame/clamp.h"
 #include "frame/counters.h"
 #include "frame/log.h"
 #include "notify/service.h"
@@ -11,6 +10,7 @@
 #include <vexo_cmi/convert.h>
 #include <vexo_cmi/notify.h>
 
+#include <algorithm>
 #include <atomic>
 
 std::atomic<vexoPmCallback> glPmCallback;
@@ -116,7 +116,7 @@ void Report::pseudowires()
     if (list.count > PW_PROV_MAX)
         REPORT_LOG("%d pseudowires, only the first %d are reported", list.count,
                    static_cast<int>(PW_PROV_MAX));
-    const uint32_t count = frame::clamp(list.count, PW_PROV_MAX);
+    const uint32_t count = std::min<uint32_t>(list.count, PW_PROV_MAX);
     for (uint32_t i = 0; i < count; ++i)
         pseudowire(list.pwIds[i]);
 }
@@ -195,7 +195,7 @@ void Report::group(uint32_t groupId)
     if (params.linkCount > IMA_LINK_MAX)
         REPORT_LOG("IMA group %d has %u links, only the first %d are reported",
                    static_cast<int>(groupId), params.linkCount, static_cast<int>(IMA_LINK_MAX));
-    record.ima.group.linkCount = frame::clamp(params.linkCount, IMA_LINK_MAX);
+    record.ima.group.linkCount = std::min(params.linkCount, IMA_LINK_MAX);
     for (uint32_t l = 0; l < record.ima.group.linkCount; ++l)
         link(params.links[l].linkId, record.ima.group.links[l]);
     callback(&record);

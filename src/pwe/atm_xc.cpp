@@ -1,7 +1,8 @@
-#include "frame/clamp.h"
 #include "pwe/record.h"
 
 #include <vexo_cmi/convert.h>
+
+#include <algorithm>
 
 using frame::Outcome;
 
@@ -47,7 +48,7 @@ void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId,
         outcome.refuseBadType(record.pweType);
         return;
     }
-    const uint32_t used = frame::clamp(record.atmXcCount, PW_ATM_XC_MAX);
+    const uint32_t used = std::min(record.atmXcCount, PW_ATM_XC_MAX);
     *count = used;
     for (uint32_t i = 0; i < used; ++i) {
         const pwAtmXc &entry = record.atmXc[i];

@@ -13,24 +13,26 @@ namespace
 
 constexpr int64_t KEEP_ALIVE_SECONDS = 900;
 
-// When the clock was last set by a keep-alive: seconds, then 20 bits of microseconds. One word, so
-// that overlapping keep-alives never see half a time.
-std::atomic<uint64_t> ptm;
-
-uint64_t pack(const timeval &time)
-{
-    return static_cast<uint64_t>(time.tv_sec) << 20 | static_cast<uint64_t>(time.tv_usec);
-}
+// When the clock was last set by a keep-alive. Words of 32 bits, which need no library where the
+// machine has no larger ones that are atomic: they last until 2106, and of two keep-alives at the
+// same time the seconds of one may stand beside the microseconds of the other.
+struct {
+    std::atomic<uint32_t> seconds, microseconds;
+} ptm;
 
 bool due(const timeval &now)
 {
-    const uint64_t last = ptm.load(std::memory_order_relaxed);
-    const int64_t seconds = static_cast<int64_t>(last) >> 20; // may be negative: 32 bits after 2038
-    const int64_t microseconds = static_cast<int64_t>(last & 0xFFFFF);
-    int64_t elapsed = now.tv_sec - seconds;
-    if (now.tv_usec < microseconds)
+    const int64_t last = ptm.seconds.load(std::memory_order_relaxed);
+    int64_t elapsed = static_cast<uint32_t>(now.tv_sec) - last;
+    if (static_cast<uint32_t>(now.tv_usec) < ptm.microseconds.load(std::memory_order_relaxed))
         --elapsed;
-    return elapsed > KEEP_ALIVE_SECONDS || seconds == 0;
+    return elapsed > KEEP_ALIVE_SECONDS || last == 0;
+}
+
+void remember(const timeval &now)
+{
+    ptm.seconds.store(static_cast<uint32_t>(now.tv_sec), std::memory_order_relaxed);
+    ptm.microseconds.store(static_cast<uint32_t>(now.tv_usec), std::memory_order_relaxed);
 }
 
 } // namespace
@@ -45,5 +47,5 @@ void vexo_cmi_sys_kato_send(unsigned seconds, unsigned microseconds, vexoResult 
     if (!outcome.config(clockSet(seconds, microseconds)))
         return;
     CMI_LOG(frame::LOG_INFO, "Kato time is updated");
-    ptm.store(pack(clockRead()), std::memory_order_relaxed);
+    remember(clockRead());
 }

@@ -1,7 +1,5 @@
 #include "session.h"
 
-#include <gorv.h>
-
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
