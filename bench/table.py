@@ -79,9 +79,8 @@ def shape():
 
 def ratios():
     load_times = times("load.json")
-    row("time to load, against an empty shared object (bound at once)", 2,
-        f"{load_times['load/library'] / load_times['load/empty']:.2f} "
-        f"({load_times['load/library_bound'] / load_times['load/empty_bound']:.2f})")
+    row("time to load, against an empty shared object", 2,
+        f"{load_times['load/library'] / load_times['load/empty']:.2f}")
     operations = times("times.json")
     beside = {name.split("/", 1)[1]: value / operations["alone/" + name.split("/", 1)[1]]
               for name, value in operations.items() if name.startswith("beside/")}

@@ -34,8 +34,9 @@
  * pseudowires, groups), a setter or a modify reads that record, changes what it
  * is about and writes the whole record back. The two steps are not one: of two
  * such calls for the same object at the same time, one can undo the other. The
- * administrative status, the jitter buffer size and forced AIS have calls of
- * their own and are written alone, as are the settings of the system.
+ * administrative status, the jitter buffer size, forced AIS and ATM
+ * cross-connects have calls of their own and are written alone, as are the
+ * settings of the system and the links of a group.
  *
  * **Objects.** Ports, pseudowires, groups and links are addressed by unsigned
  * numbers that reach the platform unchanged. PDH ports and IMA groups count
@@ -139,13 +140,13 @@ VEXO_CMI_EXPORT void vexo_cmi_init(void);
 VEXO_CMI_EXPORT void vexo_cmi_fini(void);
 
 /**
- * Not of the library, but of its host, which must define it, in C++ as
- * `extern "C"`: writes the version text of the host's `gorv` component,
- * terminated, into @p buffer. Called by vexo_cmi_sys_version_get(),
+ * Not of the library, but of its host, which must define it (in C++ as
+ * `extern "C"`) or have loaded a library that does: writes the version text of the
+ * `gorv` component, terminated, into @p buffer. Called by vexo_cmi_sys_version_get(),
  * vexo_cmi_sys_status_get() and swVersion_to_vexoSwVersion(), with room for 128
  * bytes, on the thread of their caller. What it returns is not looked at.
  */
-int gorvGetVersion(char *buffer, int size);
+__attribute__((visibility("default"))) int gorvGetVersion(char *buffer, int size);
 
 /**
  * Copies at most @p n bytes of @p src, fills the rest up to @p n with NUL and

@@ -7,7 +7,8 @@
  * service runs on one thread of the library's own from the first registration
  * of a callback until it is unregistered, or until vexo_cmi_fini(), the
  * unloading of the library or the normal end of the process. The thread
- * subscribes to the device's events by itself: those from before are not seen.
+ * subscribes to the device's events by itself, soon after the registration has
+ * returned: those from before are not seen.
  *
  * **Thread.** A callback runs on its service's thread, one call at a time;
  * while it runs, that service delivers nothing else. The two callbacks can run
@@ -26,9 +27,9 @@
  * is then used again: copy what is to be kept. It may be written to.
  *
  * **After.** Unregistering lets the callback in progress end and hands on what
- * is pending: alarm events or whole PM reports, at most 1000, and none behind one
- * that the platform fails to hand over. When it has returned, no callback is
- * running and none will come; events that come later are lost. After registering
+ * is pending: alarm events or whole PM reports, until the platform has no more or
+ * 1000 times. When it has returned, no callback is running and none will come;
+ * events that come later are lost. After registering
  * null or another callback, a call of the old one that had begun may still be
  * running, and of a PM report the rest still goes to it.
  *
@@ -73,7 +74,7 @@
 
 /** An alarm event of the system, a PDH port or a pseudowire, 12 bytes. */
 typedef struct vexoAlarmObject {
-    uint32_t objId;  /**< number of the object; 1 for the system */
+    uint32_t objId;  /**< number of the object, as the platform gives it */
     uint32_t status; /**< alarm bits now active on it, as the alarm getters return them */
     uint32_t delta;  /**< alarm bits that changed */
 } vexoAlarmObject;
@@ -159,10 +160,11 @@ VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_unregister(void);
 /**
  * Registers the callback for PM reports; otherwise as
  * vexo_cmi_alarm_callback_register(). At the end of each interval it is called,
- * in this order, once for all PDH ports, once for each provisioned pseudowire
- * and once for each IMA group. What can't be read is left out or, of a port or a
- * link, all 0; the log says so, unless there are just no counters or no such
- * group. A callback that is replaced during a report gets the rest of it.
+ * in this order, once for all PDH ports, even if there are none, once for each
+ * provisioned pseudowire and once for each IMA group. What can't be read is left
+ * out or, of a port or a link, all 0; the log says so, unless there are just no
+ * counters or no such group. A callback that is replaced during a report gets the
+ * rest of it.
  *
  * Of more PDH ports than VEXO_PM_PDH_MAX, more links in a group than
  * VEXO_IMA_LINK_MAX, more than 1024 pseudowires or 65535 groups the first are

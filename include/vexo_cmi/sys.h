@@ -69,7 +69,8 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_set(vexoTdmMode mode, vexoResult *res
 /** Reads the TDM mode of the equipment. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_get(vexoTdmMode *mode, vexoResult *result);
 
-/** Sets the source MAC address of the pseudowires: 6 bytes, in the order in which they are sent. */
+/** Sets the source MAC address of the pseudowires: 6 bytes, read by
+ * vexo_cmi_sys_src_mac_get() in the same order. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_set(const unsigned char mac[6], vexoResult *result);
 /** Reads the source MAC address of the pseudowires: exactly 6 bytes are written. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_get(unsigned char mac[6], vexoResult *result);
@@ -135,8 +136,8 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult
 /**
  * Takes a keep-alive of the agent's with its time of day, and keeps the device
  * clock in step: the clock is set (as by vexo_cmi_sys_tod_set()) when no keep-alive
- * has set it since the library was loaded, or when the device clock reads more
- * than 900 seconds past the last such setting. Any other keep-alive succeeds and
+ * has set it since the library was loaded, or when the device clock reads 901
+ * seconds or more past the last such setting. Any other keep-alive succeeds and
  * changes nothing, also when the device clock now reads earlier than the last
  * setting. After a failed setting the next keep-alive tries again. A setting is
  * logged ("Kato time is updated").

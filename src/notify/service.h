@@ -26,8 +26,8 @@ namespace notify
 
 constexpr int WAIT_SECONDS = 30;
 constexpr char STOP_BYTE = 'e';
-// Notifications that are still taken when the service is to stop: those that are pending, up to the
-// first that fails, but not a stream that never ends.
+// Notifications that are still taken when the service is to stop: those that are pending, but not a
+// stream that never ends.
 constexpr int LAST_NOTIFICATIONS = 1000;
 
 inline bool selectable(int descriptor)
@@ -152,12 +152,9 @@ void waitForStop(int socket)
             return;
         }
         if (ready.socket && !(ready.stop && left-- == 0)) {
-            if (const kvRc code = Service::process()) {
+            if (const kvRc code = Service::process())
                 CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
                            frame::codeText(code));
-                if (ready.stop)
-                    return;
-            }
         } else if (ready.stop) {
             return;
         } else {
