@@ -45,17 +45,22 @@ extern const Type HEXADECIMAL;
 constexpr uint32_t UNTOUCHED = 0xFFFFFFFF;
 
 struct Options {
-    bool hidden = false;         // reserved, or told by another field
-    const char *flag = nullptr;  // the word that says whether the field counts
+    bool hidden = false;        // reserved, or told by another field
+    const char *flag = nullptr; // the word that says whether the field counts
+    // Of a record that is given: what a field is that may be left out. Any other is applied always,
+    // at 0 too.
+    const char *leftOut = nullptr;
     bool optional = false;       // may be left UNTOUCHED by the operation
     const char *count = nullptr; // the field that says how many elements count
     // Whether the field is there, by the record that it is in; and the field that this depends on,
     // where it is one.
     bool (*when)(const void *record) = nullptr;
     const char *by = nullptr;
-    // The largest number, or the longest text, that isn't cut; by the record that it is in.
+    // As an argument's; by the record that it is in.
     uint32_t (*limit)(const void *record) = nullptr;
     const Type *type = nullptr; // in place of that of the member
+    // Whether the field says that nothing else of the record is read; by the record that it is in.
+    bool (*alone)(const void *record) = nullptr;
 };
 
 struct Field {
@@ -72,7 +77,7 @@ struct Argument {
     const char *name;
     uint32_t count = 1;              // of elements, of an array to be filled
     const char *countedBy = nullptr; // the argument that says how many were
-    uint32_t limit = 0xFFFFFFFF;     // the largest number, or the longest text, that isn't cut
+    uint32_t limit = 0xFFFFFFFF;     // the bits of a number, or the longest text, that aren't cut
     bool optional = false;           // 0 when it isn't given
 
     // Deduced from the operation's signature, the type where it isn't given.

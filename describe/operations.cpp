@@ -100,7 +100,7 @@ std::span<const Operation> operations()
         OPERATION(vexo_cmi_ima_pm_clear, {"groupId"}),
         OPERATION(vexo_cmi_ima_om_get, {"om"}, {"clear"}, {"groupId"}),
         OPERATION(vexo_cmi_ima_alarms_set,
-                  {.name = "alarmBits", .limit = 0x7FFFFF, .type = &HEXADECIMAL}),
+                  {.name = "alarmBits", .limit = 0x7F03FF, .type = &HEXADECIMAL}),
         OPERATION(vexo_cmi_ima_alarms_get, {.name = "alarmBits", .type = &HEXADECIMAL}, {"imaType"},
                   {"number"}),
 

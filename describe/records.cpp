@@ -89,11 +89,18 @@ Field field(const char *name, size_t offset, Options options = {})
         return value;                                                                              \
     }
 #define FLAGGED(member, ...)                                                                       \
-    F(member, .flag = #member "Valid" __VA_OPT__(, ) __VA_ARGS__), F(member##Valid, .hidden = true)
+    F(member, .flag = #member "Valid", KEPT __VA_OPT__(, ) __VA_ARGS__),                           \
+        F(member##Valid, .hidden = true)
+// What may be left out of a record that is given.
+#define LEFT_OUT(text) .leftOut = text
+#define KEPT LEFT_OUT("flagged: left out, it is kept")
+#define NON_ZERO LEFT_OUT("non-zero: 0 keeps it")
+#define TWO_STATE(one, two) LEFT_OUT("two-state: 1 " one ", 2 " two)
 // A condition on the record that the field is in, by the field that it depends on.
 #define WHEN_BY(field, condition) WHEN(condition), .by = #field
-#define WHEN(condition)                                                                            \
-    .when = [](const void *record) {                                                               \
+#define WHEN(condition) .when = ON_RECORD(condition)
+#define ON_RECORD(condition)                                                                       \
+    [](const void *record) {                                                                       \
         const Record &r = *static_cast<const Record *>(record);                                    \
         return condition;                                                                          \
     }
@@ -231,14 +238,33 @@ RECORD(vexoPwePsn, F(psnType), F(udpMode, PSN_3), FLAGGED(param1, PSN_1_2_3),
        FLAGGED(param2, PSN_1_2_3),
        FLAGGED(param3, PSN_1_3, LIMIT(r.psnType == VEXO_PWE_PSN_TYPE_1 ? 0xFF : 0xFFFFFFFF)),
        FLAGGED(param4, PSN_1, LIMIT(0xFF)), F(reserved, .hidden = true))
-RECORD(vexoPweRtp, F(mode), FLAGGED(payloadType, LIMIT(0xFF)), FLAGGED(ssrc),
-       F(reserved, .hidden = true))
-RECORD(vexoPweServiceT1, F(circuit), F(jitterBufferSize), F(payloadSize), F(rtp),
-       F(reserved, .hidden = true))
-RECORD(vexoPweServiceT2, F(circuit), FLAGGED(serviceOption), F(jitterBufferSize), F(payloadSize),
-       F(serviceFlag), F(rtp))
-RECORD(vexoPweServiceA, F(circuit), F(payloadSize), F(serviceOption), F(serviceFlag), F(atmMode),
-       F(atmType), F(atmFlag1), F(atmFlag2), F(atmClpMode), F(atmParam1), F(atmParam2),
+
+#define RTP_BUT_MODE FLAGGED(payloadType, LIMIT(0xFF)), FLAGGED(ssrc), F(reserved, .hidden = true)
+RECORD(vexoPweRtp, F(mode, LEFT_OUT("two-state: left out, it is kept")), RTP_BUT_MODE)
+
+namespace
+{
+
+// Of a whole pseudowire: its mode is applied always.
+const Type &rtpOfService()
+{
+    using Record = vexoPweRtp;
+    static const std::initializer_list<Field> fields{F(mode), RTP_BUT_MODE};
+    static const Type type{Kind::record, "vexoPweRtp", sizeof(Record), {}, fields};
+    return type;
+}
+
+} // namespace
+
+#define SIZES F(jitterBufferSize, NON_ZERO), F(payloadSize, NON_ZERO)
+#define RTP F(rtp, .type = &rtpOfService())
+#define CLEAR_OR_SET TWO_STATE("clears", "sets")
+RECORD(vexoPweServiceT1, F(circuit), SIZES, RTP, F(reserved, .hidden = true))
+RECORD(vexoPweServiceT2, F(circuit), FLAGGED(serviceOption), SIZES,
+       F(serviceFlag, TWO_STATE("sets", "clears")), RTP)
+RECORD(vexoPweServiceA, F(circuit), F(payloadSize, NON_ZERO), F(serviceOption, NON_ZERO),
+       F(serviceFlag, CLEAR_OR_SET), F(atmMode), F(atmType), F(atmFlag1, CLEAR_OR_SET),
+       F(atmFlag2, CLEAR_OR_SET), F(atmClpMode), F(atmParam1), F(atmParam2),
        F(reserved, .hidden = true))
 
 #define SERVICE                                                                                    \
@@ -250,8 +276,11 @@ RECORD(vexoPweServiceA, F(circuit), F(payloadSize), F(serviceOption), F(serviceF
                                Options{WHEN_BY(pweType, r.pweType == VEXO_PWE_TYPE_ATM_3 ||        \
                                                             r.pweType == VEXO_PWE_TYPE_ATM_4)})
 
-RECORD(vexoPweParams, F(pweType), F(pweAction), F(adminStatus), F(dstMac),
-       F(reserved, .hidden = true), F(vlan), F(psn), SERVICE)
+// A delete reads nothing else.
+#define ACTION(member, deletion)                                                                   \
+    F(member, LEFT_OUT("left out, it is modify"), .alone = ON_RECORD(r.member == deletion))
+RECORD(vexoPweParams, F(pweType), ACTION(pweAction, VEXO_PWE_ACTION_DELETE), F(adminStatus),
+       F(dstMac), F(reserved, .hidden = true), F(vlan), F(psn), SERVICE)
 
 namespace
 {
@@ -307,7 +336,8 @@ RECORD(vexoPweOm, F(pweType),
                           Options{WHEN_BY(pweType, isAtm(r.pweType))}),
        F(entries, WHEN_BY(pweType, isAtm(r.pweType))))
 
-RECORD(vexoImaGroupSet, F(imaAction), F(groupParam1), F(groupParam2), F(groupParam3))
+RECORD(vexoImaGroupSet, ACTION(imaAction, VEXO_IMA_ACTION_DELETE), F(groupParam1), F(groupParam2),
+       F(groupParam3, NON_ZERO))
 RECORD(vexoImaGroupState, F(words))
 RECORD(vexoImaLinkState, F(linkId), F(words))
 RECORD(vexoImaParams, F(groupParam1), F(groupParam2), F(groupParam3), F(groupState), F(linkCount),
@@ -319,7 +349,7 @@ RECORD(vexoImaOm, F(counters), F(linkCount), F(links, .count = "linkCount"))
 
 RECORD(vexoSysInfo, F(linkStatus), F(linkSpeed, .optional = true), F(linkParam), F(linkFlag),
        F(linkMode, .optional = true), F(om))
-RECORD(vexoUpgradeInfo, F(mode), F(fileName, LIMIT(64)), F(state))
+RECORD(vexoUpgradeInfo, F(mode), F(fileName, LIMIT(64)), F(state, LEFT_OUT("never taken")))
 RECORD(vexoDebugInfo, F(state), F(info))
 RECORD(vexoTpgmStatus, F(words))
 
@@ -330,12 +360,8 @@ RECORD(vexoAlarmNotification, F(objType),
        F(object, WHEN_BY(objType, r.objType != VEXO_OBJ_TYPE_IMA)),
        F(ima, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_IMA)))
 
-// In a report the type tells which body it is: the record has been used before.
-RECORD(vexoPmPwe, F(pweType), F(interval), F(pwId),
-       field<vexoPweGenPm>("generic", offsetof(Record, body),
-                           Options{WHEN_BY(pweType, !isAtm(r.pweType))}),
-       field<vexoPweAtmPm>("atm", offsetof(Record, body),
-                           Options{WHEN_BY(pweType, isAtm(r.pweType))}))
+// The record of a report is used again: it tells only when it was all UNTOUCHED before.
+RECORD(vexoPmPwe, F(pweType), F(interval), F(pwId), PM_BODY)
 RECORD(vexoPmIma, F(interval), F(groupId), F(group))
 RECORD(vexoPmNotification, F(objType), F(pdh, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_PDH)),
        F(pwe, WHEN_BY(objType, r.objType == VEXO_OBJ_TYPE_PWE)),

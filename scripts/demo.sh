@@ -98,11 +98,11 @@ has '^outerVlanId: 100$'
 say "An ATM pseudowire with two cross-connects; the TDM one deleted"
 run vexoctl pwe params set pwId=18 pweAction=create pweType=atm-3 adminStatus=1 \
     dstMac=00:1a:2b:00:00:12 vlan.mode=untagged psn.psnType=2 \
-    a.circuit=1 a.atmMode=1 a.atmType=1 a.atmClpMode=1
-run vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId2=32 xcId4=33
-run vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId2=34 xcId4=35
-refused vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId2=34 xcId4=35
-refused vexoctl pwe atmop_xc set pwId=17 xcType=1 xcId2=32 xcId4=33
+    a.circuit=1 a.atmMode=1 a.atmType=1 a.atmClpMode=1 a.atmParam1=0 a.atmParam2=0
+run vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId1=0 xcId2=32 xcId3=0 xcId4=33
+run vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId1=0 xcId2=34 xcId3=0 xcId4=35
+refused vexoctl pwe atmop_xc set pwId=18 xcType=1 xcId1=0 xcId2=34 xcId3=0 xcId4=35
+refused vexoctl pwe atmop_xc set pwId=17 xcType=1 xcId1=0 xcId2=32 xcId3=0 xcId4=33
 run vexoctl pwe atmop_xc get pwId=18
 has '^count: 2$'
 run vexoctl pwe params set pwId=17 pweAction=delete

@@ -87,6 +87,7 @@ class Words(Device):
         for name, page in zip(listed, pages):
             self.assertEqual(page["operation"], name)
             self.assertGreater(len(page["help"]), 20, name)
+            self.assertNotRegex(page["help"], r"@|\*|see the header", name)
             words = [f"{row['name']}={expected_value(row)[0]}" for row in page["arguments"]
                      if row["direction"] == "given" and "fields" not in row]
             fields = [f"{field['name']}={expected_value(field)[0]}"
@@ -105,6 +106,17 @@ class Words(Device):
         for form in ("sys_src_mac_get", "vexo_cmi_sys_src_mac_get"):
             self.assertEqual(self.document(form)["operation"], "sys src_mac get")
         self.assertEqual(self.document("sys", "src-mac", "get")["operation"], "sys src_mac get")
+
+    def test_help_tells_of_every_field_of_a_given_record_what_becomes_of_it_when_left_out(self):
+        shown = re.sub(r"\s+", " ", self.vexoctl("help", "pwe", "params", "set").stdout)
+        atm = "only with pweType=atm-3 or atm-4"
+        for text in ("dstMac MAC address; applied always",
+                     "vlan.mode=2, double or 4; flagged: left out, it is kept",
+                     "t1.payloadSize number; only with pweType=tdm-1; non-zero: 0 keeps it",
+                     f"a.serviceFlag number; {atm}; two-state: 1 clears, 2 sets",
+                     "t2.serviceFlag number; only with pweType=tdm-2; two-state: 1 sets, 2 clears",
+                     "- A two-state field is 1 or 2."):
+            self.assertIn(text, shown)
 
     def test_the_range_of_every_enumeration_is_that_of_the_header(self):
         header = (SOURCE / "include/vexo_cmi/values.h").read_text()
@@ -171,6 +183,8 @@ BAD_INPUT = [
     (["pdh", "cable_len", "set", "port=1", "length=65536"], "from 0 to 65535, not 65536"),
     (["pdh", "params", "set", "port=1", "cableLength=65536"], "from 0 to 65535, not 65536"),
     (["sys", "tpid", "set", "tpid=0x10000"], "from 0 to 65535"),
+    (["ima", "alarms", "set", "alarmBits=0x400"], "made of the bits 0x7f03ff, not 0x400"),
+    (["ima", "alarms", "set", "alarmBits=0x800001"], "not 0x800001"),
     (["sys", "src_mac", "set", "mac=02:00:00:00:00"], "mac: expected a MAC address"),
     (["sys", "src_mac", "set", "mac=02:00:00:00:00:0g"], "mac: expected a MAC address"),
     (["sys", "src_mac", "set", "mac=02:00:00:00:00:-1"], "mac: expected a MAC address"),
@@ -179,6 +193,15 @@ BAD_INPUT = [
     (["misc", "upgrade", "init", "mode=1", "fileName=" + 129 * "x"], "129 characters, at most"),
     (["pwe", "params", "set", "pwId=1"], "params is missing"),
     (["pwe", "params", "set", "pwId=1", "params=7"], "params: a record"),
+    (["pwe", "params", "set", "pwId=1", "adminStatus=1", "vlan.mode=untagged", "psn.psnType=2",
+      "pweType=tdm-1", "t1.payloadSize=512"], "dstMac, t1.circuit and t1.rtp.mode must be given"),
+    (["pwe", "params", "set", "pwId=1", "pweAction=create", 'params={"pweType":"atm-3","psn":{}}',
+      "a.circuit=1"], "adminStatus, dstMac, vlan.mode, psn.psnType, a.atmMode, a.atmType, "
+     "a.atmClpMode, a.atmParam1 and a.atmParam2 must"),
+    (["pwe", "psn", "set", "pwId=1", "psnType=3"], ": udpMode must"),
+    (["pdh", "params", "set", "port=3", "adminStatus=1", "frameMode=2", "lineCode=1", "syncMode=2",
+      "syncParam=0", "niuMode=1", "auxParam=0"], ": cableLength must"),
+    (["ima", "set", "groupId=1", "imaAction=modify", "groupParam1=1"], ": groupParam2 must"),
     (["pwe", "params", "set", "pwId=1", "vlan=7"], "vlan: a record"),
     (["pwe", "params", "set", "pwId=1", "vlan.modus=7"], "no field 'modus'; did you mean 'mode'"),
     (["pwe", "params", "set", "pwId=1", "pweType.x=7"], "pweType has no fields"),
@@ -213,6 +236,7 @@ BAD_INPUT = [
     (["watch", "count=0"], "from 1, not 0"),
     (["follow"], "expected upgrade"),
     (["metrics", "all"], "not 'all'"),
+    (["metrics", "groups=0"], "groups: expected a number from 1"),
     (["sim", "fault", "add", "function=GetObjectCoun"], "did you mean 'GetObjectCount'"),
     (["--device"], "--device"),
     (["--jsn", "list"], "did you mean '--json'"),
@@ -297,6 +321,13 @@ class Records(Device):
             self.document("pwe", "params", "set", f"pwId={number + 10}", "pweAction=create",
                           f"params=@{self.folder}/printed")
             self.assertEqual(self.document("pwe", "params", "get", f"pwId={number + 10}"), printed)
+            # What needs not be given stays.
+            needed = {field["name"] for row in self.manual("pwe", "params", "set")["arguments"]
+                      for field in row.get("fields", []) if field["applied"] == "applied always"}
+            kept = [word for word in words if word.split("=")[0] in needed]
+            self.assertLess(len(kept), len(words) - 4)
+            self.document("pwe", "params", "set", target, f"pweType={kind}", *kept)
+            self.assertEqual(self.document("pwe", "params", "get", target), printed)
 
     def check_fields(self, setter, getter, prefix="", base=(), left_out=(), between=()):
         """Sets each field of the setter's record by itself and reads it back."""
@@ -332,34 +363,37 @@ class Records(Device):
         names = {field["name"] for row in self.manual("pwe", "params", "set")["arguments"]
                  for field in row.get("fields", [])}
         variants = {name for name in names if re.match(r"(t1|t2|a)\.", name)}
-        for number, kind, own, rtp in ((1, "tdm-1", "t1.", ["t1.rtp.mode=on"]),
-                                       (2, "tdm-2", "t2.", ["t2.rtp.mode=on"]),
-                                       (3, "atm-3", "a.", ["a.circuit=1"])):
+        atm = [f"a.{name}=1" for name in ("atmMode", "atmType", "atmClpMode", "atmParam1",
+                                          "atmParam2")]
+        for number, kind, own, given in ((1, "tdm-1", "t1.", ["t1.rtp.mode=on"]),
+                                         (2, "tdm-2", "t2.", ["t2.rtp.mode=on"]),
+                                         (3, "atm-3", "a.", atm)):
             others = {name for name in variants if not name.startswith(own)}
             two_state = {f"{own}{name}" for name in ("serviceFlag", "atmFlag1", "atmFlag2")}
-            circuit = [f"{own}circuit=3"] if own != "a." else []
-            given = [f"pwId={number}", f"pweType={kind}", *base, *circuit, *rtp]
-            atm = [f"a.{name}=1" for name in ("atmMode", "atmType", "atmClpMode")
-                   if kind == "atm-3"]
             self.check_fields("pwe params set", f"pwe params get pwId={number}",
-                              base=[*given, *atm, "psn.psnType=2"],
+                              base=[f"pwId={number}", f"pweType={kind}", *base, *given,
+                                    f"{own}circuit=3", "psn.psnType=2"],
                               left_out=common | others | two_state |
                               {f"{own}rtp.mode", "psn.param3", "psn.param4", "psn.udpMode"})
         for name, value in (("serviceFlag", 1), ("serviceFlag", 2)):
             self.document("pwe", "params", "set", "pwId=2", "pweType=tdm-2", *base,
-                          "psn.psnType=2", "t2.circuit=4", f"t2.{name}={value}")
+                          "psn.psnType=2", "t2.circuit=4", "t2.rtp.mode=on", f"t2.{name}={value}")
             read = self.document("pwe", "params", "get", "pwId=2")
             self.assertEqual(read["info"]["t2"][name], value)
         self.check_fields("pwe vlan set", "pwe vlan get pwId=1", base=["pwId=1", "mode=double"])
-        self.check_fields("pwe psn set", "pwe psn get pwId=1", base=["pwId=1"])
+        self.check_fields("pwe psn set", "pwe psn get pwId=1",
+                          base=["pwId=1", "psnType=1"], left_out={"udpMode"})
+        self.check_fields("pwe psn set", "pwe psn get pwId=1", prefix="udpMode", base=["pwId=1"])
         self.check_fields("pwe rtp set", "pwe rtp get pwId=1", base=["pwId=1", "mode=on"],
                           left_out={"mode"})
         self.check_fields("pwe atmop_xc set", "pwe atmop_xc get pwId=3",
-                          base=["pwId=3", "xcType=1"])
+                          base=["pwId=3", "xcType=1", "xcId1=1", "xcId2=2", "xcId3=3", "xcId4=4"])
         self.check_fields("pdh params set", "pdh params get port=2",
                           base=["port=2", "adminStatus=2", "frameMode=2", "lineCode=2",
-                                "syncMode=2", "niuMode=2"])
-        self.check_fields("pdh sync set", "pdh sync get port=2", base=["port=2", "mode=2"])
+                                "cableLength=2", "syncMode=2", "syncParam=2", "niuMode=2",
+                                "auxParam=2"])
+        self.check_fields("pdh sync set", "pdh sync get port=2",
+                          base=["port=2", "mode=2", "param=2"])
         self.document("ima", "set", "groupId=1", "imaAction=create", "groupParam1=1",
                       "groupParam2=1")
         self.check_fields("ima set", "ima get groupId=1", left_out={"imaAction"},
@@ -449,8 +483,11 @@ class Notifications(Device):
         self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
                       "groupParam2=1")
         self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
-        watches = [self.started("watch", "--count", "8"),
-                   self.started("--json", "watch", "count=8")]
+        self.document("pwe", "params", "set", "pwId=8", "pweType=atm-3", *PSEUDOWIRES["atm-3"])
+        self.document("sim", "pm", "set", "type=pwe", "number=8", "interval=1", "word=1",
+                      "value=11")
+        watches = [self.started("watch", "--count", "9"),
+                   self.started("--json", "watch", "count=9")]
         for kind, number in (("system", 1), ("pdh", 3), ("pwe", 7), ("ima-link", 9)):
             self.document("sim", "alarm", "raise", f"type={kind}", f"number={number}", "bits=5")
         # One line is there before the next happens: nothing waits in a buffer.
@@ -458,20 +495,25 @@ class Notifications(Device):
         self.document("sim", "alarm", "clear", "type=pdh", "number=3", "bits=4")
         self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=1", "word=1",
                       "value=12")
+        # The platform chooses the kind of the counters, whatever type the pseudowire reads as.
+        self.document("sim", "fault", "add", "function=config_get_pw", "object=8", "effect=garbage")
         self.document("sim", "interval", "end", "interval=1")
         lines = watches[0].stdout.read().splitlines()
         self.assertEqual(watches[0].wait(20), 0)
         self.assertEqual([re.sub(":.*", "", line) for line in lines],
                          ["alarm PDH port 3", "alarm pseudowire 7", "alarm IMA link 9",
                           "alarm PDH port 3", "pm interval 1 PDH",
-                          "pm interval 1 pseudowire 7 (generic)", "pm interval 1 IMA group 2"])
+                          "pm interval 1 pseudowire 7 (generic)",
+                          "pm interval 1 pseudowire 8 (atm)", "pm interval 1 IMA group 2"])
         self.assertIn("active 0x00000001, raised 0x00000000, cleared 0x00000004", lines[3])
         self.assertRegex(lines[4], r"16 ports; port 3 \(layout0\) line( \d+)* 12( \d+)* common")
-        self.assertIn("link 9:", lines[6])
+        self.assertTrue(lines[6].endswith(": 11 0 0 0"), lines[6])
+        self.assertIn("link 9:", lines[7])
         answers = [json.loads(line) for line in watches[1].stdout]
-        self.assertEqual([answer["notification"] for answer in answers], 5 * ["alarm"] + 3 * ["pm"])
+        self.assertEqual([answer["notification"] for answer in answers], 5 * ["alarm"] + 4 * ["pm"])
         self.assertEqual([answer["objType"] for answer in answers],
-                         ["system", "pdh", "pwe", "ima", "pdh", "pdh", "pwe", "ima"])
+                         ["system", "pdh", "pwe", "ima", "pdh", "pdh", "pwe", "pwe", "ima"])
+        self.assertEqual(answers[7]["pwe"]["atm"], {"counters": [11, 0, 0, 0], "valid": 1})
         self.assertEqual(answers[1]["object"], {"objId": 3, "status": 5, "delta": 5})
         self.assertEqual([port["port"] for port in answers[5]["pdh"]], list(range(1, 17)))
         self.assertEqual({"layout0", "layout1"},
@@ -502,13 +544,14 @@ class Notifications(Device):
 
 
 class Metrics(Device):
-    def families(self):
+    def families(self, *words, status=0, error=""):
         try:
             from prometheus_client.openmetrics.parser import text_string_to_metric_families
         except ImportError:
             self.fail("the parser is missing: install python3-prometheus-client")
-        done = self.vexoctl("metrics")
-        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        done = self.vexoctl("metrics", *words)
+        self.assertEqual(done.returncode, status)
+        self.assertRegex(done.stderr, f"^{error}$")
         return {family.name: family for family in text_string_to_metric_families(done.stdout)}
 
     def value(self, name, **labels):
@@ -556,11 +599,41 @@ class Metrics(Device):
         self.assertIsNone(self.value("vexo_pdh_pm", port=3, interval=2))
         self.assertIsNotNone(self.value("vexo_pdh_pm", port=3, interval=1))
 
-    def test_a_device_that_does_not_answer_has_no_metrics(self):
+    def test_what_cannot_be_read_is_told_and_the_rest_is_there(self):
+        for number, kind in enumerate(PSEUDOWIRES, 1):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}",
+                          *PSEUDOWIRES[kind])
+        self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.document("ima", "lnk", "add", "groupId=2", "linkId=3")
+
+        def places(families):
+            return {(sample.name, *sample.labels.items()) for family in families.values()
+                    for sample in family.samples}
+        whole = places(self.families())
+        for function, number, failed, family, label in (
+                ("alarm_get_active_bits", 3, "3 reads failed, first alarms of PDH port 3",
+                 "vexo_alarms", ("number", "3")),
+                ("config_get_pw", 2, "5 reads failed, first parameters of pseudowire 2",
+                 "vexo_pwe", ("pw", "2")),
+                ("pmom_pdh_pm_stat_get", 16, "3 reads failed, first PM of PDH port 16",
+                 "vexo_pdh_pm", ("port", "16")),
+                ("pmom_ima_link_pm_stat_get", 3, "3 reads failed, first PM of IMA group 2",
+                 "vexo_ima_link_pm", ("link", "3"))):
+            self.document("sim", "fault", "add", f"function={function}", f"object={number}",
+                          "value=2")
+            read = places(self.families(status=1, error=f".*{failed}: failure 2: .*\n"))
+            self.document("sim", "fault", "clear")
+            lost = {place for place in whole if place[0].startswith(family) and label in place}
+            self.assertEqual(whole - read, lost)
+            self.assertTrue(lost)
+        some = places(self.families("pwes=1", "--groups=1"))
+        self.assertEqual({label for place in some for label in place[1:]
+                          if label[0] in ("pw", "group")}, {("pw", "1")})
+        self.families("pwes=1025", status=1, error=".*6 reads failed, .* pseudowire 1025: .*\n")
         self.document("sim", "fault", "add", "value=2")
-        done = self.vexoctl("metrics")
-        self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertIn("metrics: failure 2", done.stderr)
+        self.assertEqual(self.vexoctl("metrics").stdout, "# EOF\n")
+        self.assertIn("JSON", self.document("metrics", status=2)["error"])
 
 
 class Surroundings(Device):
@@ -593,11 +666,26 @@ class Surroundings(Device):
         self.assertEqual(done.returncode, 1)
         self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x8100)
 
-    def test_on_other_platform_libraries_operations_work_and_the_simulated_device_is_missing(self):
+    def use_other_platform(self):
         library = self.folder / "platform"
         subprocess.run([SOURCE / "tests/consumer/stub_platform.sh", os.environ["VEXO_CMI_LIBRARY"],
                         os.environ["CC"], library], check=True)
         self.environment["LD_LIBRARY_PATH"] = str(library)
+        return library
+
+    def test_metrics_end_on_a_platform_that_has_every_object(self):
+        for file in self.use_other_platform().glob("*.c"):
+            file.write_text(file.read_text().replace("return 1;", "return 0;"))
+            subprocess.run([os.environ["CC"], "-shared", "-fPIC",
+                            f"-Wl,-soname,libkv_{file.stem}.so", file, "-o",
+                            file.with_name(f"libkv_{file.stem}.so")], check=True)
+        shown = self.vexoctl("metrics").stdout
+        self.assertTrue(shown.endswith("# EOF\n"))
+        self.assertEqual(set(re.findall('vexo_alarms{object="pdh",number="(\\d+)"}', shown)),
+                         {str(port) for port in range(1, 17)})
+
+    def test_on_other_platform_libraries_operations_work_and_the_simulated_device_is_missing(self):
+        self.use_other_platform()
         document = self.document("pdh", "frame", "get", "port=1", status=1)
         self.assertEqual(document["rc"], 1)
         self.assertEqual(document["message"], "not on this platform")

@@ -38,9 +38,11 @@ constexpr Command COMMANDS[] = {
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state\n"
      "is none of 2, 3 and 4. The exit status is 0 whatever the last state is.\n"},
-    {"metrics", "metrics", "counters and alarms once, as OpenMetrics text",
-     "Prints counters and alarms once, as OpenMetrics text. PM counters are those of\n"
-     "the running interval; what there is no data for is left out.\n"},
+    {"metrics", "metrics [pwes=N] [groups=N]", "counters and alarms once, as OpenMetrics text",
+     "Prints counters and alarms once, as OpenMetrics text, of the PDH ports 1 to 16,\n"
+     "the pseudowires 1 to N (1024) and the IMA groups 1 to N (8), as far as there are.\n"
+     "PM counters are those of the running interval; what there is no data for is left\n"
+     "out. Where something can't be read, the rest is printed and the status is 1.\n"},
 };
 
 Names commandNames()
@@ -130,7 +132,8 @@ std::string rowText(const Json &row)
     if (row.contains("first"))
         text += " " + row["first"].dump() + " to " + row["last"].dump();
     if (row.contains("limit"))
-        text += " up to " + row["limit"].dump();
+        text += row["type"] == "text" ? " up to " + row["limit"].dump()
+                                      : " " + rangeOf(row["limit"].get<uint32_t>());
     if (row.contains("count"))
         text += ", " + row["count"].dump() + " of them";
     std::string separator = ": ";
@@ -141,6 +144,8 @@ std::string rowText(const Json &row)
         }
     if (row.contains("condition"))
         text += "; only with " + row["condition"].get<std::string>();
+    if (row.contains("applied"))
+        text += "; " + row["applied"].get<std::string>();
     if (row.contains("help"))
         text += "; " + row["help"].get<std::string>();
     if (row.contains("optional"))
@@ -245,6 +250,9 @@ Json manual(const Operation &operation)
             Json field = typeRow(leaf.path, *leaf.field->type, leaf.field->count, leaf.limit);
             if (!leaf.condition.empty())
                 field["condition"] = leaf.condition;
+            if (isGivenRecord(argument))
+                field["applied"] =
+                    leaf.field->options.leftOut ? leaf.field->options.leftOut : "applied always";
             row["fields"].push_back(field);
         }
         page["arguments"].push_back(row);
@@ -286,6 +294,8 @@ Names completions(const Words &typed)
         next = {"alarms", "pm", "count=", "for="};
     } else if (command == "follow") {
         next = before.size() == 1 ? Names{"upgrade"} : Names{"count=", "for="};
+    } else if (command == "metrics") {
+        next = {"pwes=", "groups="};
     } else if (command == "list" || command == "help") {
         next = nextWords({before.begin() + 1, before.end()});
         if (command == "help" && before.size() == 1)

@@ -121,8 +121,13 @@ Invocation::Invocation(const Operation &operation, const Names &assignments)
                                   ? ": set its fields, or name a JSON document as in " +
                                         std::string{argument.name} + "=@FILE"
                                   : ""));
-        if (isGivenRecord(argument))
-            check(*argument.type, given_, storage_[i].bytes());
+        if (!isGivenRecord(argument))
+            continue;
+        check(*argument.type, given_, storage_[i].bytes());
+        if (const Names names = missing(*argument.type, given_, storage_[i].bytes());
+            !names.empty())
+            throw UsageError(spoken(operation.name) + ": " + inWords(names, "and") +
+                             " must be given, too; what is left out would be set to 0");
     }
 }
 
@@ -177,16 +182,12 @@ void Invocation::assign(const Assignment &assignment)
                (value.starts_with('@') || value.starts_with('{'))) {
         load(index, value);
     } else if (argument.type->kind == Kind::text) {
-        if (value.size() > argument.limit)
-            throw UsageError(std::string{argument.name} + ": " + std::to_string(value.size()) +
-                             " characters, at most " + std::to_string(argument.limit) +
-                             " are used");
+        checkLength(argument.name, value.size(), argument.limit);
         storage.text = value;
     } else {
         parse(*argument.type, argument.name, value, storage.bytes());
-        if (argument.type->kind == Kind::word && storage.words[0] > argument.limit)
-            throw UsageError(std::string{argument.name} + ": expected a number from 0 to " +
-                             std::to_string(argument.limit) + ", not " + value);
+        if (argument.type->kind == Kind::word)
+            checkLimit(argument.name, storage.words[0], argument.limit);
     }
 }
 

@@ -86,29 +86,51 @@ Record untouched()
     return record;
 }
 
-bool isOk(const vexoResult &result)
-{
-    return result.rc == VEXO_RC_OK;
-}
-
 constexpr vexoPmType RUNNING_INTERVALS[] = {VEXO_PM_TYPE_1, VEXO_PM_TYPE_2, VEXO_PM_TYPE_3};
-constexpr uint32_t PSEUDOWIRES_TRIED = 1024;
-constexpr uint32_t GROUPS_TRIED = 8;
 
-// Whether there is such a port.
-bool addPort(Exposition &out, uint32_t port)
+// Reads from the device, and remembers what failed. A copy from before forgets it again.
+class Reader
 {
-    vexoResult result;
-    uint32_t bits;
-    vexo_cmi_pdh_alarms_get(&bits, port, &result);
-    if (!isOk(result))
+  public:
+    template <class... Parameters, class... Given>
+    bool read(const std::string &what, void (*operation)(Parameters...), Given... given)
+    {
+        vexoResult result;
+        operation(given..., &result);
+        if (result.rc == VEXO_RC_OK)
+            return true;
+        if (failures_++ == 0)
+            first_ = {what, result};
         return false;
-    out.addAlarms("pdh", port, bits);
+    }
+
+    void throwFailure() const
+    {
+        if (failures_ > 0)
+            throw Failure{"metrics: " + std::to_string(failures_) +
+                              (failures_ == 1 ? " read" : " reads") + " failed, first " +
+                              first_.operation,
+                          first_.result};
+    }
+
+  private:
+    uint64_t failures_ = 0;
+    Failure first_{};
+};
+
+// Whether anything of the port could be read.
+bool addPort(Exposition &out, Reader &reader, uint32_t port)
+{
+    const std::string name = "PDH port " + std::to_string(port);
+    uint32_t bits;
+    bool isThere = reader.read("alarms of " + name, vexo_cmi_pdh_alarms_get, &bits, port);
+    if (isThere)
+        out.addAlarms("pdh", port, bits);
     for (const vexoPmType type : RUNNING_INTERVALS) {
         auto pm = untouched<vexoPdhPm>();
-        vexo_cmi_pdh_pm_get(&pm, type, port, &result);
-        if (!isOk(result))
+        if (!reader.read("PM of " + name, vexo_cmi_pdh_pm_get, &pm, type, port))
             continue;
+        isThere = true;
         const std::string labels = label("port", port) + "," + label("interval", type);
         const Json shown = toJson(describe::typeOf<vexoPdhPm>(), &pm);
         for (const uint32_t layout : {0u, 1u}) {
@@ -120,31 +142,39 @@ bool addPort(Exposition &out, uint32_t port)
             out.addAll("vexo_pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
         }
     }
-    return true;
+    return isThere;
 }
 
-void addPseudowire(Exposition &out, uint32_t pwId)
+void addPseudowire(Exposition &out, Reader &reader, uint32_t pwId)
 {
-    vexoResult result;
+    const std::string name = "pseudowire " + std::to_string(pwId);
+    vexoPweParamsInfo info;
+    const Reader before = reader;
+    reader.read("parameters of " + name, vexo_cmi_pwe_params_get, &info, pwId);
+    if (info.pweAction == VEXO_PWE_ACTION_DELETE)
+        return; // not provisioned
+    if (info.pweAction == VEXO_PWE_ACTION_CREATE)
+        reader = before; // it is there; nothing else of it is used
     uint32_t bits;
-    vexo_cmi_pwe_alarms_get(&bits, pwId, &result);
-    if (!isOk(result))
-        return;
-    out.addAlarms("pwe", pwId, bits);
+    if (reader.read("alarms of " + name, vexo_cmi_pwe_alarms_get, &bits, pwId))
+        out.addAlarms("pwe", pwId, bits);
     for (const vexoPmType type : RUNNING_INTERVALS) {
         auto pm = untouched<vexoPwePm>();
-        vexo_cmi_pwe_pm_get(&pm, type, pwId, &result);
-        if (!isOk(result))
+        const Reader beforePm = reader;
+        if (!reader.read("PM of " + name, vexo_cmi_pwe_pm_get, &pm, type, pwId)) {
+            if (pm.pweType != describe::UNTOUCHED)
+                reader = beforePm; // its counters are of neither kind
             continue;
+        }
         const std::string labels = label("pw", pwId) + "," + label("interval", type);
-        if (pm.body.generic.valid == 1)
+        const Json shown = toJson(describe::typeOf<vexoPwePm>(), &pm);
+        if (shown.contains("generic") && pm.body.generic.valid)
             out.addAll("vexo_pwe_pm", labels + ",set=\"generic\"", pm.body.generic.counters);
-        else if (pm.body.generic.valid == describe::UNTOUCHED && pm.body.atm.valid == 1)
+        else if (shown.contains("atm") && pm.body.atm.valid)
             out.addAll("vexo_pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
     }
     auto om = untouched<vexoPweOm>();
-    vexo_cmi_pwe_om_get(&om, 0, pwId, &result);
-    if (!isOk(result))
+    if (!reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0, pwId))
         return;
     const Json shown = toJson(describe::typeOf<vexoPweOm>(), &om);
     for (const std::string set : {"tdm", "atm"})
@@ -153,71 +183,80 @@ void addPseudowire(Exposition &out, uint32_t pwId)
                        {om.counters, found->size()});
 }
 
-void addGroup(Exposition &out, uint32_t groupId)
+// Whether anything of the group could be read.
+bool addGroup(Exposition &out, Reader &reader, uint32_t groupId)
 {
-    vexoResult result;
+    const std::string name = "IMA group " + std::to_string(groupId);
+    const std::string group = label("group", groupId);
     uint32_t bits;
-    vexo_cmi_ima_alarms_get(&bits, VEXO_IMA_TYPE_GROUP, groupId, &result);
-    if (!isOk(result))
-        return;
-    out.addAlarms("ima-group", groupId, bits);
+    bool isThere = reader.read("alarms of " + name, vexo_cmi_ima_alarms_get, &bits,
+                               VEXO_IMA_TYPE_GROUP, groupId);
+    if (isThere)
+        out.addAlarms("ima-group", groupId, bits);
     uint32_t linkIds[VEXO_IMA_LINK_MAX];
     uint32_t linkCount = 0;
-    vexo_cmi_ima_lnk_get(linkIds, &linkCount, groupId, &result);
-    for (uint32_t i = 0; i < linkCount; ++i) {
-        vexo_cmi_ima_alarms_get(&bits, VEXO_IMA_TYPE_LINK, linkIds[i], &result);
-        if (isOk(result))
-            out.addAlarms("ima-link", linkIds[i], bits);
-    }
-    const std::string group = label("group", groupId);
+    isThere |= reader.read("links of " + name, vexo_cmi_ima_lnk_get, linkIds, &linkCount, groupId);
+    for (const uint32_t linkId : std::span{linkIds, linkCount})
+        if (reader.read("alarms of IMA link " + std::to_string(linkId), vexo_cmi_ima_alarms_get,
+                        &bits, VEXO_IMA_TYPE_LINK, linkId))
+            out.addAlarms("ima-link", linkId, bits);
     for (const vexoPmType type : RUNNING_INTERVALS) {
-        vexoImaGroupPm pm;
-        vexo_cmi_ima_pm_get(&pm, type, groupId, &result);
-        if (!isOk(result))
-            continue;
+        // After a failure it holds what could be read before.
+        auto pm = untouched<vexoImaGroupPm>();
+        isThere |= reader.read("PM of " + name, vexo_cmi_ima_pm_get, &pm, type, groupId);
         const std::string labels = group + "," + label("interval", type);
         if (pm.intervalFlag == 1)
             out.addAll("vexo_ima_group_pm", labels, pm.counters);
-        for (const vexoImaLinkPm &link : std::span{pm.links, pm.linkCount})
+        for (const vexoImaLinkPm &link : pm.links)
             if (link.intervalFlag == 1)
                 out.addAll("vexo_ima_link_pm", labels + "," + label("link", link.linkId),
                            link.counters);
     }
     vexoImaOm om;
-    vexo_cmi_ima_om_get(&om, 0, groupId, &result);
-    if (!isOk(result))
-        return;
+    if (!reader.read("OM of " + name, vexo_cmi_ima_om_get, &om, 0, groupId))
+        return isThere;
     out.addAll("vexo_ima_group_om", group, om.counters);
     for (uint32_t i = 0; i < om.linkCount && i < linkCount; ++i)
         out.addAll("vexo_ima_link_om", group + "," + label("link", linkIds[i]),
                    om.links[i].counters);
+    return true;
 }
 
 } // namespace
 
-void metrics(const Words &words)
+void metrics(const Words &given, bool json)
 {
-    if (words.size() > 1)
-        throw UsageError("metrics: expected nothing behind it, not '" + words[1] + "'");
+    Words words{given.begin() + 1, given.end()};
+    uint32_t pseudowires = 1024;
+    uint32_t groups = 8;
+    takeNumbers(words, {{"pwes", &pseudowires}, {"groups", &groups}});
+    if (!words.empty())
+        throw UsageError("metrics: expected pwes=N or groups=N, not '" + words[0] + "'");
+    if (json)
+        throw UsageError("metrics: OpenMetrics text has no form in JSON");
     Exposition out;
-    vexoResult result;
+    Reader reader;
     uint32_t bits;
-    vexo_cmi_sys_alarm_get(&bits, &result);
-    if (!isOk(result))
-        throw Failure{"metrics", result};
-    out.addAlarms("system", 1, bits);
+    if (reader.read("alarms of the system", vexo_cmi_sys_alarm_get, &bits))
+        out.addAlarms("system", 1, bits);
     uint32_t temperature, first, second;
-    vexo_cmi_sys_temp_get(&temperature, &first, &second, &result);
-    if (isOk(result))
+    if (reader.read("temperature", vexo_cmi_sys_temp_get, &temperature, &first, &second))
         out.add("vexo_system_temperature", "", temperature);
-    // Ports have no gaps; pseudowires and groups are there as they were created.
-    for (uint32_t port = 1; addPort(out, port); ++port) {
+    // Ports have no gaps: behind the last of which anything can be read there is none.
+    Reader before = reader;
+    for (uint32_t i = 0; i < VEXO_PM_PDH_MAX; ++i)
+        if (addPort(out, reader, i + 1))
+            before = reader;
+    reader = before;
+    for (uint32_t i = 0; i < pseudowires; ++i)
+        addPseudowire(out, reader, i + 1);
+    for (uint32_t i = 0; i < groups; ++i) {
+        before = reader;
+        if (!addGroup(out, reader, i + 1))
+            reader = before;
     }
-    for (uint32_t pwId = 1; pwId <= PSEUDOWIRES_TRIED; ++pwId)
-        addPseudowire(out, pwId);
-    for (uint32_t groupId = 1; groupId <= GROUPS_TRIED; ++groupId)
-        addGroup(out, groupId);
     out.print(std::cout);
+    reader.throwFailure();
 }
 
 } // namespace vexoctl

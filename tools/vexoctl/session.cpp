@@ -22,7 +22,8 @@ constexpr const char *WORDS_AND_RECORDS =
     "A number is decimal, or hexadecimal with 0x. A record is set field by field\n"
     "(psn.param1=7) or from a JSON document: params=@FILE, params=@- for standard\n"
     "input, params='{...}'. The document that a getter prints with --json can be\n"
-    "given back as it is. --json may stand anywhere in a command.\n";
+    "given back as it is. What is applied always must be given. --json may stand\n"
+    "anywhere in a command.\n";
 
 std::string overview()
 {
@@ -140,6 +141,8 @@ void Session::dispatch(const Words &words)
         return watch(words, json_);
     if (words[0] == "follow")
         return follow(words, json_);
+    if (words[0] == "metrics")
+        return metrics(words, json_);
     if (words[0] == "complete") {
         for (const std::string &word : completions({words.begin() + 1, words.end()}))
             std::cout << word << "\n";
@@ -150,8 +153,6 @@ void Session::dispatch(const Words &words)
         list(words);
     else if (words[0] == "help")
         help(words);
-    else if (words[0] == "metrics")
-        metrics(words);
     else
         operate(words);
 }
@@ -250,6 +251,32 @@ Words split(const std::string &line)
     if (open)
         words.push_back(word);
     return words;
+}
+
+void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
+{
+    Words others;
+    std::set<std::string> given;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const bool isOption = words[i].starts_with("--");
+        const std::string word = words[i].substr(isOption ? 2 : 0);
+        const size_t sign = word.find('=');
+        const std::string name = word.substr(0, sign);
+        if (!numbers.contains(name) || (sign == std::string::npos && !isOption)) {
+            others.push_back(words[i]);
+            continue;
+        }
+        if (sign == std::string::npos && i + 1 == words.size())
+            throw UsageError(name + ": expected a number behind it");
+        if (!given.insert(name).second)
+            throw UsageError(name + ": given twice");
+        uint32_t &number = *numbers.at(name);
+        parse(describe::typeOf<uint32_t>(), name,
+              sign == std::string::npos ? words[++i] : word.substr(sign + 1), &number);
+        if (number == 0)
+            throw UsageError(name + ": expected a number from 1, not 0");
+    }
+    words = others;
 }
 
 } // namespace vexoctl

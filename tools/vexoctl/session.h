@@ -5,6 +5,7 @@
 #include "value.h"
 
 #include <istream>
+#include <map>
 
 namespace vexoctl
 {
@@ -53,11 +54,14 @@ class Session
 // left open.
 Words split(const std::string &line);
 
+// Takes name=N, also as --name N and --name=N, out of the words; N is from 1.
+void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers);
+
 // ---- Commands of their own files ----
 
 void watch(const Words &words, bool json);
 void follow(const Words &words, bool json);
-void metrics(const Words &words);
+void metrics(const Words &words, bool json);
 
 // ---- The simulated device ----
 

@@ -54,6 +54,11 @@ std::string macText(const void *value)
     return text;
 }
 
+bool isLowBits(uint32_t bits)
+{
+    return (bits & (bits + 1)) == 0;
+}
+
 // Six times two digits.
 bool readMac(const std::string &text, uint8_t *mac)
 {
@@ -89,22 +94,13 @@ std::string valueText(const Type &type, uint32_t value)
     return name ? name : std::to_string(value);
 }
 
-// "1, 2 or 3"
-std::string alternatives(const Names &names)
-{
-    std::string text;
-    for (size_t i = 0; i < names.size(); ++i)
-        text += (i == 0 ? "" : i + 1 == names.size() ? " or " : ", ") + names[i];
-    return text;
-}
-
 std::string expectedOf(const Type &type)
 {
     switch (type.kind) {
     case Kind::word:
         return "a number";
     case Kind::enumeration:
-        return alternatives(valuesOf(type));
+        return inWords(valuesOf(type));
     case Kind::text:
         return "a text";
     case Kind::mac:
@@ -201,7 +197,7 @@ std::string conditionOf(const Field &field, const Type &record, const std::strin
         if (field.options.when(probe.data()))
             values.push_back(valueText(*by.type, value));
     }
-    return prefix + by.name + "=" + alternatives(values);
+    return prefix + by.name + "=" + inWords(values);
 }
 
 uint32_t limitOf(const Field &field, const Type &record)
@@ -232,21 +228,6 @@ bool isGiven(const Paths &given, const std::string &path)
            (*found == path || (found->starts_with(path) && (*found)[path.size()] == '.'));
 }
 
-void checkLimit(const Field &field, const std::string &path, const void *record)
-{
-    const uint32_t limit = field.options.limit(record);
-    const void *value = at(record, field);
-    if (field.type->kind == Kind::text) {
-        const size_t length = strnlen(static_cast<const char *>(value), field.type->size);
-        if (length > limit)
-            throw UsageError(path + ": " + std::to_string(length) + " characters, at most " +
-                             std::to_string(limit) + " are used");
-    } else if (wordAt(value) > limit) {
-        throw UsageError(path + ": expected a number from 0 to " + std::to_string(limit) +
-                         ", not " + std::to_string(wordAt(value)));
-    }
-}
-
 void checkFields(const Type &record, const std::string &prefix, const Paths &given,
                  const void *value)
 {
@@ -264,8 +245,30 @@ void checkFields(const Type &record, const std::string &prefix, const Paths &giv
         }
         if (field.type->kind == Kind::record && field.count == 1)
             checkFields(*field.type, path + ".", given, at(value, field));
+        else if (options.limit && field.type->kind == Kind::text)
+            checkLength(path,
+                        strnlen(static_cast<const char *>(at(value, field)), field.type->size),
+                        options.limit(value));
         else if (options.limit)
-            checkLimit(field, path, value);
+            checkLimit(path, wordAt(at(value, field)), options.limit(value));
+    }
+}
+
+void addMissing(const Type &record, const std::string &prefix, const Paths &given,
+                const void *value, Names &names)
+{
+    for (const Field &field : record.fields)
+        if (field.options.alone && field.options.alone(value))
+            return;
+    for (const Field &field : record.fields) {
+        const describe::Options &options = field.options;
+        const std::string path = prefix + field.name;
+        if (options.hidden || options.leftOut || (options.when && !options.when(value)))
+            continue;
+        if (field.type->kind == Kind::record && field.count == 1)
+            addMissing(*field.type, path + ".", given, at(value, field), names);
+        else if (!given.contains(path))
+            names.push_back(path);
     }
 }
 
@@ -428,6 +431,41 @@ void fromJson(const Type &record, const Json &json, bool lenient, void *value, P
 void check(const Type &record, const Paths &given, const void *value)
 {
     checkFields(record, "", given, value);
+}
+
+Names missing(const Type &record, const Paths &given, const void *value)
+{
+    Names names;
+    addMissing(record, "", given, value, names);
+    return names;
+}
+
+std::string rangeOf(uint32_t limit)
+{
+    return isLowBits(limit) ? "from 0 to " + std::to_string(limit)
+                            : "made of the bits " + hexadecimal(limit);
+}
+
+void checkLimit(const std::string &what, uint32_t number, uint32_t limit)
+{
+    if (number & ~limit)
+        throw UsageError(what + ": expected a number " + rangeOf(limit) + ", not " +
+                         (isLowBits(limit) ? std::to_string(number) : hexadecimal(number)));
+}
+
+void checkLength(const std::string &what, size_t length, uint32_t limit)
+{
+    if (length > limit)
+        throw UsageError(what + ": " + std::to_string(length) + " characters, at most " +
+                         std::to_string(limit) + " are used");
+}
+
+std::string inWords(const Names &names, const std::string &last)
+{
+    std::string text;
+    for (size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == names.size() ? " " + last + " " : ", ") + names[i];
+    return text;
 }
 
 std::vector<Leaf> leaves(const Type &record)

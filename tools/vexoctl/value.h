@@ -50,6 +50,21 @@ void fromJson(const describe::Type &record, const Json &json, bool lenient, void
 // and texts that would be cut.
 void check(const describe::Type &record, const Paths &given, const void *value);
 
+// The fields that were not given though the record, being what it is, can't do without.
+Names missing(const describe::Type &record, const Paths &given, const void *value);
+
+// Which numbers aren't cut: "from 0 to 255", or "made of the bits 0x30f".
+std::string rangeOf(uint32_t limit);
+
+// Refuses a number that would be cut.
+void checkLimit(const std::string &what, uint32_t number, uint32_t limit);
+
+// Refuses a text that would be cut.
+void checkLength(const std::string &what, size_t length, uint32_t limit);
+
+// "1, 2 or 3"
+std::string inWords(const Names &names, const std::string &last = "or");
+
 struct Leaf {
     std::string path;
     const describe::Field *field;

@@ -23,6 +23,8 @@ using Clock = std::chrono::steady_clock;
 struct Limits {
     uint32_t count = 0; // 0: none
     uint32_t seconds = 0;
+
+    explicit Limits(Words &words) { takeNumbers(words, {{"count", &count}, {"for", &seconds}}); }
 };
 
 // SIGINT and SIGTERM end a watch: blocked in all threads, and waited for by this one.
@@ -51,37 +53,6 @@ class Signals
     sigset_t set_;
     sigset_t before_;
 };
-
-// Takes count=N and for=SECONDS, also as --count N and --count=N, out of the words.
-Limits takeLimits(Words &words)
-{
-    Limits limits;
-    const auto limitOf = [&](const std::string &name) {
-        return name == "count" ? &limits.count : name == "for" ? &limits.seconds : nullptr;
-    };
-    Words others;
-    for (size_t i = 0; i < words.size(); ++i) {
-        const bool isOption = words[i].starts_with("--");
-        const std::string word = words[i].substr(isOption ? 2 : 0);
-        const size_t sign = word.find('=');
-        const std::string name = word.substr(0, sign);
-        uint32_t *limit = limitOf(name);
-        if (!limit || (sign == std::string::npos && !isOption)) {
-            others.push_back(words[i]);
-            continue;
-        }
-        if (sign == std::string::npos && i + 1 == words.size())
-            throw UsageError(name + ": expected a number behind it");
-        if (*limit != 0)
-            throw UsageError(name + ": given twice");
-        parse(describe::typeOf<uint32_t>(), name,
-              sign == std::string::npos ? words[++i] : word.substr(sign + 1), limit);
-        if (*limit == 0)
-            throw UsageError(name + ": expected a number from 1, not 0");
-    }
-    words = others;
-    return limits;
-}
 
 // What the callbacks print, one line each.
 std::mutex printing;
@@ -201,19 +172,17 @@ void onPorts(const vexoPmNotification &pm)
               (counts.empty() ? ", nothing counted" : counts));
 }
 
-void onPm(vexoPmNotification *pm)
+void onPwOrGroup(const vexoPmNotification &pm)
 {
-    if (pm->objType == VEXO_OBJ_TYPE_PDH)
-        return onPorts(*pm);
     Json document{{"notification", "pm"}};
-    document.update(toJson(describe::typeOf<vexoPmNotification>(), pm));
-    if (pm->objType == VEXO_OBJ_TYPE_PWE) {
+    document.update(toJson(describe::typeOf<vexoPmNotification>(), &pm));
+    if (pm.objType == VEXO_OBJ_TYPE_PWE) {
         const Json &pwe = document["pwe"];
         const char *kind = pwe.contains("atm") ? "atm" : "generic";
         print(document, "pm interval " + pwe["interval"].dump() + " pseudowire " +
                             pwe["pwId"].dump() + kindOf(kind, pwe[kind]["valid"]) + ":" +
                             listed(pwe[kind]["counters"]));
-    } else if (pm->objType == VEXO_OBJ_TYPE_IMA) {
+    } else if (pm.objType == VEXO_OBJ_TYPE_IMA) {
         const Json &ima = document["ima"];
         std::string line = "pm interval " + ima["interval"].dump() + " IMA group " +
                            ima["groupId"].dump() +
@@ -224,6 +193,17 @@ void onPm(vexoPmNotification *pm)
                     (link["intervalFlag"] == 1 ? ":" : " (no data):") + listed(link["counters"]);
         print(document, line);
     }
+}
+
+void onPm(vexoPmNotification *pm)
+{
+    if (pm->objType == VEXO_OBJ_TYPE_PDH)
+        onPorts(*pm);
+    else
+        onPwOrGroup(*pm);
+    // The record is used again: which kind of counters the next pseudowire has shows in what is
+    // written then.
+    memset(pm, 0xFF, sizeof *pm);
 }
 
 bool isOver(const Limits &limits, Clock::time_point start)
@@ -240,7 +220,7 @@ bool isOver(const Limits &limits, Clock::time_point start)
 void watch(const Words &given, bool json)
 {
     Words words{given.begin() + 1, given.end()};
-    const Limits limits = takeLimits(words);
+    const Limits limits{words};
     for (const std::string &word : words)
         if (word != "alarms" && word != "pm")
             throw UsageError("watch: expected alarms, pm, count=N or for=SECONDS, not '" + word +
@@ -285,7 +265,7 @@ void turnWheel(bool on)
 void follow(const Words &given, bool json)
 {
     Words words{given.begin() + 1, given.end()};
-    const Limits limits = takeLimits(words);
+    const Limits limits{words};
     if (words != Words{"upgrade"})
         throw UsageError("follow: expected upgrade, and count=N or for=SECONDS");
     asJson = json;
