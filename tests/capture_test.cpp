@@ -37,7 +37,7 @@ namespace
 
 using Host = Device;
 
-TEST_F(Host, withTheSameNamesCapturesNoCallWithinTheLibrary)
+TEST_F(Host, WithTheSameNamesCapturesNoCallWithinTheLibrary)
 {
     vexo_cmi_sys_tdm_mode_set(VEXO_TDM_MODE_3, &result);
     EXPECT_EQ(result.rc, VEXO_RC_OK);

@@ -17,7 +17,7 @@ static_assert(!std::is_convertible_v<vexoTdmMode, eqptMode>);
 static_assert(!std::is_convertible_v<eqptMode, vexoTdmMode>);
 static_assert(!std::is_convertible_v<vexoAdminStatus, vexoOperState>);
 
-TEST_F(Frame, everyPlatformCodeBecomesItsClass)
+TEST_F(Frame, EveryPlatformCodeBecomesItsClass)
 {
     struct {
         uint32_t code, rc;
@@ -36,7 +36,7 @@ TEST_F(Frame, everyPlatformCodeBecomesItsClass)
     }
 }
 
-TEST_F(Frame, aSuccessClearsOneByteOfTheMessage)
+TEST_F(Frame, ASuccessClearsOneByteOfTheMessage)
 {
     vexoResult marked = unwritten();
     vexo_cmi_sys_tdm_mode_set(VEXO_TDM_MODE_2, &marked);
@@ -46,7 +46,7 @@ TEST_F(Frame, aSuccessClearsOneByteOfTheMessage)
         EXPECT_EQ(marked.message[i], 0x5A) << "byte " << i;
 }
 
-TEST_F(Frame, aPlatformWithoutTextsLeavesAnEmptyMessage)
+TEST_F(Frame, APlatformWithoutTextsLeavesAnEmptyMessage)
 {
     failing("config_get_error_string", 1, 0, 0);
     failing("kv_rc_to_string", 1, 0, 0);
@@ -72,7 +72,7 @@ TEST_F(Frame, aPlatformWithoutTextsLeavesAnEmptyMessage)
     EXPECT_STREQ(marked.message, "Bad PWE type ''");
 }
 
-TEST(StrcpyN, writesExactlyItsSizeAndAlwaysTerminates)
+TEST(StrcpyN, WritesExactlyItsSizeAndAlwaysTerminates)
 {
     struct {
         const char *source;
@@ -113,7 +113,7 @@ uint32_t convertWith(To (*convert)(From), uint32_t value)
     return convert(static_cast<From>(value));
 }
 
-TEST(Converters, giveTheirTableAndTheDefaultBesideIt)
+TEST(Converters, GiveTheirTableAndTheDefaultBesideIt)
 {
     const Conversion conversions[] = {
         CONVERSION(vexoTdmMode_to_eqptMode, 0, {1, 1}, {2, 2}, {3, 3}),
@@ -176,7 +176,7 @@ TEST(Converters, giveTheirTableAndTheDefaultBesideIt)
     }
 }
 
-TEST(Converters, readTheAlarmReportModeBitByBit)
+TEST(Converters, ReadTheAlarmReportModeBitByBit)
 {
     for (uint32_t value : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 12u, 0xFFFFFFF9u, 0xFFFFFFFFu}) {
         const uint32_t expected = value & 2 ? 1 : value & 4 ? 2 : 0;
@@ -184,7 +184,7 @@ TEST(Converters, readTheAlarmReportModeBitByBit)
     }
 }
 
-TEST(Converters, copyVersionsButTakeTheHostsFromTheHost)
+TEST(Converters, CopyVersionsButTakeTheHostsFromTheHost)
 {
     swVersion from;
     memset(&from, 'v', sizeof from);
@@ -200,7 +200,7 @@ TEST(Converters, copyVersionsButTakeTheHostsFromTheHost)
     }
 }
 
-TEST(CProgram, usesTheInterfaceWithTheSameLayout)
+TEST(CProgram, UsesTheInterfaceWithTheSameLayout)
 {
     EXPECT_EQ(tdmModeThroughC(3), 3u);
     EXPECT_EQ(tdmModeThroughC(4), 0u);

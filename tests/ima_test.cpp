@@ -7,7 +7,7 @@ namespace
 
 using Ima = Device;
 
-TEST_F(Ima, aGroupIsCreatedEmptyAndModifiedWithoutLosingItsLinks)
+TEST_F(Ima, AGroupIsCreatedEmptyAndModifiedWithoutLosingItsLinks)
 {
     mark();
     const vexoImaGroupSet create{VEXO_IMA_ACTION_CREATE, 11, 22, 0};
@@ -47,7 +47,7 @@ TEST_F(Ima, aGroupIsCreatedEmptyAndModifiedWithoutLosingItsLinks)
     EXPECT_EQ(memcmp(&read, &platform, sizeof read), 0);
 }
 
-TEST_F(Ima, aDeleteCallsOneFunctionAndAnUnknownActionNone)
+TEST_F(Ima, ADeleteCallsOneFunctionAndAnUnknownActionNone)
 {
     createGroup(1, {});
     mark();
@@ -63,7 +63,7 @@ TEST_F(Ima, aDeleteCallsOneFunctionAndAnUnknownActionNone)
     EXPECT_EQ(calls(), Names{});
 }
 
-TEST_F(Ima, linksAreListedInTheirOrderAndNothingBehindThemIsWritten)
+TEST_F(Ima, LinksAreListedInTheirOrderAndNothingBehindThemIsWritten)
 {
     createGroup(2, {30, 10, 20});
     uint32_t ids[VEXO_IMA_LINK_MAX];
@@ -89,7 +89,7 @@ TEST_F(Ima, linksAreListedInTheirOrderAndNothingBehindThemIsWritten)
     EXPECT_EQ(ids[0], 0x5A5A5A5Au);
 }
 
-TEST_F(Ima, thePlatformsRefusalsComeThrough)
+TEST_F(Ima, ThePlatformsRefusalsComeThrough)
 {
     createGroup(1, {1, 2, 3, 4, 5, 6, 7, 8});
     createGroup(2, {});
@@ -111,7 +111,7 @@ TEST_F(Ima, thePlatformsRefusalsComeThrough)
     }
 }
 
-TEST_F(Ima, aGarbledLinkCountStaysWithinTheRecords)
+TEST_F(Ima, AGarbledLinkCountStaysWithinTheRecords)
 {
     createGroup(1, {1});
     kvSimFault fault{};
@@ -136,7 +136,7 @@ TEST_F(Ima, aGarbledLinkCountStaysWithinTheRecords)
     }
 }
 
-TEST_F(Ima, pmCountersFindTheirPlaces)
+TEST_F(Ima, PmCountersFindTheirPlaces)
 {
     createGroup(1, {4, 6});
     for (uint32_t word = 0; word < 3; ++word)
@@ -173,7 +173,7 @@ TEST_F(Ima, pmCountersFindTheirPlaces)
     EXPECT_EQ(pm.links[1].linkId, 0x5A5A5A5Au);
 }
 
-TEST_F(Ima, clearingAllGroupsTriesEverythingAndReportsNothing)
+TEST_F(Ima, ClearingAllGroupsTriesEverythingAndReportsNothing)
 {
     createGroup(1, {1, 2});
     createGroup(2, {3});
@@ -191,7 +191,7 @@ TEST_F(Ima, clearingAllGroupsTriesEverythingAndReportsNothing)
     EXPECT_EQ(counts["pmom_ima_link_pm_stat_clear"], 9u);
 }
 
-TEST_F(Ima, omCountersWrapAndAreClearedOneByOne)
+TEST_F(Ima, OmCountersWrapAndAreClearedOneByOne)
 {
     createGroup(1, {7});
     ASSERT_EQ(kv_sim_om_set(KV_SIM_GROUP, 1, 1, 4294967301), 0);
@@ -214,7 +214,7 @@ TEST_F(Ima, omCountersWrapAndAreClearedOneByOne)
     EXPECT_EQ(calls().size(), 3u);
 }
 
-TEST_F(Ima, alarmsOfGroupsAndLinksShareAWord)
+TEST_F(Ima, AlarmsOfGroupsAndLinksShareAWord)
 {
     createGroup(1, {7});
     mark();

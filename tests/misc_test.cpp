@@ -30,7 +30,7 @@ namespace
 
 using Misc = Device;
 
-TEST_F(Misc, theLinksCodesAreTranslatedOrLeaveTheFieldAlone)
+TEST_F(Misc, TheLinksCodesAreTranslatedOrLeaveTheFieldAlone)
 {
     constexpr uint32_t KEPT = 0x5A5A5A5A;
     struct {
@@ -57,7 +57,7 @@ TEST_F(Misc, theLinksCodesAreTranslatedOrLeaveTheFieldAlone)
 
 constexpr uint64_t SECOND = 1000000;
 
-TEST_F(Misc, theUpgradeRequestIsBuiltAsThePlatformWantsIt)
+TEST_F(Misc, TheUpgradeRequestIsBuiltAsThePlatformWantsIt)
 {
     for (size_t length : {1u, 63u, 64u, 100u}) {
         ASSERT_EQ(kv_sim_reset(), 0);
@@ -88,7 +88,7 @@ TEST_F(Misc, theUpgradeRequestIsBuiltAsThePlatformWantsIt)
     }
 }
 
-TEST_F(Misc, aLoadGoesThroughItsStatesOrFailsAtOne)
+TEST_F(Misc, ALoadGoesThroughItsStatesOrFailsAtOne)
 {
     kv_sim_clock_stop(1);
     const auto statesOf = [&](uint32_t failing) {
@@ -114,7 +114,7 @@ TEST_F(Misc, aLoadGoesThroughItsStatesOrFailsAtOne)
     EXPECT_EQ(statesOf(2), (std::vector<uint32_t>{6, 6, 6, 6, 6}));
 }
 
-TEST_F(Misc, debugTextsFillTheirFieldWithoutATerminator)
+TEST_F(Misc, DebugTextsFillTheirFieldWithoutATerminator)
 {
     for (size_t length : {0u, 5u, 127u, 128u, 300u}) {
         const std::string text(length, 'd');
@@ -133,7 +133,7 @@ TEST_F(Misc, debugTextsFillTheirFieldWithoutATerminator)
     }
 }
 
-TEST_F(Misc, theDebugModeIsLoggedAndNothingElse)
+TEST_F(Misc, TheDebugModeIsLoggedAndNothingElse)
 {
     vexoResult marked = unwritten();
     mark();
@@ -148,7 +148,7 @@ TEST_F(Misc, theDebugModeIsLoggedAndNothingElse)
     EXPECT_EQ(record.level, 5);
 }
 
-TEST_F(Misc, resettingTheLogClearsItsAlarmOrLogsThatItCannot)
+TEST_F(Misc, ResettingTheLogClearsItsAlarmOrLogsThatItCannot)
 {
     ASSERT_EQ(kv_sim_alarm_set(KV_SIM_SYSTEM, 1, 1U << 13 | 1), 0);
     vexoResult marked = unwritten();
@@ -172,7 +172,7 @@ TEST_F(Misc, resettingTheLogClearsItsAlarmOrLogsThatItCannot)
     EXPECT_EQ(kv_sim_log_get(record.number, &record), -1) << "the log was not cleared";
 }
 
-TEST_F(Misc, aFailedCounterReadLeavesTheCountersAlone)
+TEST_F(Misc, AFailedCounterReadLeavesTheCountersAlone)
 {
     ASSERT_EQ(kv_sim_om_set(KV_SIM_SYSTEM, 1, 73, 999), 0);
     vexoSysInfo info;
@@ -192,7 +192,7 @@ TEST_F(Misc, aFailedCounterReadLeavesTheCountersAlone)
     EXPECT_EQ(info.om[73], 0x5A5A5A5Au);
 }
 
-TEST_F(Misc, theTestPatternIsClearedAlsoWhenItCannotBeRead)
+TEST_F(Misc, TheTestPatternIsClearedAlsoWhenItCannotBeRead)
 {
     kv_sim_clock_stop(1);
     vexo_cmi_misc_tpgm_init(7, 8, 9, &result);

@@ -26,7 +26,7 @@ pdhParams markPlatformBytes(uint32_t port)
     return params;
 }
 
-TEST_F(Pdh, paramsSetReplacesWhatItNamesAndKeepsTheRest)
+TEST_F(Pdh, ParamsSetReplacesWhatItNamesAndKeepsTheRest)
 {
     pdhParams expected = markPlatformBytes(3);
     const vexoPdhParamsIn in{
@@ -62,7 +62,7 @@ TEST_F(Pdh, paramsSetReplacesWhatItNamesAndKeepsTheRest)
     EXPECT_EQ(memcmp(&out, &read, sizeof out), 0);
 }
 
-TEST_F(Pdh, aSingleAttributeChangesItsFieldAlone)
+TEST_F(Pdh, ASingleAttributeChangesItsFieldAlone)
 {
     struct {
         const char *name;
@@ -100,7 +100,7 @@ TEST_F(Pdh, aSingleAttributeChangesItsFieldAlone)
     }
 }
 
-TEST_F(Pdh, aCableLengthOfZeroCallsNothing)
+TEST_F(Pdh, ACableLengthOfZeroCallsNothing)
 {
     mark();
     vexoResult marked = unwritten();
@@ -111,7 +111,7 @@ TEST_F(Pdh, aCableLengthOfZeroCallsNothing)
     EXPECT_EQ(calls(), Names{});
 }
 
-TEST_F(Pdh, readingTheCableLengthWritesTheRecordBack)
+TEST_F(Pdh, ReadingTheCableLengthWritesTheRecordBack)
 {
     const pdhParams before = markPlatformBytes(1);
     mark();
@@ -123,7 +123,7 @@ TEST_F(Pdh, readingTheCableLengthWritesTheRecordBack)
     EXPECT_EQ(memcmp(&sent, &before, sizeof sent), 0);
 }
 
-TEST_F(Pdh, loopbackFourIsThePlatformsSevenAndShowsInTheState)
+TEST_F(Pdh, LoopbackFourIsThePlatformsSevenAndShowsInTheState)
 {
     pdhLpbk record{lpbk{1}, {0x1111, 0x2222}};
     ASSERT_EQ(config_set_pdh_lpbk(&record, 4), KV_OK);
@@ -141,7 +141,7 @@ TEST_F(Pdh, loopbackFourIsThePlatformsSevenAndShowsInTheState)
     EXPECT_EQ(out.operState, VEXO_OPER_STATE_3);
 }
 
-TEST_F(Pdh, syncGetReturnsTheValueThatOnlyThePlatformSets)
+TEST_F(Pdh, SyncGetReturnsTheValueThatOnlyThePlatformSets)
 {
     vexoPdhSync sync{};
     uint32_t aux = 0;
@@ -151,7 +151,7 @@ TEST_F(Pdh, syncGetReturnsTheValueThatOnlyThePlatformSets)
     EXPECT_EQ(sync.mode, VEXO_PDH_SYNC_MODE_1);
 }
 
-TEST_F(Pdh, alarmsGoToAllPortsUnderTheMask)
+TEST_F(Pdh, AlarmsGoToAllPortsUnderTheMask)
 {
     mark();
     vexo_cmi_pdh_alarms_set(0xABCD1234, &result);
@@ -177,7 +177,7 @@ void numberCounters(uint32_t port, uint32_t flag, uint32_t flagWord)
                   0);
 }
 
-TEST_F(Pdh, countersOfBothArrangementsFindTheirPlaces)
+TEST_F(Pdh, CountersOfBothArrangementsFindTheirPlaces)
 {
     constexpr uint32_t KEPT = 0xEEEEEEEE;
     const auto read = [&](uint32_t port) {
@@ -205,7 +205,7 @@ TEST_F(Pdh, countersOfBothArrangementsFindTheirPlaces)
     EXPECT_EQ(read(1), std::vector<uint32_t>(13, KEPT));
 }
 
-TEST_F(Pdh, anUnknownPmTypeAsksForIntervalZero)
+TEST_F(Pdh, AnUnknownPmTypeAsksForIntervalZero)
 {
     vexoPdhPm pm;
     mark();
@@ -217,7 +217,7 @@ TEST_F(Pdh, anUnknownPmTypeAsksForIntervalZero)
     EXPECT_EQ(entries().at(0).args[2], 0u);
 }
 
-TEST_F(Pdh, aClearGoesIntervalByIntervalUpToAFailure)
+TEST_F(Pdh, AClearGoesIntervalByIntervalUpToAFailure)
 {
     for (uint32_t interval = 1; interval <= 3; ++interval)
         ASSERT_EQ(kv_sim_pm_set(KV_SIM_PDH, 1, interval, 1, 50), 0);

@@ -1,8 +1,11 @@
 #include "device.h"
 
+#include <vexo_cmi/convert.h>
+
 #include <array>
 #include <optional>
-#include <random>
+#include <ostream>
+#include <set>
 
 #include <dlfcn.h>
 
@@ -11,7 +14,7 @@ namespace
 
 // What the platform answers instead of the device, and what it was sent.
 std::optional<pwConfig> stored;
-std::optional<pwConfig> sent;
+std::optional<pwConfig> added, changed;
 
 template <class Function>
 Function *next(const char *name)
@@ -42,7 +45,7 @@ kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
 {
     if (!stored)
         return next<decltype(config_add_pw)>("config_add_pw")(in, pwId);
-    sent = *in;
+    added = *in;
     return KV_OK;
 }
 
@@ -50,7 +53,7 @@ kvRc config_set_pw(const pwConfig *in, uint32_t pwId)
 {
     if (!stored)
         return next<decltype(config_set_pw)>("config_set_pw")(in, pwId);
-    sent = *in;
+    changed = *in;
     return KV_OK;
 }
 
@@ -65,499 +68,429 @@ kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
 namespace
 {
 
-// Records as bytes, by the offsets of the interface: what is expected shares nothing with the code.
+// A record as bytes, by the offsets of the interface.
 template <class Record>
-class Bytes
-{
-  public:
-    explicit Bytes(const Record &record) { memcpy(bytes_.data(), &record, sizeof record); }
-    Bytes() : bytes_{} {}
+struct Bytes {
+    explicit Bytes(uint8_t byte) { bytes.fill(byte); }
+    explicit Bytes(const Record &record) { memcpy(bytes.data(), &record, sizeof record); }
 
-    uint32_t word(size_t offset) const
+    void put(size_t offset, uint32_t value, size_t width = 4)
     {
-        uint32_t value;
-        memcpy(&value, bytes_.data() + offset, sizeof value);
-        return value;
+        memcpy(&bytes[offset], &value, width);
     }
-    uint32_t half(size_t offset) const
+    void putMac(size_t offset, uint8_t first) { std::fill_n(&bytes[offset], 6, first); }
+
+    Record record() const
     {
-        return static_cast<uint32_t>(bytes_[offset] | bytes_[offset + 1] << 8);
+        Record made;
+        memcpy(&made, bytes.data(), sizeof made);
+        return made;
     }
-    uint32_t byte(size_t offset) const { return bytes_[offset]; }
-    void word(size_t offset, uint32_t value) { memcpy(bytes_.data() + offset, &value, 4); }
-    void half(size_t offset, uint32_t value) { memcpy(bytes_.data() + offset, &value, 2); }
-    void byte(size_t offset, uint32_t value) { bytes_[offset] = static_cast<uint8_t>(value); }
 
-    const uint8_t *at(size_t offset) const { return bytes_.data() + offset; }
-    uint8_t *at(size_t offset) { return bytes_.data() + offset; }
-
-    std::string differenceTo(const Record &record) const
+    // Where a record, or a part of one, differs.
+    std::string differenceTo(const void *other, size_t from = 0,
+                             size_t count = sizeof(Record)) const
     {
-        const Bytes other{record};
-        for (size_t i = 0; i < sizeof(Record); ++i)
-            if (bytes_[i] != other.bytes_[i])
-                return "at offset " + std::to_string(i) + ": " + std::to_string(other.bytes_[i]) +
-                       " instead of " + std::to_string(bytes_[i]);
+        const auto *read = static_cast<const uint8_t *>(other);
+        for (size_t i = 0; i < count; ++i)
+            if (bytes[from + i] != read[i])
+                return "at offset " + std::to_string(from + i) + ": " + std::to_string(read[i]) +
+                       " instead of " + std::to_string(bytes[from + i]);
         return "";
     }
 
-  private:
-    std::array<uint8_t, sizeof(Record)> bytes_;
+    std::array<uint8_t, sizeof(Record)> bytes;
 };
 
-uint32_t mapped(uint32_t value, std::initializer_list<uint32_t> toFromOne, uint32_t other)
-{
-    return value >= 1 && value <= toFromOne.size() ? toFromOne.begin()[value - 1] : other;
-}
+enum Part { VLAN, PSN, SERVICE, RTP };
 
-uint32_t toEnc(uint32_t psn)
-{
-    return mapped(psn, {2, 3, 4, 1, 5}, 0);
-}
+enum Kind {
+    PLAIN,
+    FLAGGED,   // counts if the word behind it isn't 0
+    NONZERO,   // counts if it isn't 0
+    TWO_STATE, // counts if it is 1 or 2
+    ON_OFF,    // 1 of the platform if it is 2, else 0
+};
 
-uint32_t toPsn(uint32_t enc)
-{
-    return mapped(enc, {4, 1, 2, 3, 5}, 0);
-}
+// A value of the CMI, in a part of the agent's record, and what stands for it in the platform's.
+struct Row {
+    Part part;
+    std::set<uint32_t> when; // VLAN modes, PSN types or pseudowire types
+    size_t cmiAt;
+    Kind kind;
+    uint32_t cmi;
+    size_t platformAt;
+    size_t width;
+    uint32_t platform;
+};
 
-const char *refusalOf(uint32_t psn)
-{
-    return psn == 4 ? "Not supported" : psn == 5 ? "Not implemented" : nullptr;
-}
+const Row ROWS[] = {
+    {VLAN, {0, 2, 3, 4, 5}, 20, FLAGGED, 0x1A01, 66, 2, 0x1A01},
+    {VLAN, {0, 2, 3, 4, 5}, 28, FLAGGED, 0xA2, 64, 1, 0xA2},
+    {VLAN, {3}, 4, FLAGGED, 0x1A03, 62, 2, 0x1A03},
+    {VLAN, {3}, 12, FLAGGED, 0xA4, 60, 1, 0xA4},
 
-// What a set makes of the platform's record.
-struct Overlay {
-    Bytes<vexoPweParams> in;
-    Bytes<pwConfig> out;
+    {PSN, {1}, 4, FLAGGED, 0xB0000001, 32, 4, 0xB0000001},
+    {PSN, {1}, 12, FLAGGED, 0xB0000002, 36, 4, 0xB0000002},
+    {PSN, {1}, 20, FLAGGED, 0xB3, 40, 1, 0xB3},
+    {PSN, {1}, 28, FLAGGED, 0xB4, 41, 1, 0xB4},
+    {PSN, {2}, 4, FLAGGED, 0xB0000005, 20, 4, 0xB0000005},
+    {PSN, {2}, 12, FLAGGED, 0xB0000006, 24, 4, 0xB0000006},
+    {PSN, {3}, 28, PLAIN, 2, 20, 4, 2},
+    {PSN, {3}, 4, FLAGGED, 0xB0000007, 24, 4, 0xB0000007},
+    {PSN, {3}, 12, FLAGGED, 0xB0000008, 28, 4, 0xB0000008},
+    {PSN, {3}, 20, FLAGGED, 0xB0000009, 32, 4, 0xB0000009},
 
-    void flaggedWord(size_t to, size_t from)
+    {SERVICE, {1}, 0, PLAIN, 0xC0000001, 12, 4, 0xC0000001},
+    {SERVICE, {1}, 4, NONZERO, 0xC0000002, 80, 4, 0xC0000002},
+    {SERVICE, {1}, 8, NONZERO, 0xC0000003, 84, 4, 0xC0000003},
+    {SERVICE, {2}, 0, PLAIN, 0xC0000004, 12, 4, 0xC0000004},
+    {SERVICE, {2}, 4, FLAGGED, 0xC0000005, 88, 4, 0xC0000005},
+    {SERVICE, {2}, 12, NONZERO, 0xC0000006, 80, 4, 0xC0000006},
+    {SERVICE, {2}, 16, NONZERO, 0xC0000007, 84, 4, 0xC0000007},
+    {SERVICE, {2}, 20, TWO_STATE, 1, 92, 4, 1},
+    {SERVICE, {3, 4}, 0, PLAIN, 0xC0000008, 12, 4, 0xC0000008},
+    {SERVICE, {3, 4}, 4, NONZERO, 0xC0000009, 84, 4, 0xC0000009},
+    {SERVICE, {3, 4}, 8, NONZERO, 0xC000000A, 88, 4, 0xC000000A},
+    {SERVICE, {3, 4}, 12, TWO_STATE, 2, 92, 4, 1},
+    {SERVICE, {3, 4}, 16, PLAIN, 1, 96, 4, 1},
+    {SERVICE, {3, 4}, 20, PLAIN, 2, 100, 4, 2},
+    {SERVICE, {3, 4}, 24, TWO_STATE, 1, 104, 4, 0},
+    {SERVICE, {3, 4}, 28, TWO_STATE, 2, 108, 4, 1},
+    {SERVICE, {3, 4}, 32, PLAIN, 3, 112, 4, 3},
+    {SERVICE, {3, 4}, 36, PLAIN, 0xC000000B, 116, 4, 0xC000000B},
+    {SERVICE, {3, 4}, 40, PLAIN, 0xC000000C, 120, 4, 0xC000000C},
+
+    {RTP, {1, 2}, 0, ON_OFF, 2, 68, 4, 1},
+    {RTP, {1, 2}, 4, FLAGGED, 0xD1, 76, 1, 0xD1},
+    {RTP, {1, 2}, 12, FLAGGED, 0xD0000002, 72, 4, 0xD0000002},
+};
+
+// The types of a record; `full`: what need not count does.
+struct Case {
+    uint32_t type, psn, mode;
+    bool full = true;
+
+    bool has(const Row &row) const
     {
-        if (in.word(from + 4))
-            out.word(to, in.word(from));
+        return row.when.contains(row.part == VLAN ? mode : row.part == PSN ? psn : type);
     }
-    void flaggedByte(size_t to, size_t from)
+
+    // Where a part begins in vexoPweParams; 8 bytes further in vexoPweParamsInfo.
+    size_t start(Part part) const
     {
-        if (in.word(from + 4))
-            out.byte(to, in.word(from));
-    }
-    void flaggedHalf(size_t to, size_t from)
-    {
-        if (in.word(from + 4))
-            out.half(to, in.word(from));
-    }
-    void nonZero(size_t to, size_t from)
-    {
-        if (in.word(from))
-            out.word(to, in.word(from));
-    }
-    void twoState(size_t to, size_t from, uint32_t ofOne)
-    {
-        if (in.word(from) == 1 || in.word(from) == 2)
-            out.word(to, in.word(from) == 1 ? ofOne : 1 - ofOne);
+        const size_t starts[] = {20, 56, 120, type == VEXO_PWE_TYPE_TDM_1 ? 132u : 144u};
+        return starts[part];
     }
 
-    void vlan(size_t at)
+    vexoPweParams params() const
     {
-        const uint32_t mode = in.word(at);
-        out.word(56, mapped(mode, {1, 2, 3, 4}, 0));
-        if (mode != 1) {
-            flaggedHalf(66, at + 20);
-            flaggedByte(64, at + 28);
+        Bytes<vexoPweParams> made{0x5A};
+        made.put(0, type);
+        made.put(8, VEXO_ADMIN_STATUS_1);
+        made.putMac(12, 0xE1);
+        made.put(start(VLAN), mode);
+        made.put(start(PSN), psn);
+        for (const Row &row : ROWS) {
+            if (!has(row))
+                continue;
+            const size_t at = start(row.part) + row.cmiAt;
+            const uint32_t leftAlone = row.kind == NONZERO ? 0 : 3;
+            const bool counts = full || row.kind == PLAIN || row.kind == FLAGGED;
+            // What the platform's field has no room for is cut.
+            const uint32_t beyond = row.width < 4 ? ~0U << 8 * row.width : 0;
+            made.put(at, counts ? row.cmi | beyond : leftAlone);
+            if (row.kind == FLAGGED)
+                made.put(at + 4, full ? 0x100 : 0);
         }
-        if (mode == 3) {
-            flaggedHalf(62, at + 4);
-            flaggedByte(60, at + 12);
+        return made.record();
+    }
+
+    void overlay(Bytes<pwConfig> &record, std::initializer_list<Part> parts) const
+    {
+        for (const Part part : parts) {
+            if (part == VLAN)
+                record.put(56, vexoVlanMode_to_tagMode(vexoVlanMode{mode}));
+            if (part == PSN)
+                record.put(16, vexoPwePsnType_to_pweEncType(vexoPwePsnType{psn}));
+            for (const Row &row : ROWS)
+                if (row.part == part && has(row) && (full || row.kind == PLAIN))
+                    record.put(row.platformAt, row.platform, row.width);
+                else if (row.part == part && has(row) && row.kind == ON_OFF)
+                    record.put(row.platformAt, 0);
         }
     }
-    void psn(size_t at)
+
+    void extract(Bytes<vexoPweParamsInfo> &info, Part part) const
     {
-        const uint32_t type = in.word(at);
-        out.word(16, toEnc(type));
-        if (type == 1) {
-            flaggedWord(32, at + 4);
-            flaggedWord(36, at + 12);
-            flaggedByte(40, at + 20);
-            flaggedByte(41, at + 28);
-        } else if (type == 2) {
-            flaggedWord(20, at + 4);
-            flaggedWord(24, at + 12);
-        } else if (type == 3) {
-            out.word(20, mapped(in.word(at + 28), {1, 2, 3}, 0));
-            flaggedWord(24, at + 4);
-            flaggedWord(28, at + 12);
-            flaggedWord(32, at + 20);
-        }
-    }
-    void rtp(size_t at)
-    {
-        out.word(68, in.word(at) == 2);
-        flaggedByte(76, at + 4);
-        flaggedWord(72, at + 12);
-    }
-    void service(size_t at, uint32_t type)
-    {
-        if (type == 1 || type == 2) {
-            const size_t shift = type == 2 ? 8 : 0;
-            out.word(12, in.word(at));
-            if (type == 2) {
-                flaggedWord(88, at + 4);
-                twoState(92, at + 20, 1);
+        if (part == VLAN)
+            info.put(start(VLAN) + 8, mode);
+        if (part == PSN)
+            info.put(start(PSN) + 8, psn);
+        for (const Row &row : ROWS)
+            if (row.part == part && has(row)) {
+                info.put(start(part) + 8 + row.cmiAt, row.cmi);
+                if (row.kind == FLAGGED)
+                    info.put(start(part) + 12 + row.cmiAt, 1);
             }
-            nonZero(80, at + 4 + shift);
-            nonZero(84, at + 8 + shift);
-            rtp(type == 2 ? at + 24 : at + 12);
-        } else if (type == 3 || type == 4) {
-            out.word(12, in.word(at));
-            nonZero(84, at + 4);
-            nonZero(88, at + 8);
-            twoState(92, at + 12, 0);
-            out.word(96, in.word(at + 16) == 1 ? 1 : 2);
-            out.word(100, in.word(at + 20) == 2 ? 2 : 1);
-            twoState(104, at + 24, 0);
-            twoState(108, at + 28, 0);
-            out.word(112, mapped(in.word(at + 32), {1, 2, 3, 4}, 1));
-            out.word(116, in.word(at + 36));
-            out.word(120, in.word(at + 40));
-        }
     }
-    void params(uint32_t pwId)
+
+    const char *refusal() const
     {
-        out.word(4, mapped(in.word(8), {2, 1, 3}, 0));
-        memcpy(out.at(44), in.at(12), 6);
-        out.word(8, pwId);
-        vlan(20);
-        psn(56);
-        out.word(0, mapped(in.word(0), {1, 2, 3, 4, 6}, 0));
-        service(120, in.word(0));
+        return psn == 4 ? "Not supported" : psn == 5 ? "Not implemented" : "";
     }
+    bool isRefused() const { return *refusal() != '\0'; }
+    bool isTdm() const { return type == 1 || type == 2; }
 };
 
-// What a get makes of the platform's record.
-struct Extraction {
-    Bytes<pwConfig> in;
-    Bytes<vexoPweParamsInfo> out;
+std::ostream &operator<<(std::ostream &out, const Case &shown)
+{
+    return out << "type " << shown.type << ", PSN " << shown.psn << ", VLAN " << shown.mode
+               << (shown.full ? "" : ", nothing counts");
+}
 
-    void flagged(size_t to, uint32_t value)
-    {
-        out.word(to, value);
-        out.word(to + 4, 1);
-    }
-    void vlan(size_t at)
-    {
-        const uint32_t mode = mapped(in.word(56), {1, 2, 3, 4}, 0);
-        out.word(at, mode);
-        if (mode != 1) {
-            flagged(at + 20, in.half(66));
-            flagged(at + 28, in.byte(64));
-        }
-        if (mode == 3) {
-            flagged(at + 4, in.half(62));
-            flagged(at + 12, in.byte(60));
-        }
-    }
-    bool psn(size_t at)
-    {
-        const uint32_t type = toPsn(in.word(16));
-        out.word(at, type);
-        if (type == 1) {
-            flagged(at + 4, in.word(32));
-            flagged(at + 12, in.word(36));
-            flagged(at + 20, in.byte(40));
-            flagged(at + 28, in.byte(41));
-        } else if (type == 2) {
-            flagged(at + 4, in.word(20));
-            flagged(at + 12, in.word(24));
-        } else if (type == 3) {
-            out.word(at + 28, mapped(in.word(20), {1, 2, 3}, 0));
-            flagged(at + 4, in.word(24));
-            flagged(at + 12, in.word(28));
-            flagged(at + 20, in.word(32));
-        }
-        return !refusalOf(type);
-    }
-    void rtp(size_t at)
-    {
-        const bool on = in.word(68) == 1;
-        out.word(at, on ? 2 : 1);
-        if (on) {
-            flagged(at + 4, in.byte(76));
-            flagged(at + 12, in.word(72));
-        }
-    }
-    uint32_t twoState(size_t from, uint32_t ofSet) const
-    {
-        return in.word(from) == 1 ? ofSet : 3 - ofSet;
-    }
-    void service(size_t at, uint32_t type)
-    {
-        if (type == 1) {
-            out.word(at, in.word(12));
-            out.word(at + 4, in.word(80));
-            out.word(at + 8, in.word(84));
-            rtp(at + 12);
-        } else if (type == 2) {
-            out.word(at, in.word(12));
-            flagged(at + 4, in.word(88));
-            out.word(at + 12, in.word(80));
-            out.word(at + 16, in.word(84));
-            out.word(at + 20, twoState(92, 1));
-            rtp(at + 24);
-        } else if (type == 3 || type == 4) {
-            out.word(at, in.word(12));
-            out.word(at + 4, in.word(84));
-            out.word(at + 8, in.word(88));
-            out.word(at + 12, twoState(92, 2));
-            out.word(at + 16, mapped(in.word(96), {1, 2}, 0));
-            out.word(at + 20, mapped(in.word(100), {1, 2}, 0));
-            out.word(at + 24, twoState(104, 2));
-            out.word(at + 28, twoState(108, 2));
-            out.word(at + 32, mapped(in.word(112), {1, 2, 3, 4}, 0));
-            out.word(at + 36, in.word(116));
-            out.word(at + 40, in.word(120));
-        }
-    }
-    void params()
-    {
-        const uint32_t type = mapped(in.word(0), {1, 2, 3, 4, 0, 5}, 0);
-        out.word(0, type);
-        out.word(4, 2);
-        out.word(8, mapped(in.word(4), {2, 1, 3}, 0));
-        out.word(12, 1); // the platform's 3
-        memcpy(out.at(16), in.at(50), 6);
-        memcpy(out.at(22), in.at(44), 6);
-        vlan(28);
-        if (psn(64))
-            service(128, type);
-    }
-};
+// Values beside the enumerations, too. A platform's type beside them is read as 0.
+std::vector<Case> cases(bool read)
+{
+    const uint32_t beside = read ? 0 : 1;
+    std::vector<Case> all;
+    for (uint32_t type = 0; type <= 5 + beside; ++type)
+        for (uint32_t psn = 0; psn <= 5 + beside; ++psn)
+            for (uint32_t mode = 0; mode <= 4 + beside; ++mode)
+                for (const bool full : {true, false})
+                    if (full || !read)
+                        all.push_back({type, psn, mode, full});
+    return all;
+}
 
-class Records : public Device
+class PweRecord : public Device
 {
   protected:
     void TearDown() override { stored.reset(); }
 
-    template <class Record>
-    void scramble(Record &record)
+    static constexpr uint8_t PLATFORMS = 0x77;
+
+    // Bytes of the platform's own, and what a case has in it.
+    static Bytes<pwConfig> holding(const Case &held)
     {
-        auto *bytes = reinterpret_cast<uint8_t *>(&record);
-        for (size_t i = 0; i < sizeof record; ++i)
-            bytes[i] = static_cast<uint8_t>(random());
+        Bytes<pwConfig> record{PLATFORMS};
+        held.overlay(record, {VLAN, PSN, SERVICE, RTP});
+        record.put(0, vexoPweType_to_pweType(vexoPweType{held.type}));
+        record.put(4, 2);
+        record.putMac(44, 0xE1);
+        record.putMac(50, 0xE2);
+        return record;
     }
 
-    uint32_t upTo(uint32_t last) { return static_cast<uint32_t>(random() % (last + 1)); }
-
-    // Random, but with values that matter often enough where they do.
-    vexoPweParams randomParams()
+    void expectRefusal(const Case &refused)
     {
-        vexoPweParams params;
-        scramble(params);
-        for (uint32_t *word = reinterpret_cast<uint32_t *>(&params.vlan);
-             word < reinterpret_cast<uint32_t *>(&params + 1); ++word)
-            if (upTo(2) == 0)
-                *word = upTo(3);
-        params.adminStatus = vexoAdminStatus{upTo(4)};
-        return params;
-    }
-
-    pwConfig randomConfig()
-    {
-        pwConfig config;
-        scramble(config);
-        for (uint32_t *word : {&config.rtpEnable, &config.serviceFlag, &config.atmFlag1,
-                               &config.atmFlag2, &config.aisForced})
-            *word = upTo(2);
-        config.adminStatus = adminStatus{upTo(4)};
-        config.atmMode = atmMode{upTo(3)};
-        config.atmType = atmType{upTo(3)};
-        config.atmClpMap = atmClpMap{upTo(5)};
-        if (upTo(1))
-            config.enc.enc4.udpMode = pweIpUdpMode{upTo(4)};
-        return config;
-    }
-
-    void expectRefusal(uint32_t psn)
-    {
-        const char *refusal = refusalOf(psn);
-        EXPECT_EQ(result.rc, refusal ? VEXO_RC_GENERAL : VEXO_RC_OK);
-        EXPECT_STREQ(result.message, refusal ? refusal : "");
+        EXPECT_EQ(result.rc, refused.isRefused() ? VEXO_RC_GENERAL : VEXO_RC_OK);
+        EXPECT_STREQ(result.message, refused.refusal());
         EXPECT_EQ(result.message[strlen(result.message) + 1], 0x5A) << "written behind the text";
     }
-
-    std::minstd_rand random{20210611};
 };
 
-TEST_F(Records, wholeAreSetFieldByField)
+TEST_F(PweRecord, IsSetFieldByField)
 {
     constexpr uint32_t PW = 77;
-    unsigned combinations = 0;
-    for (uint32_t type = 0; type <= 6; ++type)
-        for (uint32_t psn = 0; psn <= 6; ++psn)
-            for (uint32_t mode = 0; mode <= 5; ++mode)
-                for (uint32_t action : {0u, 2u, 3u})
-                    for (int round = 0; round < 20; ++round) {
-                        vexoPweParams params = randomParams();
-                        params.pweType = vexoPweType{type};
-                        params.psn.psnType = vexoPwePsnType{psn};
-                        params.vlan.mode = vexoVlanMode{mode};
-                        params.pweAction = vexoPweAction{action};
-                        stored = randomConfig();
-                        sent.reset();
-                        Overlay expected{Bytes{params}, Bytes{*stored}};
-                        expected.params(PW);
-                        result = unwritten();
-                        vexo_cmi_pwe_params_set(&params, PW, &result);
-                        expectRefusal(psn);
-                        ASSERT_EQ(sent.has_value(), !refusalOf(psn));
-                        if (sent) {
-                            ASSERT_EQ(expected.out.differenceTo(*sent), "")
-                                << "type " << type << ", PSN " << psn << ", VLAN " << mode;
-                        }
-                        ++combinations;
-                    }
-    EXPECT_EQ(combinations, 7u * 7 * 6 * 3 * 20);
-}
-
-TEST_F(Records, wholeAreReadFieldByField)
-{
-    for (uint32_t type = 0; type <= 7; ++type)
-        for (uint32_t enc = 0; enc <= 6; ++enc)
-            for (uint32_t tag = 0; tag <= 5; ++tag)
-                for (int round = 0; round < 20; ++round) {
-                    stored = randomConfig();
-                    stored->pweType = pweType{type};
-                    stored->encType = pweEncType{enc};
-                    stored->tagMode = tagMode{tag};
-                    Extraction expected{Bytes{*stored}, {}};
-                    expected.params();
-                    vexoPweParamsInfo info;
-                    memset(&info, 0x5A, sizeof info);
-                    result = unwritten();
-                    vexo_cmi_pwe_params_get(&info, 1, &result);
-                    expectRefusal(toPsn(enc));
-                    ASSERT_EQ(expected.out.differenceTo(info), "")
-                        << "type " << type << ", encapsulation " << enc << ", tag mode " << tag;
-                }
-}
-
-TEST_F(Records, singleAttributesAreSetAndReadAsInTheWhole)
-{
-    for (int round = 0; round < 3000; ++round) {
-        vexoPweParams params = randomParams();
-        params.vlan.mode = vexoVlanMode{upTo(5)};
-        params.psn.psnType = vexoPwePsnType{upTo(6)};
-        params.service.t1.rtp.mode = vexoPweRtpMode{upTo(3)};
-        stored = randomConfig();
-        stored->pweType = pweType{upTo(6)};
-        stored->encType = pweEncType{upTo(6)};
-        stored->tagMode = tagMode{upTo(5)};
-        const bool tdm = stored->pweType == 1 || stored->pweType == 2;
-        const auto overlay = [&](void (Overlay::*part)(size_t), size_t at) {
-            Overlay expected{Bytes{params}, Bytes{*stored}};
-            (expected.*part)(at);
-            return expected.out;
-        };
-
-        vexo_cmi_pwe_vlan_set(&params.vlan, 1, &result);
-        ASSERT_EQ(overlay(&Overlay::vlan, 20).differenceTo(*sent), "");
-
-        sent.reset();
-        result = unwritten();
-        vexo_cmi_pwe_psn_set(&params.psn, 1, &result);
-        expectRefusal(params.psn.psnType);
-        if (sent) {
-            ASSERT_EQ(overlay(&Overlay::psn, 56).differenceTo(*sent), "");
-        }
-
-        sent.reset();
-        const vexoPweRtp &rtp = params.service.t1.rtp;
-        vexo_cmi_pwe_rtp_set(&rtp, 1, &result);
-        ASSERT_EQ(sent.has_value(), tdm);
-        EXPECT_STREQ(result.message, tdm ? "" : "Bad PWE type");
-        if (sent) {
-            Bytes<pwConfig> expected = overlay(&Overlay::rtp, 132);
-            if (rtp.mode != 1 && rtp.mode != 2)
-                expected.word(68, stored->rtpEnable);
-            ASSERT_EQ(expected.differenceTo(*sent), "");
-        }
-
-        sent.reset();
-        const uint32_t size = upTo(1) ? upTo(3000) : 0;
-        vexo_cmi_pwe_payload_set(size, 1, &result);
-        ASSERT_EQ(sent.has_value(), tdm);
-        if (sent) {
+    stored = Bytes<pwConfig>{PLATFORMS}.record();
+    for (const Case &set : cases(false))
+        for (const uint32_t action : {0u, 2u, 3u}) {
+            SCOPED_TRACE(set);
+            vexoPweParams params = set.params();
+            params.pweAction = vexoPweAction{action};
             Bytes<pwConfig> expected{*stored};
-            if (size)
-                expected.word(84, size);
-            ASSERT_EQ(expected.differenceTo(*sent), "");
+            expected.put(0, vexoPweType_to_pweType(params.pweType));
+            expected.put(4, 2);
+            expected.put(8, PW);
+            expected.putMac(44, 0xE1);
+            set.overlay(expected, {VLAN, PSN, SERVICE, RTP});
+            added.reset();
+            changed.reset();
+            result = unwritten();
+            vexo_cmi_pwe_params_set(&params, PW, &result);
+            expectRefusal(set);
+            ASSERT_EQ(added.has_value(), !set.isRefused() && action == 2);
+            ASSERT_EQ(changed.has_value(), !set.isRefused() && action != 2);
+            if (!set.isRefused()) {
+                ASSERT_EQ(expected.differenceTo(added ? &*added : &*changed), "");
+            }
         }
+}
 
-        vexo_cmi_pwe_dst_mac_set(params.dstMac, 1, &result);
-        Bytes<pwConfig> withMac{*stored};
-        memcpy(withMac.at(44), params.dstMac, 6);
-        ASSERT_EQ(withMac.differenceTo(*sent), "");
-
-        // Read the parts of the whole one by one.
-        Extraction whole{Bytes{*stored}, {}};
-        whole.vlan(28);
-        whole.psn(64);
-        if (tdm)
-            whole.rtp(128);
-        vexoPweVlan vlan;
-        vexoPwePsn psn;
-        vexoPweRtp rtpRead;
-        memset(&vlan, 0x5A, sizeof vlan);
-        memset(&psn, 0x5A, sizeof psn);
-        memset(&rtpRead, 0x5A, sizeof rtpRead);
-        vexo_cmi_pwe_vlan_get(&vlan, 1, &result);
+TEST_F(PweRecord, IsReadFieldByField)
+{
+    for (const Case &read : cases(true)) {
+        SCOPED_TRACE(read);
+        stored = holding(read).record();
+        Bytes<vexoPweParamsInfo> expected{0};
+        expected.put(0, read.type);
+        expected.put(4, 2);
+        expected.put(8, VEXO_ADMIN_STATUS_1);
+        expected.put(12, VEXO_OPER_STATE_1);
+        expected.putMac(16, 0xE2);
+        expected.putMac(22, 0xE1);
+        read.extract(expected, VLAN);
+        read.extract(expected, PSN);
+        if (!read.isRefused()) {
+            read.extract(expected, SERVICE);
+            read.extract(expected, RTP);
+        }
+        vexoPweParamsInfo info;
+        memset(&info, 0x5A, sizeof info);
         result = unwritten();
-        vexo_cmi_pwe_psn_get(&psn, 1, &result);
-        expectRefusal(toPsn(stored->encType));
-        vexo_cmi_pwe_rtp_get(&rtpRead, 1, &result);
-        EXPECT_STREQ(result.message, tdm ? "" : "Bad PWE type");
-        ASSERT_EQ(memcmp(&vlan, whole.out.at(28), sizeof vlan), 0);
-        ASSERT_EQ(memcmp(&psn, whole.out.at(64), sizeof psn), 0);
-        ASSERT_EQ(memcmp(&rtpRead, whole.out.at(128), sizeof rtpRead), 0);
-
-        uint32_t jitter = 0x5A5A5A5A, payload = 0x5A5A5A5A, ais = 0x5A5A5A5A;
-        vexo_cmi_pwe_pdv_get(&jitter, 1, &result);
-        vexo_cmi_pwe_payload_get(&payload, 1, &result);
-        EXPECT_EQ(result.rc, tdm ? VEXO_RC_OK : VEXO_RC_GENERAL);
-        vexo_cmi_pwe_atm_force_ais_get(&ais, 1, &result);
-        EXPECT_EQ(jitter, tdm ? stored->jitterBufferSize : 0x5A5A5A5A);
-        EXPECT_EQ(payload, tdm ? stored->payloadSize : 0x5A5A5A5A);
-        EXPECT_EQ(ais, stored->aisForced != 0);
+        vexo_cmi_pwe_params_get(&info, 1, &result);
+        expectRefusal(read);
+        ASSERT_EQ(expected.differenceTo(&info), "");
     }
 }
 
-TEST_F(Records, crossConnectsAreClampedToTheRecord)
+TEST_F(PweRecord, ChangesOnlyInASingleAttributeThatIsSet)
+{
+    const auto expectChange = [](const Bytes<pwConfig> &expected) {
+        ASSERT_TRUE(changed.has_value());
+        EXPECT_EQ(expected.differenceTo(&*changed), "");
+        changed.reset();
+    };
+    for (const Case &set : cases(false)) {
+        SCOPED_TRACE(set);
+        Bytes<pwConfig> before{PLATFORMS};
+        before.put(0, vexoPweType_to_pweType(vexoPweType{set.type}));
+        stored = before.record();
+        changed.reset();
+        const vexoPweParams params = set.params();
+
+        vexo_cmi_pwe_vlan_set(&params.vlan, 1, &result);
+        Bytes<pwConfig> expected = before;
+        set.overlay(expected, {VLAN});
+        expectChange(expected);
+
+        vexo_cmi_pwe_dst_mac_set(params.dstMac, 1, &result);
+        expected = before;
+        expected.putMac(44, 0xE1);
+        expectChange(expected);
+
+        result = unwritten();
+        vexo_cmi_pwe_psn_set(&params.psn, 1, &result);
+        expectRefusal(set);
+        expected = before;
+        set.overlay(expected, {PSN});
+        if (!set.isRefused())
+            expectChange(expected);
+
+        vexo_cmi_pwe_payload_set(set.full ? 4711 : 0, 1, &result);
+        EXPECT_STREQ(result.message, set.isTdm() ? "" : "Bad PWE type");
+        expected = before;
+        if (set.full)
+            expected.put(84, 4711);
+        if (set.isTdm())
+            expectChange(expected);
+
+        const vexoPweRtp &rtp =
+            set.type == VEXO_PWE_TYPE_TDM_2 ? params.service.t2.rtp : params.service.t1.rtp;
+        vexo_cmi_pwe_rtp_set(&rtp, 1, &result);
+        EXPECT_STREQ(result.message, set.isTdm() ? "" : "Bad PWE type");
+        expected = before;
+        if (set.full) // by itself a mode that is neither on nor off changes nothing
+            set.overlay(expected, {RTP});
+        if (set.isTdm())
+            expectChange(expected);
+        EXPECT_FALSE(changed.has_value());
+    }
+}
+
+TEST_F(PweRecord, GivesSingleAttributesAsInTheWhole)
+{
+    for (const Case &read : cases(true)) {
+        SCOPED_TRACE(read);
+        Bytes<pwConfig> held = holding(read);
+        if (read.isTdm()) {
+            held.put(80, 1111);
+            held.put(84, 2222);
+        }
+        stored = held.record();
+        Bytes<vexoPweParamsInfo> whole{0};
+        read.extract(whole, VLAN);
+        read.extract(whole, PSN);
+        if (read.isTdm())
+            read.extract(whole, RTP);
+        struct {
+            vexoPweVlan vlan;
+            vexoPwePsn psn;
+            vexoPweRtp rtp;
+            uint32_t jitter, payload, ais;
+        } got;
+        memset(&got, 0x5A, sizeof got);
+        vexo_cmi_pwe_vlan_get(&got.vlan, 1, &result);
+        EXPECT_EQ(whole.differenceTo(&got.vlan, 28, sizeof got.vlan), "");
+        result = unwritten();
+        vexo_cmi_pwe_psn_get(&got.psn, 1, &result);
+        expectRefusal(read);
+        EXPECT_EQ(whole.differenceTo(&got.psn, 64, sizeof got.psn), "");
+        vexo_cmi_pwe_rtp_get(&got.rtp, 1, &result);
+        EXPECT_EQ(whole.differenceTo(&got.rtp, 8 + read.start(RTP), sizeof got.rtp), "");
+        vexo_cmi_pwe_pdv_get(&got.jitter, 1, &result);
+        EXPECT_STREQ(result.message, read.isTdm() ? "" : "Bad PWE type");
+        vexo_cmi_pwe_payload_get(&got.payload, 1, &result);
+        EXPECT_STREQ(result.message, read.isTdm() ? "" : "Bad PWE type");
+        vexo_cmi_pwe_atm_force_ais_get(&got.ais, 1, &result);
+        EXPECT_EQ(got.jitter, read.isTdm() ? 1111 : 0x5A5A5A5A);
+        EXPECT_EQ(got.payload, read.isTdm() ? 2222 : 0x5A5A5A5A);
+        EXPECT_EQ(got.ais, 1u) << "of 0x77777777";
+    }
+}
+
+TEST_F(PweRecord, IsReadAsOffOrClearWhereAFieldIsNot1)
+{
+    for (const uint32_t word : {0u, 2u}) {
+        Bytes<pwConfig> record{0};
+        for (const size_t offset : {68, 92, 104, 108})
+            record.put(offset, word);
+        const auto read = [&](uint32_t type) {
+            record.put(0, type);
+            stored = record.record();
+            vexoPweParamsInfo info;
+            vexo_cmi_pwe_params_get(&info, 1, &result);
+            return info.service;
+        };
+        const vexoPweRtp off{VEXO_PWE_RTP_OFF, 0, 0, 0, 0, {}};
+        const vexoPweService t2 = read(VEXO_PWE_TYPE_TDM_2), a = read(VEXO_PWE_TYPE_ATM_3);
+        EXPECT_EQ(memcmp(&t2.t2.rtp, &off, sizeof off), 0);
+        EXPECT_EQ(t2.t2.serviceFlag, 2u);
+        EXPECT_EQ(a.a.serviceFlag, 1u);
+        EXPECT_EQ(a.a.atmFlag1, 1u);
+        EXPECT_EQ(a.a.atmFlag2, 1u);
+    }
+}
+
+TEST_F(PweRecord, HasItsCrossConnectsClampedToItsRoom)
 {
     for (uint32_t count : {0u, 1u, 19u, 20u, 21u, 0xFFFFFFFFu}) {
-        stored = randomConfig();
-        stored->pweType = PWE_TYPE_ATM_4;
-        stored->atmXcCount = count;
-        for (pwAtmXc &xc : stored->atmXc)
-            xc.xcType = pweAtmXcType{upTo(4)};
+        pwConfig record{};
+        record.pweType = PWE_TYPE_ATM_4;
+        record.atmXcCount = count;
+        for (uint16_t i = 0; i < PW_ATM_XC_MAX; ++i)
+            record.atmXc[i] = {uint16_t(i + 100), uint16_t(i + 200), uint16_t(i + 300),
+                               uint16_t(i + 400), pweAtmXcType{i}};
+        stored = record;
         vexoPweAtmXc xc[VEXO_PWE_ATM_XC_MAX + 1];
         memset(xc, 0x5A, sizeof xc);
         uint32_t used = 99;
         vexo_cmi_pwe_atmop_xc_get(xc, &used, 1, &result);
         EXPECT_OK(result);
         EXPECT_EQ(used, std::min(count, 20u));
-        for (uint32_t i = 0; i <= VEXO_PWE_ATM_XC_MAX; ++i) {
-            const pwAtmXc &entry = stored->atmXc[i < 20 ? i : 0];
-            const vexoPweAtmXc expected{vexoPweAtmXcType{mapped(entry.xcType, {3, 1, 2}, 0)},
-                                        entry.xcId1, entry.xcId2, entry.xcId3, entry.xcId4};
-            if (i < used)
-                EXPECT_EQ(memcmp(&xc[i], &expected, sizeof expected), 0) << i;
-            else
-                EXPECT_EQ(xc[i].xcType, 0x5A5A5A5Au) << i;
+        for (uint32_t i = 0; i < used; ++i) {
+            const vexoPweAtmXc expected{pweAtmXcType_to_vexoPweAtmXcType(pweAtmXcType{i}), 100 + i,
+                                        200 + i, 300 + i, 400 + i};
+            EXPECT_EQ(memcmp(&xc[i], &expected, sizeof expected), 0) << i;
         }
+        EXPECT_EQ(xc[used].xcType, 0x5A5A5A5Au);
     }
 }
 
 using Pwe = Device;
 
-TEST_F(Pwe, aDeleteReadsNothingElse)
+TEST_F(Pwe, ADeleteReadsNothingElse)
 {
     vexoPweParams params;
     memset(&params, 0xFF, sizeof params);
@@ -569,7 +502,7 @@ TEST_F(Pwe, aDeleteReadsNothingElse)
     EXPECT_EQ(calls(), Names{"config_del_pw"});
 }
 
-TEST_F(Pwe, aMissingOneIsReadAsMissingAndNotAsAFailure)
+TEST_F(Pwe, AMissingOneIsReadAsMissingAndNotAsAFailure)
 {
     vexoPweParamsInfo info;
     memset(&info, 0x5A, sizeof info);
@@ -585,7 +518,7 @@ TEST_F(Pwe, aMissingOneIsReadAsMissingAndNotAsAFailure)
     EXPECT_EQ(result.rc, VEXO_RC_GENERAL);
 }
 
-TEST_F(Pwe, anUnreadableStateLeavesTheHeaderFilled)
+TEST_F(Pwe, AnUnreadableStateLeavesTheHeaderFilled)
 {
     createPwe(VEXO_PWE_TYPE_TDM_2, 5);
     failing("config_get_pw_oper_state", 1024);
@@ -600,7 +533,7 @@ TEST_F(Pwe, anUnreadableStateLeavesTheHeaderFilled)
     EXPECT_EQ(memcmp(&info, &expected, sizeof info), 0);
 }
 
-TEST_F(Pwe, livesFromTheDefaultsThroughAModifyToADelete)
+TEST_F(Pwe, LivesFromTheDefaultsThroughAModifyToADelete)
 {
     vexoPweParams params = newPwe(VEXO_PWE_TYPE_TDM_1);
     params.service.t1.circuit = 3;
@@ -636,7 +569,7 @@ TEST_F(Pwe, livesFromTheDefaultsThroughAModifyToADelete)
     EXPECT_EQ(info.pweAction, VEXO_PWE_ACTION_DELETE);
 }
 
-TEST_F(Pwe, crossConnectsAreAddedListedAndRefused)
+TEST_F(Pwe, CrossConnectsAreAddedListedAndRefused)
 {
     createPwe(VEXO_PWE_TYPE_ATM_3, 1);
     createPwe(VEXO_PWE_TYPE_TDM_1, 2);
@@ -691,7 +624,7 @@ TEST_F(Pwe, crossConnectsAreAddedListedAndRefused)
     EXPECT_EQ(count, 77u);
 }
 
-TEST_F(Pwe, pmCountersComeInTheKindThatThePlatformHas)
+TEST_F(Pwe, PmCountersComeInTheKindThatThePlatformHas)
 {
     createPwe(VEXO_PWE_TYPE_TDM_2, 1);
     createPwe(VEXO_PWE_TYPE_ATM_4, 2);
@@ -739,7 +672,7 @@ TEST_F(Pwe, pmCountersComeInTheKindThatThePlatformHas)
     EXPECT_EQ(pm.body.generic.counters[12], 13u);
 }
 
-TEST_F(Pwe, omCountersDependOnTheTypeAndAreReadBeforeTheyAreCleared)
+TEST_F(Pwe, OmCountersDependOnTheTypeAndAreReadBeforeTheyAreCleared)
 {
     for (uint32_t type = 1; type <= 5; ++type)
         createPwe(vexoPweType{type}, type);
@@ -753,23 +686,22 @@ TEST_F(Pwe, omCountersDependOnTheTypeAndAreReadBeforeTheyAreCleared)
         vexo_cmi_pwe_om_get(&om, 1, pwId, &result);
         EXPECT_OK(result);
         EXPECT_EQ(om.pweType, pwId);
-        Bytes<vexoPweOm> expected;
-        memset(expected.at(0), 0x5A, sizeof om);
-        expected.word(0, pwId);
+        Bytes<vexoPweOm> expected{0x5A};
+        expected.put(0, pwId);
         if (pwId <= 2) {
-            expected.word(4, 102);
-            expected.word(8, 101);
+            expected.put(4, 102);
+            expected.put(8, 101);
         } else if (pwId <= 4) {
             for (uint32_t i = 0; i < 4; ++i)
-                expected.word(4 + 4 * i, 101 + i);
+                expected.put(4 + 4 * i, 101 + i);
             for (uint32_t i = 0; i < 20; ++i) {
-                expected.word(20 + 16 * i, 0);
-                expected.word(24 + 16 * i, 0);
-                expected.word(28 + 16 * i, 105 + 2 * i);
-                expected.word(32 + 16 * i, 106 + 2 * i);
+                expected.put(20 + 16 * i, 0);
+                expected.put(24 + 16 * i, 0);
+                expected.put(28 + 16 * i, 105 + 2 * i);
+                expected.put(32 + 16 * i, 106 + 2 * i);
             }
         }
-        EXPECT_EQ(expected.differenceTo(om), "");
+        EXPECT_EQ(expected.differenceTo(&om), "");
         vexo_cmi_pwe_om_get(&om, 0, pwId, &result);
         if (pwId <= 4) {
             EXPECT_EQ(om.counters[0], 0u) << "not cleared";
@@ -777,7 +709,7 @@ TEST_F(Pwe, omCountersDependOnTheTypeAndAreReadBeforeTheyAreCleared)
     }
 }
 
-TEST_F(Pwe, directSettersPassWhatTheyAreGiven)
+TEST_F(Pwe, DirectSettersPassWhatTheyAreGiven)
 {
     createPwe(VEXO_PWE_TYPE_ATM_3, 1);
     mark();

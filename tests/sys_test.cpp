@@ -10,7 +10,7 @@ uint32_t argumentOf(const kvSimCall &call, size_t index)
     return index < call.argCount ? call.args[index] : 0xDEAD;
 }
 
-TEST_F(Sys, setValuesReachThePlatformInItsOwnTerms)
+TEST_F(Sys, SetValuesReachThePlatformInItsOwnTerms)
 {
     mark();
     vexo_cmi_sys_tpid_set(0x188A8, &result);
@@ -33,7 +33,7 @@ TEST_F(Sys, setValuesReachThePlatformInItsOwnTerms)
     EXPECT_EQ(argumentOf(made[3], 0), 0u);
 }
 
-TEST_F(Sys, pairsKeepTheirOrder)
+TEST_F(Sys, PairsKeepTheirOrder)
 {
     const unsigned first = 11, second = 22;
     mark();
@@ -57,7 +57,7 @@ TEST_F(Sys, pairsKeepTheirOrder)
     EXPECT_EQ(two, second);
 }
 
-TEST_F(Sys, aRefusalCarriesThePlatformsText)
+TEST_F(Sys, ARefusalCarriesThePlatformsText)
 {
     const unsigned char groupMac[6] = {0x01, 0, 0x5E, 0, 0, 1};
     vexo_cmi_sys_src_mac_set(groupMac, &result);
@@ -65,7 +65,7 @@ TEST_F(Sys, aRefusalCarriesThePlatformsText)
     EXPECT_STREQ(result.message, "source MAC address 01:00:5E:00:00:01 is a group's");
 }
 
-TEST_F(Sys, inventoryCutsTextsAndSplitsTheNumber)
+TEST_F(Sys, InventoryCutsTextsAndSplitsTheNumber)
 {
     vexoSysInventory inventory;
     memset(&inventory, 0x5A, sizeof inventory);
@@ -80,7 +80,7 @@ TEST_F(Sys, inventoryCutsTextsAndSplitsTheNumber)
     EXPECT_STREQ(inventory.numberLow, "2009");
 }
 
-TEST_F(Sys, statusPutsTheVersionsBehindTheFirstValues)
+TEST_F(Sys, StatusPutsTheVersionsBehindTheFirstValues)
 {
     vexoSysStatus status;
     vexo_cmi_sys_status_get(&status, &result);
@@ -136,7 +136,7 @@ class KeepAlive : public Device
     static inline uint64_t base = 1700000000;
 };
 
-TEST_F(KeepAlive, setsTheClockWhenItIsDueAndLogsThat)
+TEST_F(KeepAlive, SetsTheClockWhenItIsDueAndLogsThat)
 {
     mark();
     vexo_cmi_sys_kato_send(static_cast<unsigned>(base + 7), 8, &result);
@@ -152,7 +152,7 @@ TEST_F(KeepAlive, setsTheClockWhenItIsDueAndLogsThat)
     EXPECT_EQ(record.module, 29);
 }
 
-TEST_F(KeepAlive, countsWholeSecondsWithABorrow)
+TEST_F(KeepAlive, CountsWholeSecondsWithABorrow)
 {
     ASSERT_EQ(send(&result), 1u);
     struct {
@@ -174,7 +174,7 @@ TEST_F(KeepAlive, countsWholeSecondsWithABorrow)
     }
 }
 
-TEST_F(KeepAlive, leavesAClockAloneThatWasSetBack)
+TEST_F(KeepAlive, LeavesAClockAloneThatWasSetBack)
 {
     ASSERT_EQ(send(&result), 1u);
     kv_sim_clock_set((base - 5000) * SECOND);
@@ -182,7 +182,7 @@ TEST_F(KeepAlive, leavesAClockAloneThatWasSetBack)
     EXPECT_OK(result);
 }
 
-TEST_F(KeepAlive, triesAgainAfterAFailedSetting)
+TEST_F(KeepAlive, TriesAgainAfterAFailedSetting)
 {
     failing("settimeofday", 2);
     EXPECT_EQ(send(&result), 1u);
@@ -192,7 +192,7 @@ TEST_F(KeepAlive, triesAgainAfterAFailedSetting)
     EXPECT_EQ(send(&result), 0u);
 }
 
-TEST_F(KeepAlive, worksWithoutAResult)
+TEST_F(KeepAlive, WorksWithoutAResult)
 {
     failing("settimeofday", 2);
     EXPECT_EQ(send(nullptr), 1u);
@@ -200,14 +200,14 @@ TEST_F(KeepAlive, worksWithoutAResult)
     EXPECT_EQ(send(nullptr), 0u) << "the setting did not count";
 }
 
-TEST_F(KeepAlive, survivesAFinish)
+TEST_F(KeepAlive, SurvivesAFinish)
 {
     ASSERT_EQ(send(&result), 1u);
     vexo_cmi_fini();
     EXPECT_EQ(send(&result), 0u);
 }
 
-TEST_F(Sys, aClockThatCannotBeSetIsAGeneralFailure)
+TEST_F(Sys, AClockThatCannotBeSetIsAGeneralFailure)
 {
     vexo_cmi_sys_tod_set(1700000000, 1000000, &result);
     EXPECT_EQ(result.rc, VEXO_RC_GENERAL);

@@ -18,7 +18,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -151,14 +150,6 @@ TEST_F(DeviceFile, IsRefusedAndLeftAsItIsOrUsedSafely)
            static_cast<unsigned long long>(used));
     EXPECT_GT(refused, 0u);
     EXPECT_GT(used, 0u);
-}
-
-TEST_F(DeviceFile, MustBeARegularFileThatCanBeWritten)
-{
-    const std::string fifo = folder_ + "/fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    for (const std::string &path : {folder_, fifo, std::string{"/dev/zero"}, folder_ + "/no/file"})
-        EXPECT_EQ(inAProcess([&] { return use(path.c_str(), 1, 1); }), REFUSED) << path;
 }
 
 } // namespace

@@ -1,28 +1,19 @@
-// vexoctl killed at random moments, while others use the same device: KILL_COUNT times.
+// Processes killed at random moments, while others use the same device: KILL_COUNT times.
+#include "../device.h"
 #include "chance.h"
 
-#include <kv_sim.h>
-#include <vexo_cmi.h>
-
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char **environ;
 
 namespace
 {
@@ -30,8 +21,7 @@ namespace
 using namespace std::chrono;
 using hostile::chance;
 
-constexpr uint32_t PORTS_USED = 3;
-constexpr int LINES = 20000; // more than a writer gets through before it is killed
+constexpr uint32_t LINKS_USED = 5;
 
 class Kill : public testing::Test
 {
@@ -41,62 +31,11 @@ class Kill : public testing::Test
         folder_ = testing::TempDir() + "kill-XXXXXX";
         ASSERT_TRUE(mkdtemp(folder_.data()));
         device_ = folder_ + "/device";
-        script_ = folder_ + "/script";
-        writeScript();
     }
     void TearDown() override { std::filesystem::remove_all(folder_); }
 
-    // In everything that is set, all numbers are the same.
-    void writeScript() const
-    {
-        std::ofstream out{script_};
-        for (int i = 0; i < LINES; ++i) {
-            const std::string n = std::to_string(1 + i % 600);
-            const std::string port = std::to_string(1 + static_cast<uint32_t>(i) % PORTS_USED);
-            switch (i % 7) {
-            case 0:
-            case 1:
-            case 2:
-                out << "pdh params set port=" << port << " adminStatus=1 frameMode=1 lineCode=1"
-                    << " niuMode=1 syncMode=1 cableLength=" << n << " syncParam=" << n
-                    << " auxParam=" << n << "\n";
-                break;
-            case 3:
-                out << "sys lops set first=" << n << " second=" << n << "\n";
-                break;
-            case 4:
-                out << "misc tpgm init tpgmParam1=" << n << " tpgmParam2=" << n
-                    << " tpgmParam3=" << n << "\n";
-                break;
-            case 5:
-                out << "pdh alarms set alarmBits=" << n << "\n";
-                break;
-            default:
-                out << "pdh pm get port=" << port << " pmType=1\n";
-            }
-        }
-    }
-
-    pid_t vexoctl(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), {VEXOCTL, "--device", device_});
-        std::vector<char *> argv;
-        for (std::string &argument : arguments)
-            argv.push_back(argument.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-        pid_t process = -1;
-        EXPECT_EQ(posix_spawn(&process, VEXOCTL, &actions, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        return process;
-    }
-
-    // Runs `body` in a process that uses the device, and returns what it does, or -1.
     template <class Body>
-    int onDevice(Body body) const
+    pid_t start(Body body) const
     {
         fflush(nullptr);
         const pid_t child = fork();
@@ -105,12 +44,18 @@ class Kill : public testing::Test
             setenv("KV_SIM_DEVICE", device_.c_str(), 1);
             _exit(kv_sim_open() == 0 ? body() : 99);
         }
+        return child;
+    }
+
+    template <class Body>
+    int onDevice(Body body) const
+    {
         int status = 0;
-        waitpid(child, &status, 0);
+        waitpid(start(body), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string folder_, device_, script_;
+    std::string folder_, device_;
 };
 
 void kill(pid_t process)
@@ -119,56 +64,46 @@ void kill(pid_t process)
     waitpid(process, nullptr, 0);
 }
 
-// Whether a process goes on, or has reached its end.
-bool goesOn(pid_t process)
-{
-    const uint64_t from = kv_sim_journal_last();
-    for (const auto end = steady_clock::now() + 30s; steady_clock::now() < end;) {
-        kvSimCall call;
-        const uint64_t last = kv_sim_journal_last();
-        for (uint64_t n = last; n > from && last - n < 1000; --n)
-            if (kv_sim_journal_get(n, &call) == 0 && call.process == static_cast<uint32_t>(process))
-                return true;
-        std::this_thread::sleep_for(1ms);
-    }
-    return false;
-}
-
-enum Wholeness { WHOLE, TORN_PORT, TORN_THRESHOLDS, TORN_ALARMS, NOT_USABLE };
-
-int wholeness()
+// In all that one call of the platform sets, the numbers are the same.
+int keepChanging()
 {
     vexoResult result;
-    for (uint32_t port = 1; port <= PORTS_USED; ++port) {
-        vexoPdhParamsOut params;
-        vexo_cmi_pdh_params_get(&params, port, &result);
-        const bool delivered = params.cableLength == 133 && params.syncParam == 0;
-        if (result.rc != VEXO_RC_OK)
-            return NOT_USABLE;
-        if (!delivered &&
-            (params.cableLength != params.syncParam || params.syncParam != params.auxParam))
-            return TORN_PORT;
+    vexoPweParams pw = newPwe(VEXO_PWE_TYPE_ATM_3);
+    for (uint32_t n = 1;; ++n) {
+        const vexoPdhParamsIn port{VEXO_ADMIN_STATUS_1,  VEXO_PDH_FRAME_MODE_1,
+                                   VEXO_PDH_CODE_1,      n & 0xFFFF,
+                                   VEXO_PDH_SYNC_MODE_1, n & 0xFFFF,
+                                   VEXO_PDH_NIU_MODE_1,  n & 0xFFFF};
+        vexo_cmi_pdh_params_set(&port, 1, &result);
+        vexo_cmi_sys_lops_set(n, n, &result);
+        pw.pweAction = n % 3 == 0   ? VEXO_PWE_ACTION_DELETE
+                       : n % 3 == 1 ? VEXO_PWE_ACTION_CREATE
+                                    : VEXO_PWE_ACTION_MODIFY;
+        pw.service.a.circuit = pw.service.a.atmParam1 = pw.service.a.atmParam2 = n;
+        vexo_cmi_pwe_params_set(&pw, 1, &result);
+        const vexoImaGroupSet group{n % 7 ? VEXO_IMA_ACTION_CREATE : VEXO_IMA_ACTION_DELETE, n, n,
+                                    n};
+        vexo_cmi_ima_set(&group, 1, &result);
+        vexo_cmi_ima_lnk_add(1 + n % LINKS_USED, 1, &result);
+        vexo_cmi_ima_lnk_delete(1 + n % 3, 1, &result);
+        vexo_cmi_pdh_alarms_set(n, &result);
+        kv_log(4, 1, "kill_test", "keepChanging", static_cast<int>(n), "%u", n);
+        kv_sim_interval_end(1);
+        if (n % 1000 == 0)
+            kv_sim_reset();
     }
-    unsigned first, second;
-    vexo_cmi_sys_lops_get(&first, &second, &result);
-    if (result.rc != VEXO_RC_OK)
-        return NOT_USABLE;
-    if (first != second && !(first == 10 && second == 20))
-        return TORN_THRESHOLDS;
-    // One call sets the alarms of every port.
-    for (uint32_t bits, before = 0, port = 1; port <= KV_SIM_PORTS; ++port, before = bits) {
-        vexo_cmi_pdh_alarms_get(&bits, port, &result);
-        if (result.rc != VEXO_RC_OK)
-            return NOT_USABLE;
-        if (port > 1 && bits != before)
-            return TORN_ALARMS;
-    }
-    return WHOLE;
+}
+
+std::atomic<bool> heard;
+
+int listen()
+{
+    vexo_cmi_alarm_callback_register([](vexoAlarmNotification *) { heard = true; });
+    return pause();
 }
 
 bool canSubscribe()
 {
-    static std::atomic<bool> heard;
     heard = false;
     vexo_cmi_alarm_callback_register([](vexoAlarmNotification *) { heard = true; });
     for (int left = 10000; left > 0 && !heard; --left) {
@@ -179,10 +114,70 @@ bool canSubscribe()
     return heard;
 }
 
+// Whether a process goes on: makes calls after those there are, or after a reset.
+bool goesOn(pid_t process)
+{
+    const uint64_t from = kv_sim_journal_last();
+    for (const auto end = steady_clock::now() + 30s; steady_clock::now() < end;) {
+        kvSimCall call;
+        const uint64_t last = kv_sim_journal_last();
+        for (uint64_t n = last; n > (last < from ? 0 : from) && last - n < 1000; --n)
+            if (kv_sim_journal_get(n, &call) == 0 && call.process == static_cast<uint32_t>(process))
+                return true;
+        std::this_thread::sleep_for(1ms);
+    }
+    return false;
+}
+
+enum Wholeness { WHOLE, TORN_PORT, TORN_PW, TORN_GROUP, TORN_THRESHOLDS, TORN_ALARMS, TORN_LOG };
+
+int wholeness()
+{
+    vexoResult result;
+    vexoPdhParamsOut port;
+    vexo_cmi_pdh_params_get(&port, 1, &result);
+    const bool delivered = port.cableLength == 133 && port.syncParam == 0;
+    if (result.rc != VEXO_RC_OK ||
+        (!delivered && (port.cableLength != port.syncParam || port.syncParam != port.auxParam)))
+        return TORN_PORT;
+    vexoPweParamsInfo pw;
+    vexo_cmi_pwe_params_get(&pw, 1, &result);
+    const vexoPweServiceA &service = pw.service.a;
+    if (result.rc != VEXO_RC_OK || service.circuit != service.atmParam1 ||
+        service.circuit != service.atmParam2)
+        return TORN_PW;
+    // A group's list of its links and the links' group agree.
+    const vexoImaGroupSet group{VEXO_IMA_ACTION_CREATE, 1, 1, 1};
+    vexo_cmi_ima_set(&group, 1, nullptr);
+    uint32_t links[VEXO_IMA_LINK_MAX], count = 0;
+    vexo_cmi_ima_lnk_get(links, &count, 1, &result);
+    for (uint32_t link = 1; link <= LINKS_USED; ++link) {
+        vexo_cmi_ima_lnk_add(link, 1, &result);
+        const bool listed = std::find(links, links + count, link) != links + count;
+        if (result.rc != (listed ? VEXO_RC_FAILURE_16 : VEXO_RC_OK))
+            return TORN_GROUP;
+    }
+    unsigned first, second;
+    vexo_cmi_sys_lops_get(&first, &second, &result);
+    if (result.rc != VEXO_RC_OK || (first != second && !(first == 10 && second == 20)))
+        return TORN_THRESHOLDS;
+    // One call sets the alarms of every port.
+    for (uint32_t bits, before = 0, number = 1; number <= KV_SIM_PORTS; ++number, before = bits) {
+        vexo_cmi_pdh_alarms_get(&bits, number, &result);
+        if (result.rc != VEXO_RC_OK || (number > 1 && bits != before))
+            return TORN_ALARMS;
+    }
+    kvSimLog record;
+    for (uint64_t n = kv_sim_log_last(); kv_sim_log_get(n, &record) == 0; --n)
+        if (record.file == std::string{"kill_test"} && record.text != std::to_string(record.line))
+            return TORN_LOG;
+    return WHOLE;
+}
+
 TEST_F(Kill, LeavesTheDeviceUsableAndNothingHalfDone)
 {
     const char *given = getenv("KILL_COUNT");
-    const int wanted = given ? atoi(given) : 60;
+    const int wanted = given ? atoi(given) : 300;
     chance().start(1, 0);
     int kills = 0;
     while (kills < wanted && !HasFailure()) {
@@ -190,17 +185,15 @@ TEST_F(Kill, LeavesTheDeviceUsableAndNothingHalfDone)
         const bool anew = kills < wanted / 3;
         if (anew)
             std::filesystem::remove(device_);
-        const pid_t first = vexoctl({"--script", script_});
-        const pid_t second = vexoctl({"--script", script_});
-        const pid_t listener = vexoctl({"watch"});
-        std::this_thread::sleep_for(microseconds{chance().below(anew ? 30000 : 100000)});
+        const pid_t first = start(keepChanging);
+        const pid_t second = start(keepChanging);
+        const pid_t listener = start(listen);
+        std::this_thread::sleep_for(microseconds{chance().below(anew ? 1000 : 10000)});
         kill(first);
-        const bool over = waitpid(second, nullptr, WNOHANG) == second;
-        EXPECT_EQ(onDevice([=] { return over || goesOn(second) ? 0 : 1; }), 0)
+        EXPECT_EQ(onDevice([=] { return goesOn(second) ? 0 : 1; }), 0)
             << "the other process does not go on";
         kill(listener);
-        if (!over)
-            kill(second);
+        kill(second);
         kills += 3;
         EXPECT_EQ(onDevice(wholeness), WHOLE) << "after " << kills << " kills";
         if (kills % 30 == 0) {
