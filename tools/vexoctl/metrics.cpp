@@ -174,7 +174,7 @@ void addPseudowire(Exposition &out, Reader &reader, uint32_t pwId)
             out.addAll("vexo_pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
     }
     auto om = untouched<vexoPweOm>();
-    if (!reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0, pwId))
+    if (!reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0u, pwId))
         return;
     const Json shown = toJson(describe::typeOf<vexoPweOm>(), &om);
     for (const std::string set : {"tdm", "atm"})
@@ -213,7 +213,7 @@ bool addGroup(Exposition &out, Reader &reader, uint32_t groupId)
                            link.counters);
     }
     vexoImaOm om;
-    if (!reader.read("OM of " + name, vexo_cmi_ima_om_get, &om, 0, groupId))
+    if (!reader.read("OM of " + name, vexo_cmi_ima_om_get, &om, 0u, groupId))
         return isThere;
     out.addAll("vexo_ima_group_om", group, om.counters);
     for (uint32_t i = 0; i < om.linkCount && i < linkCount; ++i)
