@@ -163,7 +163,7 @@ class Filler
                     put(record + flag.offset, 1);
         }
         // Of an RTP that is off nothing else is read.
-        if (&type == &describe::typeOf<vexoPweRtp>() && record[0] == VEXO_PWE_RTP_OFF)
+        if (type.name == std::string{"vexoPweRtp"} && record[0] == VEXO_PWE_RTP_OFF)
             memset(record + sizeof(uint32_t), 0, type.size - sizeof(uint32_t));
     }
 
