@@ -33,7 +33,7 @@ kvRc alarm_get_active_bits(objType type, uint32_t number, uint32_t *bits)
                 [=](Hold &hold) {
                     const uint32_t *alarms = alarmsOf(hold, type, number);
                     if (!alarms)
-                        return NO_OBJECT;
+                        return failureCode();
                     *bits = *alarms;
                     return KV_OK;
                 });
@@ -96,7 +96,7 @@ kvRc alarm_raise_alarm(objType type, uint32_t number, uint32_t alarm, uint32_t s
     return action(Function::alarm_raise_alarm, {number, type, alarm, state}, [=](Hold &hold) {
         uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
-            return NO_OBJECT;
+            return failureCode();
         if (alarm > 31)
             return fail(BAD_VALUE, "there is no alarm %u", alarm);
         const uint32_t bit = 1U << alarm;

@@ -12,7 +12,7 @@ auto withGroup(uint32_t group, Body body)
 {
     return [=](Hold &hold) -> kvRc {
         Group *found = groupOf(hold, group);
-        return found ? body(hold, *found) : missing(group, KV_SIM_GROUPS);
+        return found ? body(hold, *found) : failureCode();
     };
 }
 
@@ -93,7 +93,7 @@ kvRc config_add_ima_link(uint32_t link, uint32_t group)
         withGroup(group, [=](Hold &hold, Group &found) {
             Link *added = linkOf(hold, link);
             if (!added)
-                return NO_OBJECT;
+                return failureCode();
             if (added->group)
                 return fail(EXISTS, "IMA link %u is in group %u already", link, added->group);
             if (found.params.linkCount >= IMA_LINK_MAX)

@@ -7,8 +7,6 @@ using namespace sim;
 namespace
 {
 
-constexpr lpbk NO_LOOPBACK{1};
-
 bool isValid(const pdhParams &params)
 {
     return inRange("administrative status", params.adminStatus, 3) &&
@@ -23,7 +21,7 @@ auto withPort(uint32_t port, Body body)
 {
     return [=](Hold &hold) -> kvRc {
         Port *found = portOf(hold, port);
-        return found ? body(hold, *found) : NO_OBJECT;
+        return found ? body(hold, *found) : failureCode();
     };
 }
 
@@ -90,11 +88,11 @@ kvRc config_get_pdh_lpbk(pdhLpbk *out, uint32_t port)
 
 kvRc config_set_pdh_lpbk(const pdhLpbk *in, uint32_t port)
 {
-    return setter(
-        Function::config_set_pdh_lpbk, {port}, in, withPort(port, [=](Hold &hold, Port &found) {
-            if ((in->lpbk < 1 || in->lpbk > 3) && in->lpbk != 7)
-                return fail(BAD_VALUE, "loopback %u is not one of 1, 2, 3 and 7", in->lpbk);
-            hold.edit(found.loopback) = *in;
-            return KV_OK;
-        }));
+    return setter(Function::config_set_pdh_lpbk, {port}, in,
+                  withPort(port, [=](Hold &hold, Port &found) {
+                      if (!isLoopback(in->lpbk))
+                          return failureCode();
+                      hold.edit(found.loopback) = *in;
+                      return KV_OK;
+                  }));
 }

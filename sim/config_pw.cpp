@@ -107,7 +107,7 @@ auto withPw(uint32_t pwId, Body body)
 {
     return [=](Hold &hold) -> kvRc {
         Pw *found = pwOf(hold, pwId);
-        return found ? body(hold, *found) : missing(pwId, KV_SIM_PWS);
+        return found ? body(hold, *found) : failureCode();
     };
 }
 

@@ -21,14 +21,6 @@ kvRc store(Hold &hold, Value &field, const Value &value)
     return KV_OK;
 }
 
-bool isLoopback(lpbk value)
-{
-    if ((value >= 1 && value <= 3) || value == 7)
-        return true;
-    fail(BAD_VALUE, "loopback %u is not one of 1, 2, 3 and 7", value);
-    return false;
-}
-
 } // namespace
 
 const char *config_get_error_string(void)

@@ -242,7 +242,7 @@ int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
     return control([=](Hold &hold) {
         uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
-            return NO_OBJECT;
+            return failureCode();
         setAlarms(hold, type, number, *alarms, bits);
         return KV_OK;
     });
@@ -273,7 +273,7 @@ int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
     return control([=](Hold &hold) {
         const uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
-            return NO_OBJECT;
+            return failureCode();
         *bits = *alarms;
         return KV_OK;
     });
@@ -318,21 +318,22 @@ int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t wo
         case KV_SIM_PDH: {
             Port *port = portOf(hold, number);
             return port ? setWord(hold, port->pm, interval, freshPdhPm(number), word, value)
-                        : NO_OBJECT;
+                        : failureCode();
         }
         case KV_SIM_PW: {
             Pw *pw = pwOf(hold, number);
             return pw ? setWord(hold, pw->pm, interval, freshPwPm(pw->config.pweType), word, value)
-                      : NO_OBJECT;
+                      : failureCode();
         }
         case KV_SIM_GROUP: {
             Group *group = groupOf(hold, number);
             return group ? setWord(hold, group->pm, interval, freshGroupPm(), word, value)
-                         : NO_OBJECT;
+                         : failureCode();
         }
         case KV_SIM_LINK: {
             Link *link = linkOf(hold, number);
-            return link ? setWord(hold, link->pm, interval, freshLinkPm(), word, value) : NO_OBJECT;
+            return link ? setWord(hold, link->pm, interval, freshLinkPm(), word, value)
+                        : failureCode();
         }
         default:
             return fail(BAD_VALUE, "object type %u has no PM counters", type);
@@ -357,7 +358,7 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
             constexpr uint32_t entries = sizeof(pwOmStats::entries) / sizeof(pwOmEntry);
             Pw *pw = pwOf(hold, number);
             if (!pw)
-                return NO_OBJECT;
+                return failureCode();
             if (counter < own)
                 return setCounter(hold, pw->om.counters, own, counter, value);
             const uint32_t index = counter - own;
@@ -368,11 +369,11 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
         }
         case KV_SIM_GROUP: {
             Group *group = groupOf(hold, number);
-            return group ? setCounter(hold, group->om.counters, 2, counter, value) : NO_OBJECT;
+            return group ? setCounter(hold, group->om.counters, 2, counter, value) : failureCode();
         }
         case KV_SIM_LINK: {
             Link *link = linkOf(hold, number);
-            return link ? setCounter(hold, link->om.counters, 8, counter, value) : NO_OBJECT;
+            return link ? setCounter(hold, link->om.counters, 8, counter, value) : failureCode();
         }
         default:
             return fail(BAD_VALUE, "object type %u has no OM counters", type);

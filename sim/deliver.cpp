@@ -18,8 +18,6 @@ namespace sim
 namespace
 {
 
-constexpr lpbk NO_LOOPBACK{1};
-
 void deliverVersions(swVersion &version)
 {
     static constexpr const char *texts[10] = {

@@ -21,7 +21,10 @@ namespace
 {
 
 // Initial-exec: the notification threads must not need the loader's lock for it.
-__attribute__((tls_model("initial-exec"))) thread_local char lastFailure[256];
+__attribute__((tls_model("initial-exec"))) thread_local struct {
+    kvRc code;
+    char text[256];
+} lastFailure;
 
 std::mutex openMutex;
 State *opened;
@@ -234,14 +237,20 @@ kvRc fail(kvRc code, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(lastFailure, sizeof lastFailure, format, arguments);
+    vsnprintf(lastFailure.text, sizeof lastFailure.text, format, arguments);
     va_end(arguments);
+    lastFailure.code = code;
     return code;
+}
+
+kvRc failureCode()
+{
+    return lastFailure.code;
 }
 
 const char *failureText()
 {
-    return lastFailure;
+    return lastFailure.text;
 }
 
 Hold::Hold() : state_{device()}

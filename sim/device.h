@@ -7,8 +7,10 @@
 namespace sim
 {
 
-// Why a call failed, for the calling thread: what config_get_error_string returns.
+// Why a call failed, for the calling thread: with which code, and what config_get_error_string
+// returns.
 __attribute__((format(printf, 2, 3))) kvRc fail(kvRc code, const char *format, ...);
+kvRc failureCode();
 const char *failureText();
 
 // The codes with which this device refuses.

@@ -40,6 +40,29 @@ bool reportsCode(Function function)
     }
 }
 
+// The first argument of these is something else than the number of an object.
+bool hasObject(Function function)
+{
+    switch (function) {
+    case Function::config_set_system_mode:
+    case Function::config_system_tpid_set:
+    case Function::config_set_psn_net_type:
+    case Function::config_pwe_srv_type_to_string:
+    case Function::config_clear_tpgm_status:
+    case Function::GetObjectCount:
+    case Function::alarm_set_status_bits:
+    case Function::alarm_set_notification:
+    case Function::alarm_subscribe:
+    case Function::pmom_sys_om_stat_get:
+    case Function::upgrade_status_get:
+    case Function::kv_rc_to_string:
+    case Function::settimeofday:
+        return false;
+    default:
+        return true;
+    }
+}
+
 } // namespace
 
 void sleepMs(uint32_t milliseconds)
@@ -92,7 +115,8 @@ ArmedFault *Call::meet()
         if (named ? strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0
                   : !reportsCode(function_))
             continue;
-        if (!fault.anyObject && (count_ == 0 || arguments_[0] != fault.object))
+        if (!fault.anyObject &&
+            (count_ == 0 || !hasObject(function_) || arguments_[0] != fault.object))
             continue;
         if (fault.skip > 0) {
             --hold.edit(armed.fault.skip);

@@ -1,6 +1,7 @@
 // libkv_forker. A shut-down device comes up again at once: its configuration has survived, tests
 // and the software load have not.
 #include "entry.h"
+#include "objects.h"
 
 #include <kv_forker.h>
 
@@ -8,8 +9,6 @@ using namespace sim;
 
 namespace
 {
-
-constexpr lpbk NO_LOOPBACK{1};
 
 } // namespace
 

@@ -44,12 +44,12 @@ KV_SIM_EXPORT int kv_sim_open(void);
  * and clock included. Hanging calls go on; subscriptions stay, with the events that wait. */
 KV_SIM_EXPORT int kv_sim_reset(void);
 
-/* ---- Faults: what befalls the calls of the platform's functions ---- */
+/* Faults: what befalls the calls of the platform's functions */
 
 /** What a fault does to the calls that it meets. A call that fails changes nothing. */
 typedef enum kvSimEffect {
     KV_SIM_CODE,    /**< the call fails with the code `value`; GetObjectCount returns it, functions
-                       that    return a text return null, those that return a descriptor -1 */
+                       that return a text return null, those that return a descriptor -1 */
     KV_SIM_DELAY,   /**< the call takes `value` milliseconds longer */
     KV_SIM_HANG,    /**< the call does not return until the fault is cleared, then goes on */
     KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` */
@@ -58,10 +58,12 @@ typedef enum kvSimEffect {
 typedef struct kvSimFault {
     char function[40];  /**< name of the platform function; empty: all that report a code */
     uint32_t anyObject; /**< not 0: whatever the object, also when there is none */
-    uint32_t object;    /**< number of the object, where not any: the first of a call's `args` */
-    uint32_t skip;      /**< how many calls it lets pass first */
-    uint32_t times;     /**< how many calls it meets then; 0: all */
-    uint32_t effect;    /**< a kvSimEffect */
+    /** Where not any, number of the object: the first of a call's `args`. Of a link that is added
+     * to or removed from a group, the link. A call without an object is not met. */
+    uint32_t object;
+    uint32_t skip;   /**< how many calls it lets pass first */
+    uint32_t times;  /**< how many calls it meets then; 0: all */
+    uint32_t effect; /**< a kvSimEffect */
     uint32_t value;
 } kvSimFault;
 
@@ -78,7 +80,7 @@ KV_SIM_EXPORT unsigned kv_sim_hanging(void);
 /** Name of a platform function, by an index from 0; null when there are no more. */
 KV_SIM_EXPORT const char *kv_sim_function(unsigned index);
 
-/* ---- Journal: the calls of the platform's functions, the last 1024 of them ---- */
+/* Journal: the calls of the platform's functions, the last 1024 of them */
 
 enum { KV_SIM_RECORD_SIZE = 512 };
 
@@ -98,7 +100,7 @@ KV_SIM_EXPORT uint64_t kv_sim_journal_last(void);
 /** The call with this number. -1 when there is none, or no longer. */
 KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
 
-/* ---- Clock: the device has its own; the host's is never set ---- */
+/* Clock: the device has its own; the host's is never set */
 
 /** Reads the device clock: microseconds since the epoch. It begins with the host's time, runs with
  * it and stops for good at the end of the year 9999. */
@@ -119,7 +121,7 @@ KV_SIM_EXPORT int kv_sim_clock_stopped(void);
  */
 KV_SIM_EXPORT int kv_sim_clock_advance(uint64_t microseconds);
 
-/* ---- Alarms ---- */
+/* Alarms */
 
 /** Kind of an object, as the platform's alarm service numbers them. */
 enum { KV_SIM_SYSTEM = 0, KV_SIM_PDH = 1, KV_SIM_GROUP = 2, KV_SIM_PW = 3, KV_SIM_LINK = 34 };
@@ -136,7 +138,7 @@ KV_SIM_EXPORT int kv_sim_alarm_burst(uint32_t type, uint32_t number, uint32_t st
 /** The alarm bits that are active on an object. */
 KV_SIM_EXPORT int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits);
 
-/* ---- Counters and PM intervals ---- */
+/* Counters and PM intervals */
 
 /** Ends a PM interval (1 to 4) now; those of 1 to 3 are reported. The clock's next end of it stays.
  */
@@ -165,12 +167,12 @@ KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter
  * were lost because one had 4095 waiting. */
 KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
 
-/* ---- Software upgrade ---- */
+/* Software upgrade */
 
 /** Makes software loads fail when they reach this state (2 to 5 of the platform); 0: none fails. */
 KV_SIM_EXPORT int kv_sim_upgrade_fail(uint32_t state);
 
-/* ---- Log: the last 512 records ---- */
+/* Log: the last 512 records */
 
 typedef struct kvSimLog {
     uint64_t number; /**< counts the records, from 1 */

@@ -43,11 +43,6 @@ Link *linkOf(Hold &hold, uint32_t link)
     return nullptr;
 }
 
-kvRc missing(uint32_t number, uint32_t last)
-{
-    return number >= 1 && number <= last ? KV_NOT_PROVISIONED : NO_OBJECT;
-}
-
 uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number)
 {
     switch (type) {
@@ -99,6 +94,14 @@ bool inRange(const char *what, uint32_t value, uint32_t last)
     if (value >= 1 && value <= last)
         return true;
     fail(BAD_VALUE, "%s %u is not one of 1 to %u", what, value, last);
+    return false;
+}
+
+bool isLoopback(lpbk value)
+{
+    if ((value >= 1 && value <= 3) || value == 7)
+        return true;
+    fail(BAD_VALUE, "loopback %u is not one of 1, 2, 3 and 7", value);
     return false;
 }
 

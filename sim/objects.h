@@ -7,14 +7,11 @@
 namespace sim
 {
 
-// These set the failure text and give null when there is no such object, or none provisioned.
+// These fail() and give null when there is no such object, or none provisioned.
 Port *portOf(Hold &hold, uint32_t port);
 Pw *pwOf(Hold &hold, uint32_t pwId);
 Group *groupOf(Hold &hold, uint32_t group);
 Link *linkOf(Hold &hold, uint32_t link);
-
-// With which code a call fails after one of the above gave null.
-kvRc missing(uint32_t number, uint32_t last);
 
 // The alarm word of an object of the alarm service; null as above.
 uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number);
@@ -29,11 +26,13 @@ constexpr adminStatus ADMIN_TESTING{3};
 constexpr operState OPER_DOWN{1};
 constexpr operState OPER_TESTING{2};
 constexpr operState OPER_UP{3};
+constexpr lpbk NO_LOOPBACK{1};
 
 operState operStateOf(adminStatus status, bool testing, uint32_t alarms);
 
-// Whether a value is one of 1 to last; sets the failure text when it isn't.
+// Whether a value is one of 1 to last; fail()s when it isn't.
 bool inRange(const char *what, uint32_t value, uint32_t last);
+bool isLoopback(lpbk value);
 
 } // namespace sim
 

@@ -38,7 +38,7 @@ kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pd
         Function::pmom_pdh_pm_stat_get, {port, interval, which}, out, [=](Hold &hold) -> kvRc {
             const Port *found = portOf(hold, port);
             return found ? readPm(*hold, found->pm, interval, which, freshPdhPm(port), out)
-                         : NO_OBJECT;
+                         : failureCode();
         });
 }
 
@@ -47,7 +47,7 @@ kvRc pmom_pdh_pm_stat_clear(uint32_t port, pmInterval interval, uint32_t which)
     return action(
         Function::pmom_pdh_pm_stat_clear, {port, interval, which}, [=](Hold &hold) -> kvRc {
             Port *found = portOf(hold, port);
-            return found ? clearPm(hold, found->pm, interval, freshPdhPm(port)) : NO_OBJECT;
+            return found ? clearPm(hold, found->pm, interval, freshPdhPm(port)) : failureCode();
         });
 }
 
@@ -57,7 +57,7 @@ kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwP
         Function::pmom_pw_pm_stat_get, {pwId, interval, which}, out, [=](Hold &hold) -> kvRc {
             const Pw *pw = pwOf(hold, pwId);
             return pw ? readPm(*hold, pw->pm, interval, which, freshPwPm(pw->config.pweType), out)
-                      : missing(pwId, KV_SIM_PWS);
+                      : failureCode();
         });
 }
 
@@ -67,7 +67,7 @@ kvRc pmom_pw_pm_stat_clear(uint32_t pwId, pmInterval interval, uint32_t which)
                   [=](Hold &hold) -> kvRc {
                       Pw *pw = pwOf(hold, pwId);
                       return pw ? clearPm(hold, pw->pm, interval, freshPwPm(pw->config.pweType))
-                                : missing(pwId, KV_SIM_PWS);
+                                : failureCode();
                   });
 }
 
@@ -76,7 +76,7 @@ kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *out)
     return getter(Function::pmom_pw_om_stat_get, {pwId}, out, [=](Hold &hold) -> kvRc {
         const Pw *pw = pwOf(hold, pwId);
         if (!pw)
-            return missing(pwId, KV_SIM_PWS);
+            return failureCode();
         *out = pw->om;
         for (uint32_t i = 0; i < pw->config.atmXcCount && i < PW_ATM_XC_MAX; ++i) {
             const pwAtmXc &xc = pw->config.atmXc[i];
@@ -92,7 +92,7 @@ kvRc pmom_pw_om_stat_clear(uint32_t pwId)
     return action(Function::pmom_pw_om_stat_clear, {pwId}, [=](Hold &hold) -> kvRc {
         Pw *pw = pwOf(hold, pwId);
         if (!pw)
-            return missing(pwId, KV_SIM_PWS);
+            return failureCode();
         hold.edit(pw->om) = {};
         return KV_OK;
     });
@@ -105,18 +105,17 @@ kvRc pmom_ima_group_pm_stat_get(uint32_t group, pmInterval interval, uint32_t wh
                   [=](Hold &hold) -> kvRc {
                       const Group *found = groupOf(hold, group);
                       return found ? readPm(*hold, found->pm, interval, which, freshGroupPm(), out)
-                                   : missing(group, KV_SIM_GROUPS);
+                                   : failureCode();
                   });
 }
 
 kvRc pmom_ima_group_pm_stat_clear(uint32_t group, pmInterval interval, uint32_t which)
 {
-    return action(Function::pmom_ima_group_pm_stat_clear, {group, interval, which},
-                  [=](Hold &hold) -> kvRc {
-                      Group *found = groupOf(hold, group);
-                      return found ? clearPm(hold, found->pm, interval, freshGroupPm())
-                                   : missing(group, KV_SIM_GROUPS);
-                  });
+    return action(
+        Function::pmom_ima_group_pm_stat_clear, {group, interval, which}, [=](Hold &hold) -> kvRc {
+            Group *found = groupOf(hold, group);
+            return found ? clearPm(hold, found->pm, interval, freshGroupPm()) : failureCode();
+        });
 }
 
 kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t which,
@@ -126,18 +125,17 @@ kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t whic
                   [=](Hold &hold) -> kvRc {
                       const Link *found = memberOf(hold, link);
                       return found ? readPm(*hold, found->pm, interval, which, freshLinkPm(), out)
-                                   : missing(link, KV_SIM_LINKS);
+                                   : failureCode();
                   });
 }
 
 kvRc pmom_ima_link_pm_stat_clear(uint32_t link, pmInterval interval, uint32_t which)
 {
-    return action(Function::pmom_ima_link_pm_stat_clear, {link, interval, which},
-                  [=](Hold &hold) -> kvRc {
-                      Link *found = memberOf(hold, link);
-                      return found ? clearPm(hold, found->pm, interval, freshLinkPm())
-                                   : missing(link, KV_SIM_LINKS);
-                  });
+    return action(
+        Function::pmom_ima_link_pm_stat_clear, {link, interval, which}, [=](Hold &hold) -> kvRc {
+            Link *found = memberOf(hold, link);
+            return found ? clearPm(hold, found->pm, interval, freshLinkPm()) : failureCode();
+        });
 }
 
 kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *out)
@@ -145,7 +143,7 @@ kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *out)
     return getter(Function::pmom_ima_group_om_stat_get, {group}, out, [=](Hold &hold) -> kvRc {
         const Group *found = groupOf(hold, group);
         if (!found)
-            return missing(group, KV_SIM_GROUPS);
+            return failureCode();
         *out = found->om;
         return KV_OK;
     });
@@ -156,7 +154,7 @@ kvRc pmom_ima_group_om_stat_clear(uint32_t group)
     return action(Function::pmom_ima_group_om_stat_clear, {group}, [=](Hold &hold) -> kvRc {
         Group *found = groupOf(hold, group);
         if (!found)
-            return missing(group, KV_SIM_GROUPS);
+            return failureCode();
         hold.edit(found->om) = {};
         return KV_OK;
     });
@@ -167,7 +165,7 @@ kvRc pmom_ima_link_om_stat_get(uint32_t link, imaLinkOmStat *out)
     return getter(Function::pmom_ima_link_om_stat_get, {link}, out, [=](Hold &hold) -> kvRc {
         const Link *found = memberOf(hold, link);
         if (!found)
-            return missing(link, KV_SIM_LINKS);
+            return failureCode();
         *out = found->om;
         return KV_OK;
     });
@@ -178,7 +176,7 @@ kvRc pmom_ima_link_om_stat_clear(uint32_t link)
     return action(Function::pmom_ima_link_om_stat_clear, {link}, [=](Hold &hold) -> kvRc {
         Link *found = memberOf(hold, link);
         if (!found)
-            return missing(link, KV_SIM_LINKS);
+            return failureCode();
         hold.edit(found->om) = {};
         return KV_OK;
     });
