@@ -1,4 +1,4 @@
-"""Checks the documents: check.py links | check.py manual VEXOCTL"""
+"""Checks the documents: check.py links | check.py figures | check.py manual VEXOCTL"""
 import re
 import subprocess
 import sys
@@ -13,6 +13,14 @@ def broken_links() -> list[str]:
     return [f"{document.relative_to(PROJECT)}: {target}" for document in documents
             for target in re.findall(r"\]\(([^)#:\s]+)(?:#[^)]*)?\)", document.read_text())
             if not (document.parent / target).exists()]
+
+
+def other_figures() -> list[str]:
+    """Rows of the README's figures that aren't rows of the document that they are taken from."""
+    rows = (PROJECT / "docs/performance.md").read_text().splitlines()
+    figures = (PROJECT / "README.md").read_text().split("## What it costs")[1].split("\n## ")[0]
+    return [f"README.md: {row}" for row in figures.splitlines()
+            if row.startswith("|") and row not in rows]
 
 
 def output(*command: str) -> str:
@@ -33,5 +41,5 @@ def missing_words(vexoctl: str) -> list[str]:
     return complaints + [f"vexoctl.1 does not name {word}" for word in has if word not in named]
 
 
-findings = broken_links() if sys.argv[1] == "links" else missing_words(sys.argv[2])
-sys.exit("\n".join(findings) or 0)
+checks = {"links": broken_links, "figures": other_figures, "manual": missing_words}
+sys.exit("\n".join(checks[sys.argv[1]](*sys.argv[2:])) or 0)

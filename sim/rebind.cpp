@@ -148,7 +148,8 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
     if (!entry)
         return 0;
     const Dynamic dynamic = dynamicOf(*object, entry);
-    if (!dynamic.names || strncmp(dynamic.names + dynamic.soname, LIBRARY, sizeof LIBRARY - 1) != 0)
+    if (!dynamic.names || !dynamic.symbols ||
+        strncmp(dynamic.names + dynamic.soname, LIBRARY, sizeof LIBRARY - 1) != 0)
         return 0;
     const size_t step = dynamic.withAddend ? sizeof(ElfW(Rela)) : sizeof(ElfW(Rel));
     for (int t = 0; t < 2; ++t) {

@@ -10,7 +10,8 @@
  * may be null: then nothing is reported, and nothing else changes.
  *
  * **Order.** An operation makes one or a few calls into the device's platform
- * libraries and stops at the first that fails: later calls are not made.
+ * libraries and stops at the first that fails: later calls are not made, but
+ * where its description says that it goes on.
  * Outputs are written after the last call succeeded; where an operation writes
  * an output earlier, its description says so ("written before").
  *

@@ -10,7 +10,6 @@
 #include <kv_pmom.h>
 #include <kv_upgrade.h>
 
-
 #include <climits>
 #include <cstdarg>
 #include <cstring>

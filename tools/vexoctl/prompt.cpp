@@ -39,7 +39,7 @@ char **complete(const char *text, int start, int)
     rl_attempted_completion_over = 1;
     // An argument is followed by its value, not by a blank.
     rl_completion_append_character =
-        candidates.size() == 1 && candidates[0].ends_with('=') ? '\0' : ' ';
+        candidates.size() == 1 && candidates[0].ends_with('=') ? 0 : static_cast<int>(' ');
     return rl_completion_matches(text, nextCandidate);
 }
 
@@ -55,7 +55,7 @@ Status Session::prompt()
 {
     rl_initialize();
     rl_attempted_completion_function = complete;
-    char breaks[] = " \t";
+    static char breaks[] = " \t";
     rl_completer_word_break_characters = breaks;
     // While a line is typed, Ctrl-C empties it.
     rl_parse_and_bind("setty -d intr=");
