@@ -1,5 +1,7 @@
 """The command line, run as a person and as a script would run it."""
+import functools
 import json
+import operator
 import os
 import pty
 import re
@@ -117,6 +119,15 @@ class Words(Device):
                      "t2.serviceFlag number; only with pweType=tdm-2; two-state: 1 sets, 2 clears",
                      "- A two-state field is 1 or 2."):
             self.assertIn(text, shown)
+
+    def test_arguments_are_named_as_in_the_header(self):
+        header = "".join(file.read_text() for file in (SOURCE / "include/vexo_cmi").glob("*.h"))
+        declared = dict(re.findall(r"void (vexo_cmi_\w+)\(([^)]*?),?\s*vexoResult", header))
+        self.assertGreater(len(declared), 80)
+        for name, parameters in declared.items():
+            page = self.manual(name)
+            self.assertEqual([row["name"] for row in page["arguments"]],
+                             re.findall(r"(\w+)(?:\[\w+\])?(?:,|$)", parameters), name)
 
     def test_the_range_of_every_enumeration_is_that_of_the_header(self):
         header = (SOURCE / "include/vexo_cmi/values.h").read_text()
@@ -258,6 +269,15 @@ class Input(Device):
                 self.assertLess(len(done.stderr), 400)
                 self.assertEqual(list(self.document("--json", *words, status=2)), ["error"])
         self.assertEqual(self.calls(), before)
+
+    def test_the_alarm_bits_that_can_be_set_are_those_that_the_platform_is_told_to_change(self):
+        for setter in ("sys alarm set", "pdh alarms set", "pwe alarms set", "ima alarms set"):
+            row = self.manual(*setter.split())["arguments"][0]
+            before = self.calls()
+            self.document(*setter.split(), f"{row['name']}={row['limit']}")
+            masks = [call["arguments"][1] for call in self.document("sim", "journal")["calls"]
+                     if call["number"] > before and call["function"] == "alarm_set_status_bits"]
+            self.assertEqual(functools.reduce(operator.or_, masks), row["limit"], setter)
 
     def test_a_document_of_any_depth_and_length_is_refused(self):
         for text in ("[" * 900000, '{"a":' * 200000, '"' + 900000 * "x" + '"'):
@@ -486,6 +506,9 @@ class Notifications(Device):
         self.document("pwe", "params", "set", "pwId=8", "pweType=atm-3", *PSEUDOWIRES["atm-3"])
         self.document("sim", "pm", "set", "type=pwe", "number=8", "interval=1", "word=1",
                       "value=11")
+        # A line more than the watches print, in the same report.
+        self.document("ima", "set", "groupId=3", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
         watches = [self.started("watch", "--count", "9"),
                    self.started("--json", "watch", "count=9")]
         for kind, number in (("system", 1), ("pdh", 3), ("pwe", 7), ("ima-link", 9)):
