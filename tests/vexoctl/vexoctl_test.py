@@ -165,6 +165,10 @@ class Words(Device):
         self.assertEqual(offered("pdh", "fra"), ["frame"])
         self.assertEqual(offered("help", "pdh", "frame", ""), ["set", "get"])
         self.assertEqual(offered("pdh", "frame", "set", ""), ["mode=", "port="])
+        self.assertEqual(offered("watch", ""), ["alarms", "pm", "count=", "for="])
+        self.assertEqual(offered("follow", ""), ["upgrade"])
+        self.assertEqual(offered("follow", "upgrade", "f"), ["for="])
+        self.assertEqual(offered("metrics", ""), ["pwes=", "groups="])
         self.assertEqual(offered("pwe", "params", "set", "t1.rtp."),
                          ["t1.rtp.mode=", "t1.rtp.payloadType=", "t1.rtp.ssrc="])
         self.assertEqual(offered("pwe", "vlan", "set", "mode="),
@@ -650,6 +654,12 @@ class Metrics(Device):
             lost = {place for place in whole if place[0].startswith(family) and label in place}
             self.assertEqual(whole - read, lost)
             self.assertTrue(lost)
+        # Counters of neither kind are none, and nobody asked for the operational state.
+        self.document("sim", "fault", "add", "function=pmom_pw_pm_stat_get", "object=1",
+                      "effect=garbage")
+        self.document("sim", "fault", "add", "function=config_get_pw_oper_state", "value=2")
+        self.assertEqual({place[0] for place in whole - places(self.families())}, {"vexo_pwe_pm"})
+        self.document("sim", "fault", "clear")
         some = places(self.families("pwes=1", "--groups=1"))
         self.assertEqual({label for place in some for label in place[1:]
                           if label[0] in ("pw", "group")}, {("pw", "1")})
