@@ -129,9 +129,9 @@ class Words(Device):
             self.assertEqual([row["name"] for row in page["arguments"]],
                              re.findall(r"(\w+)(?:\[\w+\])?(?:,|$)", parameters), name)
 
-    def test_the_range_of_every_enumeration_is_that_of_the_header(self):
+    def test_every_enumeration_has_the_range_and_the_names_of_the_header(self):
         header = (SOURCE / "include/vexo_cmi/values.h").read_text()
-        ranges = {}
+        ranges, constants = {}, re.findall(r"VEXO_(\w+) = (\d+)", header)
         for name, body in re.findall(r"VEXO_CMI_ENUM\((\w+)\)\{(.*?)\};", header, re.DOTALL):
             values = [int(value) for value in re.findall(r"= (\d+)", body)]
             ranges[name] = (min(values), max(values))
@@ -141,6 +141,11 @@ class Words(Device):
                 for one in [row, *row.get("fields", [])]:
                     if "first" in one and one["name"] != "pweAction":
                         seen[one["type"]] = (one["first"], one["last"])
+                        for name, value in one.get("values", {}).items():
+                            ending = "_" + name.upper().replace("-", "_")
+                            self.assertTrue([constant for constant, number in constants
+                                             if constant.endswith(ending) and
+                                             int(number) == value], (one["type"], name))
         self.assertGreater(len(seen), 20)
         self.assertEqual(seen, {name: ranges[name] for name in seen})
 
@@ -607,6 +612,7 @@ class Metrics(Device):
             places = [tuple(sample.labels.items()) for sample in family.samples]
             self.assertEqual(len(places), len(set(places)), family.name)
         self.assertEqual(self.value("vexo_pwe_om_total", pw=1, counter=1), 4000000000)
+        self.assertEqual(self.value("vexo_ima_link_om_total", group=2, link=9, counter=0), 0)
         self.assertEqual(self.value("vexo_alarms", object="pdh", number=3), 2)
         self.assertEqual(self.value("vexo_alarm", object="pdh", number=3, bit=4), 1)
         self.assertIsNone(self.value("vexo_alarm", object="pdh", number=3, bit=0))
