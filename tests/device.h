@@ -58,12 +58,28 @@ class Device : public testing::Test
         return record;
     }
 
-    // Makes a function fail, or all for which there is a code; `skip` calls pass before.
-    static void failing(const char *function, kvRc code, uint32_t skip = 0, uint32_t times = 1)
+    // The log from a record on, each as "level module file function text".
+    static std::vector<std::string> logSince(uint64_t number)
+    {
+        std::vector<std::string> lines;
+        kvSimLog record;
+        while (kv_sim_log_get(++number, &record) == 0) {
+            EXPECT_GT(record.line, 0);
+            lines.push_back(std::to_string(record.level) + " " + std::to_string(record.module) +
+                            " " + record.file + " " + record.function + " " + record.text);
+        }
+        return lines;
+    }
+
+    // Makes a function fail, or all for which there is a code, for one object or, with 0, for all;
+    // `skip` calls pass before.
+    static void failing(const char *function, kvRc code, uint32_t skip = 0, uint32_t times = 1,
+                        uint32_t object = 0)
     {
         kvSimFault fault{};
         strcpy_n(fault.function, function, sizeof fault.function);
-        fault.anyObject = 1;
+        fault.anyObject = object == 0;
+        fault.object = object;
         fault.skip = skip;
         fault.times = times;
         fault.effect = KV_SIM_CODE;

@@ -151,15 +151,10 @@ TEST_F(Pdh, SyncGetReturnsTheValueThatOnlyThePlatformSets)
     EXPECT_EQ(sync.mode, VEXO_PDH_SYNC_MODE_1);
 }
 
-TEST_F(Pdh, AlarmsGoToAllPortsUnderTheMask)
+TEST_F(Pdh, AlarmsAreSetOnAllPortsAndReadFromOne)
 {
-    mark();
     vexo_cmi_pdh_alarms_set(0xABCD1234, &result);
     EXPECT_OK(result);
-    const auto call = entries().at(0);
-    EXPECT_EQ(call.args[0], 1u);
-    EXPECT_EQ(call.args[1], 0xFFFFu);
-    EXPECT_EQ(call.args[2], 0xABCD1234u);
     uint32_t bits = 0;
     vexo_cmi_pdh_alarms_get(&bits, 16, &result);
     EXPECT_EQ(bits, 0x1234u);
@@ -205,16 +200,13 @@ TEST_F(Pdh, CountersOfBothArrangementsFindTheirPlaces)
     EXPECT_EQ(read(1), std::vector<uint32_t>(13, KEPT));
 }
 
-TEST_F(Pdh, AnUnknownPmTypeAsksForIntervalZero)
+TEST_F(Pdh, AnUnknownPmTypeIsShownAsGivenAndRefused)
 {
     vexoPdhPm pm;
-    mark();
     vexo_cmi_pdh_pm_get(&pm, vexoPmType{9}, 1, &result);
     EXPECT_EQ(result.rc, VEXO_RC_FAILURE_2);
     EXPECT_STREQ(result.message, "bad value");
     EXPECT_EQ(pm.pmType, 9u);
-    EXPECT_EQ(entries().at(0).args[1], 0u);
-    EXPECT_EQ(entries().at(0).args[2], 0u);
 }
 
 TEST_F(Pdh, AClearGoesIntervalByIntervalUpToAFailure)

@@ -468,4 +468,87 @@ TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
     EXPECT_EQ(pairs, 34u);
 }
 
+// What is passed on without being read first: the calls as "function argument ... record word ...".
+using Arguments = Device;
+
+TEST_F(Arguments, ReachThePlatformInItsOwnTerms)
+{
+    createPwe(VEXO_PWE_TYPE_ATM_3, 1);
+    createGroup(2, {9});
+    const unsigned eleven = 11, twelve = 12;
+    const vexoPweAtmXc xc{VEXO_PWE_ATM_XC_TYPE_2, 0x10001, 2, 3, 4};
+    vexoPdhPm pdhPm;
+    vexoPwePm pwePm;
+    vexoSysInfo info;
+    vexoTpgmStatus tpgm;
+    vexoUpgradeInfo upgrade;
+    const struct {
+        std::function<void()> call;
+        std::string expected;
+    } rows[] = {
+        {[&] { vexo_cmi_sys_tpid_set(0x188A8, &result); }, " config_system_tpid_set 88A8"},
+        {[&] { vexo_cmi_sys_tdm_mode_set(vexoTdmMode{4}, &result); }, " config_set_system_mode 0"},
+        {[&] { vexo_cmi_sys_src_ip_set(0xC0000201, &result); },
+         " config_set_pwe_src_ip_addr C0000201"},
+        {[&] { vexo_cmi_sys_lops_set(11, 12, &result); }, " config_set_pwe_lops_threshold B C"},
+        {[&] { vexo_cmi_sys_clk_out_set(&eleven, &twelve, &result); }, " config_set_clk_out B C"},
+        {[&] { vexo_cmi_sys_temp_set(11, 12, &result); }, " config_set_temperature_thr B C"},
+        {[&] { vexo_cmi_sys_rpt_mode_set(VEXO_ALARM_MODE_2, 0xABCD, &result); },
+         " alarm_set_notification 4 ABCD"},
+        {[&] { vexo_cmi_sys_alarm_set(0xFFFFFFFF, &result); },
+         " alarm_set_status_bits 0 7FFF FFFFFFFF"},
+        {[&] { vexo_cmi_sys_net_type_set(vexoNetQuality{3}, &result); },
+         " config_set_psn_net_type 0"},
+        {[&] { vexo_cmi_pdh_admin_set(VEXO_ADMIN_STATUS_1, 16, &result); },
+         " config_set_pdh_admin 10 2"},
+        {[&] { vexo_cmi_pdh_alarms_set(0xABCD1234, &result); },
+         " alarm_set_status_bits 1 FFFF ABCD1234"},
+        {[&] { vexo_cmi_pdh_pm_get(&pdhPm, vexoPmType{9}, 3, &result); },
+         " pmom_pdh_pm_stat_get 3 0 0"},
+        {[&] { vexo_cmi_pwe_admin_set(VEXO_ADMIN_STATUS_1, 1, &result); },
+         " config_set_pw_admin 1 2"},
+        {[&] { vexo_cmi_pwe_pdv_set(1234, 1, &result); }, " config_set_pw_jitter_size 1 4D2"},
+        {[&] { vexo_cmi_pwe_atm_force_ais_set(7, 1, &result); }, " config_set_pw_ais 1 1"},
+        {[&] { vexo_cmi_pwe_atmop_xc_set(&xc, 1, &result); },
+         " config_add_pw_atm_xc 1 20001 40003 3"},
+        {[&] { vexo_cmi_pwe_atmop_xc_delete(&xc, 1, &result); },
+         " config_del_pw_atm_xc 1 20001 40003 3"},
+        {[&] { vexo_cmi_pwe_alarms_set(0xFFFFFFFF, &result); },
+         " alarm_set_status_bits 3 1F FFFFFFFF"},
+        {[&] { vexo_cmi_pwe_pm_get(&pwePm, VEXO_PM_TYPE_4, 1, &result); },
+         " pmom_pw_pm_stat_get 1 4 0 config_get_pw 1"},
+        {[&] { vexo_cmi_pwe_pm_clear(1, &result); },
+         " pmom_pw_pm_stat_clear 1 1 0 pmom_pw_pm_stat_clear 1 2 0 pmom_pw_pm_stat_clear 1 3 0"},
+        {[&] { vexo_cmi_ima_lnk_delete(9, 2, &result); },
+         " config_get_ima_params 2 config_del_ima_link 9 2"},
+        {[&] { vexo_cmi_ima_lnk_add(9, 2, &result); },
+         " config_get_ima_params 2 config_add_ima_link 9 2"},
+        {[&] { vexo_cmi_ima_alarms_set(0xFFFFFFFF, &result); },
+         " alarm_set_status_bits 2 3FF FFFFFFFF alarm_set_status_bits 22 7F0000 FFFFFFFF"},
+        {[&] { vexo_cmi_misc_sys_info_get(&info, 5, &result); },
+         " config_get_sys_link_status pmom_sys_om_stat_get 5"},
+        {[&] { vexo_cmi_misc_upgrade_info_get(&upgrade, &result); }, " upgrade_status_get 2"},
+        {[&] { vexo_cmi_misc_sys_lbk_set(VEXO_LPBK_4, &result); }, " config_set_sys_lpbk 7 0"},
+        {[&] { vexo_cmi_misc_tpgm_init(7, 8, 9, &result); }, " config_init_tpgm 7 8 9"},
+        {[&] { vexo_cmi_misc_tpgm_stat_get(&tpgm, 0, &result); },
+         " config_get_tpgm_status config_clear_tpgm_status 0"},
+    };
+    for (const auto &row : rows) {
+        mark();
+        row.call();
+        std::ostringstream made;
+        made << std::hex << std::uppercase;
+        for (const kvSimCall &call : entries()) {
+            made << " " << call.function;
+            for (uint32_t i = 0; i < call.argCount; ++i)
+                made << " " << call.args[i];
+            for (uint32_t word, i = 0; i < call.recordSize; i += sizeof word) {
+                memcpy(&word, call.record + i, sizeof word);
+                made << " " << word;
+            }
+        }
+        EXPECT_EQ(made.str(), row.expected);
+    }
+}
+
 } // namespace
