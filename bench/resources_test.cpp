@@ -273,7 +273,7 @@ TEST_F(AnOperation, NeedsItsRecordsAnd256BytesOfStack)
     printf("at most %zu bytes beyond its records\n", most);
 }
 
-TEST(APmReport, NeedsLessThan4KiBOfStack)
+TEST(APmReport, NeedsLessThan4KiBOfStackAndNoHeapOrLock)
 {
     vexo_cmi_pm_callback_register([](vexoPmNotification *) {});
     while (!barePmSubscribed())
@@ -282,6 +282,9 @@ TEST(APmReport, NeedsLessThan4KiBOfStack)
     PaintedStack stack;
     const auto report = [] { barePmDeliver(pmInterval{1}); };
     report();
+    allocations = locks = 0;
+    report();
+    EXPECT_EQ(allocations + locks, 0U);
     const size_t depth = stack.depthOf(report);
     EXPECT_GT(depth, sizeof(vexoPmNotification));
     EXPECT_LT(depth, 4096U);

@@ -21,7 +21,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <malloc.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -49,8 +48,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-// ---- What the platform's functions do here beyond what they do by themselves ----
-
+// What the platform's functions do here beyond what they do by themselves.
 struct Twist {
     std::atomic<uint32_t> ports{0}, groups{0}; // not 0: counts of objects
     std::atomic<bool> listTooLong{false}, groupsTooLong{false};
@@ -59,49 +57,15 @@ struct Twist {
     std::atomic<int> holding{0};
 } twist;
 
-// Where the stack of the PM thread is at the calls that enter and leave the library.
-struct StackWatch {
-    uintptr_t process, handler, deepest;
-    struct mallinfo2 heapBefore, heapAfter;
-} stackWatch;
-
-thread_local bool reporting;
-void (*reportHandler)(pmInterval);
-
 template <class F>
 F *next(const char *name)
 {
     return reinterpret_cast<F *>(dlsym(RTLD_NEXT, name));
 }
 
-void noteFrame(void *frame)
-{
-    if (reporting)
-        stackWatch.deepest = std::min(stackWatch.deepest, reinterpret_cast<uintptr_t>(frame));
-}
-
 } // namespace
 
-#define REAL(name)                                                                                 \
-    static const auto real = next<decltype(name)>(#name);                                          \
-    noteFrame(__builtin_frame_address(0))
-
-// Small, as its frame counts as the library's.
-static __attribute__((noinline)) void callReportHandler(pmInterval interval)
-{
-    stackWatch.handler = stackWatch.deepest =
-        reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-    reportHandler(interval);
-}
-
-static void watchedReport(pmInterval interval)
-{
-    stackWatch.heapBefore = mallinfo2();
-    reporting = true;
-    callReportHandler(interval);
-    reporting = false;
-    stackWatch.heapAfter = mallinfo2();
-}
+#define REAL(name) static const auto real = next<decltype(name)>(#name)
 
 static kvRc process(kvRc (*real)())
 {
@@ -116,17 +80,9 @@ static kvRc process(kvRc (*real)())
     return KV_OK;
 }
 
-kvRc pmom_subscribe(void (*handler)(pmInterval))
-{
-    REAL(pmom_subscribe);
-    reportHandler = handler;
-    return real(watchedReport);
-}
-
 kvRc pmom_process_notification()
 {
     REAL(pmom_process_notification);
-    stackWatch.process = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
     return process(real);
 }
 
@@ -154,12 +110,6 @@ kvRc config_get_pw_all_prov(pwProvList *out)
     return code;
 }
 
-kvRc config_get_pw(pwConfig *out, uint32_t pwId)
-{
-    REAL(config_get_pw);
-    return real(out, pwId);
-}
-
 kvRc config_get_ima_params(imaParams *out, uint32_t group)
 {
     REAL(config_get_ima_params);
@@ -169,36 +119,8 @@ kvRc config_get_ima_params(imaParams *out, uint32_t group)
     return code;
 }
 
-kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pdhPmStat *out)
-{
-    REAL(pmom_pdh_pm_stat_get);
-    return real(port, interval, which, out);
-}
-
-kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwPmStats *out)
-{
-    REAL(pmom_pw_pm_stat_get);
-    return real(pwId, interval, which, out);
-}
-
-kvRc pmom_ima_group_pm_stat_get(uint32_t group, pmInterval interval, uint32_t which,
-                                imaGroupPmStat *out)
-{
-    REAL(pmom_ima_group_pm_stat_get);
-    return real(group, interval, which, out);
-}
-
-kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t which,
-                               imaLinkPmStat *out)
-{
-    REAL(pmom_ima_link_pm_stat_get);
-    return real(link, interval, which, out);
-}
-
 namespace
 {
-
-// ---- Looking at the process and at the device ----
 
 template <class Condition>
 bool until(Condition condition)
@@ -241,19 +163,6 @@ std::set<int> pipes()
     return found;
 }
 
-// The log from a record on, each as "level module file function text".
-Names logSince(uint64_t number)
-{
-    Names lines;
-    kvSimLog record;
-    while (kv_sim_log_get(++number, &record) == 0) {
-        EXPECT_GT(record.line, 0);
-        lines.push_back(std::to_string(record.level) + " " + std::to_string(record.module) + " " +
-                        record.file + " " + record.function + " " + record.text);
-    }
-    return lines;
-}
-
 int callsOf(const char *function)
 {
     int count = 0;
@@ -262,19 +171,6 @@ int callsOf(const char *function)
     for (uint64_t number = last > 1024 ? last - 1023 : 1; number <= last; ++number)
         count += kv_sim_journal_get(number, &call) == 0 && strcmp(call.function, function) == 0;
     return count;
-}
-
-void inject(const char *function, uint32_t object, kvRc code, uint32_t times = 0, uint32_t skip = 0)
-{
-    kvSimFault fault{};
-    fault.skip = skip;
-    snprintf(fault.function, sizeof fault.function, "%s", function);
-    fault.anyObject = object == 0;
-    fault.object = object;
-    fault.times = times;
-    fault.effect = KV_SIM_CODE;
-    fault.value = code;
-    ASSERT_EQ(kv_sim_fault_add(&fault), 0) << kv_sim_error();
 }
 
 // Everything that was raised has been handed on.
@@ -319,8 +215,6 @@ int inChild(const std::function<int()> &body)
             return 1;                                                                              \
         }                                                                                          \
     } while (false)
-
-// ---- Both services ----
 
 std::atomic<int> delivered;
 std::atomic<pid_t> callbackThread;
@@ -496,7 +390,7 @@ TEST_P(NotifyService, AFailedPipeOrThreadIsLoggedAndTheNextRegistrationTriesAnew
 
 TEST_P(NotifyService, AFailedSubscriptionEndsTheThreadUntilItIsUnregistered)
 {
-    inject(service.subscribe, 0, 128, 1);
+    failing(service.subscribe, 128);
     service.start();
     const Names end{"3" + inThread + "CMI fail " + kv_rc_to_string(128) + "(128)",
                     "7" + inThread + "pthread_exit"};
@@ -513,7 +407,7 @@ TEST_P(NotifyService, AFailedSubscriptionEndsTheThreadUntilItIsUnregistered)
 
 TEST_P(NotifyService, AFailedProcessingIsLoggedAndTheServiceGoesOn)
 {
-    inject(service.process, 0, 8, 1);
+    failing(service.process, 8);
     ASSERT_TRUE(start());
     service.raise();
     ASSERT_TRUE(until([&] { return !thread().empty(); }));
@@ -751,8 +645,6 @@ TEST_P(NotifyService, LeavesNothingBehindHoweverOftenItIsRegistered)
         EXPECT_LE(resident().second, pages + 128) << "pages in use";
     }
 }
-
-// ---- What callbacks are given ----
 
 TEST_F(Notify, UnloadAndEndStopBothServicesAlarmsFirstAndNeverHang)
 {
@@ -1029,7 +921,7 @@ TEST_F(NotifyContent, AFailedReadLeavesOutItsObjectAndSaysSoUnlessThereIsNothing
          "pmom_ima_link_pm_stat_get failed(2, 3) ($)"},
     };
     for (const auto &row : table) {
-        inject(row.function, row.object, row.code);
+        failing(row.function, row.code, 0, 0, row.object);
         const uint64_t mark = kv_sim_log_last();
         EXPECT_EQ(outline(report(3)), row.outline) << row.function << " " << row.code;
         Names log;
@@ -1056,7 +948,7 @@ TEST_F(NotifyContent, MoreObjectsThanTheRecordsHoldAreLeftOutWithALogRecord)
     twist.ports = 0xFFFFFFFF;
     twist.groups = 0xFFFFFFFF;
     twist.listTooLong = twist.groupsTooLong = true;
-    inject("config_get_ima_params", 0, 0x20000, 0, 1); // there is but the first group
+    failing("config_get_ima_params", 0x20000, 1, 0); // there is but the first group
 
     const auto records = report(1);
     std::string pws;
@@ -1099,7 +991,7 @@ TEST_F(NotifyContent, AnIntervalThatTheLibraryDoesNotKnowIsReadAsReceivedAndRepo
 
 TEST_F(NotifyContent, AnEmptyDeviceReportsPortsAllTheSameAndNobodyListeningReadsNothing)
 {
-    inject("pmom_pdh_pm_stat_get", 0, 0x1000);
+    failing("pmom_pdh_pm_stat_get", 0x1000, 0, 0);
     EXPECT_EQ(outline(report(1)), "ports-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16");
     vexo_cmi_pm_callback_register(nullptr);
     const uint64_t mark = kv_sim_journal_last();
@@ -1124,60 +1016,6 @@ TEST_F(NotifyContent, ACallbackThatIsReplacedDuringAReportGetsTheRestOfIt)
     EXPECT_EQ(outline(report(1)), "");
     EXPECT_EQ(laterRecords, 3);
 }
-
-uintptr_t stackTop()
-{
-    pthread_attr_t attributes;
-    void *start;
-    size_t size;
-    pthread_getattr_np(pthread_self(), &attributes);
-    pthread_attr_getstack(&attributes, &start, &size);
-    pthread_attr_destroy(&attributes);
-    return reinterpret_cast<uintptr_t>(start) + size;
-}
-
-std::atomic<uintptr_t> pmStackTop;
-
-TEST_F(NotifyContent, AWholeReportNeedsLessThan4KBytesOfStackAndNoHeap)
-{
-    if (SANITIZED)
-        GTEST_SKIP() << "a sanitizer has a stack and a heap of its own";
-    for (uint32_t pwId = 1; pwId <= 1024; ++pwId)
-        createPwe(pwId % 2 ? VEXO_PWE_TYPE_TDM_1 : VEXO_PWE_TYPE_ATM_3, pwId);
-    for (uint32_t l = 8; l <= 64; l += 8)
-        createGroup(l / 8, {l - 7, l - 6, l - 5, l - 4, l - 3, l - 2, l - 1, l});
-    vexo_cmi_pm_callback_register([](vexoPmNotification *) {
-        noteFrame(__builtin_frame_address(0));
-        ++delivered;
-    });
-    kv_sim_interval_end(1);
-    settle();
-    ASSERT_EQ(delivered, 1 + 1024 + 8);
-    EXPECT_EQ(memcmp(&stackWatch.heapBefore, &stackWatch.heapAfter, sizeof stackWatch.heapAfter),
-              0);
-
-    // From the start of the thread to the platform's processing, less what the C library has there
-    // in every thread, and from the platform's call of the handler to the deepest call out of it.
-    delivered = 0;
-    vexo_cmi_pm_callback_register([](vexoPmNotification *) { pmStackTop = stackTop(); });
-    report(1);
-    uintptr_t everyThread = 0;
-    pthread_t thread;
-    const auto body = [](void *depth) -> void * {
-        *static_cast<uintptr_t *>(depth) =
-            stackTop() - reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, body, &everyThread), 0);
-    pthread_join(thread, nullptr);
-    const uintptr_t depth =
-        pmStackTop - stackWatch.process - everyThread + stackWatch.handler - stackWatch.deepest;
-    RecordProperty("stack", static_cast<int>(depth));
-    EXPECT_LT(depth, 4096u);
-    EXPECT_GT(depth, sizeof(vexoPmNotification) + sizeof(pwProvList));
-}
-
-// ---- Callbacks replaced while events stream ----
 
 bool isWhole(const vexoAlarmNotification &alarm)
 {
