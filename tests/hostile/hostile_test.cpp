@@ -47,8 +47,6 @@ uint64_t fromEnvironment(const char *name, uint64_t otherwise)
 
 uint64_t seed, currentRound;
 
-// ---- One operation ----
-
 struct Passed {
     const describe::Argument *argument;
     uint8_t *start;
@@ -174,8 +172,6 @@ std::string runOperation(size_t index)
     return wrong.empty() ? "" : operation.name + (" " + wrong);
 }
 
-// ---- Callbacks ----
-
 void count(uint32_t type, bool report)
 {
     if (type < std::size(callbacks))
@@ -232,8 +228,6 @@ std::string callbackRound(uint64_t round)
     }
     return wrong;
 }
-
-// ---- The rounds ----
 
 constexpr unsigned STUCK_AFTER_SECONDS = 240;
 
