@@ -64,40 +64,33 @@ TEST_F(Pdh, ParamsSetReplacesWhatItNamesAndKeepsTheRest)
 
 TEST_F(Pdh, ASingleAttributeChangesItsFieldAlone)
 {
-    struct {
-        const char *name;
-        void (*set)(vexoResult *);
-        void (*expect)(pdhParams &);
-    } const rows[] = {
-        {"code", [](vexoResult *r) { vexo_cmi_pdh_code_set(VEXO_PDH_CODE_4, 2, r); },
-         [](pdhParams &p) { p.lineCode = pdhCode{4}; }},
-        {"frame", [](vexoResult *r) { vexo_cmi_pdh_frame_set(VEXO_PDH_FRAME_MODE_6, 2, r); },
-         [](pdhParams &p) { p.frameMode = pdhFrameMode{6}; }},
-        {"cable length", [](vexoResult *r) { vexo_cmi_pdh_cable_len_set(65536 + 9, 2, r); },
-         [](pdhParams &p) { p.cableLength = 9; }},
-        {"cable length of 65536", [](vexoResult *r) { vexo_cmi_pdh_cable_len_set(65536, 2, r); },
-         [](pdhParams &p) { p.cableLength = 0; }},
-        {"niu", [](vexoResult *r) { vexo_cmi_pdh_niu_set(VEXO_PDH_NIU_MODE_3, 2, r); },
-         [](pdhParams &p) { p.niuMode = pdhNiuMode{3}; }},
-        {"sync",
-         [](vexoResult *r) {
-             const vexoPdhSync sync{VEXO_PDH_SYNC_MODE_5, 0x77};
-             vexo_cmi_pdh_sync_set(&sync, 2, r);
-         },
-         [](pdhParams &p) {
-             p.clockMode = pdhClockMode{5};
-             p.clockParam = 0x77;
-         }},
-    };
-    markPlatformBytes(2);
-    for (const auto &row : rows) {
-        pdhParams expected = platformParams(2);
-        row.expect(expected);
-        row.set(&result);
+    const vexoPdhSync sync{VEXO_PDH_SYNC_MODE_5, 0x77};
+    pdhParams expected = markPlatformBytes(2);
+    const auto expectSent = [&](const char *name) {
         EXPECT_OK(result);
-        const pdhParams params = platformParams(2);
-        EXPECT_EQ(memcmp(&params, &expected, sizeof params), 0) << row.name;
-    }
+        const auto sent = given<pdhParams>("config_set_pdh_params");
+        EXPECT_EQ(memcmp(&sent, &expected, sizeof sent), 0) << name;
+    };
+    mark();
+    vexo_cmi_pdh_code_set(VEXO_PDH_CODE_4, 2, &result);
+    expected.lineCode = pdhCode{4};
+    expectSent("code");
+    vexo_cmi_pdh_frame_set(VEXO_PDH_FRAME_MODE_6, 2, &result);
+    expected.frameMode = pdhFrameMode{6};
+    expectSent("frame");
+    vexo_cmi_pdh_cable_len_set(65536 + 9, 2, &result);
+    expected.cableLength = 9;
+    expectSent("cable length");
+    vexo_cmi_pdh_cable_len_set(65536, 2, &result);
+    expected.cableLength = 0;
+    expectSent("cable length of 65536");
+    vexo_cmi_pdh_niu_set(VEXO_PDH_NIU_MODE_3, 2, &result);
+    expected.niuMode = pdhNiuMode{3};
+    expectSent("niu");
+    vexo_cmi_pdh_sync_set(&sync, 2, &result);
+    expected.clockMode = pdhClockMode{5};
+    expected.clockParam = 0x77;
+    expectSent("sync");
 }
 
 TEST_F(Pdh, ACableLengthOfZeroCallsNothing)
