@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -55,6 +56,7 @@ struct Twist {
     std::atomic<bool> processStuck{false}; // fails, and takes nothing
     std::atomic<bool> processHeld{false};  // waits meanwhile, and takes nothing
     std::atomic<int> holding{0};
+    std::atomic<void (*)()> atAlarmLog{nullptr}; // done before an alarm event is logged
 } twist;
 
 template <class F>
@@ -78,6 +80,21 @@ static kvRc process(kvRc (*real)())
         std::this_thread::sleep_for(1ms);
     --twist.holding;
     return KV_OK;
+}
+
+int kv_log(int level, int module, const char *file, const char *function, int line,
+           const char *format, ...)
+{
+    REAL(kv_log);
+    void (*const also)() = twist.atAlarmLog;
+    if (also && strcmp(function, "alarm_notification_handler") == 0)
+        also();
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return real(level, module, file, function, line, "%s", text);
 }
 
 kvRc pmom_process_notification()
@@ -776,6 +793,17 @@ TEST_F(NotifyContent, AlarmEventsOfEveryObjectTypeArriveAsThePlatformGaveThem)
             memcpy(words.data(), alarms.data(), words.size() * sizeof(uint32_t));
         EXPECT_EQ(words, row.words) << "object type " << row.type;
     }
+}
+
+TEST_F(NotifyContent, AnAlarmGoesToTheCallbackThatWasThereWhenItCame)
+{
+    twist.atAlarmLog = [] { vexo_cmi_alarm_callback_register(nullptr); };
+    kv_sim_alarm_send(KV_SIM_PDH, 1, 1, 1);
+    kv_sim_alarm_send(KV_SIM_PDH, 1, 2, 2);
+    settle();
+    twist.atAlarmLog = nullptr;
+    ASSERT_EQ(alarms.size(), 1u);
+    EXPECT_EQ(alarms[0].object.status, 1u);
 }
 
 uint32_t counter(uint32_t type, uint32_t number, uint32_t word)
