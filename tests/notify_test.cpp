@@ -804,6 +804,7 @@ TEST_F(NotifyContent, AnAlarmGoesToTheCallbackThatWasThereWhenItCame)
     twist.atAlarmLog = nullptr;
     ASSERT_EQ(alarms.size(), 1u);
     EXPECT_EQ(alarms[0].object.status, 1u);
+    EXPECT_EQ(logSince(0).size(), 1u) << "what nobody listens to is logged";
 }
 
 uint32_t counter(uint32_t type, uint32_t number, uint32_t word)
@@ -1055,7 +1056,10 @@ TEST_F(NotifyContent, AnIntervalThatTheLibraryDoesNotKnowIsReadAsReceivedAndRepo
 TEST_F(NotifyContent, AnEmptyDeviceReportsPortsAllTheSameAndNobodyListeningReadsNothing)
 {
     failing("pmom_pdh_pm_stat_get", 0x1000, 0, 0);
-    EXPECT_EQ(outline(report(1)), "ports-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16");
+    const std::string noPort = "ports-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16";
+    EXPECT_EQ(outline(report(1)), noPort);
+    failing("GetObjectCount", 0, 0, 0);
+    EXPECT_EQ(outline(report(1)), noPort) << "no port at all";
     vexo_cmi_pm_callback_register(nullptr);
     const uint64_t mark = kv_sim_journal_last();
     EXPECT_EQ(outline(report(1)), "");
