@@ -444,7 +444,7 @@ TEST_F(PweRecord, IsReadAsOffOrClearWhereAFieldIsNot1)
 {
     for (const uint32_t word : {0u, 2u}) {
         Bytes<pwConfig> record{0};
-        for (const size_t offset : {68, 92, 104, 108})
+        for (const size_t offset : {68u, 92u, 104u, 108u})
             record.put(offset, word);
         const auto read = [&](uint32_t type) {
             record.put(0, type);

@@ -449,7 +449,7 @@ TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
             continue;
         ++pairs;
         SCOPED_TRACE(setter.name);
-        for (uint32_t variant : {0, 1, 2}) {
+        for (uint32_t variant : {0u, 1u, 2u}) {
             ASSERT_NO_FATAL_FAILURE(prepareFor(setter, variant));
             Invocation set{setter, variant};
             set.call(&result);
