@@ -455,7 +455,8 @@ class Session(Device):
         self.documents(['misc dbg init "info=a b" # and a comment\r', "\r", "  # nothing",
                         r"""misc 'dbg' init info=it\'s'\ '"\"#x" """, "sys\ttpid set tpid=0x88A8"])
         self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], 'it\'s\\ "#x')
-        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x88A8)
+        shown = self.vexoctl(text="sys tpid get --json\nsys tpid get").stdout.splitlines()
+        self.assertEqual((json.loads(shown[0])["tpid"], shown[1:]), (0x88A8, ["tpid: 0x88a8"]))
 
     def test_the_prompt_completes_remembers_and_survives_ctrl_c(self):
         try:
