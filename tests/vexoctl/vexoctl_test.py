@@ -686,6 +686,16 @@ class Surroundings(Device):
         self.assertEqual(self.document("sys", "tpid", "get", "--device", other)["tpid"], 0x1111)
         self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x1234)
 
+    def test_a_fault_lets_calls_pass_first_and_the_journal_has_their_records(self):
+        self.document("sim", "fault", "add", "function=config_get_pwe_if", "value=2", "skip=1",
+                      "times=1")
+        for status in (0, 1, 0):
+            self.document("sys", "lops", "get", status=status)
+        self.document("sys", "lops", "set", "first=0x1234", "second=2")
+        for records, shown in ((0, False), (1, True)):
+            [call] = self.document("sim", "journal", "last=1", f"records={records}")["calls"]
+            self.assertEqual("34120000" in call.get("record", ""), shown)
+
     def test_a_device_file_that_cannot_be_used_is_refused_and_left_alone(self):
         file = self.folder / "notes"
         file.write_text("not a device")
