@@ -53,6 +53,8 @@ def values(row: dict) -> str:
         parts.append(f"up to {row['limit']}")
     if "condition" in row:
         parts.append(f"only with `{row['condition']}`")
+    if "applied" in row:
+        parts.append(row["applied"])
     return ", ".join(parts)
 
 
