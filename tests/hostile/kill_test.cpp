@@ -1,4 +1,4 @@
-// Processes killed at random moments, while others use the same device: KILL_COUNT times.
+// Hosts and vexoctl killed at random moments, while others use the same device: KILL_COUNT times.
 #include "../device.h"
 #include "chance.h"
 
@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -31,6 +32,12 @@ class Kill : public testing::Test
         folder_ = testing::TempDir() + "kill-XXXXXX";
         ASSERT_TRUE(mkdtemp(folder_.data()));
         device_ = folder_ + "/device";
+        std::ofstream script{folder_ + "/script"};
+        for (int n = 1; n <= 20000; ++n)
+            script << "pdh params set port=1 adminStatus=1 frameMode=1 lineCode=1 cableLength=" << n
+                   << " syncMode=1 syncParam=" << n << " niuMode=1 auxParam=" << n << "\n"
+                   << "sys lops set first=" << n << " second=" << n << "\n"
+                   << "pdh alarms set alarmBits=" << n << "\n";
     }
     void TearDown() override { std::filesystem::remove_all(folder_); }
 
@@ -53,6 +60,17 @@ class Kill : public testing::Test
         int status = 0;
         waitpid(start(body), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    pid_t startTool() const
+    {
+        return start([&] {
+            if (!freopen("/dev/null", "w", stdout))
+                return 98;
+            const std::string script = folder_ + "/script";
+            execl(VEXOCTL, "vexoctl", "--script", script.c_str(), nullptr);
+            return 97;
+        });
     }
 
     std::string folder_, device_;
@@ -114,16 +132,24 @@ bool canSubscribe()
     return heard;
 }
 
+// Whether one of the latest calls, behind `from`, is the process's.
+bool hasCalled(pid_t process, uint64_t from = 0)
+{
+    kvSimCall call;
+    const uint64_t last = kv_sim_journal_last();
+    for (uint64_t n = last; n > from && last - n < 1000; --n)
+        if (kv_sim_journal_get(n, &call) == 0 && call.process == static_cast<uint32_t>(process))
+            return true;
+    return false;
+}
+
 // Whether a process goes on: makes calls after those there are, or after a reset.
 bool goesOn(pid_t process)
 {
     const uint64_t from = kv_sim_journal_last();
     for (const auto end = steady_clock::now() + 30s; steady_clock::now() < end;) {
-        kvSimCall call;
-        const uint64_t last = kv_sim_journal_last();
-        for (uint64_t n = last; n > (last < from ? 0 : from) && last - n < 1000; --n)
-            if (kv_sim_journal_get(n, &call) == 0 && call.process == static_cast<uint32_t>(process))
-                return true;
+        if (hasCalled(process, kv_sim_journal_last() < from ? 0 : from))
+            return true;
         std::this_thread::sleep_for(1ms);
     }
     return false;
@@ -179,30 +205,36 @@ TEST_F(Kill, LeavesTheDeviceUsableAndNothingHalfDone)
     const char *given = getenv("KILL_COUNT");
     const int wanted = given ? atoi(given) : 300;
     chance().start(1, 0);
-    int kills = 0;
+    int kills = 0, busy = 0, atWork = 0;
     while (kills < wanted && !HasFailure()) {
         // At first it is mostly the making of the device that is cut short.
         const bool anew = kills < wanted / 3;
         if (anew)
             std::filesystem::remove(device_);
-        const pid_t first = start(keepChanging);
+        const bool isTool = kills % 2 != 0;
+        const pid_t first = isTool ? startTool() : start(keepChanging);
         const pid_t second = start(keepChanging);
         const pid_t listener = start(listen);
-        std::this_thread::sleep_for(microseconds{chance().below(anew ? 1000 : 10000)});
+        std::this_thread::sleep_for(microseconds{chance().below(anew     ? 1000
+                                                                : isTool ? 80000
+                                                                         : 10000)});
         kill(first);
+        if (isTool)
+            atWork += onDevice([=] { return hasCalled(first) ? 1 : 0; });
         EXPECT_EQ(onDevice([=] { return goesOn(second) ? 0 : 1; }), 0)
             << "the other process does not go on";
         kill(listener);
         kill(second);
+        busy += onDevice([] { return kv_sim_journal_last() > 1000 ? 1 : 0; });
         kills += 3;
         EXPECT_EQ(onDevice(wholeness), WHOLE) << "after " << kills << " kills";
         if (kills % 30 == 0) {
             EXPECT_EQ(onDevice([] { return canSubscribe() ? 0 : 1; }), 0) << "no event is heard";
         }
     }
-    printf("%d kills\n", kills);
-    EXPECT_EQ(onDevice([] { return kv_sim_journal_last() > 1000 ? 0 : 1; }), 0)
-        << "the kills came too soon";
+    printf("%d kills, of vexoctl at work %d\n", kills, atWork);
+    EXPECT_GT(busy, 0) << "the kills came too soon";
+    EXPECT_GT(atWork, 0) << "vexoctl was killed before it had called anything";
 }
 
 } // namespace
