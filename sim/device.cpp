@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 
 #include <fcntl.h>
@@ -185,9 +186,28 @@ State *openFile(const char *path)
     return state;
 }
 
+// A process that is killed as it is woken to take the lock takes the waking with it, and those who
+// wait besides would sleep for ever: they look again by themselves.
+int waitForMutex(State &state)
+{
+    constexpr long LOOK_AGAIN_NS = 100000000;
+    int outcome = pthread_mutex_trylock(&state.mutex);
+    while (outcome == EBUSY || outcome == ETIMEDOUT) {
+        timespec until;
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_nsec += LOOK_AGAIN_NS;
+        if (until.tv_nsec >= 1000000000) {
+            until.tv_nsec -= 1000000000;
+            ++until.tv_sec;
+        }
+        outcome = pthread_mutex_timedlock(&state.mutex, &until);
+    }
+    return outcome;
+}
+
 void lock(State &state)
 {
-    if (pthread_mutex_lock(&state.mutex) == EOWNERDEAD) {
+    if (waitForMutex(state) == EOWNERDEAD) {
         putBack(state);
         if (!state.delivered)
             redeliver(state);
