@@ -36,7 +36,7 @@ static void onAlarm(vexoAlarmNotification *alarm)
         printf("alarm: IMA %s %u: active 0x%08X, changed 0x%08X\n",
                alarm->ima.imaType == VEXO_IMA_TYPE_GROUP ? "group" : "link", alarm->ima.groupId,
                alarm->ima.status, alarm->ima.delta);
-    else
+    else if (alarm->objType < sizeof objects / sizeof objects[0])
         printf("alarm: %s %u: active 0x%08X, changed 0x%08X\n", objects[alarm->objType],
                alarm->object.objId, alarm->object.status, alarm->object.delta);
 }

@@ -85,7 +85,10 @@ int main(int argc, char **argv)
     std::string device;
     std::string script;
     app.add_flag("--json", json, "Print one JSON document per command");
-    app.add_option("--device", device, "File of the simulated device")->type_name("FILE");
+    app.add_option("--device", device,
+                   "File of the simulated device, also KV_SIM_DEVICE;\n"
+                   "without either, a new one for each process")
+        ->type_name("FILE");
     app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
     app.set_version_flag("--version", "vexoctl " VEXO_CMI_VERSION);
