@@ -1,5 +1,6 @@
 #!/bin/sh
 # What the built library shows the loader: symbols.sh CHECK LIBRARY SOURCE-FOLDER
+# Whether all of FILE is bound at load:    symbols.sh bound FILE...
 set -eu
 export LC_ALL=C
 check=$1 library=$2 source=$3
@@ -37,6 +38,15 @@ needed)
 open)
     ldd -r "$library" 2>&1 | sed -n 's/^undefined symbol: \([^[:space:]]*\).*/\1/p' >"$work/open"
     echo gorvGetVersion | diff -u - "$work/open"
+    ;;
+bound)
+    shift
+    for file; do
+        readelf -d "$file" | grep -qE '\(FLAGS_1\).* NOW' || {
+            echo "$file leaves functions to be bound at their first call."
+            exit 1
+        }
+    done
     ;;
 *)
     exit 2
