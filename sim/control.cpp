@@ -390,6 +390,21 @@ int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
     });
 }
 
+int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
+{
+    return control([=](Hold &hold) {
+        unsigned left = index;
+        for (const Subscriber &subscriber : hold->subscribers) {
+            if (subscriber.service == Service::none || left-- > 0)
+                continue;
+            *subscription = {subscriber.process, subscriber.service == Service::pm,
+                             queued(subscriber), subscriber.lost};
+            return KV_OK;
+        }
+        return fail(NO_OBJECT, "there is no subscription %u", index);
+    });
+}
+
 int kv_sim_upgrade_fail(uint32_t state)
 {
     return control([=](Hold &hold) {

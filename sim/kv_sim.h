@@ -167,6 +167,17 @@ KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter
  * were lost because one had 4095 waiting. */
 KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
 
+/** A process that listens to the device. */
+typedef struct kvSimSubscription {
+    uint32_t process;
+    uint32_t pm;      /**< 0: to the alarms; 1: to the ends of the PM intervals */
+    uint32_t waiting; /**< notifications that it has not taken yet */
+    uint64_t lost;    /**< those that found 4095 waiting, since it subscribed */
+} kvSimSubscription;
+
+/** The subscription with this index, from 0. -1 when there are no more. */
+KV_SIM_EXPORT int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription);
+
 /* Software upgrade */
 
 /** Makes software loads fail when they reach this state (2 to 5 of the platform); 0: none fails. */

@@ -19,11 +19,6 @@ namespace sim
 namespace
 {
 
-uint32_t queued(const Subscriber &subscriber)
-{
-    return (subscriber.head - subscriber.tail) % EVENTS;
-}
-
 // Rings the doorbell, or forgets the subscriber when nobody is behind it any more. When it can't be
 // rung, for want of a descriptor, the next event will try again.
 void ring(Subscriber &subscriber)
@@ -46,6 +41,11 @@ void ring(Subscriber &subscriber)
 
 } // namespace
 
+uint32_t queued(const Subscriber &subscriber)
+{
+    return (subscriber.head - subscriber.tail) % EVENTS;
+}
+
 void notify(Hold &hold, Service service, const alarmEvent &event)
 {
     for (Subscriber &subscriber : hold->subscribers) {
@@ -54,6 +54,7 @@ void notify(Hold &hold, Service service, const alarmEvent &event)
         const bool full = queued(subscriber) == EVENTS - 1;
         if (full) {
             ++hold->lost;
+            ++subscriber.lost;
         } else {
             subscriber.events[subscriber.head % EVENTS] = event;
             hold.edit(subscriber.head) = (subscriber.head + 1) % EVENTS;
@@ -148,6 +149,7 @@ kvRc Subscription::subscribe(Hold &hold)
         memcpy(free.name, name.sun_path, sizeof free.name);
         free.process = static_cast<uint32_t>(getpid());
         free.head = free.tail = free.rung = free.busy = 0;
+        free.lost = 0;
         hold.edit(free.service) = service_;
         slot_ = i;
         setTimer(hold);

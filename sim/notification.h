@@ -10,6 +10,9 @@ namespace sim
 // Queues an event for all subscribers of a service and rings their doorbells.
 void notify(Hold &hold, Service service, const alarmEvent &event);
 
+// How many events a subscriber has not taken yet.
+uint32_t queued(const Subscriber &subscriber);
+
 // Rings the doorbells of a service's subscribers without an event, so that they look at the clock.
 void wake(Hold &hold, Service service);
 

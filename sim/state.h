@@ -103,6 +103,7 @@ struct Subscriber {
     uint32_t busy; // taking a notification
     uint32_t head;
     uint32_t tail;
+    uint64_t lost; // events, since it subscribed
     uint8_t name[16];
     uint32_t nameSize;
     alarmEvent events[EVENTS]; // of the PM service: the interval in the first word

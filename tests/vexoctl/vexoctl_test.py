@@ -560,6 +560,31 @@ class Notifications(Device):
         self.assertEqual(self.vexoctl("watch", "pm", "--for", "1").returncode, 0)
         self.assertGreaterEqual(time.monotonic() - begin, 1)
 
+    def test_events_that_a_watch_lost_are_counted_and_its_status_tells(self):
+        for words, output in (["watch", "alarms"], "stderr"), (["--json", "watch", "alarms"], "stdout"):
+            process = self.started(*words)
+            process.send_signal(signal.SIGSTOP)
+            self.document("sim", "alarm", "burst", "type=pdh", "number=3", "status=1", "delta=1",
+                          "count=5000")
+            [listener] = self.document("sim", "subscriptions")["subscriptions"]
+            self.assertEqual(listener, {"process": process.pid, "service": "alarms",
+                                        "waiting": 4095, "lost": 905})
+            process.send_signal(signal.SIGCONT)
+            self.assertEqual(process.stderr.readline(), "vexoctl: watch: 905 events were lost\n")
+            process.send_signal(signal.SIGINT)
+            told = dict(zip(("stdout", "stderr"), process.communicate(timeout=60)))
+            self.assertEqual(process.returncode, 1)
+            self.assertIn("905 events were lost", told[output][-200:])
+            self.assertEqual(told["stdout"].count("objId" if output == "stdout" else "alarm PDH"), 4095)
+
+    def test_a_watch_whose_subscription_is_refused_says_so_and_fails(self):
+        for function, service in ("alarm_subscribe", "alarms"), ("pmom_subscribe", "PM reports"):
+            self.document("sim", "fault", "add", f"function={function}", "value=128")
+            done = self.vexoctl("watch", "for=60")
+            self.assertEqual((done.returncode, done.stdout), (1, ""))
+            self.assertIn(f"refused or ended the subscription to {service}", done.stderr)
+            self.document("sim", "fault", "clear")
+
     def test_an_upgrade_is_followed_through_its_states(self):
         for failing, states in ((0, [2, 3, 4, 5]), (4, [2, 3, 6])):
             self.document("sim", "clock", "stop")

@@ -34,7 +34,8 @@ constexpr Command COMMANDS[] = {
      "alarm events and PM reports as they come",
      "Prints alarm events and PM reports as they come, one line each, until N lines\n"
      "have been printed, the time is over or SIGINT or SIGTERM comes. Without\n"
-     "'alarms' or 'pm', both.\n"},
+     "'alarms' or 'pm', both. The exit status is 1 when the subscription is refused\n"
+     "and when events were lost, which standard error tells.\n"},
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state\n"
      "is none of 2, 3 and 4. The exit status is 0 whatever the last state is.\n"},

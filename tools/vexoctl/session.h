@@ -66,6 +66,9 @@ void metrics(const Words &words, bool json);
 // ---- The simulated device ----
 
 bool isSimulated();
+// Alarm events and PM reports that this process has lost; a device of its own platform's tells
+// nothing of it, and 0 is given.
+uint64_t lostEvents();
 // Names the device's file; before anything else.
 void useDevice(const std::string &file);
 const std::vector<describe::Operation> &simOperations();

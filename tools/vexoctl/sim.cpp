@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 namespace vexoctl
 {
@@ -258,6 +259,19 @@ void sim_om_set(SimType type, uint32_t number, uint32_t counter, uint32_t value,
     report(SIM(kv_sim_om_set)(type, number, counter, whole), result);
 }
 
+void sim_subscriptions(vexoResult *result)
+{
+    report(SIM(kv_sim_open)(), result);
+    Json rows = Json::array();
+    kvSimSubscription subscription;
+    for (unsigned i = 0; SIM(kv_sim_subscription_get)(i, &subscription) == 0; ++i)
+        rows.push_back(Json{{"process", subscription.process},
+                            {"service", subscription.pm ? "pm" : "alarms"},
+                            {"waiting", subscription.waiting},
+                            {"lost", subscription.lost}});
+    output = Json{{"subscriptions", rows}};
+}
+
 void sim_upgrade_fail(uint32_t state, vexoResult *result)
 {
     report(SIM(kv_sim_upgrade_fail)(state), result);
@@ -268,6 +282,16 @@ void sim_upgrade_fail(uint32_t state, vexoResult *result)
 bool isSimulated()
 {
     return SIM(kv_sim_open) != nullptr;
+}
+
+uint64_t lostEvents()
+{
+    uint64_t lost = 0;
+    kvSimSubscription subscription;
+    for (unsigned i = 0; isSimulated() && SIM(kv_sim_subscription_get)(i, &subscription) == 0; ++i)
+        if (subscription.process == static_cast<uint32_t>(getpid()))
+            lost += subscription.lost;
+    return lost;
 }
 
 void useDevice(const std::string &file)
@@ -330,6 +354,9 @@ const struct {
     {OPERATION(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
     {OPERATION(sim_interval_period, {"interval"}, {"seconds"}),
      "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
+    {OPERATION(sim_subscriptions), "Shows which processes listen to alarms and PM reports, how "
+                                   "many events wait for each, and how "
+                                   "many it has lost because 4095 were waiting."},
     {OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"word"}, {"value"}),
      "Sets a word of an object's PM counters in the running interval, counted from the first "
      "behind the seven leading ones of the platform's record."},

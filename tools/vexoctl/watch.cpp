@@ -7,8 +7,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
+#include <set>
 
 #include <unistd.h>
 
@@ -70,6 +72,13 @@ void print(const Json &document, const std::string &line)
     else
         std::cout << line << std::endl;
     ++printed;
+}
+
+Failure failureOf(const std::string &text)
+{
+    Failure failure{"watch", {VEXO_RC_GENERAL, {}}};
+    strcpy_n(failure.result.message, text.c_str(), sizeof failure.result.message);
+    return failure;
 }
 
 std::string hex(uint32_t bits)
@@ -206,6 +215,69 @@ void onPm(vexoPmNotification *pm)
     memset(pm, 0xFF, sizeof *pm);
 }
 
+// The threads of this process.
+std::set<std::string> threads()
+{
+    std::set<std::string> found;
+    for (const auto &entry : std::filesystem::directory_iterator{"/proc/self/task"})
+        found.insert(entry.path().filename());
+    return found;
+}
+
+// One of the library's notification services. Registering says nothing of a subscription that the
+// platform refuses: the service's thread is gone then.
+class Service
+{
+  public:
+    template <class Callback>
+    Service(const char *name, void (*registration)(Callback), Callback callback) : name_{name}
+    {
+        const auto before = threads();
+        registration(callback);
+        for (const std::string &thread : threads())
+            if (!before.contains(thread))
+                threads_.insert(thread);
+    }
+
+    void check() const
+    {
+        const auto running = threads();
+        if (std::ranges::none_of(threads_, [&](const auto &own) { return running.contains(own); }))
+            throw failureOf(std::string{"the platform refused or ended the subscription to "} +
+                            name_ + "; its log tells why");
+    }
+
+  private:
+    const char *const name_;
+    std::set<std::string> threads_; // the service's own and those that the platform starts with it
+};
+
+// Tells of events that were lost, when that is noticed.
+class Losses
+{
+  public:
+    void look()
+    {
+        const uint64_t lost = lostEvents();
+        if (lost > told_)
+            std::cerr << "vexoctl: watch: " << lost - told_ << " events were lost" << std::endl;
+        told_ = std::max(told_, lost);
+    }
+    void check() const
+    {
+        if (told_ > 0)
+            throw failureOf(std::to_string(told_) + " events were lost");
+    }
+
+  private:
+    uint64_t told_ = 0;
+};
+
+// Whatever ends a watch, no callback comes after it.
+struct Stop {
+    ~Stop() { vexo_cmi_fini(); }
+};
+
 bool isOver(const Limits &limits, Clock::time_point start)
 {
     if (limits.count && printed >= limits.count)
@@ -232,14 +304,22 @@ void watch(const Words &given, bool json)
     allowed = limits.count;
 
     Signals signals;
+    const Stop stop;
+    std::vector<Service> services;
     if (alarms || !pm)
-        vexo_cmi_alarm_callback_register(onAlarm);
+        services.emplace_back("alarms", vexo_cmi_alarm_callback_register, onAlarm);
     if (pm || !alarms)
-        vexo_cmi_pm_callback_register(onPm);
+        services.emplace_back("PM reports", vexo_cmi_pm_callback_register, onPm);
+    Losses losses;
     const auto start = Clock::now();
-    while (!isOver(limits, start) && !signals.wait(std::chrono::milliseconds{50})) {
-    }
-    vexo_cmi_fini();
+    bool over;
+    do {
+        over = isOver(limits, start) || signals.wait(std::chrono::milliseconds{50});
+        losses.look();
+        for (const Service &service : services)
+            service.check();
+    } while (!over);
+    losses.check();
 }
 
 namespace
