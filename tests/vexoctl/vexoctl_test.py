@@ -597,7 +597,7 @@ class Notifications(Device):
                 self.assertEqual(line["fileName"], "load.bin")
                 shown.append(line["state"])
                 self.document("sim", "clock", "advance", "seconds=5")
-            self.assertEqual(process.wait(20), 0)
+            self.assertEqual(process.wait(20), 1 if failing else 0)
             self.assertEqual(shown, states)
 
 
@@ -721,6 +721,25 @@ class Surroundings(Device):
             [call] = self.document("sim", "journal", "last=1", f"records={records}")["calls"]
             self.assertEqual("34120000" in call.get("record", ""), shown)
 
+    def test_a_person_is_told_once_that_the_device_is_gone_with_the_process(self):
+        named = self.environment.copy()
+        unnamed = {name: value for name, value in named.items() if name != "KV_SIM_DEVICE"}
+        command = "sys tpid set tpid=0x1234\nsys tpid get\n"
+        for environment, words, terminal, times in (
+                (unnamed, [], True, 1), (unnamed, ["watch", "for=1"], True, 1),
+                (unnamed, ["metrics"], True, 1), (unnamed, ["help"], True, 0),
+                ({**unnamed, "KV_SIM_DEVICE": ""}, [], True, 1), (unnamed, [], False, 0),
+                (named, [], True, 0), (unnamed, ["--device", named["KV_SIM_DEVICE"]], True, 0)):
+            leader, follower = pty.openpty() if terminal else os.pipe()
+            done = subprocess.run([VEXOCTL, *words], input=command, env=environment, text=True,
+                                  stdout=subprocess.PIPE, stderr=follower, check=False, timeout=60)
+            os.write(follower, b"end\n")
+            os.close(follower)
+            told = os.read(leader, 4096).decode()
+            os.close(leader)
+            self.assertEqual((done.returncode, told.count("gone with this process")), (0, times),
+                             (words, told))
+
     def test_a_device_file_that_cannot_be_used_is_refused_and_left_alone(self):
         file = self.folder / "notes"
         file.write_text("not a device")
@@ -731,11 +750,12 @@ class Surroundings(Device):
         self.assertEqual(file.read_text(), "not a device")
 
     def test_output_that_cannot_be_written_is_a_failure_and_gets_nowhere_else(self):
-        with open("/dev/full", "w", encoding="ascii") as full:
-            done = subprocess.run([VEXOCTL, "list"], stdout=full, stderr=subprocess.PIPE,
-                                  env=self.environment, text=True, check=False)
-        self.assertEqual(done.returncode, 1)
-        self.assertIn("cannot write", done.stderr)
+        for words in (["list"], ["metrics"], ["--help"], ["--version"], ["pdh", "--help"]):
+            with open("/dev/full", "w", encoding="ascii") as full:
+                done = subprocess.run([VEXOCTL, *words], stdout=full, stderr=subprocess.PIPE,
+                                      env=self.environment, text=True, check=False)
+            self.assertEqual(done.returncode, 1, words)
+            self.assertIn("cannot write: No space left on device", done.stderr, words)
         done = subprocess.run(["sh", "-c", '"$0" sys tpid get >&-', VEXOCTL], text=True,
                               stderr=subprocess.PIPE, env=self.environment, check=False)
         self.assertEqual(done.returncode, 1)

@@ -38,7 +38,7 @@ constexpr Command COMMANDS[] = {
      "and when events were lost, which standard error tells.\n"},
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state\n"
-     "is none of 2, 3 and 4. The exit status is 0 whatever the last state is.\n"},
+     "is none of 2, 3 and 4. The exit status is 1 when that is 6: the load failed.\n"},
     {"metrics", "metrics [pwes=N] [groups=N]", "counters and alarms once, as OpenMetrics text",
      "Prints counters and alarms once, as OpenMetrics text, of the PDH ports 1 to 16,\n"
      "the pseudowires 1 to N (1024) and the IMA groups 1 to N (8), as far as there are.\n"

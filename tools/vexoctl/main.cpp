@@ -104,9 +104,13 @@ int main(int argc, char **argv)
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &help) {
         Session session{json, false};
-        return app.remaining().empty() ? app.exit(help) : helpWith(session, app.remaining());
+        if (!app.remaining().empty())
+            return helpWith(session, app.remaining());
+        app.exit(help);
+        return finish(SUCCESS);
     } catch (const CLI::Success &version) {
-        return app.exit(version);
+        app.exit(version);
+        return finish(SUCCESS);
     } catch (const CLI::ParseError &error) {
         const bool inJson = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
         return Session{inJson, false}.refuse(error.what());

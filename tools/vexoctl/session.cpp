@@ -6,8 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <utility>
+
+#include <unistd.h>
 
 namespace vexoctl
 {
@@ -52,7 +56,58 @@ void refuseOptions(const Words &words)
             throw UsageError("there is no option '" + word + "' here" + hint(word, OPTIONS));
 }
 
+// What std::cout is written through. The stream itself forgets why it could not be written.
+class Output : public std::streambuf
+{
+  public:
+    Output() : before_{std::cout.rdbuf(this)} {}
+    ~Output() override { std::cout.rdbuf(before_); }
+
+    int error() const { return error_; }
+
+  protected:
+    std::streamsize xsputn(const char *text, std::streamsize size) override
+    {
+        const auto length = static_cast<size_t>(size);
+        return keep(fwrite(text, 1, length, stdout) == length) ? size : 0;
+    }
+    int_type overflow(int_type character) override
+    {
+        return keep(putchar(character) != EOF) ? character : EOF;
+    }
+    int sync() override { return keep(fflush(stdout) == 0) ? 0 : -1; }
+
+  private:
+    bool keep(bool written)
+    {
+        if (!written && error_ == 0)
+            error_ = errno;
+        return written;
+    }
+
+    std::streambuf *const before_;
+    int error_ = 0;
+} output;
+
+// Once, and only where a person reads it.
+void tellOfPrivateDevice()
+{
+    static bool told = !isatty(STDERR_FILENO) || !isPrivateDevice();
+    if (!std::exchange(told, true))
+        std::cerr << "vexoctl: neither --device nor KV_SIM_DEVICE names a simulated device: this "
+                     "one is in memory, and gone with this process"
+                  << std::endl;
+}
+
 } // namespace
+
+Status finish(Status status)
+{
+    if (std::cout.flush())
+        return status;
+    std::cerr << "vexoctl: cannot write: " << strerror(output.error()) << std::endl;
+    return FAILURE;
+}
 
 void Session::show(const Json &document) const
 {
@@ -79,6 +134,7 @@ void Session::operate(const Words &words)
     size_t count = 0;
     const Operation &operation = operationOf(words, count);
     Invocation invocation{operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}};
+    tellOfPrivateDevice();
     const vexoResult &result = invocation.call();
     Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
     outputs.update(takeSimOutput());
@@ -137,12 +193,12 @@ void Session::help(const Words &words) const
 
 void Session::dispatch(const Words &words)
 {
-    if (words[0] == "watch")
-        return watch(words, json_);
-    if (words[0] == "follow")
-        return follow(words, json_);
-    if (words[0] == "metrics")
-        return metrics(words, json_);
+    static const std::map<std::string, void (*)(const Words &, bool)> own{
+        {"watch", watch}, {"follow", follow}, {"metrics", metrics}};
+    if (const auto found = own.find(words[0]); found != own.end()) {
+        tellOfPrivateDevice();
+        return found->second(words, json_);
+    }
     if (words[0] == "complete") {
         for (const std::string &word : completions({words.begin() + 1, words.end()}))
             std::cout << word << "\n";
@@ -179,12 +235,7 @@ Status Session::execute(const Words &given)
                       << failure.result.message << std::endl;
         status = FAILURE;
     }
-    errno = 0;
-    if (!std::cout.flush()) {
-        std::cerr << "vexoctl: cannot write: " << strerror(errno) << std::endl;
-        return FAILURE;
-    }
-    return status;
+    return finish(status);
 }
 
 Status Session::execute(const std::string &line)

@@ -20,6 +20,9 @@ struct Failure {
     vexoResult result;
 };
 
+// Ends a command's output: FAILURE, and a message, when it could not be written.
+Status finish(Status status);
+
 class Session
 {
   public:
@@ -66,6 +69,8 @@ void metrics(const Words &words, bool json);
 // ---- The simulated device ----
 
 bool isSimulated();
+// Whether it is of this process alone.
+bool isPrivateDevice();
 // Alarm events and PM reports that this process has lost; a device of its own platform's tells
 // nothing of it, and 0 is given.
 uint64_t lostEvents();

@@ -284,6 +284,12 @@ bool isSimulated()
     return SIM(kv_sim_open) != nullptr;
 }
 
+bool isPrivateDevice()
+{
+    const char *const file = getenv("KV_SIM_DEVICE");
+    return isSimulated() && (!file || !*file);
+}
+
 uint64_t lostEvents()
 {
     uint64_t lost = 0;

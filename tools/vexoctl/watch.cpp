@@ -74,9 +74,9 @@ void print(const Json &document, const std::string &line)
     ++printed;
 }
 
-Failure failureOf(const std::string &text)
+Failure failureOf(const char *command, const std::string &text)
 {
-    Failure failure{"watch", {VEXO_RC_GENERAL, {}}};
+    Failure failure{command, {VEXO_RC_GENERAL, {}}};
     strcpy_n(failure.result.message, text.c_str(), sizeof failure.result.message);
     return failure;
 }
@@ -243,8 +243,9 @@ class Service
     {
         const auto running = threads();
         if (std::ranges::none_of(threads_, [&](const auto &own) { return running.contains(own); }))
-            throw failureOf(std::string{"the platform refused or ended the subscription to "} +
-                            name_ + "; its log tells why");
+            throw failureOf("watch",
+                            std::string{"the platform refused or ended the subscription to "} +
+                                name_ + "; its log tells why");
     }
 
   private:
@@ -266,7 +267,7 @@ class Losses
     void check() const
     {
         if (told_ > 0)
-            throw failureOf(std::to_string(told_) + " events were lost");
+            throw failureOf("watch", std::to_string(told_) + " events were lost");
     }
 
   private:
@@ -372,6 +373,8 @@ void follow(const Words &given, bool json)
     } while (isUnderWay(info.state) && !isOver(limits, start) &&
              !signals.wait(std::chrono::milliseconds{100}));
     turnWheel(false);
+    if (info.state == VEXO_UPGRADE_STATE_6)
+        throw failureOf("follow upgrade", "the load failed");
 }
 
 } // namespace vexoctl
