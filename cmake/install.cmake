@@ -1,4 +1,5 @@
 # What is installed, in four components: runtime, development, tools, simulator.
+include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vexo_cmi)

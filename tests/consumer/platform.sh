@@ -1,9 +1,9 @@
 #!/bin/sh
-# Builds everything for the platform libraries in FOLDER, and runs a host on that:
-# platform.sh SOURCE FOLDER BUILD HOST
+# Builds a host within a project that takes this one in, for the platform libraries in FOLDER, and
+# runs it: platform.sh SOURCE FOLDER BUILD
 set -eu
-source=$1 folder=$2 build=$3 host=$4
-cmake -S "$source" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DBUILD_TESTING=OFF \
+source=$1 folder=$2 build=$3
+cmake -S "$source/tests/consumer/parent" -B "$build" -DFETCHCONTENT_SOURCE_DIR_VEXO_CMI="$source" \
     -DVEXO_CMI_PLATFORM_DIR="$folder" >/dev/null
 cmake --build "$build" -j2
-LD_LIBRARY_PATH=$build/src "$host"
+"$build/consumer"

@@ -5,6 +5,8 @@ set -eu
 library=$1 compiler=$2 folder=$3
 rm -rf "$folder"
 mkdir -p "$folder"
+# Symbols with a version, as a device's may be.
+echo 'V1 { global: *; };' >"$folder/versions.map"
 for name in config alarm pmom upgrade forker common; do
     case $name in
     config) functions='config_|GetObjectCount' ;;
@@ -18,6 +20,7 @@ for name in config alarm pmom upgrade forker common; do
             *) echo "int $function(void) { return 1; }" ;;
             esac
         done >"$folder/$name.c"
-    "$compiler" -shared -fPIC -Wl,-soname,"libkv_$name.so" "$folder/$name.c" \
+    "$compiler" -shared -fPIC -Wl,-soname,"libkv_$name.so" \
+        -Wl,--version-script="$folder/versions.map" "$folder/$name.c" \
         -o "$folder/libkv_$name.so"
 done

@@ -1,0 +1,22 @@
+#!/bin/sh
+# A project that takes this one in gets no tool unasked; no tests, nothing that is installed or
+# packaged, and no build type, even with the tool: parent.sh SOURCE BUILD
+set -eu
+source=$1 build=$2
+rm -rf "$build"
+
+configure() {
+    cmake -S "$source/tests/consumer/parent" -B "$build" \
+        -DFETCHCONTENT_SOURCE_DIR_VEXO_CMI="$source" "$@" >/dev/null
+    cmake --build "$build" --target help >"$build/targets"
+}
+configure
+if grep vexoctl "$build/targets"; then exit 1; fi
+
+configure -DVEXO_CMI_TOOLS=ON
+grep vexoctl "$build/targets"
+ctest --test-dir "$build" -N | grep -x 'Total Tests: 0'
+cmake --install "$build" --prefix "$build/installed"
+[ "$(cd "$build/installed" && find . ! -type d)" = ./parent/CMakeLists.txt ]
+if grep CPACK_DEBIAN "$build/CPackConfig.cmake"; then exit 1; fi
+grep -x CMAKE_BUILD_TYPE:STRING= "$build/CMakeCache.txt"
