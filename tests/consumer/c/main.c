@@ -22,6 +22,7 @@ int main(void)
     vexoResult result;
     unsigned address = 0;
 
+    fputs("begun\n", stderr);
     vexo_cmi_sys_src_ip_set(0x0A000001, &result);
     if (failed("src_ip_set", &result))
         return 1;
