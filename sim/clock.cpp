@@ -4,8 +4,12 @@
 #include "notification.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstring>
 
+#include <fcntl.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace sim
 {
@@ -15,11 +19,31 @@ namespace
 
 constexpr uint32_t REPORTED_INTERVALS = 3;
 
-uint64_t hostTime()
+constexpr uint64_t LOAD_STATE_TIME = 5 * SECOND;
+
+uint64_t hostTime(clockid_t clock)
 {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(clock, &now);
     return static_cast<uint64_t>(now.tv_sec) * SECOND + static_cast<uint64_t>(now.tv_nsec) / 1000;
+}
+
+// Tells one run of the host from another; empty where the host doesn't say.
+void readBoot(char (&boot)[sizeof Clock::boot])
+{
+    memset(boot, 0, sizeof boot);
+    const int file = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return;
+    if (read(file, boot, sizeof boot - 1) < 0)
+        memset(boot, 0, sizeof boot);
+    close(file);
+}
+
+void anchor(Clock &clock, uint64_t uptime)
+{
+    clock.uptime = uptime;
+    clock.anchor = hostTime(CLOCK_MONOTONIC);
 }
 
 void schedule(Clock &clock, uint32_t index, uint64_t now)
@@ -28,14 +52,56 @@ void schedule(Clock &clock, uint32_t index, uint64_t now)
     clock.nextEnd[index] = period ? (now / period + 1) * period : 0;
 }
 
+// A load stays in each state for a while, until it is done or at the state at which it fails.
+void advanceLoad(Hold &hold)
+{
+    const Upgrade &load = hold->upgrade;
+    while (isLoading(load) && uptime(*hold) - load.since >= LOAD_STATE_TIME)
+        reachLoadState(hold, load.state + 1, load.since + LOAD_STATE_TIME);
+}
+
 } // namespace
 
-uint64_t deviceTime(const State &state)
+uint64_t uptime(State &state)
 {
-    const Clock &clock = state.clock;
-    const uint64_t host = clock.stopped ? 0 : hostTime();
-    const uint64_t passed = host > clock.anchor ? host - clock.anchor : 0;
-    return std::min(clock.base + passed, CLOCK_END);
+    Clock &clock = state.clock;
+    const uint64_t host = clock.stopped ? 0 : hostTime(CLOCK_MONOTONIC);
+    clock.seen = clock.uptime + (host > clock.anchor ? host - clock.anchor : 0);
+    return clock.seen;
+}
+
+uint64_t deviceTime(State &state)
+{
+    return std::min(state.clock.offset + uptime(state), CLOCK_END);
+}
+
+void startClock(State &state)
+{
+    Clock &clock = state.clock;
+    anchor(clock, 1);
+    clock.seen = clock.uptime;
+    clock.offset = hostTime(CLOCK_REALTIME) / SECOND * SECOND - clock.uptime;
+    readBoot(clock.boot);
+}
+
+// The name of the run is written last: a process that is killed before leaves it to the next.
+void resumeClock(State &state)
+{
+    Clock &clock = state.clock;
+    char boot[sizeof clock.boot];
+    readBoot(boot);
+    if (memcmp(boot, clock.boot, sizeof boot) == 0)
+        return;
+    anchor(clock, clock.seen);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    memcpy(clock.boot, boot, sizeof boot);
+}
+
+void reachLoadState(Hold &hold, uint32_t state, uint64_t when)
+{
+    Upgrade &load = hold.edit(hold->upgrade);
+    load.state = state == load.failState ? LOAD_FAILED : state;
+    load.since = when;
 }
 
 void scheduleIntervals(State &state)
@@ -47,8 +113,7 @@ void scheduleIntervals(State &state)
 void setClock(Hold &hold, uint64_t time)
 {
     Clock &clock = hold.edit(hold->clock);
-    clock.base = time;
-    clock.anchor = hostTime();
+    clock.offset = time - uptime(*hold);
     scheduleIntervals(*hold);
     wake(hold, Service::pm);
 }
@@ -56,8 +121,7 @@ void setClock(Hold &hold, uint64_t time)
 void stopClock(Hold &hold, bool stopped)
 {
     Clock &clock = hold.edit(hold->clock);
-    clock.base = deviceTime(*hold);
-    clock.anchor = hostTime();
+    anchor(clock, uptime(*hold));
     clock.stopped = stopped;
     wake(hold, Service::pm);
 }
@@ -71,7 +135,7 @@ uint64_t nextEndUntil(const State &state, uint64_t time)
     return next;
 }
 
-uint64_t untilNextEnd(const State &state)
+uint64_t untilNextEnd(State &state)
 {
     const uint64_t next = nextEndUntil(state, UINT64_MAX);
     if (!next || state.clock.stopped)
@@ -80,24 +144,27 @@ uint64_t untilNextEnd(const State &state)
     return next > now ? next - now : 1;
 }
 
-void endInterval(Hold &hold, uint32_t interval)
+void endInterval(Hold &hold, uint32_t interval, uint64_t times)
 {
-    ++hold.edit(hold->pmEpoch[interval - 1]);
+    hold.edit(hold->pmEpoch[interval - 1]) += static_cast<uint32_t>(times);
     if (interval <= REPORTED_INTERVALS)
         notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
 }
 
 void tick(Hold &hold)
 {
+    advanceLoad(hold);
     const uint64_t now = deviceTime(*hold);
-    if (!nextEndUntil(*hold, now))
-        return;
-    Clock &clock = hold.edit(hold->clock);
-    for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
-        if (!clock.nextEnd[i] || clock.nextEnd[i] > now)
-            continue;
-        endInterval(hold, i + 1);
-        schedule(clock, i, now);
+    if (nextEndUntil(*hold, now)) {
+        Clock &clock = hold.edit(hold->clock);
+        for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
+            const uint64_t end = clock.nextEnd[i];
+            if (!end || end > now)
+                continue;
+            schedule(clock, i, now);
+            endInterval(hold, i + 1,
+                        clock.period[i] ? 1 + (now - end) / (clock.period[i] * SECOND) : 1);
+        }
     }
     hold.keep();
 }

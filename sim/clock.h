@@ -12,11 +12,19 @@ constexpr uint64_t SECOND = 1000000;
 // The device clock stops there: at the end of the year 9999.
 constexpr uint64_t CLOCK_END = 253402300799 * SECOND;
 
+// The device time that has passed, however the clock was set meanwhile; never 0.
+uint64_t uptime(State &state);
+
+// Starts the clock of a new device by the host's time; lets that of a device that nobody used go on
+// from where it was last seen when the host has been started anew since.
+void startClock(State &state);
+void resumeClock(State &state);
+
 void setClock(Hold &hold, uint64_t time);
 void stopClock(Hold &hold, bool stopped);
 
 // How long, in microseconds of a running clock, until a PM interval ends; 0: none will.
-uint64_t untilNextEnd(const State &state);
+uint64_t untilNextEnd(State &state);
 
 // The end of the interval that ends first, if that is not after `time`; 0: none.
 uint64_t nextEndUntil(const State &state, uint64_t time);
@@ -25,7 +33,11 @@ uint64_t nextEndUntil(const State &state, uint64_t time);
 void bindClock();
 
 void scheduleIntervals(State &state);
-void endInterval(Hold &hold, uint32_t interval);
+// Ends an interval, and as many empty ones after it as make up `times`; reported as one.
+void endInterval(Hold &hold, uint32_t interval, uint64_t times = 1);
+
+// A software load reaches a state, at an uptime.
+void reachLoadState(Hold &hold, uint32_t state, uint64_t when);
 
 } // namespace sim
 

@@ -204,7 +204,7 @@ kvRc config_init_tpgm(const tpgmSetup *in)
 {
     return setter(Function::config_init_tpgm, {}, in, [=](Hold &hold) {
         store(hold, hold->system.tpgm, *in);
-        return store(hold, hold->system.tpgmStart, deviceTime(*hold));
+        return store(hold, hold->system.tpgmStart, uptime(*hold));
     });
 }
 
@@ -217,8 +217,7 @@ kvRc config_get_tpgm_status(tpgmStatus *out)
         *out = {};
         if (system.tpgmStart == 0)
             return KV_OK;
-        const uint64_t now = deviceTime(*hold);
-        const uint64_t seconds = now > system.tpgmStart ? (now - system.tpgmStart) / SECOND : 0;
+        const uint64_t seconds = (uptime(*hold) - system.tpgmStart) / SECOND;
         const uint64_t bits = seconds * 2048000;
         out->words[0] = 1;
         memcpy(&out->words[1], system.tpgm.params, sizeof system.tpgm.params);
@@ -233,7 +232,7 @@ kvRc config_clear_tpgm_status(uint32_t clear)
 {
     return action(Function::config_clear_tpgm_status, {clear}, [=](Hold &hold) {
         if (clear && hold->system.tpgmStart)
-            store(hold, hold->system.tpgmStart, deviceTime(*hold));
+            store(hold, hold->system.tpgmStart, uptime(*hold));
         return KV_OK;
     });
 }

@@ -221,10 +221,9 @@ int kv_sim_clock_advance(uint64_t microseconds)
         bool reached = true;
         const int moved = control([&](Hold &hold) {
             const uint64_t next = nextEndUntil(*hold, target);
-            Clock &clock = hold.edit(hold->clock);
             const uint64_t now = deviceTime(*hold);
             const uint64_t to = next ? next : target;
-            clock.base += to > now ? to - now : 0;
+            hold.edit(hold->clock.uptime) += to > now ? to - now : 0;
             reached = next == 0;
             tick(hold);
             return KV_OK;

@@ -10,7 +10,6 @@
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <time.h>
 
 namespace sim
 {
@@ -91,13 +90,13 @@ void zero(void *from, void *to)
 
 void deliver(State &state)
 {
-    state.clock.anchor = static_cast<uint64_t>(time(nullptr)) * SECOND;
-    state.clock.base = state.clock.anchor;
+    startClock(state);
     state.clock.period[0] = 900;
     state.clock.period[1] = 3600;
     state.clock.period[2] = 86400;
     scheduleIntervals(state);
 
+    state.upgrade.state = LOAD_NONE;
     deliverSystem(state.system);
     for (uint32_t i = 0; i < KV_SIM_PORTS; ++i) {
         deliverPort(state.ports[i].params, i + 1);

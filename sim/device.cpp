@@ -1,5 +1,7 @@
 #include "device.h"
 
+#include "clock.h"
+
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -163,6 +165,8 @@ State *mapDevice(const char *path, int descriptor)
             deliver(*state);
         else if (!state->delivered)
             redeliver(*state);
+        else
+            resumeClock(*state);
     }
     lockByte(descriptor, F_RDLCK, USE, true);
     return state;

@@ -61,7 +61,7 @@ void deliver(State &state);
 // calls that hang go on.
 void redeliver(State &state);
 
-uint64_t deviceTime(const State &state);
+uint64_t deviceTime(State &state);
 
 } // namespace sim
 

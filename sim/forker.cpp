@@ -7,11 +7,6 @@
 
 using namespace sim;
 
-namespace
-{
-
-} // namespace
-
 kvRc forker_box_shutdown(void)
 {
     return action(Function::forker_box_shutdown, {}, [](Hold &hold) {
@@ -21,7 +16,7 @@ kvRc forker_box_shutdown(void)
         system.tpgmStart = 0;
         for (Port &port : hold->ports)
             hold.edit(port.loopback).lpbk = NO_LOOPBACK;
-        hold.edit(hold->upgrade).start = 0;
+        hold.edit(hold->upgrade.state) = LOAD_NONE;
         return KV_OK;
     });
 }

@@ -102,11 +102,12 @@ KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
 
 /* Clock: the device has its own; the host's is never set */
 
-/** Reads the device clock: microseconds since the epoch. It begins with the host's time, runs with
- * it and stops for good at the end of the year 9999. */
+/** Reads the device clock: microseconds since the epoch. It begins with the host's time of day and
+ * runs by the host's monotonic clock from then on; when the host is started anew, it goes on from
+ * where it was last seen. It stops for good at the end of the year 9999. */
 KV_SIM_EXPORT uint64_t kv_sim_clock_get(void);
-/** Sets the device clock. The PM intervals that this skips don't end; the next ends are counted
- * from there. */
+/** Sets the device clock, which lets no time pass: the PM intervals that this skips don't end, the
+ * next ends are counted from there, and a software load stays where it is. */
 KV_SIM_EXPORT int kv_sim_clock_set(uint64_t microseconds);
 /** Stops the device clock (not 0), or lets it run on (0). */
 KV_SIM_EXPORT int kv_sim_clock_stop(int stopped);
@@ -180,7 +181,8 @@ KV_SIM_EXPORT int kv_sim_subscription_get(unsigned index, kvSimSubscription *sub
 
 /* Software upgrade */
 
-/** Makes software loads fail when they reach this state (2 to 5 of the platform); 0: none fails. */
+/** Makes software loads fail when they reach this state (2 to 5 of the platform); 0: none fails.
+ * One that has reached it already, or has ended, stays as it is. */
 KV_SIM_EXPORT int kv_sim_upgrade_fail(uint32_t state);
 
 /* Log: the last 512 records */

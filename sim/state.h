@@ -43,7 +43,7 @@ struct System {
     debugInfo debug;
     sysLpbk loopback;
     tpgmSetup tpgm;
-    uint64_t tpgmStart; // device time; 0: not set up
+    uint64_t tpgmStart; // uptime; 0: not set up
 };
 
 struct Port {
@@ -76,15 +76,32 @@ struct Link {
     Pm<imaLinkPmStat> pm;
 };
 
+// States of a software load, as the platform numbers them; those between are reached one by one.
+constexpr uint32_t LOAD_NONE = 1;
+constexpr uint32_t LOAD_FIRST = 2;
+constexpr uint32_t LOAD_DONE = 5;
+constexpr uint32_t LOAD_FAILED = 6;
+
 struct Upgrade {
-    uint64_t start; // device time; 0: none yet
+    uint32_t state;
     uint32_t failState;
+    uint64_t since; // uptime at which the state was reached
     upgradeRequest request;
 };
 
+constexpr bool isLoading(const Upgrade &load)
+{
+    return load.state >= LOAD_FIRST && load.state < LOAD_DONE;
+}
+
+// All times are in microseconds. The device's uptime is the time that has passed for it, whatever
+// its clock was set to; it begins with 1.
 struct Clock {
-    uint64_t base;   // device time at the anchor, in microseconds
-    uint64_t anchor; // host time that goes with it
+    uint64_t uptime; // at the anchor
+    uint64_t anchor; // of the host's monotonic clock
+    uint64_t seen;   // the latest uptime that anybody saw
+    uint64_t offset; // what the uptime lacks to the time of day, modulo 2^64
+    char boot[40];   // the host's run that the anchor belongs to
     uint32_t stopped;
     uint64_t nextEnd[KV_SIM_INTERVALS]; // device time at which the interval ends; 0: on command
     uint32_t period[KV_SIM_INTERVALS];

@@ -113,6 +113,39 @@ TEST_F(Misc, ALoadGoesThroughItsStatesOrFailsAtOne)
     EXPECT_EQ(statesOf(2), (std::vector<uint32_t>{6, 6, 6, 6, 6}));
 }
 
+TEST_F(Misc, ALoadAdvancesByTimeThatPassesAndItsEndIsAnEnd)
+{
+    kv_sim_clock_stop(1);
+    vexoUpgradeInfo upgrade{VEXO_UPGRADE_MODE_2, "load.bin", vexoUpgradeState{}};
+    const auto start = [&](uint32_t failing) {
+        EXPECT_EQ(kv_sim_upgrade_fail(failing), 0);
+        vexo_cmi_misc_upgrade_init(&upgrade, &result);
+        EXPECT_OK(result);
+    };
+    const auto expectState = [&](uint32_t expected) {
+        vexo_cmi_misc_upgrade_info_get(&upgrade, &result);
+        EXPECT_EQ(upgrade.state, expected);
+    };
+    const auto expectKept = [&](uint32_t state) {
+        for (const uint64_t year : {30, 80}) {
+            kv_sim_clock_set(year * 365 * 86400 * SECOND);
+            expectState(state);
+        }
+        for (const uint32_t failing : {state, 3u, 0u}) {
+            kv_sim_upgrade_fail(failing <= 5 ? failing : 4);
+            expectState(state);
+        }
+    };
+    start(0);
+    kv_sim_clock_advance(6 * SECOND);
+    expectKept(3);
+    kv_sim_clock_advance(100 * SECOND);
+    expectKept(5);
+    start(4);
+    kv_sim_clock_advance(100 * SECOND);
+    expectKept(6);
+}
+
 TEST_F(Misc, DebugTextsFillTheirFieldWithoutATerminator)
 {
     for (size_t length : {0u, 5u, 127u, 128u, 300u}) {

@@ -16,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -32,6 +33,9 @@ using std::chrono::steady_clock;
 using std::this_thread::sleep_for;
 
 constexpr uint64_t SECOND = 1000000;
+
+// By how much a process sees the host's clocks differ from what they are.
+std::map<clockid_t, int64_t> stepped;
 
 // A process that runs a body of expectations. An empty path: with a device of its own.
 class Process
@@ -171,6 +175,16 @@ void expectWhole(const pdhParams &port)
 }
 
 } // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept
+{
+    static const auto real = reinterpret_cast<decltype(&clock_gettime)>(dlsym(
+        RTLD_NEXT, sizeof time->tv_sec > sizeof(long) ? "__clock_gettime64" : "clock_gettime"));
+    const int failed = real(clock, time);
+    if (const auto found = stepped.find(clock); found != stepped.end())
+        time->tv_sec += static_cast<time_t>(found->second);
+    return failed;
+}
 
 TEST_F(SimulatedDevice, IsSharedByTheProcessesThatNameItsFileAndElsePrivate)
 {
@@ -601,6 +615,89 @@ TEST_F(SimulatedDevice, OwnsTheClockThatTheLibrarySets)
         const uint64_t stopped = kv_sim_clock_get();
         sleep_for(milliseconds{2});
         EXPECT_EQ(kv_sim_clock_get(), stopped);
+    });
+}
+
+namespace
+{
+
+// A clock that went on by some seconds, of which the test itself may have taken a minute.
+void expectPassed(uint64_t before, uint64_t seconds)
+{
+    const uint64_t passed = kv_sim_clock_get() - before;
+    EXPECT_GE(passed, seconds * SECOND);
+    EXPECT_LT(passed, (seconds + 60) * SECOND);
+}
+
+} // namespace
+
+TEST_F(SimulatedDevice, HasAClockThatRunsWhateverBecomesOfTheHostsTimeOfDay)
+{
+    for (const std::string &device : {path, std::string{}})
+        run(device, [] {
+            const uint64_t start = kv_sim_clock_get();
+            for (const int64_t step : {-3600, 2 * 86400, 0}) {
+                stepped[CLOCK_REALTIME] = step;
+                expectPassed(start, 0);
+            }
+            stepped[CLOCK_MONOTONIC] = 1000;
+            expectPassed(start, 1000);
+        });
+}
+
+TEST_F(SimulatedDevice, GoesOnFromWhereItsClockWasSeenLastWhenTheHostWasRestarted)
+{
+    const uint64_t start = 1000000000 * SECOND;
+    run(path, [=] {
+        stepped[CLOCK_MONOTONIC] = 1000;
+        EXPECT_EQ(kv_sim_clock_set(start), 0);
+    });
+    run(path, [=] { // unused meanwhile
+        stepped[CLOCK_MONOTONIC] = 3000;
+        expectPassed(start, 2000);
+    });
+    timespec up;
+    clock_gettime(CLOCK_MONOTONIC, &up);
+    std::string boot = contents("/proc/sys/kernel/random/boot_id");
+    boot.pop_back();
+    for (const int64_t step : {int64_t{86400}, -int64_t{up.tv_sec}}) {
+        std::string device = contents(path);
+        size_t found = 0;
+        for (size_t at; (at = device.find(boot)) != std::string::npos; ++found)
+            device[at] = 'x';
+        ASSERT_GT(found, 0U);
+        write(path, device);
+        run(path, [=] {
+            stepped[CLOCK_MONOTONIC] = step;
+            expectPassed(start, 2000);
+            stepped[CLOCK_MONOTONIC] += 1000;
+            expectPassed(start, 3000);
+            kv_sim_clock_set(start + 2000 * SECOND);
+        });
+    }
+}
+
+TEST_F(SimulatedDevice, EndsEveryIntervalThatPassedWhileNobodyLooked)
+{
+    run("", [] {
+        const auto counted = [](uint32_t which) {
+            pdhPmStat stat{};
+            EXPECT_EQ(pmom_pdh_pm_stat_get(1, pmInterval{1}, which, &stat), KV_OK);
+            return stat.line[0];
+        };
+        const struct {
+            int64_t seconds;
+            uint32_t running, ended; // of what was counted before
+        } rows[] = {{800, 42, 0}, {900, 0, 42}, {1800, 0, 0}, {86400, 0, 0}};
+        for (const auto &[seconds, running, ended] : rows) {
+            kv_sim_reset();
+            kv_sim_interval_end(1);
+            kv_sim_clock_set(1800000 * SECOND);
+            kv_sim_pm_set(KV_SIM_PDH, 1, 1, 1, 42);
+            stepped[CLOCK_MONOTONIC] += seconds;
+            EXPECT_EQ(counted(0), running) << seconds;
+            EXPECT_EQ(counted(1), ended) << seconds;
+        }
     });
 }
 
