@@ -173,7 +173,9 @@ class Words(Device):
         self.assertEqual(offered("watch", ""), ["alarms", "pm", "count=", "for="])
         self.assertEqual(offered("follow", ""), ["upgrade"])
         self.assertEqual(offered("follow", "upgrade", "f"), ["for="])
-        self.assertEqual(offered("metrics", ""), ["pwes=", "groups="])
+        self.assertEqual(offered("metrics", ""), ["families=", "form=", "pwes=", "groups="])
+        self.assertEqual(offered("metrics", "families=ima_g"),
+                         ["families=ima_group_om", "families=ima_group_pm"])
         self.assertEqual(offered("pwe", "params", "set", "t1.rtp."),
                          ["t1.rtp.mode=", "t1.rtp.payloadType=", "t1.rtp.ssrc="])
         self.assertEqual(offered("pwe", "vlan", "set", "mode="),
@@ -252,11 +254,14 @@ BAD_INPUT = [
     (["pwe", "psn", "set", "pwId=1", 'psn={"operation":"x","rc":1}'], "holds no record"),
     (["list", "nonsense"], "nothing under 'nonsense'"),
     (["watch", "everything"], "expected alarms, pm, count=N or for=SECONDS"),
-    (["watch", "--count"], "count: expected a number"),
+    (["watch", "--count"], "count: expected a value"),
     (["watch", "count=0"], "from 1, not 0"),
     (["follow"], "expected upgrade"),
     (["metrics", "all"], "not 'all'"),
     (["metrics", "groups=0"], "groups: expected a number from 1"),
+    (["metrics", "families=alarms,pwe_on"], "no family 'pwe_on'; did you mean 'pwe_om'"),
+    (["metrics", "--families", ""], "families: expected names"),
+    (["metrics", "form=xml"], "form: expected text or openmetrics"),
     (["sim", "fault", "add", "function=GetObjectCoun"], "did you mean 'GetObjectCount'"),
     (["--device"], "--device"),
     (["--jsn", "list"], "did you mean '--json'"),
@@ -607,7 +612,7 @@ class Metrics(Device):
             from prometheus_client.openmetrics.parser import text_string_to_metric_families
         except ImportError:
             self.fail("the parser is missing: install python3-prometheus-client")
-        done = self.vexoctl("metrics", *words)
+        done = self.vexoctl("metrics", "families=all", "form=openmetrics", *words)
         self.assertEqual(done.returncode, status)
         self.assertRegex(done.stderr, f"^{error}$")
         return {family.name: family for family in text_string_to_metric_families(done.stdout)}
@@ -629,6 +634,7 @@ class Metrics(Device):
         families = self.families()
         self.assertEqual({name: family.type for name, family in families.items()},
                          {"vexo_alarm": "gauge", "vexo_alarms": "gauge",
+                          "vexo_alarm_mask": "gauge",
                           "vexo_system_temperature": "gauge", "vexo_pdh_pm": "gauge",
                           "vexo_pwe_pm": "gauge", "vexo_pwe_om": "counter",
                           "vexo_ima_group_pm": "gauge", "vexo_ima_group_om": "counter",
@@ -640,10 +646,40 @@ class Metrics(Device):
         self.assertEqual(self.value("vexo_pwe_om_total", pw=1, counter=1), 4000000000)
         self.assertEqual(self.value("vexo_ima_link_om_total", group=2, link=9, counter=0), 0)
         self.assertEqual(self.value("vexo_alarms", object="pdh", number=3), 2)
+        self.assertEqual(self.value("vexo_alarm_mask", object="pdh", number=3), 0x12)
         self.assertEqual(self.value("vexo_alarm", object="pdh", number=3, bit=4), 1)
         self.assertIsNone(self.value("vexo_alarm", object="pdh", number=3, bit=0))
         self.assertEqual(self.value("vexo_alarms", object="pwe", number=2), 0)
         self.assertIsNone(self.value("vexo_alarms", object="pwe", number=4))
+
+    def test_the_text_form_is_clean_and_a_pseudowire_has_at_most_twelve_values(self):
+        for number, (kind, words) in enumerate(PSEUDOWIRES.items(), 1):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}", *words)
+            self.document("sim", "alarm", "raise", "type=pwe", f"number={number}",
+                          "bits=0xffffffff")
+        self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
+        before = self.calls()
+        usual = self.vexoctl("metrics").stdout
+        own = re.findall(r'^\w+{(?:object="pwe",number|pw)="3"', usual, re.MULTILINE)
+        self.assertTrue(3 <= len(own) <= 12, usual)
+        called = {call["function"] for call in self.document("sim", "journal", "last=1000")["calls"]
+                  if call["number"] > before}
+        self.assertFalse({name for name in called if "_pm_" in name}, "what nobody asked for")
+        for shown in (usual, self.vexoctl("metrics", "families=all").stdout):
+            try:
+                done = subprocess.run(["promtool", "check", "metrics"], input=shown, text=True,
+                                      capture_output=True, check=False)
+            except FileNotFoundError:
+                self.fail("promtool is missing: install prometheus")
+            self.assertEqual((done.returncode, done.stdout + done.stderr), (0, ""))
+            self.assertIn("# TYPE vexo_pwe_om_total counter", shown)
+            self.assertIn("# TYPE vexo_ima_link_om_total counter", shown)
+        self.assertIn("\nvexo_alarm{", shown)
+        some = self.vexoctl("metrics", "--families=vexo_pdh_pm,system_temperature").stdout
+        self.assertEqual(set(re.findall("^vexo_\\w+", some, re.MULTILINE)),
+                         {"vexo_pdh_pm", "vexo_system_temperature"})
 
     def test_an_interval_without_data_is_absent(self):
         self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2", "word=1",
@@ -672,7 +708,7 @@ class Metrics(Device):
         whole = places(self.families())
         for function, number, failed, family, label in (
                 ("alarm_get_active_bits", 3, "3 reads failed, first alarms of PDH port 3",
-                 "vexo_alarms", ("number", "3")),
+                 "vexo_alarm", ("number", "3")),
                 ("config_get_pw", 2, "5 reads failed, first parameters of pseudowire 2",
                  "vexo_pwe", ("pw", "2")),
                 ("pmom_pdh_pm_stat_get", 16, "3 reads failed, first PM of PDH port 16",
@@ -697,7 +733,7 @@ class Metrics(Device):
                           if label[0] in ("pw", "group")}, {("pw", "1")})
         self.families("pwes=1025", status=1, error=".*6 reads failed, .* pseudowire 1025: .*\n")
         self.document("sim", "fault", "add", "value=2")
-        self.assertEqual(self.vexoctl("metrics").stdout, "# EOF\n")
+        self.assertEqual(self.vexoctl("metrics", "form=openmetrics").stdout, "# EOF\n")
         self.assertIn("JSON", self.document("metrics", status=2)["error"])
 
 
@@ -775,7 +811,6 @@ class Surroundings(Device):
                             f"-Wl,-soname,libkv_{file.stem}.so", file, "-o",
                             file.with_name(f"libkv_{file.stem}.so")], check=True)
         shown = self.vexoctl("metrics").stdout
-        self.assertTrue(shown.endswith("# EOF\n"))
         self.assertEqual(set(re.findall('vexo_alarms{object="pdh",number="(\\d+)"}', shown)),
                          {str(port) for port in range(1, 17)})
 

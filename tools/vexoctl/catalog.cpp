@@ -39,11 +39,13 @@ constexpr Command COMMANDS[] = {
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state\n"
      "is none of 2, 3 and 4. The exit status is 1 when that is 6: the load failed.\n"},
-    {"metrics", "metrics [pwes=N] [groups=N]", "counters and alarms once, as OpenMetrics text",
-     "Prints counters and alarms once, as OpenMetrics text, of the PDH ports 1 to 16,\n"
-     "the pseudowires 1 to N (1024) and the IMA groups 1 to N (8), as far as there are.\n"
-     "PM counters are those of the running interval; what there is no data for is left\n"
-     "out. Where something can't be read, the rest is printed and the status is 1.\n"},
+    {"metrics", "metrics [families=NAME,...|all] [form=FORM] [pwes=N] [groups=N]",
+     "counters and alarms once, for Prometheus",
+     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N\n"
+     "(1024) and the IMA groups 1 to N (8), as far as there are. The form is text, as\n"
+     "node_exporter reads it from a file, or openmetrics. PM counters are those of the\n"
+     "running interval; what there is no data for is left out. Where something can't be\n"
+     "read, the rest is printed and the status is 1.\n"},
 };
 
 Names commandNames()
@@ -296,7 +298,12 @@ Names completions(const Words &typed)
     } else if (command == "follow") {
         next = before.size() == 1 ? Names{"upgrade"} : Names{"count=", "for="};
     } else if (command == "metrics") {
-        next = {"pwes=", "groups="};
+        next = {"families=", "form=", "pwes=", "groups="};
+        for (const std::string &family : metricFamilies())
+            if (begun.starts_with("families="))
+                next.push_back("families=" + family);
+        if (begun.starts_with("form="))
+            next = {"form=text", "form=openmetrics"};
     } else if (command == "list" || command == "help") {
         next = nextWords({before.begin() + 1, before.end()});
         if (command == "help" && before.size() == 1)

@@ -1,10 +1,12 @@
-// Counters and alarms as OpenMetrics text. What the device has no data for is left out.
+// Counters and alarms for Prometheus. What the device has no data for is left out.
 #include "session.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <iostream>
 #include <map>
+#include <sstream>
 
 namespace vexoctl
 {
@@ -15,37 +17,61 @@ namespace
 struct Family {
     const char *type;
     const char *help;
+    bool isUsual; // shown when no families are named
 };
 
-// PM counters start anew with each interval, so they are no counters in the sense of OpenMetrics.
+// PM counters start anew with each interval, so they are no counters in Prometheus' sense. They and
+// the single bits are many, and nearly all of them 0 or absent.
 const std::map<std::string, Family> FAMILIES{
-    {"vexo_alarms", {"gauge", "Number of alarms active on an object."}},
-    {"vexo_alarm", {"gauge", "1 for each alarm that is active, by its bit; absent otherwise."}},
-    {"vexo_system_temperature", {"gauge", "Temperature of the system, in the platform's unit."}},
-    {"vexo_pdh_pm", {"gauge", "Count of the running PM interval of a PDH port."}},
-    {"vexo_pwe_pm", {"gauge", "Count of the running PM interval of a pseudowire."}},
-    {"vexo_ima_group_pm", {"gauge", "Count of the running PM interval of an IMA group."}},
-    {"vexo_ima_link_pm", {"gauge", "Count of the running PM interval of an IMA link."}},
-    {"vexo_pwe_om", {"counter", "OM counter of a pseudowire, modulo 2^32."}},
-    {"vexo_ima_group_om", {"counter", "OM counter of an IMA group, modulo 2^32."}},
-    {"vexo_ima_link_om", {"counter", "OM counter of an IMA link, modulo 2^32."}},
+    {"alarms", {"gauge", "Number of alarms active on an object.", true}},
+    {"alarm_mask", {"gauge", "Alarm bits active on an object, as one number.", true}},
+    {"alarm", {"gauge", "1 for each alarm that is active, by its bit; absent otherwise.", false}},
+    {"system_temperature", {"gauge", "Temperature of the system, in the platform's unit.", true}},
+    {"pdh_pm", {"gauge", "Count of the running PM interval of a PDH port.", false}},
+    {"pwe_pm", {"gauge", "Count of the running PM interval of a pseudowire.", false}},
+    {"ima_group_pm", {"gauge", "Count of the running PM interval of an IMA group.", false}},
+    {"ima_link_pm", {"gauge", "Count of the running PM interval of an IMA link.", false}},
+    {"pwe_om", {"counter", "OM counter of a pseudowire, modulo 2^32.", true}},
+    {"ima_group_om", {"counter", "OM counter of an IMA group, modulo 2^32.", true}},
+    {"ima_link_om", {"counter", "OM counter of an IMA link, modulo 2^32.", true}},
 };
+
+constexpr const char *PREFIX = "vexo_";
 
 std::string label(const std::string &name, uint64_t value)
 {
     return name + "=\"" + std::to_string(value) + "\"";
 }
 
-// The samples of each family, which OpenMetrics wants together.
+// The samples of each family that is wanted, together, as Prometheus wants them.
 class Exposition
 {
   public:
+    explicit Exposition(const Names &wanted)
+    {
+        for (const auto &[name, family] : FAMILIES)
+            if (wanted.empty() ? family.isUsual : std::ranges::count(wanted, name) > 0)
+                samples_[name] = "";
+    }
+
+    // Whether there is anything to be read for these families.
+    bool wants(std::initializer_list<const char *> families) const
+    {
+        return std::ranges::any_of(families, [&](auto name) { return samples_.contains(name); });
+    }
+    // Those to be read for them.
+    std::span<const vexoPmType> intervals(std::initializer_list<const char *> families) const
+    {
+        static constexpr vexoPmType running[] = {VEXO_PM_TYPE_1, VEXO_PM_TYPE_2, VEXO_PM_TYPE_3};
+        return {running, wants(families) ? std::size(running) : 0};
+    }
+    bool wantsAlarms() const { return wants({"alarms", "alarm_mask", "alarm"}); }
+
     void add(const std::string &family, const std::string &labels, uint64_t value)
     {
-        const bool isCounter = FAMILIES.at(family).type == std::string_view{"counter"};
-        samples_[family] += family + (isCounter ? "_total" : "") +
-                            (labels.empty() ? "" : "{" + labels + "}") + " " +
-                            std::to_string(value) + "\n";
+        if (const auto found = samples_.find(family); found != samples_.end())
+            found->second += sampleName(family) + (labels.empty() ? "" : "{" + labels + "}") + " " +
+                             std::to_string(value) + "\n";
     }
 
     void addAll(const std::string &family, const std::string &labels,
@@ -58,23 +84,36 @@ class Exposition
     void addAlarms(const std::string &object, uint32_t number, uint32_t bits)
     {
         const std::string labels = "object=\"" + object + "\"," + label("number", number);
-        add("vexo_alarms", labels, static_cast<uint64_t>(std::popcount(bits)));
+        add("alarms", labels, static_cast<uint64_t>(std::popcount(bits)));
+        add("alarm_mask", labels, bits);
         for (uint32_t bit = 0; bit < 32; ++bit)
             if (bits >> bit & 1)
-                add("vexo_alarm", labels + "," + label("bit", bit), 1);
+                add("alarm", labels + "," + label("bit", bit), 1);
     }
 
-    void print(std::ostream &stream) const
+    // A counter's family goes by another name than its samples in OpenMetrics only.
+    void print(std::ostream &stream, bool isOpenMetrics) const
     {
-        for (const auto &[family, samples] : samples_)
-            stream << "# TYPE " << family << " " << FAMILIES.at(family).type << "\n# HELP "
-                   << family << " " << FAMILIES.at(family).help << "\n"
+        for (const auto &[family, samples] : samples_) {
+            if (samples.empty())
+                continue;
+            const std::string name = isOpenMetrics ? PREFIX + family : sampleName(family);
+            stream << "# HELP " << name << " " << FAMILIES.at(family).help << "\n# TYPE " << name
+                   << " " << FAMILIES.at(family).type << "\n"
                    << samples;
-        stream << "# EOF\n";
+        }
+        if (isOpenMetrics)
+            stream << "# EOF\n";
     }
 
   private:
-    std::map<std::string, std::string> samples_;
+    static std::string sampleName(const std::string &family)
+    {
+        const bool isCounter = FAMILIES.at(family).type == std::string_view{"counter"};
+        return PREFIX + family + (isCounter ? "_total" : "");
+    }
+
+    std::map<std::string, std::string> samples_; // of the families that are wanted
 };
 
 // Words that the library leaves alone are counters that there are not.
@@ -85,8 +124,6 @@ Record untouched()
     memset(&record, 0xFF, sizeof record);
     return record;
 }
-
-constexpr vexoPmType RUNNING_INTERVALS[] = {VEXO_PM_TYPE_1, VEXO_PM_TYPE_2, VEXO_PM_TYPE_3};
 
 // Reads from the device, and remembers what failed. A copy from before forgets it again.
 class Reader
@@ -123,10 +160,11 @@ bool addPort(Exposition &out, Reader &reader, uint32_t port)
 {
     const std::string name = "PDH port " + std::to_string(port);
     uint32_t bits;
-    bool isThere = reader.read("alarms of " + name, vexo_cmi_pdh_alarms_get, &bits, port);
+    bool isThere =
+        out.wantsAlarms() && reader.read("alarms of " + name, vexo_cmi_pdh_alarms_get, &bits, port);
     if (isThere)
         out.addAlarms("pdh", port, bits);
-    for (const vexoPmType type : RUNNING_INTERVALS) {
+    for (const vexoPmType type : out.intervals({"pdh_pm"})) {
         auto pm = untouched<vexoPdhPm>();
         if (!reader.read("PM of " + name, vexo_cmi_pdh_pm_get, &pm, type, port))
             continue;
@@ -137,9 +175,9 @@ bool addPort(Exposition &out, Reader &reader, uint32_t port)
             const auto found = shown.find("layout" + std::to_string(layout));
             if (found == shown.end() || found->at("intervalFlag") != 1)
                 continue;
-            out.addAll("vexo_pdh_pm", labels + ",set=\"line\"," + label("layout", layout),
+            out.addAll("pdh_pm", labels + ",set=\"line\"," + label("layout", layout),
                        {pm.lineCounters, found->at("counters").size()});
-            out.addAll("vexo_pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
+            out.addAll("pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
         }
     }
     return isThere;
@@ -156,9 +194,9 @@ void addPseudowire(Exposition &out, Reader &reader, uint32_t pwId)
     if (info.pweAction == VEXO_PWE_ACTION_CREATE)
         reader = before; // it is there; nothing else of it is used
     uint32_t bits;
-    if (reader.read("alarms of " + name, vexo_cmi_pwe_alarms_get, &bits, pwId))
+    if (out.wantsAlarms() && reader.read("alarms of " + name, vexo_cmi_pwe_alarms_get, &bits, pwId))
         out.addAlarms("pwe", pwId, bits);
-    for (const vexoPmType type : RUNNING_INTERVALS) {
+    for (const vexoPmType type : out.intervals({"pwe_pm"})) {
         auto pm = untouched<vexoPwePm>();
         const Reader beforePm = reader;
         if (!reader.read("PM of " + name, vexo_cmi_pwe_pm_get, &pm, type, pwId)) {
@@ -169,17 +207,17 @@ void addPseudowire(Exposition &out, Reader &reader, uint32_t pwId)
         const std::string labels = label("pw", pwId) + "," + label("interval", type);
         const Json shown = toJson(describe::typeOf<vexoPwePm>(), &pm);
         if (shown.contains("generic") && pm.body.generic.valid)
-            out.addAll("vexo_pwe_pm", labels + ",set=\"generic\"", pm.body.generic.counters);
+            out.addAll("pwe_pm", labels + ",set=\"generic\"", pm.body.generic.counters);
         else if (shown.contains("atm") && pm.body.atm.valid)
-            out.addAll("vexo_pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
+            out.addAll("pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
     }
     auto om = untouched<vexoPweOm>();
-    if (!reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0u, pwId))
+    if (!out.wants({"pwe_om"}) || !reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0u, pwId))
         return;
     const Json shown = toJson(describe::typeOf<vexoPweOm>(), &om);
     for (const std::string set : {"tdm", "atm"})
         if (const auto found = shown.find(set + "Counters"); found != shown.end())
-            out.addAll("vexo_pwe_om", label("pw", pwId) + ",set=\"" + set + "\"",
+            out.addAll("pwe_om", label("pw", pwId) + ",set=\"" + set + "\"",
                        {om.counters, found->size()});
 }
 
@@ -189,40 +227,77 @@ bool addGroup(Exposition &out, Reader &reader, uint32_t groupId)
     const std::string name = "IMA group " + std::to_string(groupId);
     const std::string group = label("group", groupId);
     uint32_t bits;
-    bool isThere = reader.read("alarms of " + name, vexo_cmi_ima_alarms_get, &bits,
-                               VEXO_IMA_TYPE_GROUP, groupId);
+    bool isThere = out.wantsAlarms() && reader.read("alarms of " + name, vexo_cmi_ima_alarms_get,
+                                                    &bits, VEXO_IMA_TYPE_GROUP, groupId);
     if (isThere)
         out.addAlarms("ima-group", groupId, bits);
     uint32_t linkIds[VEXO_IMA_LINK_MAX];
     uint32_t linkCount = 0;
     isThere |= reader.read("links of " + name, vexo_cmi_ima_lnk_get, linkIds, &linkCount, groupId);
     for (const uint32_t linkId : std::span{linkIds, linkCount})
-        if (reader.read("alarms of IMA link " + std::to_string(linkId), vexo_cmi_ima_alarms_get,
+        if (out.wantsAlarms() &&
+            reader.read("alarms of IMA link " + std::to_string(linkId), vexo_cmi_ima_alarms_get,
                         &bits, VEXO_IMA_TYPE_LINK, linkId))
             out.addAlarms("ima-link", linkId, bits);
-    for (const vexoPmType type : RUNNING_INTERVALS) {
+    for (const vexoPmType type : out.intervals({"ima_group_pm", "ima_link_pm"})) {
         // After a failure it holds what could be read before.
         auto pm = untouched<vexoImaGroupPm>();
         isThere |= reader.read("PM of " + name, vexo_cmi_ima_pm_get, &pm, type, groupId);
         const std::string labels = group + "," + label("interval", type);
         if (pm.intervalFlag == 1)
-            out.addAll("vexo_ima_group_pm", labels, pm.counters);
+            out.addAll("ima_group_pm", labels, pm.counters);
         for (const vexoImaLinkPm &link : pm.links)
             if (link.intervalFlag == 1)
-                out.addAll("vexo_ima_link_pm", labels + "," + label("link", link.linkId),
-                           link.counters);
+                out.addAll("ima_link_pm", labels + "," + label("link", link.linkId), link.counters);
     }
     vexoImaOm om;
-    if (!reader.read("OM of " + name, vexo_cmi_ima_om_get, &om, 0u, groupId))
+    if (!out.wants({"ima_group_om", "ima_link_om"}) ||
+        !reader.read("OM of " + name, vexo_cmi_ima_om_get, &om, 0u, groupId))
         return isThere;
-    out.addAll("vexo_ima_group_om", group, om.counters);
+    out.addAll("ima_group_om", group, om.counters);
     for (uint32_t i = 0; i < om.linkCount && i < linkCount; ++i)
-        out.addAll("vexo_ima_link_om", group + "," + label("link", linkIds[i]),
-                   om.links[i].counters);
+        out.addAll("ima_link_om", group + "," + label("link", linkIds[i]), om.links[i].counters);
     return true;
 }
 
+// Of a list with commas.
+Names familiesOf(const std::string &list)
+{
+    const Names known = metricFamilies();
+    if (list == "all")
+        return known;
+    Names wanted;
+    std::istringstream stream{list};
+    for (std::string name; std::getline(stream, name, ',');) {
+        if (name.starts_with(PREFIX))
+            name.erase(0, strlen(PREFIX));
+        if (!FAMILIES.contains(name))
+            throw UsageError("families: there is no family '" + name + "'" + hint(name, known));
+        wanted.push_back(name);
+    }
+    if (wanted.empty())
+        throw UsageError("families: expected names with commas between them, or all");
+    return wanted;
+}
+
 } // namespace
+
+Names metricFamilies()
+{
+    Names names{"all"};
+    for (const auto &[name, family] : FAMILIES)
+        names.push_back(name);
+    return names;
+}
+
+std::string metricFamiliesHelp()
+{
+    std::string text = "\nThe families; * marks those shown when none are named:\n\n";
+    for (const auto &[name, family] : FAMILIES)
+        text += (family.isUsual ? "  * " : "    ") + name + std::string(20 - name.size(), ' ') +
+                family.help + "\n";
+    return text;
+}
 
 void metrics(const Words &given, bool json)
 {
@@ -230,32 +305,42 @@ void metrics(const Words &given, bool json)
     uint32_t pseudowires = 1024;
     uint32_t groups = 8;
     takeNumbers(words, {{"pwes", &pseudowires}, {"groups", &groups}});
+    const auto options = takeOptions(words, {"families", "form"});
     if (!words.empty())
-        throw UsageError("metrics: expected pwes=N or groups=N, not '" + words[0] + "'");
+        throw UsageError("metrics: expected families=NAME,..., form=FORM, pwes=N or groups=N, not "
+                         "'" +
+                         words[0] + "'");
+    const std::string form = options.contains("form") ? options.at("form") : "text";
+    if (form != "text" && form != "openmetrics")
+        throw UsageError("form: expected text or openmetrics, not '" + form + "'");
     if (json)
-        throw UsageError("metrics: OpenMetrics text has no form in JSON");
-    Exposition out;
+        throw UsageError("metrics: what Prometheus reads has no form in JSON");
+    Exposition out{options.contains("families") ? familiesOf(options.at("families")) : Names{}};
     Reader reader;
     uint32_t bits;
-    if (reader.read("alarms of the system", vexo_cmi_sys_alarm_get, &bits))
+    if (out.wantsAlarms() && reader.read("alarms of the system", vexo_cmi_sys_alarm_get, &bits))
         out.addAlarms("system", 1, bits);
     uint32_t temperature, first, second;
-    if (reader.read("temperature", vexo_cmi_sys_temp_get, &temperature, &first, &second))
-        out.add("vexo_system_temperature", "", temperature);
+    if (out.wants({"system_temperature"}) &&
+        reader.read("temperature", vexo_cmi_sys_temp_get, &temperature, &first, &second))
+        out.add("system_temperature", "", temperature);
     // Ports have no gaps: behind the last of which anything can be read there is none.
     Reader before = reader;
     for (uint32_t i = 0; i < VEXO_PM_PDH_MAX; ++i)
         if (addPort(out, reader, i + 1))
             before = reader;
     reader = before;
-    for (uint32_t i = 0; i < pseudowires; ++i)
-        addPseudowire(out, reader, i + 1);
-    for (uint32_t i = 0; i < groups; ++i) {
-        before = reader;
-        if (!addGroup(out, reader, i + 1))
-            reader = before;
-    }
-    out.print(std::cout);
+    if (out.wantsAlarms() || out.wants({"pwe_pm", "pwe_om"}))
+        for (uint32_t i = 0; i < pseudowires; ++i)
+            addPseudowire(out, reader, i + 1);
+    if (out.wantsAlarms() ||
+        out.wants({"ima_group_pm", "ima_link_pm", "ima_group_om", "ima_link_om"}))
+        for (uint32_t i = 0; i < groups; ++i) {
+            before = reader;
+            if (!addGroup(out, reader, i + 1))
+                reader = before;
+        }
+    out.print(std::cout, form == "openmetrics");
     reader.throwFailure();
 }
 

@@ -179,7 +179,8 @@ void Session::help(const Words &words) const
         return showText(overview());
     for (const Command &command : commands())
         if (words[1] == command.name)
-            return showText(std::string{command.usage} + "\n\n" + command.more);
+            return showText(std::string{command.usage} + "\n\n" + command.more +
+                            (words[1] == "metrics" ? metricFamiliesHelp() : ""));
     const auto found = operationsUnder({words.begin() + 1, words.end()});
     if (found.size() > 1)
         return list(words);
@@ -304,30 +305,40 @@ Words split(const std::string &line)
     return words;
 }
 
-void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
+std::map<std::string, std::string> takeOptions(Words &words, const Names &names)
 {
     Words others;
-    std::set<std::string> given;
+    std::map<std::string, std::string> options;
     for (size_t i = 0; i < words.size(); ++i) {
         const bool isOption = words[i].starts_with("--");
         const std::string word = words[i].substr(isOption ? 2 : 0);
         const size_t sign = word.find('=');
         const std::string name = word.substr(0, sign);
-        if (!numbers.contains(name) || (sign == std::string::npos && !isOption)) {
+        if (!std::ranges::count(names, name) || (sign == std::string::npos && !isOption)) {
             others.push_back(words[i]);
             continue;
         }
         if (sign == std::string::npos && i + 1 == words.size())
-            throw UsageError(name + ": expected a number behind it");
-        if (!given.insert(name).second)
+            throw UsageError(name + ": expected a value behind it");
+        const std::string value = sign == std::string::npos ? words[++i] : word.substr(sign + 1);
+        if (!options.emplace(name, value).second)
             throw UsageError(name + ": given twice");
+    }
+    words = others;
+    return options;
+}
+
+void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
+{
+    Names names;
+    for (const auto &[name, number] : numbers)
+        names.push_back(name);
+    for (const auto &[name, value] : takeOptions(words, names)) {
         uint32_t &number = *numbers.at(name);
-        parse(describe::typeOf<uint32_t>(), name,
-              sign == std::string::npos ? words[++i] : word.substr(sign + 1), &number);
+        parse(describe::typeOf<uint32_t>(), name, value, &number);
         if (number == 0)
             throw UsageError(name + ": expected a number from 1, not 0");
     }
-    words = others;
 }
 
 } // namespace vexoctl

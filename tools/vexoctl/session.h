@@ -57,7 +57,9 @@ class Session
 // left open.
 Words split(const std::string &line);
 
-// Takes name=N, also as --name N and --name=N, out of the words; N is from 1.
+// Takes name=VALUE, also as --name VALUE and --name=VALUE, out of the words.
+std::map<std::string, std::string> takeOptions(Words &words, const Names &names);
+// The same for numbers from 1.
 void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers);
 
 // ---- Commands of their own files ----
@@ -65,6 +67,9 @@ void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
 void watch(const Words &words, bool json);
 void follow(const Words &words, bool json);
 void metrics(const Words &words, bool json);
+// Which there are, and all of them.
+Names metricFamilies();
+std::string metricFamiliesHelp();
 
 // ---- The simulated device ----
 
