@@ -3,6 +3,8 @@
 #include "notification.h"
 #include "objects.h"
 
+#include <pthread.h>
+
 using namespace sim;
 
 namespace
@@ -124,7 +126,7 @@ kvRc alarm_process_notification(void)
     return action(Function::alarm_process_notification, {}, [](Hold &hold) {
         subscription.handOver(hold,
                               [handler = subscribed](const alarmEvent &event) { handler(&event); });
-        return KV_OK;
+        return hold ? KV_OK : failureCode();
     });
 }
 

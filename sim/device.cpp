@@ -1,6 +1,7 @@
 #include "device.h"
 
 #include "clock.h"
+#include "entry.h"
 
 #include <atomic>
 #include <cerrno>
@@ -14,6 +15,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,13 +34,14 @@ __attribute__((tls_model("initial-exec"))) thread_local struct {
 std::mutex openMutex;
 State *opened;
 bool inFile;
+bool heldForFork;
 
 // The file's bytes that are locked: one while a process opens it, one as long as it uses it. Locks
 // of the opening, not of the process: they end with the last mapping that came of it.
 constexpr off_t GATE = 0;
 constexpr off_t USE = 1;
 
-bool lockByte(int descriptor, short type, off_t byte, bool wait)
+bool tryLock(int descriptor, short type, off_t byte)
 {
     struct flock lock {
     };
@@ -46,21 +49,18 @@ bool lockByte(int descriptor, short type, off_t byte, bool wait)
     lock.l_whence = SEEK_SET;
     lock.l_start = byte;
     lock.l_len = 1;
-    int done;
-    while ((done = fcntl(descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, &lock)) != 0 &&
-           errno == EINTR) {
-    }
-    return done == 0;
+    return fcntl(descriptor, F_OFD_SETLK, &lock) == 0;
 }
 
-void initSharedMutex(State &state)
+// Who may only read the file can lock it as well, so this is not waited for without end.
+bool lockByte(int descriptor, short type, off_t byte)
 {
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
-    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-    pthread_mutex_init(&state.mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
+    for (int left = PATIENCE_SECONDS * 1000; !tryLock(descriptor, type, byte); --left) {
+        if (left == 0 || (errno != EAGAIN && errno != EACCES))
+            return false;
+        sleepMs(1);
+    }
+    return true;
 }
 
 // An undo entry is its bytes, then where they belong; read from the end.
@@ -69,10 +69,11 @@ struct Mark {
     uint32_t size;
 };
 
-void putBack(State &state)
+void putBack(State &state, uint32_t used)
 {
     auto *base = reinterpret_cast<uint8_t *>(&state);
-    uint32_t used = state.undo.used <= UNDO_SIZE ? state.undo.used : 0;
+    if (used > UNDO_SIZE)
+        used = 0;
     while (used >= sizeof(Mark)) {
         Mark mark;
         used -= static_cast<uint32_t>(sizeof mark);
@@ -109,57 +110,110 @@ State *openPrivate()
         fail(NO_DEVICE, "no memory for the simulated device: %s", strerror(errno));
         return nullptr;
     }
-    pthread_mutex_init(&state->mutex, nullptr);
     deliver(*state);
     return state;
 }
 
-constexpr Head HEAD{MAGIC, VERSION, sizeof(State)};
-
-// Why the file can't be a device, or null. `blank` tells whether it is yet to become one: nobody
-// has written more to it than, at most, the head.
-const char *objection(int descriptor, bool inUse, bool &blank)
+// The reason comes first, and the end of the path tells more than its beginning: the message of a
+// result holds 127 characters.
+__attribute__((format(printf, 2, 3))) bool refuse(const char *path, const char *format, ...)
 {
-    struct stat status;
-    if (fstat(descriptor, &status) != 0)
-        return strerror(errno);
-    if (!S_ISREG(status.st_mode))
-        return "it is not a regular file";
-    Head head = HEAD;
-    if (status.st_size > 0 && pread(descriptor, &head, sizeof head, 0) != sizeof head)
-        return "it is too short";
-    if (head.magic != MAGIC)
-        return "it begins with something else";
-    if (head.version != VERSION || head.size != sizeof(State))
-        return "it was made by another version or build";
-    blank = status.st_size == 0 || status.st_size == sizeof head;
-    if (blank)
-        return inUse ? "others use it, and it has been emptied" : nullptr;
-    return status.st_size == sizeof(State) ? nullptr : "it has been cut off or grown";
+    constexpr size_t MESSAGE = 127;
+    char reason[MESSAGE - 20];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(reason, sizeof reason, format, arguments);
+    va_end(arguments);
+    const size_t room = MESSAGE - strlen(reason) - strlen(": ");
+    const size_t length = strlen(path);
+    const char *shown = path;
+    if (length > room)
+        shown += length - room + strlen("...");
+    while ((*shown & 0xC0) == 0x80) // in the middle of a character
+        ++shown;
+    fail(NO_DEVICE, "%s: %s%s", reason, shown == path ? "" : "...", shown);
+    return false;
 }
 
-State *mapDevice(const char *path, int descriptor)
+constexpr Head UNFINISHED{MAGIC, VERSION, 0};
+constexpr Head HEAD{MAGIC, VERSION, sizeof(State)};
+
+bool writeHead(int descriptor, const Head &head)
 {
-    const bool inUse = !lockByte(descriptor, F_WRLCK, USE, false);
+    return pwrite(descriptor, &head, sizeof head, 0) == sizeof head;
+}
+
+// Whether the file can be a device; refuse()s when it can't. `blank` tells whether it has yet to
+// become one.
+bool isDevice(const char *path, int descriptor, bool inUse, bool &blank)
+{
+    struct stat status;
+    Head head = UNFINISHED;
+    if (fstat(descriptor, &status) != 0)
+        return refuse(path, "%s", strerror(errno));
+    if (!S_ISREG(status.st_mode))
+        return refuse(path, "not a regular file, so no device of this simulator");
+    if (status.st_size > 0 && pread(descriptor, &head, sizeof head, 0) != sizeof head)
+        return refuse(path, "too short for a device of this simulator");
+    if (head.magic != MAGIC)
+        return refuse(path, "no device of this simulator, it begins with something else");
+    if (head.version != VERSION)
+        return refuse(
+            path, "made by version %u, this is %u: remove it to begin anew, or keep to that one",
+            head.version, VERSION);
+    blank = head.size == 0;
+    if (blank && inUse)
+        return refuse(path, "others use it, and it has been emptied");
+    if (!blank && head.size != sizeof(State))
+        return refuse(path, "made by another build: remove it to begin anew, or keep to that one");
+    if (!blank && status.st_size != sizeof(State))
+        return refuse(path, "cut off or grown: remove it to begin anew");
+    return true;
+}
+
+// A page of the mapping for which there is no space would end the process. A limit to the size of
+// files would, too.
+int reserve(int descriptor)
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < sizeof(State))
+        return EFBIG;
+    int error;
+    while ((error = posix_fallocate(descriptor, 0, sizeof(State))) == EINTR) {
+    }
+    return error;
+}
+
+// Leaves nothing behind of a device that couldn't be made.
+void takeBack(const char *path, int descriptor, bool missing)
+{
+    char *file = missing ? realpath(path, nullptr) : nullptr;
+    if (!file || unlink(file) != 0)
+        static_cast<void>(!ftruncate(descriptor, 0));
+    free(file);
+}
+
+State *mapDevice(const char *path, int descriptor, bool missing)
+{
+    const bool inUse = !tryLock(descriptor, F_WRLCK, USE);
     bool blank = false;
-    if (const char *why = objection(descriptor, inUse, blank)) {
-        fail(NO_DEVICE, "%s is no device of this simulator: %s", path, why);
+    if (!isDevice(path, descriptor, inUse, blank))
         return nullptr;
-    }
-    if (blank && (pwrite(descriptor, &HEAD, sizeof HEAD, 0) != sizeof HEAD ||
-                  ftruncate(descriptor, sizeof(State)) != 0)) {
-        fail(NO_DEVICE, "cannot make the device %s: %s", path, strerror(errno));
-        return nullptr;
-    }
-    State *state = map(MAP_SHARED, descriptor);
+    const bool begun =
+        !blank || (ftruncate(descriptor, 0) == 0 && writeHead(descriptor, UNFINISHED));
+    const int error = !begun ? errno : inUse ? 0 : reserve(descriptor);
+    State *state = error ? nullptr : map(MAP_SHARED, descriptor);
     if (!state) {
-        fail(NO_DEVICE, "cannot map the device %s: %s", path, strerror(errno));
+        const char *why = strerror(error ? error : errno);
+        if (blank)
+            takeBack(path, descriptor, missing);
+        refuse(path, "cannot %s the device: %s", blank ? "make" : "use", why);
         return nullptr;
     }
     // What processes left there that are gone is cleaned up.
     if (!inUse) {
-        initSharedMutex(*state);
-        putBack(*state);
+        state->lock = {};
+        putBack(*state, state->undo.used);
         forgetProcesses(*state);
         if (blank)
             deliver(*state);
@@ -167,76 +221,73 @@ State *mapDevice(const char *path, int descriptor)
             redeliver(*state);
         else
             resumeClock(*state);
+        state->head = HEAD;
     }
-    lockByte(descriptor, F_RDLCK, USE, true);
+    lockByte(descriptor, F_RDLCK, USE);
     return state;
 }
 
 State *openFile(const char *path)
 {
-    const int descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
-    if (descriptor < 0) {
-        fail(NO_DEVICE, "cannot open the device %s: %s", path, strerror(errno));
-        return nullptr;
-    }
-    State *state = nullptr;
-    if (lockByte(descriptor, F_WRLCK, GATE, true)) {
-        state = mapDevice(path, descriptor);
-        lockByte(descriptor, F_UNLCK, GATE, true);
-    } else {
-        fail(NO_DEVICE, "cannot lock the device %s: %s", path, strerror(errno));
-    }
-    close(descriptor);
-    return state;
-}
-
-// A process that is killed as it is woken to take the lock takes the waking with it, and those who
-// wait besides would sleep for ever: they look again by themselves.
-int waitForMutex(State &state)
-{
-    constexpr long LOOK_AGAIN_NS = 100000000;
-    int outcome = pthread_mutex_trylock(&state.mutex);
-    while (outcome == EBUSY || outcome == ETIMEDOUT) {
-        timespec until;
-        clock_gettime(CLOCK_REALTIME, &until);
-        until.tv_nsec += LOOK_AGAIN_NS;
-        if (until.tv_nsec >= 1000000000) {
-            until.tv_nsec -= 1000000000;
-            ++until.tv_sec;
+    for (;;) {
+        const bool missing = access(path, F_OK) != 0 && errno == ENOENT;
+        const int descriptor = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY, 0600);
+        if (descriptor < 0) {
+            refuse(path, "cannot open the device: %s", strerror(errno));
+            return nullptr;
         }
-        outcome = pthread_mutex_timedlock(&state.mutex, &until);
+        State *state = nullptr;
+        struct stat status {
+        };
+        bool removed = false;
+        if (lockByte(descriptor, F_WRLCK, GATE)) {
+            // While this waited, by one who could not make it.
+            removed = fstat(descriptor, &status) == 0 && status.st_nlink == 0;
+            if (!removed)
+                state = mapDevice(path, descriptor, missing);
+            tryLock(descriptor, F_UNLCK, GATE);
+        } else if (errno == EAGAIN || errno == EACCES) {
+            refuse(path, "another process has kept the device's file locked for %d seconds",
+                   PATIENCE_SECONDS);
+        } else {
+            refuse(path, "cannot lock the device: %s", strerror(errno));
+        }
+        close(descriptor);
+        if (!removed)
+            return state;
     }
-    return outcome;
 }
 
-void lock(State &state)
+bool lock(State &state)
 {
-    if (waitForMutex(state) == EOWNERDEAD) {
-        putBack(state);
-        if (!state.delivered)
-            redeliver(state);
-        pthread_mutex_consistent(&state.mutex);
-    }
+    if (!acquire(state.lock))
+        return false;
+    // Whoever held it before has died in the middle of a change.
+    if (state.undo.used)
+        putBack(state, state.undo.used);
+    if (!state.delivered)
+        redeliver(state);
+    return true;
 }
 
 // A fork copies a private device; its lock is taken meanwhile, so that the copy is whole.
 void beforeFork()
 {
     openMutex.lock();
-    if (opened && !inFile)
-        lock(*opened);
+    heldForFork = opened && !inFile && lock(*opened);
 }
 
 void afterForkInParent()
 {
-    if (opened && !inFile)
-        pthread_mutex_unlock(&opened->mutex);
+    if (heldForFork)
+        release(opened->lock);
     openMutex.unlock();
 }
 
 void afterForkInChild()
 {
-    if (opened && !inFile)
+    forgetThread();
+    if (heldForFork)
         forgetProcesses(*opened);
     afterForkInParent();
 }
@@ -280,15 +331,13 @@ const char *failureText()
 Hold::Hold() : state_{device()}
 {
     if (state_)
-        lock(*state_);
+        regain();
 }
 
 Hold::~Hold()
 {
-    if (!state_)
-        return;
-    revert();
-    pthread_mutex_unlock(&state_->mutex);
+    if (state_)
+        release();
 }
 
 void Hold::save(void *field, uint32_t size)
@@ -297,36 +346,40 @@ void Hold::save(void *field, uint32_t size)
     const Mark mark{
         static_cast<uint32_t>(static_cast<uint8_t *>(field) - reinterpret_cast<uint8_t *>(state_)),
         size};
-    if (undo.used + size + sizeof mark > UNDO_SIZE)
+    if (size + sizeof mark > UNDO_SIZE - used_)
         abort(); // a change larger than any that this device knows
-    memcpy(undo.bytes + undo.used, field, size);
-    memcpy(undo.bytes + undo.used + size, &mark, sizeof mark);
+    memcpy(undo.bytes + used_, field, size);
+    memcpy(undo.bytes + used_ + size, &mark, sizeof mark);
+    used_ += size + static_cast<uint32_t>(sizeof mark);
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    undo.used += size + static_cast<uint32_t>(sizeof mark);
+    undo.used = used_;
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 void Hold::keep()
 {
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    state_->undo.used = 0;
+    state_->undo.used = used_ = 0;
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 void Hold::revert()
 {
-    if (state_->undo.used)
-        putBack(*state_);
+    if (used_)
+        putBack(*state_, used_);
+    used_ = 0;
 }
 
 void Hold::release()
 {
-    pthread_mutex_unlock(&state_->mutex);
+    revert();
+    sim::release(state_->lock);
 }
 
 void Hold::regain()
 {
-    lock(*state_);
+    if (!lock(*state_))
+        state_ = nullptr;
 }
 
 } // namespace sim

@@ -45,7 +45,7 @@ class Hold
     void keep();
     void revert();
 
-    // Lets others in for a while.
+    // Lets others in for a while. When the device can't be had back the hold is one of none.
     void release();
     void regain();
 
@@ -53,6 +53,8 @@ class Hold
     void save(void *field, uint32_t size);
 
     State *state_;
+    // Of the undo's bytes. The count in the device is for those who come after this process.
+    uint32_t used_ = 0;
 };
 
 // Writes the state of delivery into a state that is all zeros.

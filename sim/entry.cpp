@@ -137,7 +137,7 @@ void Call::wait(const kvSimFault &fault)
     }
     const uint32_t generation = hold->faultGeneration;
     ++hold->hanging;
-    while (hold->faultGeneration == generation) {
+    while (hold && hold->faultGeneration == generation) {
         hold.release();
         sleepMs(1);
         hold.regain();
@@ -176,7 +176,9 @@ bool Call::enter(Bytes out)
     case KV_SIM_DELAY:
     case KV_SIM_HANG:
         wait(fault);
-        return true;
+        if (!hold)
+            code_ = NO_DEVICE;
+        return code_ == KV_OK;
     }
     return true;
 }

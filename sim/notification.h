@@ -36,12 +36,13 @@ class Subscription
     void handOver(Hold &hold, Handler handler)
     {
         alarmEvent event;
-        for (uint32_t left = answerDoorbell(hold); left > 0 && take(hold, event); --left) {
+        for (uint32_t left = answerDoorbell(hold); hold && left > 0 && take(hold, event); --left) {
             hold.release();
             handler(event);
             hold.regain();
         }
-        listenOn(hold);
+        if (hold)
+            listenOn(hold);
     }
 
     // At the library's end, and in a forked child, where the descriptors are its parent's.

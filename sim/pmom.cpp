@@ -4,6 +4,8 @@
 #include "objects.h"
 #include "pm.h"
 
+#include <pthread.h>
+
 using namespace sim;
 
 namespace
@@ -212,7 +214,7 @@ kvRc pmom_process_notification(void)
         subscription.handOver(hold, [handler = subscribed](const alarmEvent &event) {
             handler(static_cast<pmInterval>(event.objType));
         });
-        return KV_OK;
+        return hold ? KV_OK : failureCode();
     });
 }
 

@@ -5,13 +5,12 @@
 
 #include "functions.h"
 #include "kv_sim.h"
+#include "lock.h"
 
 #include <kv_alarm.h>
 #include <kv_config.h>
 #include <kv_pmom.h>
 #include <kv_upgrade.h>
-
-#include <pthread.h>
 
 namespace sim
 {
@@ -156,9 +155,9 @@ struct Undo {
 };
 
 constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
-constexpr uint32_t VERSION = 1;
+constexpr uint32_t VERSION = 2;
 
-// The first bytes of a device in a file, written before anything else.
+// The first bytes of a device in a file, of whatever version. A size of 0: it is just being made.
 struct Head {
     uint64_t magic;
     uint32_t version;
@@ -168,7 +167,7 @@ struct Head {
 struct State {
     Head head;
 
-    pthread_mutex_t mutex;
+    Lock lock;
     Undo undo;
     uint32_t delivered; // 0 while the state of delivery is being written
 

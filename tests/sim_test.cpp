@@ -19,7 +19,10 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,6 +64,7 @@ class Process
         waitpid(std::exchange(id_, 0), &status, 0);
         return status;
     }
+    pid_t id() const { return id_; }
     void kill()
     {
         if (id_ > 0) {
@@ -240,8 +244,13 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
 {
     run(path, [] { config_system_tpid_set(0x9100); });
     const std::string device = contents(path);
-    std::string version = device;
-    version[8] = static_cast<char>(version[8] + 1);
+    const auto ofVersion = [&](char version) {
+        std::string file = device;
+        file[8] = version;
+        return file;
+    };
+    std::string build = device;
+    build[12] = static_cast<char>(build[12] + 4);
     const struct {
         std::string bytes;
         const char *reason;
@@ -252,7 +261,9 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
         {device.substr(0, device.size() - 1), "cut off"},
         {device.substr(0, 4096), "cut off"},
         {device + "x", "cut off or grown"},
-        {version, "another version"},
+        {ofVersion(1), "made by version 1, this is 2: remove it to begin anew"},
+        {ofVersion(3), "made by version 3, this is 2: remove it to begin anew"},
+        {build, "made by another build: remove it to begin anew"},
     };
     // Those that succeed whatever the platform answers.
     const std::set<std::string> succeeding = {
@@ -272,6 +283,9 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
                     << operation.name;
             }
             EXPECT_NE(strstr(config_get_error_string(), reason), nullptr);
+            vexoResult result{};
+            vexo_cmi_sys_tpid_set(0x9100, &result);
+            EXPECT_NE(strstr(result.message, reason), nullptr) << result.message;
             EXPECT_EQ(GetObjectCount(OBJ_PDH), 0U);
             EXPECT_EQ(alarm_notification_sock(), -1);
             EXPECT_EQ(kv_sim_reset(), -1);
@@ -283,6 +297,17 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
         expectRefusal(path, reason);
         EXPECT_TRUE(contents(path) == bytes) << reason;
     }
+    // However long the path is: its end is shown.
+    const std::string deep = folder + "/" + std::string(200, 'x');
+    std::filesystem::create_directory(deep);
+    write(deep + "/device", ofVersion(1));
+    run(deep + "/device", [] {
+        EXPECT_EQ(kv_sim_open(), -1);
+        const std::string text = kv_sim_error();
+        EXPECT_TRUE(text.starts_with("made by version 1,")) << text;
+        EXPECT_TRUE(text.ends_with("/device")) << text;
+        EXPECT_LT(text.size(), size_t{VEXO_MESSAGE_SIZE});
+    });
     expectRefusal(folder, "directory");
     ASSERT_EQ(mkfifo((folder + "/fifo").c_str(), 0600), 0);
     for (const std::string &file : {folder + "/fifo", std::string{"/dev/zero"}})
@@ -298,6 +323,113 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
         EXPECT_NE(strstr(kv_sim_error(), "Permission denied"), nullptr) << kv_sim_error();
     });
     EXPECT_TRUE(contents(path) == device);
+}
+
+namespace
+{
+
+// An empty file system of this size, which goes when its last process does.
+bool mountTmpfs(const std::string &folder, const std::string &size)
+{
+    return unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", folder.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+}
+
+void fill(const std::string &file)
+{
+    std::ofstream bytes{file, std::ios::binary};
+    const std::string block(4096, 'x');
+    while (bytes.write(block.data(), 4096).flush()) {
+    }
+}
+
+} // namespace
+
+TEST_F(SimulatedDevice, ReservesItsSpaceOrIsRefusedAndLeavesNothingBehind)
+{
+    const auto expectNone = [this](const char *reason) {
+        for (const bool exists : {false, true}) {
+            if (exists)
+                write(path, "");
+            EXPECT_EQ(kv_sim_open(), -1);
+            EXPECT_NE(strstr(kv_sim_error(), reason), nullptr) << kv_sim_error();
+            EXPECT_EQ(std::filesystem::exists(path), exists);
+            EXPECT_TRUE(!exists || std::filesystem::file_size(path) == 0);
+        }
+        std::filesystem::remove(path);
+    };
+    run(path, [&] {
+        const rlimit limit{1 << 20, 1 << 20};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        expectNone("File too large");
+    });
+    bool mounted = true;
+    for (const char *size : {"4k", "16k", "80k", "1m"})
+        run(path, [&] {
+            if (mountTmpfs(folder, size))
+                expectNone("No space left on device");
+        });
+    run(path, [&] {
+        if (!(mounted = mountTmpfs(folder, "4m")))
+            return;
+        EXPECT_EQ(kv_sim_open(), 0) << kv_sim_error();
+        struct stat status;
+        EXPECT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, 0600U);
+        EXPECT_GE(status.st_blocks * 512, status.st_size);
+        fill(folder + "/filler");
+        // All of it is written to.
+        EXPECT_EQ(alarm_subscribe(0, 0, [](const alarmEvent *) {}), KV_OK);
+        EXPECT_EQ(pmom_subscribe([](pmInterval) {}), KV_OK);
+        EXPECT_EQ(kv_sim_alarm_burst(KV_SIM_PDH, 1, 1, 1, 5000, 0), 0);
+        EXPECT_EQ(kv_sim_reset(), 0);
+    });
+    if (!mounted)
+        GTEST_SKIP() << "no file system can be mounted here";
+}
+
+TEST_F(SimulatedDevice, IsRefusedWithATextWhenItsLockIsKeptByAReaderOrAStoppedProcess)
+{
+    run(path, [] { kv_sim_open(); });
+    Signal locked;
+    {
+        Process reader{"", [&] {
+                           const int descriptor = open(path.c_str(), O_RDONLY);
+                           struct flock lock {
+                           };
+                           lock.l_type = F_RDLCK;
+                           EXPECT_EQ(fcntl(descriptor, F_SETLK, &lock), 0);
+                           locked.send();
+                           pause();
+                       }};
+        locked.wait();
+        run(path, [] {
+            EXPECT_EQ(kv_sim_open(), -1);
+            EXPECT_NE(strstr(kv_sim_error(), "kept the device's file locked"), nullptr)
+                << kv_sim_error();
+        });
+    }
+    Process busy{path, [] {
+                     alarm(0);
+                     for (;;)
+                         kv_sim_reset();
+                 }};
+    const pid_t holder = busy.id();
+    run(path, [&] {
+        EXPECT_TRUE(soon([] { return kv_sim_open() == 0; }));
+        // Sooner or later it is stopped while it holds the device.
+        std::string text;
+        for (int left = 10000; left > 0 && text.empty(); --left) {
+            ::kill(holder, SIGSTOP);
+            if (kv_sim_open() != 0)
+                text = kv_sim_error();
+            ::kill(holder, SIGCONT);
+        }
+        EXPECT_EQ(text, "process " + std::to_string(holder) +
+                            " has held the device for 5 seconds; is it stopped?");
+        EXPECT_EQ(kv_sim_open(), 0) << kv_sim_error();
+    });
 }
 
 TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)

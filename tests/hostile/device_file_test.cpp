@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,8 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 namespace
@@ -150,6 +153,50 @@ TEST_F(DeviceFile, IsRefusedAndLeftAsItIsOrUsedSafely)
            static_cast<unsigned long long>(used));
     EXPECT_GT(refused, 0u);
     EXPECT_GT(used, 0u);
+}
+
+// Whoever writes into the file while others use it can have their calls refused, not more.
+TEST_F(DeviceFile, MayBeDamagedWhileItIsUsed)
+{
+    constexpr uint32_t WORDS[] = {0xFFFFFFFF, 0x7FFFFFFF, 0x12345678};
+    for (const uint32_t word : WORDS) {
+        write(path_, sound_);
+        int opened[2];
+        ASSERT_EQ(pipe(opened), 0);
+        const int ending = inAProcess([&] {
+            setenv("KV_SIM_DEVICE", path_.c_str(), 1);
+            if (kv_sim_open() != 0)
+                return static_cast<int>(REFUSED);
+            const pid_t damaging = fork();
+            if (damaging == 0) {
+                const std::vector<uint32_t> words(sound_.size() / sizeof word, word);
+                const int file = open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+                const auto size = static_cast<ssize_t>(words.size() * sizeof word - HEAD);
+                for (bool first = true;; first = false) {
+                    if (pwrite(file, words.data(), static_cast<size_t>(size), HEAD) != size)
+                        _exit(1);
+                    if (first && ::write(opened[1], "", 1) != 1)
+                        _exit(1);
+                }
+            }
+            char byte;
+            const bool damaged = read(opened[0], &byte, 1) == 1;
+            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds{2};
+            while (std::chrono::steady_clock::now() < end) {
+                runEveryOperation();
+                steer();
+            }
+            kill(damaging, SIGKILL);
+            waitpid(damaging, nullptr, 0);
+            const int reset = kv_sim_reset();
+            fprintf(stderr, "%08x: %s\n", word, reset == 0 ? "usable" : kv_sim_error());
+            return static_cast<int>(damaged ? USED : USELESS);
+        });
+        close(opened[0]);
+        close(opened[1]);
+        EXPECT_EQ(ending, USED) << std::hex << word;
+        EXPECT_EQ(inAProcess([&] { return use(path_.c_str(), 1, 0); }), USED);
+    }
 }
 
 } // namespace
