@@ -142,9 +142,14 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult
  * setting. After a failed setting the next keep-alive tries again. A setting is
  * logged ("Kato time is updated").
  *
- * Works the same with a null @p result. Keep-alives may overlap in time: each
- * that finds a setting due makes one, and the time kept is that of one of them
- * to the second.
+ * Works the same with a null @p result. The device clock may read whatever a
+ * `timeval` of the machine holds, before the epoch too; only a setting after which
+ * it reads second 0 counts as none. Keep-alives may overlap in time: each that
+ * finds a setting due makes one, and the time kept is that of one of them, never
+ * the seconds of one with the microseconds of another; after two that overlapped
+ * the next setting may come a second late. (On a machine without atomic words of 64
+ * bits, as long as their times aren't apart by a multiple of 4096 seconds, nor on
+ * two sides of a multiple of 2^32.)
  * @param seconds since the epoch
  * @param microseconds 0 to 999999
  * @param result outcome; may be null
