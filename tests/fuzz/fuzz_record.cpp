@@ -29,19 +29,19 @@ std::set<const Type *> givenRecords()
 }
 
 // What a document makes of a record is printed as a document that makes the same record again.
-void fillAndPrint(const Type &type, const Json &json, bool lenient)
+void fillAndPrint(const Type &type, const Json &json, Leniency leniency)
 {
     Bytes record((type.size + 3) / 4);
     Paths given;
     try {
-        fromJson(type, json, lenient, record.data(), given);
+        fromJson(type, json, leniency, record.data(), given);
         check(type, given, record.data());
     } catch (const UsageError &) {
         return;
     }
     const Json printed = toJson(type, record.data());
     Bytes again(record.size());
-    fromJson(type, printed, false, again.data(), given);
+    fromJson(type, printed, {.members = true}, again.data(), given);
     if (toJson(type, again.data()) != printed)
         fail(type, printed.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
@@ -51,13 +51,13 @@ void setFields(const Type &type, const std::string &text)
     for (const Leaf &leaf : leaves(type)) {
         Bytes record((type.size + 3) / 4);
         try {
-            setField(type, leaf.path, text, record.data());
+            setField(type, leaf.path, text, {}, record.data());
         } catch (const UsageError &) {
         }
     }
     Bytes record((type.size + 3) / 4);
     try {
-        setField(type, text, "1", record.data());
+        setField(type, text, "1", {}, record.data());
     } catch (const UsageError &) {
     }
 }
@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const Json json = readJson("input", text);
         for (const Type *type : records)
             for (const bool lenient : {false, true})
-                fillAndPrint(*type, json, lenient);
+                fillAndPrint(*type, json, {.fields = lenient, .members = lenient});
     } catch (const UsageError &) {
     }
     return 0;

@@ -85,7 +85,7 @@ TEST(Rows, LoseNothingOfAGivenRecordOnItsWayThroughADocument)
             const vexoctl::Json printed = vexoctl::toJson(*record, value.data());
             std::vector<uint32_t> filled(value.size());
             vexoctl::Paths given;
-            vexoctl::fromJson(*record, printed, false, filled.data(), given);
+            vexoctl::fromJson(*record, printed, {.members = true}, filled.data(), given);
             EXPECT_EQ(vexoctl::toJson(*record, filled.data()).dump(), printed.dump());
         }
 }

@@ -1,4 +1,5 @@
 """The command line, run as a person and as a script would run it."""
+import fcntl
 import functools
 import json
 import operator
@@ -6,16 +7,62 @@ import os
 import pty
 import re
 import select
+import shutil
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 from pathlib import Path
 
 VEXOCTL = os.environ["VEXOCTL"]
 SOURCE = Path(__file__).resolve().parents[2]
+
+
+class Terminal:
+    """A program on a terminal that controls jobs, as a person has it."""
+
+    def __init__(self, test, *command, columns=80):
+        self.test, self.shown = test, ""
+        try:
+            self.leader, follower = os.openpty()
+        except OSError as error:
+            test.skipTest(f"no terminal to be had: {error}")
+        fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
+        self.process = subprocess.Popen(
+            command, stdin=follower, stdout=follower, stderr=follower, env=test.environment,
+            start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        os.close(follower)
+        test.addCleanup(os.close, self.leader)
+        test.addCleanup(self.process.wait)
+        test.addCleanup(self.process.kill)
+
+    def type(self, text):
+        os.write(self.leader, text.encode())
+
+    def read(self):
+        """What comes next; nothing when there is no end of the program's left."""
+        ready = select.select([self.leader], [], [], 20)[0]
+        self.test.assertTrue(ready, self.shown)
+        try:
+            return os.read(self.leader, 4096)
+        except OSError:
+            return b""
+
+    def until(self, text):
+        """What is shown before the text, which is waited for."""
+        while text not in self.shown:
+            more = self.read()
+            self.test.assertTrue(more, (text, self.shown))
+            self.shown += more.decode(errors="replace")
+        before, self.shown = self.shown.split(text, 1)
+        return before
+
+    def rest(self):
+        return self.shown + b"".join(iter(self.read, b"")).decode()
 
 
 class Device(unittest.TestCase):
@@ -157,11 +204,17 @@ class Words(Device):
             self.assertTrue(page.startswith(command), page)
             self.assertNotEqual(page, self.vexoctl("help").stdout)
 
-    def test_help_fits_into_80_columns(self):
-        for words in [["help"], ["list"], ["list", "sim"],
-                      *(["help", *name.split()] for name in operations())]:
-            for line in self.vexoctl(*words).stdout.splitlines():
-                self.assertLessEqual(len(line), 80, line)
+    def test_text_fits_a_terminal_of_any_width_and_is_not_wrapped_elsewhere(self):
+        script = self.folder / "script"
+        script.write_text("\n".join(["help", "list", "list sim", "help watch", "help metrics", "pdh pm get port=1 "
+                                     "pmType=1", *(f"help {name}" for name in operations())]))
+        whole = self.vexoctl("--script", str(script)).stdout
+        self.assertGreater(max(map(len, whole.splitlines())), 150)
+        for columns in (80, 132):
+            shown = Terminal(self, VEXOCTL, "--script", str(script), columns=columns).rest()
+            self.assertLessEqual(max(map(len, shown.splitlines())), columns)
+            self.assertGreater(max(map(len, shown.splitlines())), columns - 20)
+            self.assertEqual(shown.split(), whole.split())
 
     def test_completion_offers_words_arguments_and_values(self):
         def offered(*words):
@@ -178,8 +231,16 @@ class Words(Device):
                          ["families=ima_group_om", "families=ima_group_pm"])
         self.assertEqual(offered("pwe", "params", "set", "t1.rtp."),
                          ["t1.rtp.mode=", "t1.rtp.payloadType=", "t1.rtp.ssrc="])
+        self.assertEqual(offered("sim", "alarm", "get", "type=pw"), ["type=pwe"])
+        self.assertEqual(offered("sim", "alarm", "get", "type=ima-"),
+                         ["type=ima-group", "type=ima-link"])
+        (self.folder / "b c").touch()
+        (self.folder / "bd").mkdir()
+        self.assertEqual(self.vexoctl("complete", "pwe", "psn", "set", f"psn=@{self.folder}/b")
+                         .stdout, f"psn=@{self.folder}/b c\npsn=@{self.folder}/bd/\n")
         self.assertEqual(offered("pwe", "vlan", "set", "mode="),
                          ["mode=untagged", "mode=double", "mode=2", "mode=4"])
+
 
 
 # What is given, and what the message has to say.
@@ -200,6 +261,12 @@ BAD_INPUT = [
     (["pdh", "frame", "set", "port= 1", "mode=1"], "port: expected a number, not ' 1'"),
     (["pdh", "frame", "set", "port=4294967296", "mode=1"], "more than 4294967295"),
     (["pdh", "frame", "set", "port=1", "mode=fast"], "mode: expected 1, 2, 3, 4, 5 or 6, not"),
+    (["pdh", "frame", "set", "port=1", "mode=7"], "expected 1, 2, 3, 4, 5 or 6, not '7'.*--force"),
+    (["pwe", "params", "set", "pwId=1", "pweType=0"], "pweType: expected tdm-1, tdm-2, .*, not '0'"),
+    (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":6}'], "expected 1, 2, 3, 4 or 5, not '6'"),
+    (["sim", "alarm", "get", "type=pw", "number=1"],
+     "expected system, pdh, pwe, ima-group or ima-link, not 'pw'; did you mean 'pwe'"),
+    (["exit", "now"], "exit: expected nothing behind it"),
     (["pdh", "frame", "get", "port=1", "mode=1"], "no argument 'mode'"),
     (["pdh", "frame", "get", "--port=1"], "no option '--port=1'"),
     (["pdh", "cable_len", "set", "port=1", "length=65536"], "from 0 to 65535, not 65536"),
@@ -263,12 +330,17 @@ BAD_INPUT = [
     (["metrics", "--families", ""], "families: expected names"),
     (["metrics", "form=xml"], "form: expected text or openmetrics"),
     (["sim", "fault", "add", "function=GetObjectCoun"], "did you mean 'GetObjectCount'"),
+    (["sim", "fault", "add", "function=config_get_pdh"], "did you mean 'config_get_pdh_params'"),
     (["--device"], "--device"),
     (["--jsn", "list"], "did you mean '--json'"),
     (["--script", "/nowhere"], "cannot read /nowhere: No such file"),
     (["--script", "/"], "Is a directory"),
     (["--script", "-", "list"], "either a command or --script"),
 ]
+
+
+# What every error says in JSON.
+ERROR = ["operation", "rc", "message", "error", "file", "line"]
 
 
 class Input(Device):
@@ -281,7 +353,12 @@ class Input(Device):
                 self.assertEqual((done.returncode, done.stdout), (2, ""))
                 self.assertRegex(done.stderr, message)
                 self.assertLess(len(done.stderr), 400)
-                self.assertEqual(list(self.document("--json", *words, status=2)), ["error"])
+                error = self.document("--json", *words, status=2)
+                self.assertEqual(list(error), ERROR)
+                self.assertEqual((error["rc"], error["file"], error["line"]), 3 * (None,))
+                self.assertEqual(error["message"], error["error"])
+                named = f"{error['operation']}: " if error["operation"] else ""
+                self.assertEqual(done.stderr, f"vexoctl: {named}{error['error']}\n")
         self.assertEqual(self.calls(), before)
 
     def test_the_alarm_bits_that_can_be_set_are_those_that_the_platform_is_told_to_change(self):
@@ -304,8 +381,33 @@ class Input(Device):
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertRegex(done.stderr, r"^vexoctl: pdh frame set: failure \d+: .*99")
         document = self.document("pdh", "frame", "set", "port=99", "mode=1", status=1)
+        self.assertEqual(list(document), ERROR)
+        self.assertEqual(document["operation"], "pdh frame set")
         self.assertGreater(document["rc"], 0)
         self.assertIn("99", document["message"])
+
+    def test_a_document_that_is_none_is_refused_without_words_of_a_programmer(self):
+        done = self.vexoctl("pwe", "psn", "set", "pwId=1", "psn={]")
+        self.assertIn("line 1, column 2", done.stderr)
+        self.assertNotIn("[", done.stderr.split("'{]")[0])
+
+    def test_a_number_that_is_no_member_is_sent_by_force(self):
+        for number, words in enumerate((["mode=7", "--force"], ["--force", "mode=8"])):
+            document = self.document("pdh", "frame", "set", "port=1", *words, status=1)
+            self.assertIn("frame mode", document["message"])
+        self.document("pdh", "frame", "set", "port=1", "mode=0x6")
+        self.document("pwe", "psn", "set", "pwId=1", 'psn={"psnType":6}', "--force", status=1)
+
+    def test_standard_input_that_cannot_be_read_is_an_error(self):
+        for source, reason in (("/", "Is a directory"), ("/proc/self/mem", "Input/output error"),
+                               ("&-", "Bad file descriptor")):
+            for words in ("", "--script -", "pwe psn set pwId=1 psn=@-"):
+                done = subprocess.run(["sh", "-c", f'"$0" {words} <{source}', VEXOCTL],
+                                      env=self.environment, capture_output=True, text=True,
+                                      timeout=60, check=False)
+                self.assertEqual((done.returncode, done.stdout), (2, ""), (words, source))
+                self.assertIn(f"cannot read -: {reason}", done.stderr)
+        self.assertEqual(self.vexoctl(text="").returncode, 0)
 
     def test_texts_of_any_bytes_are_printed_as_valid_json_and_do_no_harm_to_a_terminal(self):
         self.vexoctl("misc", "dbg", "init", "info=\x1b[31m")
@@ -442,6 +544,7 @@ class Session(Device):
         for lines, status, where in (
                 (["sys tpid set tpid=0x1111", "", "pdh frame get port=99", "sys tpid set tpid=0x2222"], 1, 3),
                 (["sys tpid set tpid=0x1111", "# x", "sys tpid sit tpid=0x2222", "sys tpid set tpid=0x2222"], 2, 3),
+                (["sys tpid set \\", "tpid=0x1111", "list \\", "nonsense"], 2, 3),
                 (["sys tpid set tpid=0x1111", "sys tpid set 'tpid=0x2222"], 2, 2)):
             script = self.folder / "script"
             script.write_text("\n".join(lines))
@@ -450,54 +553,54 @@ class Session(Device):
                 done = self.vexoctl(*how, text=text)
                 self.assertEqual(done.returncode, status)
                 self.assertIn(f"stopped at line {where}", done.stderr)
+                file = str(script) if how else "-"
+                self.assertRegex(done.stderr, f"^vexoctl: {file}:{where}: ")
                 self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x1111)
                 done = self.vexoctl("--json", *how, text=text)
                 answers = [json.loads(line) for line in done.stdout.splitlines()]
                 self.assertEqual(["error" in answer or answer["rc"] != 0 for answer in answers],
                                  [False, True])
+                self.assertEqual(list(answers[1]), ERROR)
+                self.assertEqual((answers[1]["file"], answers[1]["line"]), (file, where))
 
-    def test_a_script_may_have_comments_quotes_and_line_ends_of_any_kind(self):
-        self.documents(['misc dbg init "info=a b" # and a comment\r', "\r", "  # nothing",
-                        r"""misc 'dbg' init info=it\'s'\ '"\"#x" """, "sys\ttpid set tpid=0x88A8"])
-        self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], 'it\'s\\ "#x')
+    def test_a_script_may_have_comments_and_line_ends_of_any_kind(self):
+        self.documents(['misc dbg init "info=a b" # and a comment\r', "\r", "  # nothing \\",
+                        "sys\ttpid set tpid=0x88A8"])
+        self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], "a b")
         shown = self.vexoctl(text="sys tpid get --json\nsys tpid get").stdout.splitlines()
         self.assertEqual((json.loads(shown[0])["tpid"], shown[1:]), (0x88A8, ["tpid: 0x88a8"]))
 
-    def test_the_prompt_completes_remembers_and_survives_ctrl_c(self):
-        try:
-            leader, follower = pty.openpty()
-        except OSError as error:
-            self.skipTest(f"no terminal to be had: {error}")
-        process = subprocess.Popen([VEXOCTL], stdin=follower, stdout=follower, stderr=follower,
-                                   env=self.environment, start_new_session=True,
-                                   preexec_fn=lambda: os.set_inheritable(follower, True))
-        os.close(follower)
-        self.addCleanup(os.close, leader)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        shown = ""
+    def test_quotes_and_backslashes_are_the_shells(self):
+        for word in (r"info=it\'s'\ '\"\"#x\"", r"'a\nb'", r'"a\nb"', r'"a\"b\\c\$d\`e\f"', r"a\nb\\",
+                     r"''", "x\\\ny", '"x\\\ny"', r"\#x", "\"a 'b' c\"", r"h\ällo", "'x'\\\n\\\ny"):
+            word = "info=" + word.removeprefix("info=")
+            shells = subprocess.run(["bash", "-c", f"printf %s {word}"], capture_output=True,
+                                    text=True, check=True).stdout
+            self.documents([f"misc dbg init {word}"])
+            read = self.document("misc", "dbg_info", "get")["debug"]["info"]
+            self.assertEqual("info=" + read, shells, word)
 
-        def until(text):
-            nonlocal shown
-            end = time.monotonic() + 20
-            while text not in shown:
-                ready = select.select([leader], [], [], max(0, end - time.monotonic()))[0]
-                self.assertTrue(ready, (text, shown))
-                shown += os.read(leader, 4096).decode()
-            shown = shown[shown.index(text) + len(text):]
+    def test_help_and_exit_work_wherever_a_command_does(self):
+        pages = {"sys tpid set": self.vexoctl("help", "sys", "tpid", "set").stdout,
+                 "watch": self.vexoctl("help", "watch").stdout,
+                 "": self.vexoctl("help").stdout}
+        self.assertEqual(len(set(pages.values())), 3)
+        for words, page in pages.items():
+            for asked in (f"{words} --help", f"{words} -h", f"{words} ?", f"? {words}",
+                          f"help {words}"):
+                self.assertEqual(self.vexoctl(text=asked).stdout, page, asked)
+                if words or not asked.strip().startswith("-"):
+                    self.assertEqual(self.vexoctl(*asked.split()).stdout, page, asked)
+        self.assertEqual(self.vexoctl("sys", "tpid", "set", "tpid=1", "-h").stdout,
+                         pages["sys tpid set"])
+        for word in ("exit", "quit"):
+            done = self.vexoctl(text=f"sys tpid get\n{word}\nnonsense")
+            self.assertEqual((done.returncode, done.stdout), (0, "tpid: 0x8100\n"))
+            self.assertEqual(self.vexoctl(word).returncode, 0)
+        done = self.vexoctl(text="sys tpid get --device x")
+        self.assertIn("--device can only be given when vexoctl is started", done.stderr)
+        self.assertEqual(self.document("sys tpid", "get")["operation"], "sys tpid get")
 
-        until("vexoctl> ")
-        os.write(leader, b"sys tp\tse\ttp\t0x1234\n")
-        until("vexoctl> ")
-        os.write(leader, b"half a comm\x03sys tpid get\n")
-        until("tpid: 0x1234")
-        until("vexoctl> ")
-        os.write(leader, b"pdh frame get port=99\n")
-        until("failure")
-        until("vexoctl> ")
-        os.write(leader, b"quit\n")
-        self.assertEqual(process.wait(20), 0)
-        self.assertIn("0x1234", (self.folder / ".vexoctl_history").read_text())
 
 
 class Notifications(Device):

@@ -6,6 +6,7 @@
 #include <help.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <map>
 #include <sstream>
@@ -26,35 +27,30 @@ constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
 
 constexpr Command COMMANDS[] = {
     {"list", "list [AREA [OBJECT]]", "the operations, with what they take",
-     "Shows the operations, with what they take. The areas are sys, pdh, pwe, ima\n"
-     "and misc; 'list sim' shows the commands of the simulated device.\n"},
+     "Shows the operations, with what they take. The areas are sys, pdh, pwe, ima and misc; 'list "
+     "sim' shows the commands of the simulated device."},
     {"help", "help [COMMAND]", "what a command does and takes",
-     "Shows what a command does, what it takes and what it returns.\n"},
+     "Shows what a command does, what it takes and what it returns. '--help', '-h' or '?' anywhere "
+     "in a command does the same."},
     {"watch", "watch [alarms] [pm] [count=N] [for=SECONDS]",
      "alarm events and PM reports as they come",
-     "Prints alarm events and PM reports as they come, one line each, until N lines\n"
-     "have been printed, the time is over or SIGINT or SIGTERM comes. Without\n"
-     "'alarms' or 'pm', both. The exit status is 1 when the subscription is refused\n"
-     "and when events were lost, which standard error tells.\n"},
+     "Prints alarm events and PM reports as they come, one line each, until N lines have been "
+     "printed, the time is over or SIGINT or SIGTERM comes. Without 'alarms' or 'pm', both. The "
+     "exit status is 1 when the subscription is refused and when events were lost, which standard "
+     "error tells."},
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
-     "Prints each state of a software load until it is over, that is, until the state\n"
-     "is none of 2, 3 and 4. The exit status is 1 when that is 6: the load failed.\n"},
+     "Prints each state of a software load until it is over, that is, until the state is none of "
+     "2, 3 and 4. The exit status is 1 when that is 6: the load failed."},
     {"metrics", "metrics [families=NAME,...|all] [form=FORM] [pwes=N] [groups=N]",
      "counters and alarms once, for Prometheus",
-     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N\n"
-     "(1024) and the IMA groups 1 to N (8), as far as there are. The form is text, as\n"
-     "node_exporter reads it from a file, or openmetrics. PM counters are those of the\n"
-     "running interval; what there is no data for is left out. Where something can't be\n"
-     "read, the rest is printed and the status is 1.\n"},
+     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N (1024) and "
+     "the IMA groups 1 to N (8), as far as there are. The form is text, as node_exporter reads it "
+     "from a file, or openmetrics. PM counters are those of the running interval; what there is no "
+     "data for is left out. Where something can't be read, the rest is printed and the status is "
+     "1."},
+    {"exit", "exit", "ends the prompt or a script",
+     "Ends the prompt, or a script, with success. 'quit' does the same."},
 };
-
-Names commandNames()
-{
-    Names names;
-    for (const Command &command : COMMANDS)
-        names.push_back(command.name);
-    return names;
-}
 
 std::vector<const Operation *> allOperations()
 {
@@ -78,7 +74,8 @@ std::string joined(const Words &words, size_t count, char separator)
 const Operation *find(const Words &words, size_t count)
 {
     std::string name = joined(words, count, '_');
-    std::replace(name.begin(), name.end(), '-', '_');
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '-' || c == ' '; }, '_');
     const bool isSim = name.starts_with("sim_");
     for (const Operation *operation : allOperations())
         if (operation->name == name || operation->name == "vexo_cmi_" + name ||
@@ -156,12 +153,20 @@ std::string rowText(const Json &row)
     return text;
 }
 
-std::string aligned(const std::string &name, const std::string &text)
+// Those in the folder that the path is in so far; a folder ends with '/'.
+Names files(const std::string &path)
 {
-    constexpr size_t COLUMN = 28;
-    const size_t used = std::max(name.size() + 2, COLUMN);
-    const std::string gap(used - name.size(), ' ');
-    return name + gap + folded(std::string(used, ' ') + text, COLUMN).substr(used) + "\n";
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    std::error_code error;
+    Names names;
+    for (const auto &entry :
+         std::filesystem::directory_iterator(folder.empty() ? "." : folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with('.') == path.substr(folder.size()).starts_with('.'))
+            names.push_back(folder + name + (entry.is_directory(error) ? "/" : ""));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 } // namespace
@@ -169,6 +174,14 @@ std::string aligned(const std::string &name, const std::string &text)
 std::span<const Command> commands()
 {
     return COMMANDS;
+}
+
+Names commandNames()
+{
+    Names names;
+    for (const Command &command : COMMANDS)
+        names.push_back(command.name);
+    return names;
 }
 
 const Operation &operationOf(const Words &words, size_t &count)
@@ -265,6 +278,7 @@ Json manual(const Operation &operation)
 
 std::string readableManual(const Json &page)
 {
+    constexpr size_t COLUMN = 28;
     std::string text = folded(page["usage"], 4) + "\n";
     std::istringstream paragraphs{page["help"].get<std::string>()};
     for (std::string line; std::getline(paragraphs, line);)
@@ -274,10 +288,11 @@ std::string readableManual(const Json &page)
         for (const Json &row : page["arguments"]) {
             if (row["direction"] != direction)
                 continue;
-            rows += aligned("  " + row["name"].get<std::string>(), rowText(row));
+            rows += aligned("  " + row["name"].get<std::string>(), rowText(row), COLUMN);
             if (row.contains("fields"))
                 for (const Json &field : row["fields"])
-                    rows += aligned("    " + field["name"].get<std::string>(), rowText(field));
+                    rows +=
+                        aligned("    " + field["name"].get<std::string>(), rowText(field), COLUMN);
         }
         if (!rows.empty())
             text += std::string{"\n"} + direction + ":\n" + rows;
@@ -319,6 +334,9 @@ Names completions(const Words &typed)
         for (const auto &[name, type] : names) {
             if (sign == std::string::npos)
                 next.push_back(name + "=");
+            else if (name == begun.substr(0, sign) && begun.substr(sign).starts_with("=@"))
+                for (const std::string &file : files(begun.substr(sign + 2)))
+                    next.push_back(name + "=@" + file);
             else if (name == begun.substr(0, sign))
                 for (const std::string &value : valuesOf(*type))
                     next.push_back(name + "=" + value);

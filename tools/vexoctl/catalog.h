@@ -19,6 +19,7 @@ struct Command {
 };
 
 std::span<const Command> commands();
+Names commandNames();
 
 // The operation that the words begin with; `count` is how many of them name it. Throws UsageError
 // when there is none.

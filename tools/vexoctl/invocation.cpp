@@ -30,7 +30,7 @@ std::string readWhole(const std::string &what, const std::string &file)
     std::string text(LONGEST, '\0');
     if (stream)
         stream.read(text.data(), LONGEST);
-    if (!stream && !stream.eof())
+    if ((!stream && !stream.eof()) || isBroken(stream))
         throw UsageError(what + ": cannot read " + file + ": " + strerror(errno));
     if (!stream.eof())
         throw UsageError(what + ": " + file + " is longer than any record");
@@ -76,6 +76,11 @@ std::vector<Assignable> assignable(const Operation &operation)
     return all;
 }
 
+bool isBroken(const std::istream &stream)
+{
+    return stream.bad() || (&stream == &std::cin && ferror(stdin));
+}
+
 std::string spoken(const std::string &operation)
 {
     std::string words = operation;
@@ -88,8 +93,8 @@ std::string spoken(const std::string &operation)
     return words;
 }
 
-Invocation::Invocation(const Operation &operation, const Names &assignments)
-    : operation_{operation}, storage_(operation.arguments.size())
+Invocation::Invocation(const Operation &operation, const Names &assignments, bool force)
+    : operation_{operation}, force_{force}, storage_(operation.arguments.size())
 {
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation.arguments[i];
@@ -116,7 +121,7 @@ Invocation::Invocation(const Operation &operation, const Names &assignments)
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation.arguments[i];
         if (argument.direction == Direction::in && !argument.optional && !given.contains(i))
-            throw UsageError(spoken(operation.name) + ": " + argument.name + " is missing" +
+            throw UsageError(std::string{argument.name} + " is missing" +
                              (isGivenRecord(argument)
                                   ? ": set its fields, or name a JSON document as in " +
                                         std::string{argument.name} + "=@FILE"
@@ -126,7 +131,7 @@ Invocation::Invocation(const Operation &operation, const Names &assignments)
         check(*argument.type, given_, storage_[i].bytes());
         if (const Names names = missing(*argument.type, given_, storage_[i].bytes());
             !names.empty())
-            throw UsageError(spoken(operation.name) + ": " + inWords(names, "and") +
+            throw UsageError(inWords(names, "and") +
                              " must be given, too; what is left out would be set to 0");
     }
 }
@@ -135,7 +140,7 @@ Invocation::Assignment Invocation::split(const std::string &word) const
 {
     const size_t sign = word.find('=');
     if (sign == std::string::npos || sign == 0)
-        throw UsageError(spoken(operation_.name) + ": expected name=value, not '" + word + "'");
+        throw UsageError("expected name=value, not '" + word + "'");
     const std::string name = word.substr(0, sign);
     const std::string value = word.substr(sign + 1);
     const size_t index = indexOf(operation_, name);
@@ -146,8 +151,7 @@ Invocation::Assignment Invocation::split(const std::string &word) const
         Names names;
         for (const Assignable &other : assignable(operation_))
             names.push_back(other.name);
-        throw UsageError(spoken(operation_.name) + " has no argument '" + name + "'" +
-                         hint(name, names));
+        throw UsageError("there is no argument '" + name + "'" + hint(name, names));
     }
     const std::string qualifier = std::string{operation_.arguments[record].name} + ".";
     return {record, name.starts_with(qualifier) ? name.substr(qualifier.size()) : name, value};
@@ -167,7 +171,8 @@ void Invocation::load(size_t index, const std::string &value)
             throw UsageError(std::string{argument.name} + ": the JSON document holds no record");
         json = Json(*record);
     }
-    fromJson(*argument.type, json, printed, storage_[index].bytes(), given_);
+    fromJson(*argument.type, json, {.fields = printed, .members = force_}, storage_[index].bytes(),
+             given_);
 }
 
 void Invocation::assign(const Assignment &assignment)
@@ -176,7 +181,7 @@ void Invocation::assign(const Assignment &assignment)
     const Argument &argument = operation_.arguments[index];
     Storage &storage = storage_[index];
     if (!path.empty()) {
-        setField(*argument.type, path, value, storage.bytes());
+        setField(*argument.type, path, value, {.members = force_}, storage.bytes());
         given_.insert(path);
     } else if (argument.type->kind == Kind::record &&
                (value.starts_with('@') || value.starts_with('{'))) {
@@ -185,7 +190,7 @@ void Invocation::assign(const Assignment &assignment)
         checkLength(argument.name, value.size(), argument.limit);
         storage.text = value;
     } else {
-        parse(*argument.type, argument.name, value, storage.bytes());
+        parse(*argument.type, argument.name, value, {.members = force_}, storage.bytes());
         if (argument.type->kind == Kind::word)
             checkLimit(argument.name, storage.words[0], argument.limit);
     }

@@ -4,6 +4,8 @@
 
 #include "value.h"
 
+#include <istream>
+
 namespace vexoctl
 {
 
@@ -13,8 +15,9 @@ class Invocation
     // Takes "name=value" words: of arguments, or of fields of the record that the operation is
     // given. "record=@FILE" takes the record from a JSON document, "record=@-" from standard
     // input, "record={...}" from the word itself; single fields win over it. Throws UsageError when
-    // a word is wrong or something is missing.
-    Invocation(const describe::Operation &operation, const Names &assignments);
+    // a word is wrong or something is missing. With `force`, numbers are taken also where they are
+    // no members of their enumeration.
+    Invocation(const describe::Operation &operation, const Names &assignments, bool force);
     Invocation(const Invocation &) = delete;
 
     const vexoResult &call();
@@ -40,6 +43,7 @@ class Invocation
     uint32_t countOf(const describe::Argument &argument) const;
 
     const describe::Operation &operation_;
+    const bool force_;
     std::vector<Storage> storage_;
     Paths given_; // fields of the record
     vexoResult result_{};
@@ -53,6 +57,10 @@ struct Assignable {
     const describe::Type *type;
 };
 std::vector<Assignable> assignable(const describe::Operation &operation);
+
+// Whether a stream ended because it couldn't be read. std::cin, which goes through stdio, knows
+// nothing of it.
+bool isBroken(const std::istream &stream);
 
 // "pwe params set" for vexo_cmi_pwe_params_set.
 std::string spoken(const std::string &operation);

@@ -36,11 +36,11 @@ Status runScript(Session &session, const std::string &file)
 {
     session.setCompact(true);
     if (file == "-")
-        return session.script(std::cin);
+        return session.script(std::cin, file);
     std::ifstream stream{file};
     if (!stream)
         return session.refuse("cannot read " + file + ": " + strerror(errno));
-    return session.script(stream);
+    return session.script(stream, file);
 }
 
 Status run(Session &session, const std::string &device, const std::string &script,
@@ -61,16 +61,6 @@ Status run(Session &session, const std::string &device, const std::string &scrip
     return isatty(STDIN_FILENO) ? session.prompt() : runScript(session, "-");
 }
 
-// The operation that --help stands behind.
-Status helpWith(Session &session, Words words)
-{
-    std::erase_if(words, [](const std::string &word) {
-        return word.starts_with('-') || word.find('=') != std::string::npos;
-    });
-    words.insert(words.begin(), "help");
-    return session.execute(words);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -85,17 +75,15 @@ int main(int argc, char **argv)
     std::string device;
     std::string script;
     app.add_flag("--json", json, "Print one JSON document per command");
-    app.add_option("--device", device,
-                   "File of the simulated device, also KV_SIM_DEVICE;\n"
-                   "without either, a new one for each process")
+    app.add_option("--device", device, "Simulated device's file, in place of KV_SIM_DEVICE")
         ->type_name("FILE");
     app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
     app.set_version_flag("--version", "vexoctl " VEXO_CMI_VERSION);
-    app.set_help_flag("--help", "Print this or, behind a command, what it does and takes");
+    app.set_help_flag("-h,--help", "Print this or, behind a command, what it does and takes");
     app.footer("Commands ('help' tells more):\n"
                "  AREA OBJECT VERB name=value ...   one operation of the library\n"
-               "  list, help, watch, follow, metrics, sim");
+               "  list, help, watch, follow, metrics, exit, sim");
     app.allow_extras();
     // The words to be completed are not looked into.
     if (argc > 1 && strcmp(argv[1], "complete") == 0)
@@ -104,8 +92,11 @@ int main(int argc, char **argv)
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &help) {
         Session session{json, false};
-        if (!app.remaining().empty())
-            return helpWith(session, app.remaining());
+        Words words = app.remaining();
+        if (!words.empty()) {
+            words.emplace_back("--help");
+            return session.execute(words);
+        }
         app.exit(help);
         return finish(SUCCESS);
     } catch (const CLI::Success &version) {

@@ -1,6 +1,8 @@
 // Counters and alarms for Prometheus. What the device has no data for is left out.
 #include "session.h"
 
+#include "print.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -294,8 +296,7 @@ std::string metricFamiliesHelp()
 {
     std::string text = "\nThe families; * marks those shown when none are named:\n\n";
     for (const auto &[name, family] : FAMILIES)
-        text += (family.isUsual ? "  * " : "    ") + name + std::string(20 - name.size(), ' ') +
-                family.help + "\n";
+        text += aligned((family.isUsual ? "  * " : "    ") + name, family.help, 24);
     return text;
 }
 
@@ -307,15 +308,14 @@ void metrics(const Words &given, bool json)
     takeNumbers(words, {{"pwes", &pseudowires}, {"groups", &groups}});
     const auto options = takeOptions(words, {"families", "form"});
     if (!words.empty())
-        throw UsageError("metrics: expected families=NAME,..., form=FORM, pwes=N or groups=N, not "
-                         "'" +
+        throw UsageError("expected families=NAME,..., form=FORM, pwes=N or groups=N, not '" +
                          words[0] + "'");
     const std::string form = options.contains("form") ? options.at("form") : "text";
     if (form != "text" && form != "openmetrics")
         throw UsageError("form: expected text or openmetrics, not '" + form + "'");
-    if (json)
-        throw UsageError("metrics: what Prometheus reads has no form in JSON");
     Exposition out{options.contains("families") ? familiesOf(options.at("families")) : Names{}};
+    if (json)
+        throw UsageError("what Prometheus reads has no form in JSON");
     Reader reader;
     uint32_t bits;
     if (out.wantsAlarms() && reader.read("alarms of the system", vexo_cmi_sys_alarm_get, &bits))

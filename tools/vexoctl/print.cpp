@@ -47,6 +47,16 @@ std::string lineOf(const Json &json)
     return line.empty() ? " none" : line;
 }
 
+// How many columns there are to print on; no end of them where no person looks.
+size_t width()
+{
+    constexpr size_t USUAL = 80;
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0)
+        return SIZE_MAX;
+    return size.ws_col ? size.ws_col : USUAL;
+}
+
 } // namespace
 
 std::string printable(const std::string &text)
@@ -62,13 +72,11 @@ std::string printable(const std::string &text)
     return result;
 }
 
-size_t width()
+std::string aligned(const std::string &name, const std::string &text, size_t column)
 {
-    constexpr size_t USUAL = 80;
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
-        return USUAL;
-    return size.ws_col;
+    const size_t used = std::max(name.size() + 2, column);
+    const std::string gap(used - name.size(), ' ');
+    return name + gap + folded(std::string(used, ' ') + text, column).substr(used) + "\n";
 }
 
 std::string folded(const std::string &text, size_t indent)

@@ -22,38 +22,48 @@ namespace
 {
 
 constexpr const char *WORDS_AND_RECORDS =
-    "\n"
-    "A number is decimal, or hexadecimal with 0x. A record is set field by field\n"
-    "(psn.param1=7) or from a JSON document: params=@FILE, params=@- for standard\n"
-    "input, params='{...}'. The document that a getter prints with --json can be\n"
-    "given back as it is. What is applied always must be given. --json may stand\n"
-    "anywhere in a command.\n";
+    "A number is decimal, or hexadecimal with 0x. A record is set field by field (psn.param1=7) or "
+    "from a JSON document: params=@FILE, params=@- for standard input, params='{...}'. The "
+    "document that a getter prints with --json can be given back as it is. What is applied always "
+    "must be given. --json, --help (also -h and ?) and --force, which sends numbers also where "
+    "they are no members of their enumeration, may stand anywhere in a command.";
 
 std::string overview()
 {
     std::string text;
     const auto add = [&](const std::string &usage, const std::string &purpose) {
-        constexpr size_t COLUMN = 33;
-        text += usage +
-                (usage.size() + 2 > COLUMN ? "\n" + std::string(COLUMN, ' ')
-                                           : std::string(COLUMN - usage.size(), ' ')) +
-                purpose + "\n";
+        text += aligned(usage, purpose, 33);
     };
     add("AREA OBJECT VERB name=value ...", "calls an operation: pdh frame set port=3 mode=2");
     for (const Command &command : commands())
         add(command.usage, command.purpose);
     add("sim ...", "controls the simulated device ('list sim')");
-    return text + WORDS_AND_RECORDS;
+    return text + "\n" + folded(WORDS_AND_RECORDS) + "\n";
 }
 
-const Names OPTIONS{"--json", "--device", "--script", "--version", "--help"};
-
-// Options that are left when the program's own have been taken.
+// Options that are left when those have been taken that may stand here.
 void refuseOptions(const Words &words)
 {
-    for (const std::string &word : words)
+    const Names ofProgram{"--device", "--script", "--version"};
+    Names all{"--json", "--force", "--help"};
+    all.insert(all.end(), ofProgram.begin(), ofProgram.end());
+    for (const std::string &word : words) {
+        const std::string name = word.substr(0, word.find('='));
+        if (std::find(ofProgram.begin(), ofProgram.end(), name) != ofProgram.end())
+            throw UsageError("the option " + name + " can only be given when vexoctl is started");
         if (word.starts_with('-'))
-            throw UsageError("there is no option '" + word + "' here" + hint(word, OPTIONS));
+            throw UsageError("there is no option '" + word + "' here" + hint(word, all));
+    }
+}
+
+// A line without its end, which is that of another system, too.
+bool readLine(std::istream &stream, std::string &line)
+{
+    if (!std::getline(stream, line))
+        return false;
+    if (line.ends_with('\r'))
+        line.pop_back();
+    return true;
 }
 
 // What std::cout is written through. The stream itself forgets why it could not be written.
@@ -118,30 +128,49 @@ void Session::show(const Json &document) const
         std::cout << readable(document);
 }
 
-Status Session::refuse(const std::string &text) const
+Status Session::tell(std::optional<uint32_t> code, const std::string &text) const
 {
+    const auto orNull = [](const auto &value, bool isKnown) {
+        return isKnown ? Json(value) : Json{};
+    };
     if (json_) {
-        show(Json{{"error", text}});
+        show(Json{{"operation", orNull(operation_, !operation_.empty())},
+                  {"rc", orNull(code.value_or(0), code.has_value())},
+                  {"message", text},
+                  {"error", text},
+                  {"file", orNull(file_, line_ > 0)},
+                  {"line", orNull(line_, line_ > 0)}});
         std::cout << std::flush;
     } else {
-        std::cerr << "vexoctl: " << text << std::endl;
+        std::cerr << "vexoctl: "
+                  << (line_ ? printable(file_) + ":" + std::to_string(line_) + ": " : "")
+                  << (operation_.empty() ? "" : operation_ + ": ")
+                  << (code ? "failure " + std::to_string(*code) + ": " : "") << printable(text)
+                  << std::endl;
     }
-    return USAGE;
+    return code ? FAILURE : USAGE;
+}
+
+Status Session::refuse(const std::string &text) const
+{
+    return tell({}, text);
 }
 
 void Session::operate(const Words &words)
 {
     size_t count = 0;
     const Operation &operation = operationOf(words, count);
-    Invocation invocation{operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}};
+    operation_ = spoken(operation.name);
+    Invocation invocation{
+        operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}, force_};
     tellOfPrivateDevice();
     const vexoResult &result = invocation.call();
     Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
     outputs.update(takeSimOutput());
     if (result.rc != VEXO_RC_OK)
-        throw Failure{spoken(operation.name), result};
+        throw Failure{operation_, result};
     if (json_) {
-        Json document{{"operation", spoken(operation.name)}, {"rc", 0}, {"message", ""}};
+        Json document{{"operation", operation_}, {"rc", 0}, {"message", ""}};
         document.update(outputs);
         show(document);
     } else {
@@ -179,7 +208,7 @@ void Session::help(const Words &words) const
         return showText(overview());
     for (const Command &command : commands())
         if (words[1] == command.name)
-            return showText(std::string{command.usage} + "\n\n" + command.more +
+            return showText(folded(command.usage, 4) + "\n\n" + folded(command.more) + "\n" +
                             (words[1] == "metrics" ? metricFamiliesHelp() : ""));
     const auto found = operationsUnder({words.begin() + 1, words.end()});
     if (found.size() > 1)
@@ -200,41 +229,62 @@ void Session::dispatch(const Words &words)
         tellOfPrivateDevice();
         return found->second(words, json_);
     }
-    if (words[0] == "complete") {
-        for (const std::string &word : completions({words.begin() + 1, words.end()}))
-            std::cout << word << "\n";
-        return;
-    }
     refuseOptions(words);
     if (words[0] == "list")
-        list(words);
-    else if (words[0] == "help")
-        help(words);
-    else
-        operate(words);
+        return list(words);
+    if (words[0] == "help")
+        return help(words);
+    if (words[0] != "exit" && words[0] != "quit")
+        return operate(words);
+    if (words.size() > 1)
+        throw UsageError("expected nothing behind it, not '" + words[1] + "'");
+    isOver_ = true;
+    if (json_)
+        show(Json{{"operation", words[0]}, {"rc", 0}, {"message", ""}});
+}
+
+Status Session::run(Words words)
+{
+    operation_.clear();
+    try {
+        if (std::erase_if(words, [](const std::string &word) {
+                return word == "--help" || word == "-h" || word == "?";
+            }) > 0) {
+            // Of what has been typed so far, the words that name the operation.
+            std::erase_if(words, [](const std::string &word) {
+                return word.starts_with('-') || word.find('=') != std::string::npos;
+            });
+            if (words.empty() || words[0] != "help")
+                words.insert(words.begin(), "help");
+        }
+        if (words.empty())
+            throw UsageError("there is no command");
+        const Names names = commandNames();
+        if (std::find(names.begin(), names.end(), words[0]) != names.end())
+            operation_ = words[0];
+        dispatch(words);
+        return SUCCESS;
+    } catch (const UsageError &error) {
+        return refuse(error.what());
+    } catch (const Failure &failure) {
+        operation_ = failure.operation;
+        return tell(static_cast<uint32_t>(failure.result.rc), failure.result.message);
+    }
 }
 
 Status Session::execute(const Words &given)
 {
-    Words words = given;
-    if (!words.empty() && words[0] != "complete" && std::erase(words, "--json") > 0)
-        return Session{true, compact_}.execute(words);
     Status status = SUCCESS;
-    try {
-        if (words.empty())
-            throw UsageError("there is no command");
-        dispatch(words);
-    } catch (const UsageError &error) {
-        status = refuse(error.what());
-    } catch (const Failure &failure) {
-        const auto rc = static_cast<uint32_t>(failure.result.rc);
-        if (json_)
-            show(Json{
-                {"operation", failure.operation}, {"rc", rc}, {"message", failure.result.message}});
-        else
-            std::cerr << "vexoctl: " << failure.operation << ": failure " << rc << ": "
-                      << failure.result.message << std::endl;
-        status = FAILURE;
+    if (!given.empty() && given[0] == "complete") {
+        for (const std::string &word : completions({given.begin() + 1, given.end()}))
+            std::cout << word << "\n";
+    } else {
+        Words words = given;
+        const bool usually = json_;
+        json_ |= std::erase(words, "--json") > 0;
+        force_ = std::erase(words, "--force") > 0;
+        status = run(words);
+        json_ = usually;
     }
     return finish(status);
 }
@@ -245,37 +295,48 @@ Status Session::execute(const std::string &line)
     try {
         words = split(line);
     } catch (const UsageError &error) {
+        operation_.clear();
         return refuse(error.what());
     }
     return words.empty() ? SUCCESS : execute(words);
 }
 
-Status Session::script(std::istream &stream)
+Status Session::script(std::istream &stream, const std::string &file)
 {
+    file_ = file;
     size_t number = 0;
-    for (std::string line; std::getline(stream, line);) {
-        ++number;
+    for (std::string line; readLine(stream, line);) {
+        line_ = ++number;
+        for (std::string next; lex(line).isContinued && readLine(stream, next); ++number)
+            line.replace(line.size() - 1, 1, next);
         const Status status = execute(line);
-        if (status != SUCCESS) {
-            std::cerr << "vexoctl: stopped at line " << number << std::endl;
+        if (status != SUCCESS)
+            std::cerr << "vexoctl: stopped at line " << line_ << std::endl;
+        if (status != SUCCESS || isOver_)
             return status;
-        }
     }
-    return stream.bad() ? refuse(std::string{"cannot read the script: "} + strerror(errno))
-                        : SUCCESS;
+    line_ = 0;
+    operation_.clear();
+    return isBroken(stream) ? refuse("cannot read " + file + ": " + strerror(errno)) : SUCCESS;
 }
 
-Words split(const std::string &line)
+Lexed lex(const std::string &line)
 {
-    if (line.find('\0') != std::string::npos)
-        throw UsageError("there is a NUL in the line");
-    Words words;
+    // What a backslash quotes between double quotes; elsewhere it is everything.
+    constexpr std::string_view QUOTABLE = "\"\\$`";
+    Lexed lexed{};
     std::string word;
     bool open = false;
     char quote = '\0';
     for (size_t i = 0; i < line.size(); ++i) {
         const char c = line[i];
-        if (quote != '\'' && c == '\\' && i + 1 < line.size()) {
+        const bool isLast = i + 1 == line.size();
+        if (quote != '\'' && c == '\\' && isLast) {
+            lexed.isContinued = true;
+            word += c;
+            open = true;
+        } else if (quote != '\'' && c == '\\' &&
+                   (!quote || QUOTABLE.find(line[i + 1]) != std::string_view::npos)) {
             word += line[++i];
             open = true;
         } else if (quote) {
@@ -290,7 +351,7 @@ Words split(const std::string &line)
             break;
         } else if (isspace(static_cast<unsigned char>(c))) {
             if (open)
-                words.push_back(word);
+                lexed.words.push_back(word);
             word.clear();
             open = false;
         } else {
@@ -298,11 +359,21 @@ Words split(const std::string &line)
             open = true;
         }
     }
-    if (quote)
-        throw UsageError(std::string{"a quote is left open: "} + line);
+    lexed.isWordOpen = open;
+    lexed.isQuoteOpen = quote != '\0';
     if (open)
-        words.push_back(word);
-    return words;
+        lexed.words.push_back(word);
+    return lexed;
+}
+
+Words split(const std::string &line)
+{
+    if (line.find('\0') != std::string::npos)
+        throw UsageError("there is a NUL in the line");
+    const Lexed lexed = lex(line);
+    if (lexed.isQuoteOpen)
+        throw UsageError("a quote is left open: " + line);
+    return lexed.words;
 }
 
 std::map<std::string, std::string> takeOptions(Words &words, const Names &names)
@@ -335,7 +406,7 @@ void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
         names.push_back(name);
     for (const auto &[name, value] : takeOptions(words, names)) {
         uint32_t &number = *numbers.at(name);
-        parse(describe::typeOf<uint32_t>(), name, value, &number);
+        parse(describe::typeOf<uint32_t>(), name, value, {}, &number);
         if (number == 0)
             throw UsageError(name + ": expected a number from 1, not 0");
     }

@@ -6,6 +6,7 @@
 
 #include <istream>
 #include <map>
+#include <optional>
 
 namespace vexoctl
 {
@@ -32,11 +33,11 @@ class Session
     Status execute(const Words &words);
     // A line of a script, which may be empty.
     Status execute(const std::string &line);
-    // Commands line by line, up to the first that doesn't succeed.
-    Status script(std::istream &stream);
+    // Commands line by line, up to the first that doesn't succeed. The file is named in errors.
+    Status script(std::istream &stream, const std::string &file);
     // Commands from the terminal.
     Status prompt();
-    // Says what is wrong.
+    // Says what is wrong with the command.
     Status refuse(const std::string &text) const;
 
     void setCompact(bool compact) { compact_ = compact; }
@@ -47,14 +48,30 @@ class Session
     void list(const Words &words) const;
     void help(const Words &words) const;
     void show(const Json &document) const;
+    Status run(Words words);
+    // Every error is told here; without a code when nothing was called.
+    Status tell(std::optional<uint32_t> code, const std::string &text) const;
 
     bool json_;
     bool compact_;
+    bool force_ = false;
+    bool isOver_ = false;   // by the command that ends a session
+    std::string operation_; // that is under way, or the command
+    std::string file_;      // of the script, and the line in it
+    size_t line_ = 0;
 };
 
-// Splits a line into words as a shell does: blanks part them, quotes and backslashes keep them
-// together, a '#' at the beginning of a word begins a comment. Throws UsageError when a quote is
-// left open.
+// A line as a shell reads it: blanks part the words, quotes and backslashes keep them together, a
+// '#' at the beginning of a word begins a comment.
+struct Lexed {
+    Words words;
+    bool isWordOpen; // no blank behind the last one
+    bool isQuoteOpen;
+    bool isContinued; // by a backslash at the end, with the next line in its place
+};
+Lexed lex(const std::string &line);
+
+// The words of a whole line. Throws UsageError when a quote is left open.
 Words split(const std::string &line);
 
 // Takes name=VALUE, also as --name VALUE and --name=VALUE, out of the words.

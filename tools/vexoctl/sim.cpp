@@ -33,8 +33,7 @@ const Type &typeOf<vexoctl::SimType>()
                                          {KV_SIM_PW, "pwe"},
                                          {KV_SIM_GROUP, "ima-group"},
                                          {KV_SIM_LINK, "ima-link"}};
-    static const Type type{Kind::enumeration, "object type", sizeof(uint32_t), members, {},
-                           KV_SIM_SYSTEM,     KV_SIM_LINK};
+    static const Type type{Kind::enumeration, "object type", sizeof(uint32_t), members, {}, 1, 0};
     return type;
 }
 
@@ -45,8 +44,7 @@ const Type &typeOf<vexoctl::SimEffect>()
                                          {KV_SIM_DELAY, "delay"},
                                          {KV_SIM_HANG, "hang"},
                                          {KV_SIM_GARBAGE, "garbage"}};
-    static const Type type{Kind::enumeration, "effect",      sizeof(uint32_t), members, {},
-                           KV_SIM_CODE,       KV_SIM_GARBAGE};
+    static const Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}, 1, 0};
     return type;
 }
 

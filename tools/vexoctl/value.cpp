@@ -111,11 +111,16 @@ std::string expectedOf(const Type &type)
     return "an object";
 }
 
-uint32_t parseWord(const Type &type, const std::string &what, const std::string &text)
+uint32_t parseWord(const Type &type, const std::string &what, const std::string &text,
+                   Leniency leniency)
 {
-    for (const Member &member : type.members)
+    Names names;
+    for (const Member &member : type.members) {
         if (text == member.name)
             return member.value;
+        names.emplace_back(member.name);
+    }
+    const std::string refusal = what + ": expected " + expectedOf(type) + ", not " + quoted(text);
     const bool hex = text.starts_with("0x") || text.starts_with("0X");
     uint32_t number = 0;
     const char *begin = text.data() + (hex ? 2 : 0);
@@ -124,7 +129,10 @@ uint32_t parseWord(const Type &type, const std::string &what, const std::string 
     if (error == std::errc::result_out_of_range && stop == end)
         throw UsageError(what + ": " + quoted(text) + " is more than 4294967295");
     if (error != std::errc{} || stop != end)
-        throw UsageError(what + ": expected " + expectedOf(type) + ", not " + quoted(text));
+        throw UsageError(refusal + hint(text, names));
+    if (type.kind == Kind::enumeration && !leniency.members && !nameOf(type, number) &&
+        (number < type.first || number > type.last))
+        throw UsageError(refusal + " (with --force it is sent all the same)");
     return number;
 }
 
@@ -272,41 +280,41 @@ void addMissing(const Type &record, const std::string &prefix, const Paths &give
     }
 }
 
-void fillFrom(const Type &type, const std::string &path, const Json &json, bool lenient,
+void fillFrom(const Type &type, const std::string &path, const Json &json, Leniency leniency,
               void *value, Paths &given);
 
-void fillFields(const Type &type, const std::string &path, const Json &json, bool lenient,
+void fillFields(const Type &type, const std::string &path, const Json &json, Leniency leniency,
                 void *value, Paths &given)
 {
     for (const auto &[name, element] : json.items()) {
-        if (lenient && !fieldOf(type, name))
+        if (leniency.fields && !fieldOf(type, name))
             continue;
         const std::string inner = path.empty() ? name : path + "." + name;
         const Field &field = settable(type, inner, name);
         void *place = at(value, field);
         if (field.count == 1) {
-            fillFrom(*field.type, inner, element, lenient, place, given);
+            fillFrom(*field.type, inner, element, leniency, place, given);
         } else {
             if (!element.is_array() || element.size() > field.count)
                 throw UsageError(inner + ": expected a list of at most " +
                                  std::to_string(field.count));
             for (size_t i = 0; i < element.size(); ++i)
-                fillFrom(*field.type, inner, element[i], lenient,
+                fillFrom(*field.type, inner, element[i], leniency,
                          static_cast<char *>(place) + i * field.type->size, given);
         }
         raiseFlag(field, type, value);
     }
 }
 
-void fillFrom(const Type &type, const std::string &path, const Json &json, bool lenient,
+void fillFrom(const Type &type, const std::string &path, const Json &json, Leniency leniency,
               void *value, Paths &given)
 {
     if (type.kind == Kind::record && json.is_object())
-        return fillFields(type, path, json, lenient, value, given);
+        return fillFields(type, path, json, leniency, value, given);
     if (type.kind == Kind::record || !(json.is_number_unsigned() || json.is_string()))
         throw UsageError((path.empty() ? type.name : path) + ": expected " + expectedOf(type) +
                          ", not " + quoted(json.dump()));
-    parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), value);
+    parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), leniency, value);
     given.insert(path);
 }
 
@@ -353,12 +361,13 @@ Json toJson(const Type &type, const void *value, uint32_t count, Style style)
     return json;
 }
 
-void parse(const Type &type, const std::string &what, const std::string &text, void *value)
+void parse(const Type &type, const std::string &what, const std::string &text, Leniency leniency,
+           void *value)
 {
     switch (type.kind) {
     case Kind::word:
     case Kind::enumeration:
-        putWord(value, parseWord(type, what, text));
+        putWord(value, parseWord(type, what, text, leniency));
         break;
     case Kind::text:
         putText(what, text, type.size, value);
@@ -376,7 +385,8 @@ void parse(const Type &type, const std::string &what, const std::string &text, v
     }
 }
 
-void setField(const Type &record, const std::string &path, const std::string &text, void *value)
+void setField(const Type &record, const std::string &path, const std::string &text,
+              Leniency leniency, void *value)
 {
     const Type *type = &record;
     size_t begin = 0;
@@ -387,7 +397,7 @@ void setField(const Type &record, const std::string &path, const std::string &te
         if (dot == std::string::npos) {
             if (field.count > 1)
                 throw UsageError(path + ": a list, which only a JSON document can set");
-            parse(*field.type, path, text, place);
+            parse(*field.type, path, text, leniency, place);
             raiseFlag(field, *type, value);
             return;
         }
@@ -419,13 +429,15 @@ Json readJson(const std::string &what, const std::string &text)
     try {
         return Json::parse(text, look);
     } catch (const Json::exception &error) {
-        throw UsageError(what + ": not a JSON document: " + error.what());
+        const std::string reason = error.what();
+        // It begins with a mark for programmers, in brackets.
+        throw UsageError(what + ": not a JSON document: " + reason.substr(reason.find("] ") + 2));
     }
 }
 
-void fromJson(const Type &record, const Json &json, bool lenient, void *value, Paths &given)
+void fromJson(const Type &record, const Json &json, Leniency leniency, void *value, Paths &given)
 {
-    fillFrom(record, "", json, lenient, value, given);
+    fillFrom(record, "", json, leniency, value, given);
 }
 
 void check(const Type &record, const Paths &given, const void *value)
@@ -489,11 +501,17 @@ Names valuesOf(const Type &type)
 std::string hint(const std::string &name, const Names &names)
 {
     constexpr size_t LONGEST = 64;
+    constexpr size_t SHORTEST_BEGINNING = 3;
     if (name.size() > LONGEST)
         return "";
     std::string best;
-    size_t bestDistance = std::max<size_t>(2, name.size() / 3) + 1;
+    // One letter in three may be wrong; but whoever stopped before the end has none wrong.
+    size_t bestDistance = (name.size() + 2) / 3 + 1;
     for (const std::string &candidate : names) {
+        if (name.size() >= SHORTEST_BEGINNING && candidate.starts_with(name)) {
+            best = candidate;
+            break;
+        }
         std::vector<size_t> row(candidate.size() + 1);
         std::iota(row.begin(), row.end(), 0);
         for (size_t i = 0; i < name.size(); ++i) {

@@ -28,22 +28,28 @@ enum class Style { json, human };
 Json toJson(const describe::Type &type, const void *value, Style style = Style::json);
 Json toJson(const describe::Type &type, const void *value, uint32_t count, Style style);
 
+// What is taken though it would else be refused.
+struct Leniency {
+    bool fields = false;  // that the record doesn't have are passed over
+    bool members = false; // numbers that are no members of their enumeration
+};
+
 // Writes a value given as text. `what` names it in messages.
 void parse(const describe::Type &type, const std::string &what, const std::string &text,
-           void *value);
+           Leniency leniency, void *value);
 
 // The paths of the fields that were given ("psn.param1").
 using Paths = std::set<std::string>;
 
 // Sets a field of a record by its path, and with it the flag that makes it count.
 void setField(const describe::Type &record, const std::string &path, const std::string &text,
-              void *value);
+              Leniency leniency, void *value);
 
 // Reads a JSON document; one that repeats a name or is nested deeper than any record is refused.
 Json readJson(const std::string &what, const std::string &text);
 
-// Fills a record from JSON; with `lenient`, fields that it doesn't have are passed over.
-void fromJson(const describe::Type &record, const Json &json, bool lenient, void *value,
+// Fills a record from JSON.
+void fromJson(const describe::Type &record, const Json &json, Leniency leniency, void *value,
               Paths &given);
 
 // Refuses fields that were given though the record doesn't have them, being what it is, and numbers

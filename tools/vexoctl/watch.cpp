@@ -296,8 +296,7 @@ void watch(const Words &given, bool json)
     const Limits limits{words};
     for (const std::string &word : words)
         if (word != "alarms" && word != "pm")
-            throw UsageError("watch: expected alarms, pm, count=N or for=SECONDS, not '" + word +
-                             "'");
+            throw UsageError("expected alarms, pm, count=N or for=SECONDS, not '" + word + "'");
     const bool alarms = std::find(words.begin(), words.end(), "alarms") != words.end();
     const bool pm = std::find(words.begin(), words.end(), "pm") != words.end();
     asJson = json;
@@ -348,7 +347,7 @@ void follow(const Words &given, bool json)
     Words words{given.begin() + 1, given.end()};
     const Limits limits{words};
     if (words != Words{"upgrade"})
-        throw UsageError("follow: expected upgrade, and count=N or for=SECONDS");
+        throw UsageError("expected upgrade, and count=N or for=SECONDS");
     asJson = json;
     printed = 0;
     allowed = limits.count;
