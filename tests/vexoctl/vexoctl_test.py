@@ -241,6 +241,21 @@ class Words(Device):
         self.assertEqual(offered("pwe", "vlan", "set", "mode="),
                          ["mode=untagged", "mode=double", "mode=2", "mode=4"])
 
+    def test_bash_completes_files_behind_the_sign_and_values(self):
+        completion = "/usr/share/bash-completion/bash_completion"
+        if not shutil.which("bash") or not os.path.exists(completion):
+            self.skipTest("no bash-completion")
+        (self.folder / "psn of 7").touch()
+        bash = Terminal(self, "bash", "--norc", "-i", columns=200)
+        bash.type(f"PATH={Path(VEXOCTL).parent}:$PATH; PS1='ready'' to go> '; . {completion}; "
+                  f". {SOURCE}/packaging/bash-completion/vexoctl; cd {self.folder}\n")
+        for typed, completed in (("pwe psn set psn=@ps", r"psn=@psn\ of\ 7 "),
+                                 ("pdh alarms set al", "alarmBits="),
+                                 ("pwe vlan set mode=unt", "mode=untagged ")):
+            bash.until("ready to go> ")
+            bash.type(f"vexoctl {typed}\t")
+            bash.until(completed)
+            bash.type("\x01\x0b\n")
 
 
 # What is given, and what the message has to say.
@@ -601,6 +616,85 @@ class Session(Device):
         self.assertIn("--device can only be given when vexoctl is started", done.stderr)
         self.assertEqual(self.document("sys tpid", "get")["operation"], "sys tpid get")
 
+    def prompt(self, columns=80):
+        terminal = Terminal(self, VEXOCTL, columns=columns)
+        terminal.until("vexoctl> ")
+        return terminal
+
+    def test_the_prompt_completes_and_survives_ctrl_c(self):
+        (self.folder / "ein psn").write_text('{"psnType": 6}')
+        os.chdir(self.folder)
+        terminal = self.prompt()
+        terminal.type("sys tp\tse\ttp\t0x1234\n")
+        terminal.until("vexoctl> ")
+        for _ in range(2):
+            terminal.type("half a comm\x03sys tpid get\n")
+            terminal.until("tpid: 0x1234")
+            terminal.until("vexoctl> ")
+        terminal.type("pwe psn set pwId=1 psn=@ei\t\n")
+        terminal.until("psnType: expected")
+        terminal.until("vexoctl> ")
+        terminal.type("sys tpid \t\tget\n")
+        terminal.until("set  get")
+        terminal.until("tpid: 0x1234")
+        terminal.until("vexoctl> ")
+        terminal.type("sys tpid get \\\n")
+        terminal.until("\n> ")
+        terminal.type("--json\n")
+        terminal.until('"tpid":4660')
+        terminal.until("vexoctl> ")
+        terminal.type("exit\n")
+        self.assertEqual(terminal.process.wait(20), 0)
+
+    def test_the_prompt_of_a_job_that_was_stopped_goes_on_where_it_was(self):
+        shell = Terminal(self, "bash", "--norc", "-i")
+        shell.type(f"{VEXOCTL}\n")
+        shell.until("vexoctl> ")
+        shell.type("sys tpid ")
+        shell.until("sys tpid ")
+        shell.type("\x1a")
+        shell.until("Stopped")
+        shell.type("fg\n")
+        shell.until("sys tpid ")
+        shell.type("get\n")
+        shell.until("tpid: 0x8100")
+
+    def test_the_prompt_takes_and_shows_any_letter(self):
+        for locale in ("C", "C.UTF-8"):
+            self.environment["LC_ALL"] = locale
+            terminal = self.prompt()
+            terminal.type("misc dbg init info=häxx\x7f\x7fllo€\n")
+            terminal.until("vexoctl> ")
+            self.assertEqual(self.document("misc", "dbg_info", "get")["debug"]["info"], "hällo€")
+            terminal.type("misc dbg_info get\n")
+            terminal.until("info: hällo€")
+            terminal.until("vexoctl> ")
+            terminal.type("misc dbg init info=ü && mis\t\x01\x0bmisc dbg_i\tget\n")
+            terminal.until("info: hällo€")
+
+    def test_the_history_is_kept_as_it_grows(self):
+        terminals = [self.prompt(), self.prompt()]
+        for terminal, line in ((0, "sys tpid set tpid=0x1234"), (1, "list nonsenseä"),
+                               (0, "sys tpid get")):
+            terminals[terminal].type(f"{line}\n")
+            terminals[terminal].until("vexoctl> ")
+        for terminal in terminals:
+            terminal.process.kill()
+        terminal = self.prompt()
+        terminal.type("\x10")
+        terminal.until("sys tpid get")
+        terminal.type("\x10")
+        terminal.until("list nonsenseä")
+        terminal.type("\x10\n")
+        terminal.until("tpid=0x1234")
+        history = self.folder / ".vexoctl_history"
+        self.assertEqual(history.stat().st_mode & 0o777, 0o600)
+        terminal.until("vexoctl> ")
+        history.write_text(history.read_text().splitlines()[0] + "\n" +
+                           "".join(f"line{number}\n" for number in range(1500)))
+        self.prompt()
+        self.assertEqual(history.read_text().splitlines()[1:],
+                         [f"line{number}" for number in range(500, 1500)])
 
 
 class Notifications(Device):

@@ -1,12 +1,16 @@
 #include "catalog.h"
+#include "print.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
 
-#include <editline/readline.h>
+#include <histedit.h>
 
 namespace vexoctl
 {
@@ -16,66 +20,150 @@ namespace
 
 constexpr int HISTORY_LENGTH = 1000;
 
-Names candidates;
-
-char *nextCandidate(const char *, int state)
+// What all of them begin with.
+std::string beginning(const Names &names)
 {
-    static size_t index;
-    if (state == 0)
-        index = 0;
-    return index < candidates.size() ? strdup(candidates[index++].c_str()) : nullptr;
+    std::string common = names[0];
+    for (const std::string &name : names)
+        common.erase(std::mismatch(common.begin(), common.end(), name.begin(), name.end()).first,
+                     common.end());
+    // No part of a character.
+    while (common.size() < names[0].size() && (names[0][common.size()] & 0xC0) == 0x80)
+        common.pop_back();
+    return common;
 }
 
-char **complete(const char *text, int start, int)
+std::string escaped(const std::string &text)
 {
-    const std::string before{rl_line_buffer, static_cast<size_t>(start)};
-    try {
-        Words words = split(before);
-        words.emplace_back(text);
-        candidates = completions(words);
-    } catch (const UsageError &) {
-        candidates.clear();
+    std::string result;
+    for (const char c : text)
+        result += (strchr(" \t\"'\\", c) ? "\\" : "") + std::string(1, c);
+    return result;
+}
+
+unsigned char complete(EditLine *editor, int)
+{
+    const LineInfo *line = el_line(editor);
+    Lexed typed = lex({line->buffer, line->cursor});
+    if (!typed.isWordOpen)
+        typed.words.emplace_back();
+    const Names found = completions(typed.words);
+    if (found.empty())
+        return CC_REFRESH_BEEP;
+    std::string rest = beginning(found).substr(typed.words.back().size());
+    if (!typed.isQuoteOpen)
+        rest = escaped(rest);
+    // An argument is followed by its value, and a folder by what is in it.
+    if (found.size() == 1 && !found[0].ends_with('=') && !found[0].ends_with('/'))
+        rest += ' ';
+    if (!rest.empty())
+        return el_insertstr(editor, rest.c_str()) == 0 ? CC_REFRESH : CC_REFRESH_BEEP;
+    std::cout << "\n";
+    for (const std::string &name : found)
+        std::cout << printable(name) << "  ";
+    std::cout << std::endl;
+    return CC_REDISPLAY;
+}
+
+class Editor
+{
+  public:
+    Editor() : editor_{el_init("vexoctl", stdin, stdout, stderr)}, history_{history_init()}
+    {
+        EditLine *const editor = editor_.get();
+        el_set(editor, EL_CLIENTDATA, this);
+        el_set(editor, EL_PROMPT, showPrompt);
+        el_set(editor, EL_EDITOR, "emacs");
+        // Of the signals, libedit needs to know the terminal's new size, and that it was stopped.
+        el_set(editor, EL_SIGNAL, 1);
+        el_set(editor, EL_HIST, ::history, history_.get());
+        el_set(editor, EL_ADDFN, "complete", "Complete a word", complete);
+        el_source(editor, nullptr);
+        el_set(editor, EL_BIND, "^I", "complete", nullptr);
+        // While a line is typed, Ctrl-C empties it.
+        el_set(editor, EL_SETTY, "-d", "-intr", "intr=", nullptr);
+        el_set(editor, EL_BIND, "^C", "em-kill-line", nullptr);
+        recall();
     }
-    rl_attempted_completion_over = 1;
-    // An argument is followed by its value, not by a blank.
-    rl_completion_append_character =
-        candidates.size() == 1 && candidates[0].ends_with('=') ? 0 : static_cast<int>(' ');
-    return rl_completion_matches(text, nextCandidate);
-}
+    Editor(const Editor &) = delete;
 
-std::string historyFile()
-{
-    const char *home = getenv("HOME");
-    return home ? std::string{home} + "/.vexoctl_history" : "";
-}
+    bool read(const char *prompt, std::string &line)
+    {
+        prompt_ = prompt;
+        int count = 0;
+        const char *typed;
+        do
+            typed = el_gets(editor_.get(), &count);
+        while (count < 0 && errno == EINTR);
+        if (!typed || count <= 0)
+            return false;
+        line.assign(typed, static_cast<size_t>(count));
+        if (line.ends_with('\n'))
+            line.pop_back();
+        return true;
+    }
+
+    // At once: nobody knows how the program ends.
+    void remember(const std::string &line)
+    {
+        HistEvent event;
+        history(history_.get(), &event, H_ENTER, line.c_str());
+        if (FILE *stream = file_.empty() ? nullptr : fopen(file_.c_str(), "a")) {
+            fseek(stream, 0, SEEK_END);
+            history(history_.get(), &event, H_NSAVE_FP, size_t{0}, stream);
+            fclose(stream);
+        }
+    }
+
+  private:
+    struct End {
+        void operator()(EditLine *editor) const { el_end(editor); }
+        void operator()(History *history) const { history_end(history); }
+    };
+
+    static char *showPrompt(EditLine *editor)
+    {
+        void *self = nullptr;
+        el_get(editor, EL_CLIENTDATA, &self);
+        return const_cast<char *>(static_cast<Editor *>(self)->prompt_);
+    }
+
+    void recall()
+    {
+        HistEvent event;
+        history(history_.get(), &event, H_SETSIZE, HISTORY_LENGTH);
+        if (const char *home = getenv("HOME"))
+            file_ = std::string{home} + "/.vexoctl_history";
+        // A file that is new, or has grown too long, is written anew.
+        const int length = history(history_.get(), &event, H_LOAD, file_.c_str());
+        if (!file_.empty() && (length < 0 || length > HISTORY_LENGTH))
+            history(history_.get(), &event, H_SAVE, file_.c_str());
+    }
+
+    std::unique_ptr<EditLine, End> editor_;
+    std::unique_ptr<History, End> history_;
+    std::string file_;
+    const char *prompt_ = "";
+};
 
 } // namespace
 
 Status Session::prompt()
 {
-    rl_initialize();
-    rl_attempted_completion_function = complete;
-    static char breaks[] = " \t";
-    rl_completer_word_break_characters = breaks;
-    // While a line is typed, Ctrl-C empties it.
-    rl_parse_and_bind("setty -d intr=");
-    rl_parse_and_bind("bind ^C em-kill-line");
-    using_history();
-    stifle_history(HISTORY_LENGTH);
-    const std::string history = historyFile();
-    if (!history.empty())
-        read_history(history.c_str());
+    // Terminals speak UTF-8, also where the locale was never set.
+    if (!setlocale(LC_CTYPE, "C.UTF-8"))
+        setlocale(LC_CTYPE, "");
+    Editor editor;
     setCompact(true);
-    for (;;) {
-        const std::unique_ptr<char, decltype(&free)> line{readline("vexoctl> "), free};
-        if (!line || strcmp(line.get(), "quit") == 0 || strcmp(line.get(), "exit") == 0)
-            break;
-        if (line.get()[0] != '\0')
-            add_history(line.get());
-        execute(std::string{line.get()});
+    for (std::string line; !isOver_ && editor.read("vexoctl> ", line);) {
+        for (std::string next; lex(line).isContinued && editor.read("> ", next);)
+            line.replace(line.size() - 1, 1, next);
+        if (!line.empty())
+            editor.remember(line);
+        execute(line);
     }
-    if (!history.empty())
-        write_history(history.c_str());
+    if (!isOver_)
+        std::cout << std::endl; // behind the prompt
     return SUCCESS;
 }
 
