@@ -29,9 +29,6 @@ uint64_t untilNextEnd(State &state);
 // The end of the interval that ends first, if that is not after `time`; 0: none.
 uint64_t nextEndUntil(const State &state, uint64_t time);
 
-// Makes the library's clock the device's.
-void bindClock();
-
 void scheduleIntervals(State &state);
 // Ends an interval, and as many empty ones after it as make up `times`; reported as one.
 void endInterval(Hold &hold, uint32_t interval, uint64_t times = 1);

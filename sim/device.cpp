@@ -2,6 +2,7 @@
 
 #include "clock.h"
 #include "entry.h"
+#include "rebind.h"
 
 #include <atomic>
 #include <cerrno>
@@ -294,6 +295,10 @@ void afterForkInChild()
 
 State *device()
 {
+    if (*mixture()) {
+        fail(NO_DEVICE, "%s", mixture());
+        return nullptr;
+    }
     const std::lock_guard guard{openMutex};
     if (!opened) {
         static const int forkWatched =

@@ -102,6 +102,9 @@ enum class Function : uint32_t { SIM_FUNCTIONS(SIM_FUNCTION_MEMBER) count };
 
 constexpr uint32_t FUNCTION_COUNT = static_cast<uint32_t>(Function::count);
 
+// Behind these come the C library's.
+constexpr uint32_t PLATFORM_FUNCTION_COUNT = static_cast<uint32_t>(Function::settimeofday);
+
 } // namespace sim
 
 #endif

@@ -1,8 +1,8 @@
-// Part of every stand-in: whichever of them comes with the library, its clock is the device's
+// Part of every stand-in: whichever of them comes with the library, what the library calls is right
 // before anything is called.
-#include "clock.h"
+#include "rebind.h"
 
 __attribute__((constructor)) static void load()
 {
-    sim::bindClock();
+    sim::bindLibrary();
 }

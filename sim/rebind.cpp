@@ -1,12 +1,17 @@
-// The library asks the C library for the time of day, and sets it there. On the simulated device
-// both are the device's: when a stand-in is loaded, the two imports of the library that are bound
-// to the C library are bound to the functions below instead. What a host program puts in their
-// place stays.
+// When a stand-in is loaded, imports of the library are bound anew. It asks the C library for the
+// time of day, and sets it there: both become the device's. What a host program puts in their place
+// stays. And where a device's own platform libraries were loaded beside stand-ins, whatever the
+// library would call of either becomes a refusal.
+#include "rebind.h"
+
 #include "clock.h"
 #include "entry.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include <dlfcn.h>
 #include <gnu/lib-names.h>
@@ -48,6 +53,49 @@ int deviceGetTimeOfDay(timeval *time, void *)
     return 0;
 }
 
+constexpr const char *PLATFORM[] = {"libkv_alarm.so",  "libkv_common.so", "libkv_config.so",
+                                    "libkv_forker.so", "libkv_pmom.so",   "libkv_upgrade.so"};
+
+char mixtureText[128];
+
+// The loader knows them by these names, wherever they are; a stand-in brings the device along.
+void lookForMixture()
+{
+    const char *simulated = nullptr;
+    const char *real = nullptr;
+    for (const char *name : PLATFORM) {
+        void *library = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+        if (!library)
+            continue;
+        (dlsym(library, "kv_sim_open") ? simulated : real) = name;
+        dlclose(library);
+    }
+    mixtureText[0] = '\0';
+    if (simulated && real)
+        snprintf(mixtureText, sizeof mixtureText,
+                 "simulated and real platform libraries are mixed: %s is simulated, %s is not",
+                 simulated, real);
+}
+
+kvRc refuse()
+{
+    return NO_DEVICE;
+}
+
+int refuseDescriptor()
+{
+    return -1;
+}
+
+void *refusalOf(const std::string_view function)
+{
+    if (function.ends_with("_string"))
+        return reinterpret_cast<void *>(mixture);
+    if (function.ends_with("_sock"))
+        return reinterpret_cast<void *>(refuseDescriptor);
+    return reinterpret_cast<void *>(refuse);
+}
+
 constexpr char LIBRARY[] = "libvexo_cmi.so";
 
 // ThreadSanitizer has a gettimeofday of its own, which is none of the host's.
@@ -65,9 +113,10 @@ constexpr bool INTERCEPTED = false;
 
 struct Binding {
     const char *name;
-    void *of;
+    void *of; // null: whatever it is bound to
     void *to;
 };
+using Bindings = std::vector<Binding>;
 
 #if __SIZEOF_POINTER__ == 8
 #define RELOCATION_SYMBOL ELF64_R_SYM
@@ -160,11 +209,10 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
                 continue;
             const char *name = dynamic.names + dynamic.symbols[symbol].st_name;
             auto **slot = reinterpret_cast<void **>(object->dlpi_addr + relocation->r_offset);
-            for (const Binding *binding = static_cast<Binding *>(bindings); binding->name;
-                 ++binding)
-                if (strcmp(name, binding->name) == 0 &&
-                    (INTERCEPTED || dlsym(RTLD_DEFAULT, binding->name) == binding->of))
-                    write(slot, binding->to);
+            for (const Binding &binding : *static_cast<const Bindings *>(bindings))
+                if (strcmp(name, binding.name) == 0 &&
+                    (INTERCEPTED || !binding.of || dlsym(RTLD_DEFAULT, name) == binding.of))
+                    write(slot, binding.to);
         }
     }
     return 0;
@@ -172,7 +220,12 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
 
 } // namespace
 
-void sim::bindClock()
+const char *sim::mixture()
+{
+    return mixtureText;
+}
+
+void sim::bindLibrary()
 {
     void *libc = dlopen(LIBC_SO, RTLD_LAZY | RTLD_NOLOAD);
     if (!libc)
@@ -180,14 +233,21 @@ void sim::bindClock()
     const auto bound = [=](const char *name, auto *to) {
         return Binding{name, dlsym(libc, name), reinterpret_cast<void *>(to)};
     };
-    Binding bindings[] = {
+    Bindings bindings{
         bound("settimeofday", deviceSetTimeOfDay),
         bound("gettimeofday", deviceGetTimeOfDay),
         // Of 32-bit machines with times of 64 bits.
         bound("__settimeofday64", deviceSetTimeOfDay),
         bound("__gettimeofday64", deviceGetTimeOfDay),
-        {},
     };
-    dl_iterate_phdr(rebind, bindings);
     dlclose(libc);
+    lookForMixture();
+    if (*mixture()) {
+        bindings.push_back({"kv_log", nullptr, refusalOf("kv_log")});
+        for (uint32_t i = 0; i < PLATFORM_FUNCTION_COUNT; ++i) {
+            const char *name = nameOf(static_cast<Function>(i));
+            bindings.push_back({name, nullptr, refusalOf(name)});
+        }
+    }
+    dl_iterate_phdr(rebind, &bindings);
 }

@@ -106,6 +106,24 @@ class Device(unittest.TestCase):
     def manual(self, *operation):
         return self.document("help", *operation)
 
+    def pages(self):
+        """What help tells of each operation that is listed."""
+        names = self.document("list")["operations"]
+        return dict(zip(names, self.documents(f"help {name}" for name in names)))
+
+    def call(self, page):
+        """Calls the operation of a page with a value for whatever it takes."""
+        given = [row for row in page["arguments"] if row["direction"] == "given"]
+        words = [f"{row['name']}={expected_value(row)[0]}" for row in given if "fields" not in row]
+        words += [f"{field['name']}={expected_value(field)[0]}" for row in given
+                  for field in row.get("fields", []) if "condition" not in field]
+        done = self.vexoctl("--json", *page["operation"].split(), *words)
+        document = json.loads(done.stdout)
+        self.assertEqual(document["operation"], page["operation"])
+        self.assertEqual(done.returncode, 0 if document["rc"] == 0 else 1, done)
+        self.assertEqual(document["rc"] == 0, document["message"] == "", document)
+        return document
+
 
 def operations():
     """Those that the library exports."""
@@ -130,23 +148,13 @@ def expected_value(row):
 
 class Words(Device):
     def test_every_exported_operation_is_listed_explained_and_callable_by_its_words(self):
-        listed = self.document("list")["operations"]
-        self.assertEqual(set(listed), operations())
-        pages = self.documents(f"help {name}" for name in listed)
-        for name, page in zip(listed, pages):
+        pages = self.pages()
+        self.assertEqual(set(pages), operations())
+        for name, page in pages.items():
             self.assertEqual(page["operation"], name)
             self.assertGreater(len(page["help"]), 20, name)
             self.assertNotRegex(page["help"], r"@|\*|see the header", name)
-            words = [f"{row['name']}={expected_value(row)[0]}" for row in page["arguments"]
-                     if row["direction"] == "given" and "fields" not in row]
-            fields = [f"{field['name']}={expected_value(field)[0]}"
-                      for row in page["arguments"] if row["direction"] == "given"
-                      for field in row.get("fields", []) if "condition" not in field]
-            done = self.vexoctl("--json", *name.split(), *words, *fields)
-            document = json.loads(done.stdout)
-            self.assertEqual(document["operation"], name)
-            self.assertEqual(done.returncode, 0 if document["rc"] == 0 else 1, done)
-            self.assertEqual(document["rc"] == 0, document["message"] == "", document)
+            document = self.call(page)
             if document["rc"] == 0:
                 returned = {row["name"] for row in page["arguments"]
                             if row["direction"] == "returned"}
@@ -1020,6 +1028,23 @@ class Surroundings(Device):
         for words in (["sim", "clock"], ["help", "sim", "clock"], ["--device", "x", "list"]):
             self.assertIn("real platform libraries", self.document(*words, status=2)["error"])
         self.assertNotIn("sim", self.vexoctl("complete", "").stdout.split())
+
+    def test_no_call_passes_where_a_real_platform_library_is_loaded_beside_simulated_ones(self):
+        pages = self.pages()
+        for blind in ("misc dbg_mode set", "misc log reset"):  # look at no answer of the platform's
+            del pages[blind]
+        for real in self.use_other_platform().glob("libkv_*.so"):
+            alone = self.folder / real.stem
+            alone.mkdir()
+            real.rename(alone / real.name)
+            self.environment["LD_LIBRARY_PATH"] = str(alone)
+            for page in pages.values():
+                document = self.call(page)
+                with self.subTest(real.name, operation=page["operation"]):
+                    self.assertRegex(document["message"], f"mixed: libkv_.* {real.name} is not")
+            done = self.vexoctl("--device", "x", "list")
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(real.name, done.stderr)
 
 
 if __name__ == "__main__":
