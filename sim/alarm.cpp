@@ -21,10 +21,26 @@ struct Lifetime {
     ~Lifetime() { subscription.close(); }
 } lifetime;
 
-void overlay(Hold &hold, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
+kvRc overlay(Hold &hold, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
              uint32_t bits)
 {
-    setAlarms(hold, type, number, alarms, (alarms & ~mask) | (bits & mask));
+    return setAlarms(hold, type, number, alarms, (alarms & ~mask) | (bits & mask));
+}
+
+// The same for those of the objects that exist.
+template <class Object, size_t COUNT, class Exists>
+kvRc overlayAll(Hold &hold, objType type, Object (&objects)[COUNT], uint32_t mask, uint32_t bits,
+                Exists exists)
+{
+    uint32_t number = 0;
+    for (Object &object : objects) {
+        ++number;
+        if (!exists(object))
+            continue;
+        if (const kvRc code = overlay(hold, type, number, object.alarms, mask, bits))
+            return code;
+    }
+    return KV_OK;
 }
 
 } // namespace
@@ -47,27 +63,18 @@ kvRc alarm_set_status_bits(objType type, uint32_t mask, uint32_t bits)
     return action(Function::alarm_set_status_bits, {type, mask, bits}, [=](Hold &hold) {
         switch (type) {
         case OBJ_SYSTEM:
-            overlay(hold, type, 1, hold->system.alarms, mask, bits);
-            return KV_OK;
+            return overlay(hold, type, 1, hold->system.alarms, mask, bits);
         case OBJ_PDH:
-            for (uint32_t i = 0; i < KV_SIM_PORTS; ++i)
-                overlay(hold, type, i + 1, hold->ports[i].alarms, mask, bits);
-            return KV_OK;
+            return overlayAll(hold, type, hold->ports, mask, bits, [](Port &) { return true; });
         case OBJ_PWE:
-            for (uint32_t i = 0; i < KV_SIM_PWS; ++i)
-                if (hold->pws[i].provisioned)
-                    overlay(hold, type, i + 1, hold->pws[i].alarms, mask, bits);
-            return KV_OK;
+            return overlayAll(hold, type, hold->pws, mask, bits,
+                              [](Pw &pw) { return pw.provisioned != 0; });
         case OBJ_IMA_GROUP:
-            for (uint32_t i = 0; i < KV_SIM_GROUPS; ++i)
-                if (hold->groups[i].provisioned)
-                    overlay(hold, type, i + 1, hold->groups[i].alarms, mask, bits);
-            return KV_OK;
+            return overlayAll(hold, type, hold->groups, mask, bits,
+                              [](Group &group) { return group.provisioned != 0; });
         case OBJ_IMA_LINK:
-            for (uint32_t i = 0; i < KV_SIM_LINKS; ++i)
-                if (hold->links[i].group)
-                    overlay(hold, type, i + 1, hold->links[i].alarms, mask, bits);
-            return KV_OK;
+            return overlayAll(hold, type, hold->links, mask, bits,
+                              [](Link &link) { return link.group != 0; });
         }
         return fail(NO_OBJECT, "there are no alarms of object type %u", type);
     });
@@ -102,8 +109,7 @@ kvRc alarm_raise_alarm(objType type, uint32_t number, uint32_t alarm, uint32_t s
         if (alarm > 31)
             return fail(BAD_VALUE, "there is no alarm %u", alarm);
         const uint32_t bit = 1U << alarm;
-        overlay(hold, type, number, *alarms, bit, state ? bit : 0);
-        return KV_OK;
+        return overlay(hold, type, number, *alarms, bit, state ? bit : 0);
     });
 }
 

@@ -110,20 +110,20 @@ void scheduleIntervals(State &state)
         schedule(state.clock, i, deviceTime(state));
 }
 
-void setClock(Hold &hold, uint64_t time)
+kvRc setClock(Hold &hold, uint64_t time)
 {
     Clock &clock = hold.edit(hold->clock);
     clock.offset = time - uptime(*hold);
     scheduleIntervals(*hold);
-    wake(hold, Service::pm);
+    return wake(hold, Service::pm);
 }
 
-void stopClock(Hold &hold, bool stopped)
+kvRc stopClock(Hold &hold, bool stopped)
 {
     Clock &clock = hold.edit(hold->clock);
     anchor(clock, uptime(*hold));
     clock.stopped = stopped;
-    wake(hold, Service::pm);
+    return wake(hold, Service::pm);
 }
 
 uint64_t nextEndUntil(const State &state, uint64_t time)
@@ -144,14 +144,14 @@ uint64_t untilNextEnd(State &state)
     return next > now ? next - now : 1;
 }
 
-void endInterval(Hold &hold, uint32_t interval, uint64_t times)
+kvRc endInterval(Hold &hold, uint32_t interval, uint64_t times)
 {
     hold.edit(hold->pmEpoch[interval - 1]) += static_cast<uint32_t>(times);
-    if (interval <= REPORTED_INTERVALS)
-        notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
+    return interval <= REPORTED_INTERVALS ? notify(hold, Service::pm, {objType{interval}, 0, 0, 0})
+                                          : KV_OK;
 }
 
-void tick(Hold &hold)
+kvRc tick(Hold &hold)
 {
     advanceLoad(hold);
     const uint64_t now = deviceTime(*hold);
@@ -162,11 +162,16 @@ void tick(Hold &hold)
             if (!end || end > now)
                 continue;
             schedule(clock, i, now);
-            endInterval(hold, i + 1,
-                        clock.period[i] ? 1 + (now - end) / (clock.period[i] * SECOND) : 1);
+            const uint64_t times =
+                clock.period[i] ? 1 + (now - end) / (clock.period[i] * SECOND) : 1;
+            if (const kvRc code = endInterval(hold, i + 1, times)) {
+                hold.revert();
+                return code;
+            }
         }
     }
     hold.keep();
+    return KV_OK;
 }
 
 } // namespace sim

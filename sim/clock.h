@@ -20,8 +20,8 @@ uint64_t uptime(State &state);
 void startClock(State &state);
 void resumeClock(State &state);
 
-void setClock(Hold &hold, uint64_t time);
-void stopClock(Hold &hold, bool stopped);
+kvRc setClock(Hold &hold, uint64_t time);
+kvRc stopClock(Hold &hold, bool stopped);
 
 // How long, in microseconds of a running clock, until a PM interval ends; 0: none will.
 uint64_t untilNextEnd(State &state);
@@ -31,7 +31,7 @@ uint64_t nextEndUntil(const State &state, uint64_t time);
 
 void scheduleIntervals(State &state);
 // Ends an interval, and as many empty ones after it as make up `times`; reported as one.
-void endInterval(Hold &hold, uint32_t interval, uint64_t times = 1);
+kvRc endInterval(Hold &hold, uint32_t interval, uint64_t times = 1);
 
 // A software load reaches a state, at an uptime.
 void reachLoadState(Hold &hold, uint32_t state, uint64_t when);

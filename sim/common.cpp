@@ -69,9 +69,10 @@ int kv_log(int level, int module, const char *file, const char *function, int li
     hold->log[record.number % LOG] = record;
     hold.edit(hold->logLast) = record.number;
     // The log counts as full when it has been filled once with records that are not for debugging.
-    if (level < LOG_DEBUG && ++hold.edit(hold->logCounted) == LOG)
+    if (level < LOG_DEBUG && ++hold.edit(hold->logCounted) == LOG &&
         setAlarms(hold, OBJ_SYSTEM, 1, hold->system.alarms,
-                  hold->system.alarms | 1U << EV_LOG_FULL_ALM);
+                  hold->system.alarms | 1U << EV_LOG_FULL_ALM) != KV_OK)
+        return -1;
     hold.keep();
     return 0;
 }

@@ -96,10 +96,12 @@ kvRc config_add_ima_link(uint32_t link, uint32_t group)
                 return failureCode();
             if (added->group)
                 return fail(EXISTS, "IMA link %u is in group %u already", link, added->group);
-            if (found.params.linkCount >= IMA_LINK_MAX)
+            const uint32_t count = found.params.linkCount;
+            if (count >= IMA_LINK_MAX)
                 return fail(FULL, "IMA group %u has %u links, no more can be", group, IMA_LINK_MAX);
             imaParams &params = hold.edit(found.params);
-            params.links[params.linkCount++] = {link, {}};
+            params.links[count] = {link, {}};
+            params.linkCount = count + 1;
             hold.edit(added->group) = group;
             return KV_OK;
         }));

@@ -254,11 +254,13 @@ kvRc config_add_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
                           return BAD_VALUE;
                       if (findXc(found.config, *in) < xcCount(found.config))
                           return fail(EXISTS, "pseudowire %u has this cross-connect already", pwId);
-                      if (xcCount(found.config) == PW_ATM_XC_MAX)
+                      const uint32_t count = xcCount(found.config);
+                      if (count == PW_ATM_XC_MAX)
                           return fail(FULL, "pseudowire %u has %u cross-connects, no more can be",
                                       pwId, PW_ATM_XC_MAX);
                       pwConfig &config = hold.edit(found.config);
-                      config.atmXc[config.atmXcCount++] = *in;
+                      config.atmXc[count] = *in;
+                      config.atmXcCount = count + 1;
                       return KV_OK;
                   }));
 }
@@ -269,12 +271,14 @@ kvRc config_del_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
                   withPw(pwId, [=](Hold &hold, Pw &found) {
                       if (!isAtm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
+                      const uint32_t count = xcCount(found.config);
                       uint32_t i = findXc(found.config, *in);
-                      if (i == xcCount(found.config))
+                      if (i >= count)
                           return fail(NO_OBJECT, "pseudowire %u has no such cross-connect", pwId);
                       pwConfig &config = hold.edit(found.config);
-                      for (config.atmXcCount = xcCount(config) - 1; i < config.atmXcCount; ++i)
+                      for (; i + 1 < count; ++i)
                           config.atmXc[i] = config.atmXc[i + 1];
+                      config.atmXcCount = count - 1;
                       return KV_OK;
                   }));
 }

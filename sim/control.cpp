@@ -186,17 +186,13 @@ int kv_sim_clock_set(uint64_t microseconds)
     return control([=](Hold &hold) {
         if (microseconds > CLOCK_END)
             return fail(BAD_VALUE, "the device clock ends with the year 9999");
-        setClock(hold, microseconds);
-        return KV_OK;
+        return setClock(hold, microseconds);
     });
 }
 
 int kv_sim_clock_stop(int stopped)
 {
-    return control([=](Hold &hold) {
-        stopClock(hold, stopped != 0);
-        return KV_OK;
-    });
+    return control([=](Hold &hold) { return stopClock(hold, stopped != 0); });
 }
 
 int kv_sim_clock_stopped(void)
@@ -225,8 +221,7 @@ int kv_sim_clock_advance(uint64_t microseconds)
             const uint64_t to = next ? next : target;
             hold.edit(hold->clock.uptime) += to > now ? to - now : 0;
             reached = next == 0;
-            tick(hold);
-            return KV_OK;
+            return tick(hold);
         });
         if (moved != 0)
             return -1;
@@ -242,16 +237,14 @@ int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
         uint32_t *alarms = alarmsOf(hold, type, number);
         if (!alarms)
             return failureCode();
-        setAlarms(hold, type, number, *alarms, bits);
-        return KV_OK;
+        return setAlarms(hold, type, number, *alarms, bits);
     });
 }
 
 int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t delta)
 {
     return control([=](Hold &hold) {
-        notify(hold, Service::alarm, {objType{type}, number, status, delta});
-        return KV_OK;
+        return notify(hold, Service::alarm, {objType{type}, number, status, delta});
     });
 }
 
@@ -284,16 +277,14 @@ int kv_sim_interval_end(uint32_t interval)
         if (!isInterval(interval))
             return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
                         KV_SIM_INTERVALS);
-        endInterval(hold, interval);
-        return KV_OK;
+        return endInterval(hold, interval);
     });
 }
 
 int kv_sim_interval_send(uint32_t interval)
 {
     return control([=](Hold &hold) {
-        notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
-        return KV_OK;
+        return notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
     });
 }
 
@@ -305,8 +296,7 @@ int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
                         KV_SIM_INTERVALS);
         hold.edit(hold->clock).period[interval - 1] = seconds;
         scheduleIntervals(*hold);
-        wake(hold, Service::pm);
-        return KV_OK;
+        return wake(hold, Service::pm);
     });
 }
 
@@ -384,7 +374,7 @@ int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
 {
     return control([=](Hold &hold) {
         *waiting = pending(hold, Service::alarm) + pending(hold, Service::pm);
-        *lost = hold->lost;
+        *lost = sim::lost(hold);
         return KV_OK;
     });
 }
@@ -393,12 +383,14 @@ int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
 {
     return control([=](Hold &hold) {
         unsigned left = index;
-        for (const Subscriber &subscriber : hold->subscribers) {
-            if (subscriber.service == Service::none || left-- > 0)
-                continue;
-            *subscription = {subscriber.process, subscriber.service == Service::pm,
-                             queued(subscriber), subscriber.lost};
-            return KV_OK;
+        for (const Notifications &all : hold->services) {
+            for (const Subscriber &subscriber : all.subscribers) {
+                if (!subscriber.used || left-- > 0)
+                    continue;
+                *subscription = {subscriber.process, &all != hold->services,
+                                 waiting(all, subscriber), lost(all, subscriber)};
+                return KV_OK;
+            }
         }
         return fail(NO_OBJECT, "there is no subscription %u", index);
     });

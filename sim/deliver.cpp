@@ -112,7 +112,7 @@ void redeliver(State &state)
     std::atomic_signal_fence(std::memory_order_seq_cst);
     ++state.faultGeneration;
     state.hanging = 0;
-    zero(&state.system, state.subscribers);
+    zero(&state.system, state.services);
     zero(&state.lost, &state + 1);
     deliver(state);
 }

@@ -93,8 +93,9 @@ void putBack(State &state, uint32_t used)
 // The listeners and the hanging calls.
 void forgetProcesses(State &state)
 {
-    for (Subscriber &subscriber : state.subscribers)
-        subscriber.service = Service::none;
+    for (Notifications &service : state.services)
+        for (Subscriber &subscriber : service.subscribers)
+            subscriber.used = 0;
     state.hanging = 0;
 }
 

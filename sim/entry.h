@@ -83,8 +83,9 @@ void sleepMs(uint32_t milliseconds);
 // The name of a function; null when there is none.
 const char *nameOf(Function function);
 
-// Ends the PM intervals and reaches the states that are due by the device clock.
-void tick(Hold &hold);
+// Ends the PM intervals and reaches the states that are due by the device clock. Fails, and leaves
+// them to the next call, when a subscriber can't be told.
+kvRc tick(Hold &hold);
 
 } // namespace sim
 

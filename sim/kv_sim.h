@@ -165,7 +165,7 @@ KV_SIM_EXPORT int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interva
  */
 KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value);
 /** How many notifications have been sent that subscribers have not dealt with yet, and how many
- * were lost because one had 4095 waiting. */
+ * were lost: of more than 4095 that wait for a subscriber the oldest. */
 KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
 
 /** A process that listens to the device. */
@@ -173,7 +173,7 @@ typedef struct kvSimSubscription {
     uint32_t process;
     uint32_t pm;      /**< 0: to the alarms; 1: to the ends of the PM intervals */
     uint32_t waiting; /**< notifications that it has not taken yet */
-    uint64_t lost;    /**< those that found 4095 waiting, since it subscribed */
+    uint64_t lost;    /**< the oldest ones, when more than 4095 waited; since it subscribed */
 } kvSimSubscription;
 
 /** The subscription with this index, from 0. -1 when there are no more. */

@@ -19,68 +19,110 @@ namespace sim
 namespace
 {
 
-// Rings the doorbell, or forgets the subscriber when nobody is behind it any more. When it can't be
-// rung, for want of a descriptor, the next event will try again.
-void ring(Subscriber &subscriber)
+Notifications &of(Hold &hold, Service service)
+{
+    return hold->services[static_cast<uint32_t>(service)];
+}
+
+// The events that a subscriber has not taken, those that are gone included.
+uint64_t behind(const Notifications &all, const Subscriber &subscriber)
+{
+    return all.last > subscriber.taken ? all.last - subscriber.taken : 0;
+}
+
+uint64_t overwritten(const Notifications &all, const Subscriber &subscriber)
+{
+    const uint64_t events = behind(all, subscriber);
+    return events > EVENTS ? events - EVENTS : 0;
+}
+
+// Rings the doorbell from a socket, or forgets the subscriber when nobody is behind it any more.
+// False when it can't be rung.
+bool ring(Subscriber &subscriber, int from)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const size_t nameSize = std::min<size_t>(subscriber.nameSize, sizeof subscriber.name);
+    memcpy(address.sun_path, subscriber.name, nameSize);
+    address.sun_path[0] = '\0';
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + nameSize);
+    const ssize_t sent = sendto(from, "!", 1, MSG_DONTWAIT | MSG_NOSIGNAL,
+                                reinterpret_cast<const sockaddr *>(&address), size);
+    if (sent != 1 && (errno == ENOBUFS || errno == ENOMEM))
+        return false;
+    if (sent == 1 || errno == EAGAIN)
+        subscriber.rung = 1;
+    else
+        subscriber.used = 0;
+    return true;
+}
+
+bool ring(Subscriber &subscriber)
 {
     const int from = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (from < 0)
-        return;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, subscriber.name, sizeof subscriber.name);
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + subscriber.nameSize);
-    const ssize_t sent = sendto(from, "!", 1, MSG_DONTWAIT | MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr *>(&address), size);
-    if (sent == 1 || errno == EAGAIN)
-        subscriber.rung = 1;
-    else if (errno == ECONNREFUSED)
-        subscriber.service = Service::none;
+        return false;
+    const bool rung = ring(subscriber, from);
+    const int error = errno;
     ::close(from);
+    errno = error;
+    return rung;
 }
 
 } // namespace
 
-uint32_t queued(const Subscriber &subscriber)
+kvRc wake(Hold &hold, Service service)
 {
-    return (subscriber.head - subscriber.tail) % EVENTS;
+    for (Subscriber &subscriber : of(hold, service).subscribers)
+        if (subscriber.used && !subscriber.rung && !ring(subscriber))
+            return fail(NO_DEVICE, "process %u can't be notified: %s", subscriber.process,
+                        strerror(errno));
+    return KV_OK;
 }
 
-void notify(Hold &hold, Service service, const alarmEvent &event)
+kvRc notify(Hold &hold, Service service, const alarmEvent &event)
 {
-    for (Subscriber &subscriber : hold->subscribers) {
-        if (subscriber.service != service)
-            continue;
-        const bool full = queued(subscriber) == EVENTS - 1;
-        if (full) {
-            ++hold->lost;
-            ++subscriber.lost;
-        } else {
-            subscriber.events[subscriber.head % EVENTS] = event;
-            hold.edit(subscriber.head) = (subscriber.head + 1) % EVENTS;
-        }
-        if (full || !subscriber.rung)
-            ring(subscriber);
-    }
+    if (const kvRc code = wake(hold, service))
+        return code;
+    Notifications &all = of(hold, service);
+    const uint64_t number = all.last + 1;
+    hold.edit(all.events[number % EVENTS]) = event;
+    hold.edit(all.last) = number;
+    return KV_OK;
 }
 
-void wake(Hold &hold, Service service)
+uint32_t waiting(const Notifications &all, const Subscriber &subscriber)
 {
-    for (Subscriber &subscriber : hold->subscribers)
-        if (subscriber.service == service)
-            ring(subscriber);
+    return static_cast<uint32_t>(std::min<uint64_t>(behind(all, subscriber), EVENTS));
+}
+
+uint64_t lost(const Notifications &all, const Subscriber &subscriber)
+{
+    return subscriber.lost + overwritten(all, subscriber);
 }
 
 uint32_t pending(Hold &hold, Service service)
 {
+    Notifications &all = of(hold, service);
     uint32_t count = 0;
-    for (Subscriber &subscriber : hold->subscribers) {
-        if (subscriber.service != service || !(queued(subscriber) || subscriber.busy))
+    for (Subscriber &subscriber : all.subscribers) {
+        const uint32_t own = waiting(all, subscriber) + (subscriber.busy ? 1 : 0);
+        if (!subscriber.used || own == 0)
             continue;
         ring(subscriber);
-        if (subscriber.service == service)
-            count += queued(subscriber) + (subscriber.busy ? 1 : 0);
+        if (subscriber.used)
+            count += own;
     }
+    return count;
+}
+
+uint64_t lost(Hold &hold)
+{
+    uint64_t count = hold->lost;
+    for (const Notifications &all : hold->services)
+        for (const Subscriber &subscriber : all.subscribers)
+            if (subscriber.used)
+                count += overwritten(all, subscriber);
     return count;
 }
 
@@ -123,8 +165,8 @@ Subscriber *Subscription::subscriber(Hold &hold) const
 {
     if (slot_ >= SUBSCRIBERS)
         return nullptr;
-    Subscriber &mine = hold->subscribers[slot_];
-    const bool still = mine.service == service_ && mine.process == static_cast<uint32_t>(getpid());
+    Subscriber &mine = of(hold, service_).subscribers[slot_];
+    const bool still = mine.used && mine.process == static_cast<uint32_t>(getpid());
     return still ? &mine : nullptr;
 }
 
@@ -134,12 +176,14 @@ kvRc Subscription::subscribe(Hold &hold)
         return KV_OK;
     if (poll_ < 0 && descriptor() < 0)
         return fail(NO_DEVICE, "no descriptor for notifications: %s", strerror(errno));
-    for (Subscriber &subscriber : hold->subscribers)
-        if (subscriber.service != Service::none)
-            ring(subscriber);
+    Notifications &all = of(hold, service_);
+    // Places of those who are gone are free.
+    for (Subscriber &subscriber : all.subscribers)
+        if (subscriber.used)
+            ring(subscriber, doorbell_);
     for (uint32_t i = 0; i < SUBSCRIBERS; ++i) {
-        Subscriber &free = hold->subscribers[i];
-        if (free.service != Service::none)
+        Subscriber &free = all.subscribers[i];
+        if (free.used)
             continue;
         sockaddr_un name{};
         socklen_t size = sizeof name;
@@ -148,31 +192,38 @@ kvRc Subscription::subscribe(Hold &hold)
         free.nameSize = static_cast<uint32_t>(size - offsetof(sockaddr_un, sun_path));
         memcpy(free.name, name.sun_path, sizeof free.name);
         free.process = static_cast<uint32_t>(getpid());
-        free.head = free.tail = free.rung = free.busy = 0;
+        free.rung = free.busy = 0;
+        free.taken = all.last;
         free.lost = 0;
-        hold.edit(free.service) = service_;
+        hold.edit(free.used) = 1;
         slot_ = i;
         setTimer(hold);
         return KV_OK;
     }
-    return fail(FULL, "%u subscriptions to the device's notifications, no more can be",
-                SUBSCRIBERS);
+    return fail(FULL, "%u processes are subscribed to this already, no more can be", SUBSCRIBERS);
 }
 
 void Subscription::unsubscribe(Hold &hold)
 {
-    if (Subscriber *mine = subscriber(hold))
-        mine->service = Service::none;
+    if (Subscriber *mine = subscriber(hold)) {
+        hold->lost += overwritten(of(hold, service_), *mine);
+        mine->used = 0;
+    }
     close();
 }
 
 bool Subscription::take(Hold &hold, alarmEvent &event)
 {
     Subscriber *mine = subscriber(hold);
-    if (!mine || queued(*mine) == 0)
+    const Notifications &all = of(hold, service_);
+    if (!mine || waiting(all, *mine) == 0)
         return false;
-    event = mine->events[mine->tail % EVENTS];
-    mine->tail = (mine->tail + 1) % EVENTS;
+    const uint64_t gone = overwritten(all, *mine);
+    mine->lost += gone;
+    hold->lost += gone;
+    const uint64_t number = mine->taken + gone + 1;
+    event = all.events[number % EVENTS];
+    mine->taken = number;
     mine->busy = 1;
     return true;
 }
@@ -190,15 +241,15 @@ uint32_t Subscription::answerDoorbell(Hold &hold)
     if (!mine)
         return 0;
     mine->rung = 0;
-    return queued(*mine);
+    return waiting(of(hold, service_), *mine);
 }
 
 void Subscription::listenOn(Hold &hold)
 {
     if (Subscriber *mine = subscriber(hold)) {
         mine->busy = 0;
-        if (queued(*mine) && !mine->rung)
-            ring(*mine);
+        if (waiting(of(hold, service_), *mine) > 0 && !mine->rung)
+            ring(*mine, doorbell_);
     }
     setTimer(hold);
 }

@@ -7,17 +7,21 @@
 namespace sim
 {
 
-// Queues an event for all subscribers of a service and rings their doorbells.
-void notify(Hold &hold, Service service, const alarmEvent &event);
-
-// How many events a subscriber has not taken yet.
-uint32_t queued(const Subscriber &subscriber);
+// Queues an event for all subscribers of a service and rings their doorbells. Fails, and queues
+// nothing, when one of them can't be woken.
+kvRc notify(Hold &hold, Service service, const alarmEvent &event);
 
 // Rings the doorbells of a service's subscribers without an event, so that they look at the clock.
-void wake(Hold &hold, Service service);
+kvRc wake(Hold &hold, Service service);
 
-// The notifications of a service that have not been taken, or not been dealt with, yet.
+// How many events a subscriber has not taken yet, and how many it has lost.
+uint32_t waiting(const Notifications &all, const Subscriber &subscriber);
+uint64_t lost(const Notifications &all, const Subscriber &subscriber);
+
+// The notifications of a service that have not been taken, or not been dealt with, yet; those that
+// were lost since the device was delivered.
 uint32_t pending(Hold &hold, Service service);
+uint64_t lost(Hold &hold);
 
 // One service's subscription of this process.
 class Subscription

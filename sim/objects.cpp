@@ -73,13 +73,13 @@ uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number)
     }
 }
 
-void setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits)
+kvRc setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits)
 {
     const uint32_t delta = alarms ^ bits;
     if (delta == 0)
-        return;
+        return KV_OK;
     hold.edit(alarms) = bits;
-    notify(hold, Service::alarm, {objType{type}, number, bits, delta});
+    return notify(hold, Service::alarm, {objType{type}, number, bits, delta});
 }
 
 operState operStateOf(adminStatus status, bool testing, uint32_t alarms)

@@ -17,7 +17,8 @@ Link *linkOf(Hold &hold, uint32_t link);
 uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number);
 
 // Changes the active alarms of an object, which is an event if they differ.
-void setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits);
+// Fails, and leaves them to be put back, when a subscriber can't be told.
+kvRc setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits);
 
 // Values of the platform as this device understands them.
 constexpr adminStatus ADMIN_DOWN{1};

@@ -32,8 +32,7 @@ int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
     const kvRc code = action(Function::settimeofday, {seconds, microseconds}, [=](Hold &hold) {
         if (microseconds >= SECOND)
             return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
-        setClock(hold, seconds * SECOND + microseconds);
-        return KV_OK;
+        return setClock(hold, seconds * SECOND + microseconds);
     });
     if (code != KV_OK)
         errno = EINVAL;

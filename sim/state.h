@@ -106,22 +106,28 @@ struct Clock {
     uint32_t period[KV_SIM_INTERVALS];
 };
 
-enum class Service : uint32_t { none, alarm, pm };
+enum class Service : uint32_t { alarm, pm };
 
-constexpr uint32_t SUBSCRIBERS = 16;
-constexpr uint32_t EVENTS = 4096;
+constexpr uint32_t SERVICES = 2;
+constexpr uint32_t SUBSCRIBERS = 256; // of a service
+constexpr uint32_t EVENTS = 4095;
 
 // A process that listens. Its doorbell is a datagram socket with an abstract name.
 struct Subscriber {
-    Service service;
+    uint32_t used;
     uint32_t process;
-    uint32_t rung; // the doorbell was rung and has not been answered yet
-    uint32_t busy; // taking a notification
-    uint32_t head;
-    uint32_t tail;
-    uint64_t lost; // events, since it subscribed
+    uint32_t rung;  // the doorbell was rung and has not been answered yet
+    uint32_t busy;  // taking a notification
+    uint64_t taken; // number of the last event that it took, or lost
+    uint64_t lost;  // events, since it subscribed
     uint8_t name[16];
     uint32_t nameSize;
+};
+
+// One queue for all who listen: each has a place in it, and has lost what was overwritten before.
+struct Notifications {
+    Subscriber subscribers[SUBSCRIBERS];
+    uint64_t last;             // number of the latest event
     alarmEvent events[EVENTS]; // of the PM service: the interval in the first word
 };
 
@@ -146,7 +152,7 @@ struct JournalEntry {
 };
 
 // What a change overwrote, until it is complete. The largest changes an alarm of every pseudowire,
-// with an event to each subscriber.
+// with an event for each.
 constexpr uint32_t UNDO_SIZE = 1 << 18;
 
 struct Undo {
@@ -184,7 +190,7 @@ struct State {
     Upgrade upgrade;
     Clock clock;
 
-    Subscriber subscribers[SUBSCRIBERS];
+    Notifications services[SERVICES];
     uint64_t lost;
 
     uint32_t faultCount;

@@ -8,6 +8,7 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -563,6 +564,72 @@ TEST_F(SimulatedDevice, SendsEventsToASubscriberInAnotherProcess)
         EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PW, 7, 5), 0);
         EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PW, 7, 5), 0); // no change, no event
         EXPECT_EQ(alarm_raise_alarm(OBJ_PWE, 7, 0, 0), KV_OK);
+    });
+    EXPECT_EQ(subscriber.end(), 0);
+}
+
+TEST_F(SimulatedDevice, NotifiesSixtyFourProcessesOfBothServices)
+{
+    Signal subscribed;
+    std::deque<Process> subscribers;
+    for (int i = 0; i < 64; ++i) {
+        subscribers.emplace_back(path, [&] {
+            static int ended;
+            const int reports = pmom_notification_sock();
+            EXPECT_EQ(pmom_subscribe([](pmInterval) { ++ended; }), KV_OK) << kv_sim_error();
+            const int alarms = subscribeToAlarms();
+            subscribed.send();
+            takeEvents(alarms, 1);
+            while (ended == 0 && isReadable(reports, 30000))
+                EXPECT_EQ(pmom_process_notification(), KV_OK);
+            EXPECT_EQ(ended, 1);
+        });
+        subscribed.wait();
+    }
+    run(path, [] {
+        EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PDH, 1, 1), 0);
+        EXPECT_EQ(kv_sim_interval_end(1), 0);
+    });
+    for (Process &subscriber : subscribers)
+        EXPECT_EQ(subscriber.end(), 0);
+}
+
+TEST_F(SimulatedDevice, LeavesNoEventWithoutItsWakeUp)
+{
+    Signal subscribed;
+    Process subscriber{path, [&] {
+                           kv_sim_clock_stop(1);
+                           pmom_notification_sock();
+                           pmom_subscribe([](pmInterval) {});
+                           const int descriptor = subscribeToAlarms();
+                           subscribed.send();
+                           takeEvents(descriptor, 1);
+                           EXPECT_EQ(events[0].status, 2U);
+                           EXPECT_EQ(pending(), 0U);
+                       }};
+    subscribed.wait();
+    run(path, [] {
+        EXPECT_EQ(kv_sim_open(), 0);
+        rlimit usual;
+        getrlimit(RLIMIT_NOFILE, &usual);
+        const rlimit none{0, usual.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PDH, 1, 1), -1);
+        EXPECT_NE(strstr(kv_sim_error(), "can't be notified: Too many open files"), nullptr)
+            << kv_sim_error();
+        EXPECT_EQ(alarm_raise_alarm(OBJ_PDH, 1, 0, 1), 1U);
+        EXPECT_EQ(alarm_set_status_bits(OBJ_PDH, 1, 1), 1U);
+        EXPECT_EQ(kv_sim_alarm_send(KV_SIM_PDH, 1, 1, 1), -1);
+        EXPECT_EQ(kv_sim_interval_end(1), -1);
+        EXPECT_EQ(kv_sim_clock_advance(900 * SECOND), -1);
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+        uint32_t bits = 1;
+        EXPECT_EQ(kv_sim_alarm_get(KV_SIM_PDH, 1, &bits), 0);
+        EXPECT_EQ(bits, 0U);
+        pdhPmStat stat;
+        EXPECT_EQ(pmom_pdh_pm_stat_get(1, pmInterval{1}, 1, &stat), KV_NO_COUNTERS);
+        EXPECT_EQ(pending(), 0U);
+        EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PDH, 1, 2), 0);
     });
     EXPECT_EQ(subscriber.end(), 0);
 }
