@@ -3,75 +3,17 @@
 #ifndef DESCRIBE_DESCRIBE_H
 #define DESCRIBE_DESCRIBE_H
 
+#include "type.h"
+
 #include <vexo_cmi.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string_view>
-#include <tuple>
-#include <type_traits>
-#include <utility>
 #include <vector>
 
 namespace describe
 {
 
-enum class Kind { word, enumeration, text, mac, record };
-
-struct Field;
-
-// What a person calls a value.
-struct Member {
-    uint32_t value;
-    const char *name;
-};
-
-struct Type {
-    Kind kind;
-    const char *name;
-    uint32_t size;
-    std::span<const Member> members; // of an enumeration: those with a name, the first of a value's
-    std::span<const Field> fields;   // of a record
-    uint32_t first = 0;              // of an enumeration: its members' values
-    uint32_t last = 0xFFFFFFFF;
-    bool hexadecimal = false; // as a person wants to see it
-};
-
-// Alarm bits and the like.
-extern const Type HEXADECIMAL;
-
 // Written into what an operation may leave alone, to see whether it did.
 constexpr uint32_t UNTOUCHED = 0xFFFFFFFF;
-
-struct Options {
-    bool hidden = false;        // reserved, or told by another field
-    const char *flag = nullptr; // the word that says whether the field counts
-    // Of a record that is given: what a field is that may be left out. Any other is applied always,
-    // at 0 too.
-    const char *leftOut = nullptr;
-    bool optional = false;       // may be left UNTOUCHED by the operation
-    const char *count = nullptr; // the field that says how many elements count
-    // Whether the field is there, by the record that it is in; and the field that this depends on,
-    // where it is one.
-    bool (*when)(const void *record) = nullptr;
-    const char *by = nullptr;
-    // As an argument's; by the record that it is in.
-    uint32_t (*limit)(const void *record) = nullptr;
-    const Type *type = nullptr; // in place of that of the member
-    // Whether the field says that nothing else of the record is read; by the record that it is in.
-    bool (*alone)(const void *record) = nullptr;
-};
-
-struct Field {
-    const char *name;
-    const Type *type;
-    uint32_t offset;
-    uint32_t count; // of elements
-    Options options;
-};
-
-enum class Direction { in, out };
 
 struct Argument {
     const char *name;
@@ -92,9 +34,6 @@ struct Operation {
     void (*call)(void *const *arguments, vexoResult *result);
 };
 
-template <class T>
-const Type &typeOf();
-
 std::span<const Operation> operations();
 const Operation *find(std::string_view name);
 
@@ -102,13 +41,6 @@ const Operation *find(std::string_view name);
 std::span<const Type *const> records();
 
 // ---- How rows are made ----
-
-template <class T>
-constexpr Direction directionOf()
-{
-    using Pointee = std::remove_pointer_t<T>;
-    return std::is_pointer_v<T> && !std::is_const_v<Pointee> ? Direction::out : Direction::in;
-}
 
 template <class T>
 T argument(void *storage)
@@ -119,11 +51,11 @@ T argument(void *storage)
         return *static_cast<T *>(storage);
 }
 
-template <auto function, class Signature = decltype(function)>
-struct Row;
+template <auto function, class Declaration = decltype(function)>
+struct OperationRow;
 
 template <auto function, class... Arguments>
-struct Row<function, void (*)(Arguments...)> {
+struct OperationRow<function, void (*)(Arguments...)> {
     static constexpr size_t count = sizeof...(Arguments) - 1;
 
     template <size_t... i>
@@ -159,8 +91,8 @@ struct Row<function, void (*)(Arguments...)> {
     ([] {                                                                                          \
         std::vector<describe::Argument> named{__VA_ARGS__};                                        \
         static_assert(std::initializer_list<describe::Argument>{__VA_ARGS__}.size() ==             \
-                      describe::Row<&function>::count);                                            \
-        return describe::Row<&function>::make(#function, std::move(named));                        \
+                      describe::OperationRow<&function>::count);                                   \
+        return describe::OperationRow<&function>::make(#function, std::move(named));               \
     }())
 
 } // namespace describe

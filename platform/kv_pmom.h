@@ -77,23 +77,23 @@ extern "C" {
 
 // The third argument of the PM calls is a constant of the platform's: 0 for an operation, 1 in a
 // PM report.
-kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pdhPmStat *out);
+kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pdhPmStat *stat);
 kvRc pmom_pdh_pm_stat_clear(uint32_t port, pmInterval interval, uint32_t which);
-kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwPmStats *out);
+kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwPmStats *stats);
 kvRc pmom_pw_pm_stat_clear(uint32_t pwId, pmInterval interval, uint32_t which);
-kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *out);
+kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *stats);
 kvRc pmom_pw_om_stat_clear(uint32_t pwId);
 kvRc pmom_ima_group_pm_stat_get(uint32_t group, pmInterval interval, uint32_t which,
-                                imaGroupPmStat *out);
+                                imaGroupPmStat *stat);
 kvRc pmom_ima_group_pm_stat_clear(uint32_t group, pmInterval interval, uint32_t which);
 kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t which,
-                               imaLinkPmStat *out);
+                               imaLinkPmStat *stat);
 kvRc pmom_ima_link_pm_stat_clear(uint32_t link, pmInterval interval, uint32_t which);
-kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *out);
+kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *stat);
 kvRc pmom_ima_group_om_stat_clear(uint32_t group);
-kvRc pmom_ima_link_om_stat_get(uint32_t link, imaLinkOmStat *out);
+kvRc pmom_ima_link_om_stat_get(uint32_t link, imaLinkOmStat *stat);
 kvRc pmom_ima_link_om_stat_clear(uint32_t link);
-kvRc pmom_sys_om_stat_get(sysOmStat *out, uint32_t clear);
+kvRc pmom_sys_om_stat_get(sysOmStat *stat, uint32_t clear);
 
 // Readable when a PM notification for this process is pending.
 int pmom_notification_sock(void);

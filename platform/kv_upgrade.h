@@ -25,7 +25,7 @@ struct upgradeStatus {
 
 extern "C" {
 kvRc upgrade_load(const upgradeRequest *request);
-kvRc upgrade_status_get(uint32_t constant, upgradeStatus *out);
+kvRc upgrade_status_get(uint32_t constant, upgradeStatus *status);
 }
 
 #endif

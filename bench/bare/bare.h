@@ -1,5 +1,5 @@
 // The bare platform: the least that can stand in for the platform libraries. Records are copied in
-// and out of tables; there is no journal, no lock and no check of a number.
+// and out; there is no journal, no lock and no check of a number.
 #ifndef BARE_H
 #define BARE_H
 
@@ -29,30 +29,5 @@ void barePmDeliver(pmInterval interval);
 int bareAlarmSubscribed(void);
 int barePmSubscribed(void);
 }
-
-namespace bare
-{
-
-inline kvRc answer()
-{
-    return bareFailIn && --bareFailIn == 0 ? bareFailCode : KV_OK;
-}
-
-template <class Record>
-kvRc copy(Record *to, const Record *from)
-{
-    const kvRc code = answer();
-    if (code == KV_OK)
-        *to = *from;
-    return code;
-}
-
-template <class Value>
-kvRc set(Value &to, Value value)
-{
-    return copy(&to, &value);
-}
-
-} // namespace bare
 
 #endif

@@ -3,6 +3,9 @@
 #define CHANNEL_H
 
 #include <atomic>
+#include <cstdlib>
+#include <optional>
+#include <type_traits>
 
 #include <unistd.h>
 
@@ -27,11 +30,29 @@ class Channel
     }
     void unsubscribe() { subscribed_.store(false); }
     bool subscribed() const { return subscribed_.load(); }
-    // The latest subscriber's, also after it has gone.
-    Handler handler() const { return handler_; }
 
-    bool send(const Event &event) { return write(ends_[1], &event, sizeof event) == sizeof event; }
-    bool take(Event &event) { return read(ends_[0], &event, sizeof event) == sizeof event; }
+    // To the latest subscriber, also after it has gone.
+    void deliver(const Event &event)
+    {
+        if constexpr (std::is_invocable_v<Handler, const Event *>)
+            handler_(&event);
+        else
+            handler_(event);
+    }
+
+    void send(const Event &event)
+    {
+        if (write(ends_[1], &event, sizeof event) != sizeof event)
+            abort();
+    }
+
+    std::optional<Event> take()
+    {
+        Event event;
+        if (read(ends_[0], &event, sizeof event) != sizeof event)
+            return {};
+        return event;
+    }
 
   private:
     int ends_[2]{};

@@ -4,7 +4,7 @@
 // of that seed.
 #include "chance.h"
 #include "guarded.h"
-#include "platform.h"
+#include "hostile.h"
 
 #include <describe.h>
 #include <vexo_cmi.h>

@@ -1,14 +1,9 @@
-#include "platform.h"
+#include "hostile.h"
 
 #include "chance.h"
 #include "guarded.h"
 
-#include <kv_alarm.h>
-#include <kv_common.h>
-#include <kv_config.h>
-#include <kv_forker.h>
-#include <kv_pmom.h>
-#include <kv_upgrade.h>
+#include <platform.h>
 
 #include <climits>
 #include <cstdarg>
@@ -18,7 +13,6 @@
 #include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace hostile
@@ -52,20 +46,27 @@ kvRc code()
     }
 }
 
+// What is done with each argument: an answer is filled, what is given is looked at.
 template <class Record>
-kvRc give(Record *out)
+void treat(Record *out)
 {
     chance().fill(out, sizeof *out);
-    return code();
 }
 
 template <class Record>
-kvRc take(const Record *in)
+void treat(const Record *in)
 {
     Record copy;
     memcpy(&copy, in, sizeof copy);
-    return code();
 }
+
+void treat(const unsigned char *mac)
+{
+    unsigned char copy[6];
+    memcpy(copy, mac, sizeof copy);
+}
+
+void treat(uint32_t) {}
 
 // As many bytes of a text as the library may look at: a message less its terminator.
 constexpr uint32_t TEXT_READ = 127;
@@ -222,28 +223,101 @@ bool hasTheClock()
 
 using namespace hostile;
 
-// The functions by what they do: fill `out`, look at `in`, or neither.
-#define GIVE(name, ...)                                                                            \
-    kvRc name(__VA_ARGS__)                                                                         \
-    {                                                                                              \
-        return give(out);                                                                          \
+// What a function does that has no body of its own.
+template <class Function>
+struct Generic;
+
+template <class... Arguments>
+struct Generic<kvRc (*)(Arguments...)> {
+    static kvRc call(Arguments... arguments)
+    {
+        (treat(arguments), ...);
+        return code();
     }
-#define TAKE(name, ...)                                                                            \
-    kvRc name(__VA_ARGS__)                                                                         \
-    {                                                                                              \
-        return take(in);                                                                           \
+};
+
+template <class... Arguments>
+struct Generic<const char *(*)(Arguments...)> {
+    static const char *call(Arguments...) { return text(); }
+};
+
+template <auto function>
+struct Body : Generic<decltype(function)> {
+};
+
+template <>
+struct Body<&GetObjectCount> {
+    static uint32_t call(objType)
+    {
+        ++calls();
+        return objects ? objects.load() : chance().below(32);
     }
-#define ANSWER(name, ...)                                                                          \
-    kvRc name(__VA_ARGS__)                                                                         \
-    {                                                                                              \
-        return code();                                                                             \
+};
+
+template <>
+struct Body<&alarm_notification_sock> {
+    static int call() { return sock(1); }
+};
+
+template <>
+struct Body<&alarm_subscribe> {
+    static kvRc call(uint32_t, uint32_t, AlarmHandler handler)
+    {
+        alarmHandler = handler;
+        notifyAlarms();
+        return code();
     }
+};
+
+template <>
+struct Body<&alarm_process_notification> {
+    static kvRc call() { return process(notifyAlarms); }
+};
+
+template <>
+struct Body<&alarm_unsubscribe> {
+    static kvRc call() { return unsubscribe(notifyAlarms); }
+};
+
+template <>
+struct Body<&pmom_notification_sock> {
+    static int call() { return sock(2); }
+};
+
+template <>
+struct Body<&pmom_subscribe> {
+    static kvRc call(PmHandler handler)
+    {
+        pmHandler = handler;
+        notifyPm();
+        return code();
+    }
+};
+
+template <>
+struct Body<&pmom_process_notification> {
+    static kvRc call() { return process(notifyPm); }
+};
+
+template <>
+struct Body<&pmom_unsubscribe> {
+    static kvRc call() { return unsubscribe(notifyPm); }
+};
 
 extern "C" {
 
+#define STAND_IN(library, kind, returns, function, ...) PLATFORM_DEFINE(Body, function, __VA_ARGS__)
+CONFIG_FUNCTIONS(STAND_IN)
+ALARM_FUNCTIONS(STAND_IN)
+PMOM_FUNCTIONS(STAND_IN)
+UPGRADE_FUNCTIONS(STAND_IN)
+FORKER_FUNCTIONS(STAND_IN)
+COMMON_FUNCTIONS(STAND_IN)
+
 int settimeofday(const timeval *in, const struct timezone *)
 {
-    return take(in) == KV_OK ? 0 : -1;
+    treat(in);
+    return code() == KV_OK ? 0 : -1;
 }
 
 int gettimeofday(timeval *out, void *) noexcept
@@ -256,19 +330,6 @@ int gorvGetVersion(char *buffer, int size)
 {
     chance().fill(buffer, static_cast<size_t>(size));
     return static_cast<int>(code());
-}
-
-const char *config_get_error_string(void)
-{
-    return text();
-}
-const char *config_pwe_srv_type_to_string(pweType)
-{
-    return text();
-}
-const char *kv_rc_to_string(kvRc)
-{
-    return text();
 }
 
 // Looks at the arguments as the format has them, but not into the texts: these are the platform's
@@ -289,146 +350,6 @@ int kv_log(int, int, const char *file, const char *function, int, const char *fo
     }
     va_end(arguments);
     return static_cast<int>(code());
-}
-ANSWER(kv_log_clear)
-
-kvRc config_set_pwe_src_mac_addr(const unsigned char *mac)
-{
-    unsigned char copy[6];
-    memcpy(copy, mac, sizeof copy);
-    return code();
-}
-
-ANSWER(config_set_system_mode, eqptMode)
-GIVE(config_get_system_mode, eqptMode *out)
-GIVE(config_get_pwe_if, pweIf *out)
-ANSWER(config_system_tpid_set, unsigned short)
-GIVE(config_get_system_params, sysParams *out)
-TAKE(config_set_pwe_src_ip_addr, const unsigned *in)
-TAKE(config_set_pwe_lops_threshold, const lopsThreshold *in)
-TAKE(config_set_clk_out, const clkOut *in)
-ANSWER(config_set_psn_net_type, psnNetType)
-TAKE(config_set_temperature_thr, const temperatureThr *in)
-GIVE(config_get_temperature, unsigned *out)
-GIVE(config_get_sys_status, sysStatus *out)
-GIVE(config_get_sys_version, swVersion *out)
-
-GIVE(config_get_pdh_params, pdhParams *out, uint32_t)
-TAKE(config_set_pdh_params, const pdhParams *in, uint32_t)
-GIVE(config_get_pdh_admin, adminStatus *out, uint32_t)
-ANSWER(config_set_pdh_admin, adminStatus, uint32_t)
-GIVE(config_get_pdh_oper_state, operState *out, uint32_t)
-GIVE(config_get_pdh_lpbk, pdhLpbk *out, uint32_t)
-TAKE(config_set_pdh_lpbk, const pdhLpbk *in, uint32_t)
-
-GIVE(config_get_pw, pwConfig *out, uint32_t)
-kvRc config_get_pw_defaults(pwConfig *out, const pwDefaultsKey *key, uint32_t)
-{
-    take(key);
-    return give(out);
-}
-TAKE(config_add_pw, const pwConfig *in, uint32_t)
-TAKE(config_set_pw, const pwConfig *in, uint32_t)
-ANSWER(config_del_pw, uint32_t)
-GIVE(config_get_pw_oper_state, operState *out, uint32_t)
-ANSWER(config_set_pw_admin, adminStatus, uint32_t)
-GIVE(config_get_pw_admin, adminStatus *out, uint32_t)
-ANSWER(config_set_pw_jitter_size, uint32_t, uint32_t)
-ANSWER(config_set_pw_ais, uint32_t, uint32_t)
-TAKE(config_add_pw_atm_xc, const pwAtmXc *in, uint32_t)
-TAKE(config_del_pw_atm_xc, const pwAtmXc *in, uint32_t)
-GIVE(config_get_pw_all_prov, pwProvList *out)
-
-GIVE(config_get_ima_params, imaParams *out, uint32_t)
-TAKE(config_set_ima_params, const imaParams *in, uint32_t)
-TAKE(config_add_ima, const imaParams *in, uint32_t)
-ANSWER(config_del_ima, uint32_t)
-ANSWER(config_add_ima_link, uint32_t, uint32_t)
-ANSWER(config_del_ima_link, uint32_t, uint32_t)
-
-GIVE(config_get_sys_link_status, sysLinkStatus *out)
-GIVE(config_get_peer_server_params, peerServer *out)
-TAKE(config_set_debug_info_params, const debugInfo *in)
-GIVE(config_get_debug_info_params, debugInfo *out)
-TAKE(config_set_sys_lpbk, const sysLpbk *in)
-GIVE(config_get_sys_lpbk, sysLpbk *out)
-TAKE(config_init_tpgm, const tpgmSetup *in)
-GIVE(config_get_tpgm_status, tpgmStatus *out)
-ANSWER(config_clear_tpgm_status, uint32_t)
-
-uint32_t GetObjectCount(objType)
-{
-    ++calls();
-    return objects ? objects.load() : chance().below(32);
-}
-
-ANSWER(forker_box_shutdown)
-
-TAKE(upgrade_load, const upgradeRequest *in)
-GIVE(upgrade_status_get, uint32_t, upgradeStatus *out)
-
-GIVE(pmom_pdh_pm_stat_get, uint32_t, pmInterval, uint32_t, pdhPmStat *out)
-ANSWER(pmom_pdh_pm_stat_clear, uint32_t, pmInterval, uint32_t)
-GIVE(pmom_pw_pm_stat_get, uint32_t, pmInterval, uint32_t, pwPmStats *out)
-ANSWER(pmom_pw_pm_stat_clear, uint32_t, pmInterval, uint32_t)
-GIVE(pmom_pw_om_stat_get, uint32_t, pwOmStats *out)
-ANSWER(pmom_pw_om_stat_clear, uint32_t)
-GIVE(pmom_ima_group_pm_stat_get, uint32_t, pmInterval, uint32_t, imaGroupPmStat *out)
-ANSWER(pmom_ima_group_pm_stat_clear, uint32_t, pmInterval, uint32_t)
-GIVE(pmom_ima_link_pm_stat_get, uint32_t, pmInterval, uint32_t, imaLinkPmStat *out)
-ANSWER(pmom_ima_link_pm_stat_clear, uint32_t, pmInterval, uint32_t)
-GIVE(pmom_ima_group_om_stat_get, uint32_t, imaGroupOmStat *out)
-ANSWER(pmom_ima_group_om_stat_clear, uint32_t)
-GIVE(pmom_ima_link_om_stat_get, uint32_t, imaLinkOmStat *out)
-ANSWER(pmom_ima_link_om_stat_clear, uint32_t)
-GIVE(pmom_sys_om_stat_get, sysOmStat *out, uint32_t)
-
-GIVE(alarm_get_active_bits, objType, uint32_t, uint32_t *out)
-ANSWER(alarm_set_status_bits, objType, uint32_t, uint32_t)
-ANSWER(alarm_set_notification, alarmMode, uint32_t)
-kvRc alarm_get_notification(alarmMode *mode, uint32_t *value)
-{
-    give(mode);
-    return give(value);
-}
-ANSWER(alarm_raise_alarm, objType, uint32_t, uint32_t, uint32_t)
-
-int alarm_notification_sock(void)
-{
-    return sock(1);
-}
-kvRc alarm_subscribe(uint32_t, uint32_t, AlarmHandler handler)
-{
-    alarmHandler = handler;
-    notifyAlarms();
-    return code();
-}
-kvRc alarm_process_notification(void)
-{
-    return process(notifyAlarms);
-}
-kvRc alarm_unsubscribe(void)
-{
-    return unsubscribe(notifyAlarms);
-}
-
-int pmom_notification_sock(void)
-{
-    return sock(2);
-}
-kvRc pmom_subscribe(PmHandler handler)
-{
-    pmHandler = handler;
-    notifyPm();
-    return code();
-}
-kvRc pmom_process_notification(void)
-{
-    return process(notifyPm);
-}
-kvRc pmom_unsubscribe(void)
-{
-    return unsubscribe(notifyPm);
 }
 
 } // extern "C"

@@ -1,7 +1,7 @@
 // A platform that answers anything but what it should. Its functions have the platform's names, and
 // come before those of the platform's libraries.
-#ifndef HOSTILE_PLATFORM_H
-#define HOSTILE_PLATFORM_H
+#ifndef HOSTILE_H
+#define HOSTILE_H
 
 #include <atomic>
 #include <cstdint>
