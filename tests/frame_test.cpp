@@ -1,8 +1,11 @@
 #include "device.h"
 
+#include <frame/table.h>
 #include <vexo_cmi/convert.h>
 
+#include <fstream>
 #include <functional>
+#include <set>
 #include <type_traits>
 
 extern "C" unsigned tdmModeThroughC(unsigned mode);
@@ -16,6 +19,17 @@ using Frame = Device;
 static_assert(!std::is_convertible_v<vexoTdmMode, eqptMode>);
 static_assert(!std::is_convertible_v<eqptMode, vexoTdmMode>);
 static_assert(!std::is_convertible_v<vexoAdminStatus, vexoOperState>);
+
+// A value that a table can't hold does not compile.
+template <auto table, frame::Side from, frame::Side to, uint32_t other>
+concept Mapped = requires
+{
+    frame::mapOf<table, from, to, other>();
+};
+constexpr frame::Table LARGE{{frame::Pair{1, 255}, {2, 256}}};
+static_assert(!Mapped<LARGE, &frame::Pair::cmi, &frame::Pair::platform, 0>);
+static_assert(Mapped<LARGE, &frame::Pair::platform, &frame::Pair::cmi, 255>);
+static_assert(!Mapped<LARGE, &frame::Pair::platform, &frame::Pair::cmi, 256>);
 
 TEST_F(Frame, EveryPlatformCodeBecomesItsClass)
 {
@@ -113,7 +127,7 @@ uint32_t convertWith(To (*convert)(From), uint32_t value)
     return convert(static_cast<From>(value));
 }
 
-TEST(Converters, GiveTheirTableAndTheDefaultBesideIt)
+TEST(Converters, GiveTheirTableAndTheDefaultBesideItEachOfThem)
 {
     const Conversion conversions[] = {
         CONVERSION(vexoTdmMode_to_eqptMode, 0, {1, 1}, {2, 2}, {3, 3}),
@@ -166,7 +180,10 @@ TEST(Converters, GiveTheirTableAndTheDefaultBesideIt)
                                  0x100,      0x101,      0x10001,    0x1000001};
     for (uint32_t value = 0; value < 300; ++value)
         values.push_back(value);
+    // These two have tests of their own.
+    std::set<std::string> tested{"alarmMode_to_vexoAlarmMode", "swVersion_to_vexoSwVersion"};
     for (const Conversion &conversion : conversions) {
+        tested.insert(conversion.name);
         for (uint32_t value : values) {
             uint32_t expected = conversion.other;
             for (const auto &[from, to] : conversion.pairs)
@@ -174,6 +191,13 @@ TEST(Converters, GiveTheirTableAndTheDefaultBesideIt)
             EXPECT_EQ(conversion.convert(value), expected) << conversion.name << " of " << value;
         }
     }
+
+    std::set<std::string> exported;
+    std::ifstream map{EXPORTS};
+    for (std::string name; map >> name;)
+        if (name.find("_to_") != name.npos)
+            exported.insert(name.substr(0, name.find(';')));
+    EXPECT_EQ(tested, exported);
 }
 
 TEST(Converters, ReadTheAlarmReportModeBitByBit)

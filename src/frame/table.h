@@ -51,8 +51,18 @@ constexpr size_t sizeOf()
     return last + 1;
 }
 
+// Whether a Map holds what stands on one side of a table.
+template <size_t Count>
+constexpr bool fits(const Table<Count> &table, Side side, uint32_t other)
+{
+    for (const Pair &pair : table.pairs)
+        if (pair.*side > UINT8_MAX)
+            return false;
+    return other <= UINT8_MAX;
+}
+
 template <auto table, Side from, Side to, uint32_t other>
-constexpr auto mapOf()
+requires(fits(table, to, other)) constexpr auto mapOf()
 {
     Map<sizeOf<table, from>()> map{};
     map.other = other;
