@@ -1,6 +1,8 @@
 #include <vexo_cmi/base.h>
 #include <vexo_cmi/notify.h>
 
+#include <stdlib.h>
+
 void vexo_cmi_init(void) {}
 
 void vexo_cmi_fini(void)
@@ -9,14 +11,10 @@ void vexo_cmi_fini(void)
     vexo_cmi_pm_callback_unregister();
 }
 
-namespace
+// No static object: its destructor would need the C++ runtime on some machines. Nor a destructor
+// function: at the end of the process the platform's static objects would be gone before it.
+[[gnu::constructor]] static void load()
 {
-
-struct Lifetime {
-    Lifetime() { vexo_cmi_init(); }
-    ~Lifetime() { vexo_cmi_fini(); }
-};
-
-const Lifetime lifetime;
-
-} // namespace
+    vexo_cmi_init();
+    atexit(vexo_cmi_fini); // or when the library is unloaded
+}

@@ -1,19 +1,25 @@
 #!/bin/sh
 # What the built library shows the loader: symbols.sh CHECK LIBRARY SOURCE-FOLDER
+# What no other library has:               symbols.sh open LIBRARY OTHER...
 # Whether all of FILE is bound at load:    symbols.sh bound FILE...
 set -eu
 export LC_ALL=C
-check=$1 library=$2 source=$3
+check=$1 library=$2 source=${3:-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-imports() {
-    nm -D --undefined-only "$library" | awk '{ sub(/@.*/, "", $NF); print $NF }' | sort
+# Names of dynamic symbols for which a condition of awk holds: their bindings are $5, their sections
+# $7. By readelf, which reads the files of every machine.
+symbols() {
+    condition=$1
+    shift
+    readelf -W --dyn-syms "$@" |
+        awk '$1 ~ /^[0-9]+:$/ && $8 != "" && '"$condition"' { sub(/@.*/, "", $8); print $8 }' | sort -u
 }
 
 case $check in
 exports)
-    nm -D --defined-only "$library" | awk '{ print $NF }' | sort >"$work/library"
+    symbols '$7 != "UND"' "$library" >"$work/library"
     sed -n '/^global:/,/^local:/s/^ *\([A-Za-z_0-9]*\);$/\1/p' "$source/src/exports.map" |
         sort >"$work/exports.map"
     cat "$source"/include/vexo_cmi/*.h | grep -v '^#' | tr '\n' ' ' |
@@ -25,19 +31,24 @@ exports)
 imports)
     heap='(m|c|re)alloc|free|(posix_)?memalign|aligned_alloc|v?asprintf|strn?dup'
     exceptions='_Z.*|_Unwind_.*|__gxx_.*|__cxa_(throw|rethrow|begin|end|alloc|free|guard|pure).*'
-    if imports | grep -xE "$heap|$exceptions"; then
+    if symbols '$7 == "UND"' "$library" | grep -xE "$heap|$exceptions"; then
         echo 'The library imports these: it is to use neither the heap nor exceptions.'
         exit 1
     fi
     ;;
 needed)
-    readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort >"$work/needed"
+    # The loader is there anyway.
+    readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -v '^ld-linux' |
+        sort >"$work/needed"
     printf '%s\n' libc.so.6 libkv_alarm.so libkv_common.so libkv_config.so libkv_forker.so \
         libkv_pmom.so libkv_upgrade.so | diff -u - "$work/needed"
     ;;
 open)
-    ldd -r "$library" 2>&1 | sed -n 's/^undefined symbol: \([^[:space:]]*\).*/\1/p' >"$work/open"
-    echo gorvGetVersion | diff -u - "$work/open"
+    shift 2
+    symbols '$7 == "UND" && $5 != "WEAK"' "$library" >"$work/imports"
+    symbols '$7 != "UND"' "$@" >"$work/others"
+    echo gorvGetVersion >"$work/open"
+    comm -23 "$work/imports" "$work/others" | diff -u "$work/open" -
     ;;
 bound)
     shift
