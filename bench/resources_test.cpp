@@ -273,6 +273,17 @@ TEST_F(AnOperation, NeedsItsRecordsAnd256BytesOfStack)
     printf("at most %zu bytes beyond its records\n", most);
 }
 
+TEST(ARegistration, MakesNoSystemCallWhileItsServiceRuns)
+{
+    SystemCalls systemCalls;
+    if (!systemCalls.available)
+        GTEST_SKIP() << "the kernel can't hand system calls back";
+    const auto registerOne = [] { vexo_cmi_pm_callback_register([](vexoPmNotification *) {}); };
+    registerOne();
+    EXPECT_EQ(systemCalls.during(registerOne), 0U);
+    vexo_cmi_fini();
+}
+
 TEST(APmReport, NeedsLessThan4KiBOfStackAndNoHeapOrLock)
 {
     vexo_cmi_pm_callback_register([](vexoPmNotification *) {});

@@ -16,8 +16,8 @@ TEXT_LIMIT = 36 * 1024
 PLATFORM = {"libkv_alarm.so", "libkv_common.so", "libkv_config.so", "libkv_forker.so",
             "libkv_pmom.so", "libkv_upgrade.so"}
 # What allocates, locks or ends a thread is none of them.
-C_LIBRARY = {"__cxa_atexit", "__cxa_finalize", "__errno_location", "__stack_chk_fail", "close",
-             "fcntl", "getpid", "gettimeofday", "memccpy", "memcpy", "memset", "pipe", "pipe2",
+C_LIBRARY = {"__cxa_atexit", "__cxa_finalize", "__errno_location", "__register_atfork",
+             "__stack_chk_fail", "close", "fcntl", "gettimeofday", "memccpy", "memcpy", "memset", "pipe", "pipe2",
              "pthread_create", "pthread_join", "select", "settimeofday", "snprintf", "strcpy",
              "strerror", "strlen", "strncat", "strncpy", "strnlen", "write",
              "__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable"}

@@ -2,6 +2,7 @@
 //
 //   notify_host LIBRARY unload|end idle|busy
 //
+// After the unloading it forks, which the library had a hand in.
 // With "busy" both callbacks are in progress then, that of the alarm service for longer. A process
 // of its own, in which the services' threads are the first that end.
 #include <vexo_cmi.h>
@@ -17,6 +18,7 @@
 #include <string>
 
 #include <dlfcn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -150,5 +152,12 @@ int main(int argc, char **argv)
     }
     dlclose(library);
     const bool gone = !dlopen(argv[1], RTLD_LAZY | RTLD_NOLOAD);
-    return check("the library is unloaded", gone) && isOver() ? 0 : 1;
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(0);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return check("the library is unloaded", gone) && isOver() && check("a child lives", status == 0)
+               ? 0
+               : 1;
 }

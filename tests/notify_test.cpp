@@ -54,10 +54,13 @@ struct Twist {
     std::atomic<uint32_t> ports{0}, groups{0}; // not 0: counts of objects
     std::atomic<bool> listTooLong{false}, groupsTooLong{false};
     std::atomic<bool> noPorts{false};
-    std::atomic<bool> processStuck{false}; // fails, and takes nothing
+    std::atomic<int> processCalls{0};
+    std::atomic<int> processFails{0};      // so many calls fail, and take nothing
+    std::atomic<bool> processStuck{false}; // succeeds, and takes nothing
     std::atomic<bool> processHeld{false};  // waits meanwhile, and takes nothing
     std::atomic<int> holding{0};
     std::atomic<void (*)()> atAlarmLog{nullptr}; // done before an alarm event is logged
+    std::atomic<void *> pwRecord{nullptr}, groupRecord{nullptr}; // where they were last read to
 } twist;
 
 template <class F>
@@ -70,10 +73,44 @@ F *next(const char *name)
 
 #define REAL(name) static const auto real = next<decltype(name)>(#name)
 
+// The pauses of a service, in milliseconds. Those listed are over at once, one more never.
+namespace
+{
+
+const std::vector<int> PAUSES{10, 20, 40, 80, 160, 320, 640, 1000, 1000};
+std::mutex pausesMutex;
+std::vector<int> pauses;
+
+std::vector<int> pausesSoFar()
+{
+    const std::lock_guard guard{pausesMutex};
+    return pauses;
+}
+
+} // namespace
+
+int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *left)
+{
+    REAL(select);
+    if (!left || left->tv_sec >= 30 || twist.processCalls == 0)
+        return real(count, reading, writing, failing, left);
+    {
+        const std::lock_guard guard{pausesMutex};
+        pauses.push_back(static_cast<int>(left->tv_sec * 1000 + left->tv_usec / 1000));
+        *left = {};
+    }
+    return real(count, reading, writing, failing, pauses.size() > PAUSES.size() ? nullptr : left);
+}
+
 static kvRc process(kvRc (*real)())
 {
-    if (twist.processStuck)
+    ++twist.processCalls;
+    if (twist.processFails > 0) {
+        --twist.processFails;
         return 16;
+    }
+    if (twist.processStuck)
+        return KV_OK;
     if (!twist.processHeld)
         return real();
     ++twist.holding;
@@ -130,9 +167,17 @@ kvRc config_get_pw_all_prov(pwProvList *out)
     return code;
 }
 
+kvRc config_get_pw(pwConfig *out, uint32_t pwId)
+{
+    REAL(config_get_pw);
+    twist.pwRecord = out;
+    return real(out, pwId);
+}
+
 kvRc config_get_ima_params(imaParams *out, uint32_t group)
 {
     REAL(config_get_ima_params);
+    twist.groupRecord = out;
     const kvRc code = real(out, group);
     if (twist.groupsTooLong)
         out->linkCount = 0x80000001;
@@ -299,6 +344,8 @@ class Notify : public Device
         twist.ports = twist.groups = 0;
         twist.listTooLong = twist.groupsTooLong = twist.noPorts = false;
         twist.processStuck = twist.processHeld = false;
+        twist.processCalls = twist.processFails = 0;
+        pauses.clear();
     }
 
     void TearDown() override
@@ -439,12 +486,43 @@ TEST_P(NotifyService, AFailedProcessingIsLoggedAndTheServiceGoesOn)
     EXPECT_TRUE(delivers());
 }
 
+TEST_P(NotifyService, PausesLongerAndLongerBetweenFailuresUntilItIsStopped)
+{
+    ASSERT_TRUE(start());
+    twist.processFails = 1000;
+    service.raise();
+    ASSERT_TRUE(until([] { return pausesSoFar().size() == PAUSES.size() + 1; }));
+    service.stop();
+    std::vector<int> expected = PAUSES;
+    expected.push_back(PAUSES.back());
+    EXPECT_EQ(pauses, expected);
+    // The first failure is followed by none.
+    Names log(PAUSES.size() + 2, "3" + inThread + "process event fails: " + kv_rc_to_string(16));
+    EXPECT_EQ(twist.processCalls, static_cast<int>(log.size()));
+    log.push_back("7" + inThread + "pthread_exit");
+    EXPECT_EQ(thread(), log);
+    EXPECT_EQ(callsOf(service.unsubscribe), 1);
+    EXPECT_EQ(delivered, 0) << "what is pending is dropped";
+}
+
+TEST_P(NotifyService, ASuccessEndsThePausesBetweenFailures)
+{
+    ASSERT_TRUE(start());
+    for (int times = 1; times <= 2; ++times) {
+        twist.processFails = 3;
+        service.raise();
+        ASSERT_TRUE(until([&] { return delivered == times; }));
+    }
+    service.stop();
+    EXPECT_EQ(pauses, (std::vector<int>{10, 20, 10, 20}));
+}
+
 TEST_P(NotifyService, StopsEvenWhenNotificationsNeverCease)
 {
     ASSERT_TRUE(start());
     twist.processStuck = true;
     service.raise();
-    ASSERT_TRUE(until([] { return kv_sim_log_last() > 0; }));
+    ASSERT_TRUE(until([] { return twist.processCalls > 0; }));
     // Behind a flag, as unregistering may never return.
     std::atomic<bool> stopped{false};
     std::thread stopping{[&] {
@@ -868,6 +946,7 @@ TEST_F(NotifyContent, AReportHoldsTheCountersOfAllPortsThenPseudowiresThenGroups
         fillCounters(KV_SIM_LINK, link, INTERVAL, 0, 15);
 
     const auto records = report(INTERVAL);
+    EXPECT_EQ(twist.groupRecord, twist.pwRecord) << "they have one buffer, as large as the larger";
     ASSERT_EQ(records.size(), 7u);
     auto record = records.begin();
 

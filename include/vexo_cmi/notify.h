@@ -27,9 +27,10 @@
  * is then used again: copy what is to be kept. It may be written to.
  *
  * **After.** Unregistering lets the callback in progress end and hands on what
- * is pending: alarm events or whole PM reports, until the platform has no more or
- * 1000 times. When it has returned, no callback is running and none will come;
- * events that come later are lost. After registering
+ * is pending: alarm events or whole PM reports, until the platform has no more,
+ * 1000 times, or until its call fails twice in a row: then the rest is lost. When
+ * it has returned, no callback is running and none will come; events that come
+ * later are lost. After registering
  * null or another callback, a call of the old one that had begun may still be
  * running, and of a PM report the rest still goes to it.
  *
@@ -44,7 +45,10 @@
  * could not start, for want of a pipe or a thread, is tried anew by the next
  * registration; one that ended by itself, because the platform refused the
  * subscription, its descriptor can't be waited for or the waiting failed, must be
- * unregistered first.
+ * unregistered first. When the platform's call that hands on what is pending fails,
+ * the service tries again: the first time at once, after further failures in a row
+ * 10 ms later, then 20, and so on up to a second, until a call succeeds. Each failure
+ * is in the log. Unregistering ends such a pause at once, and what is pending is lost.
  *
  * **Descriptors.** A running service has a pipe, none of it under the numbers 0
  * to 2, and what the platform opens for it; a program that the process starts
@@ -54,7 +58,9 @@
  * that or negative, it ends by itself.
  *
  * **fork().** The child has no service, whatever the parent had, and may
- * register its own; its end does not touch the parent's, which goes on.
+ * register its own; its end does not touch the parent's, which goes on. That
+ * holds for fork(); what is made by vfork() or clone() must execute a program or
+ * call _exit().
  *
  * **Unloading.** dlclose() and the end of the process wait for a callback in
  * progress. The thread that calls dlclose() holds the loader's lock meanwhile: a
@@ -142,9 +148,10 @@ typedef void (*vexoPmCallback)(vexoPmNotification *pm);
 
 /**
  * Registers the callback for alarm events and starts the service if it isn't
- * running. While it runs, the callback is only replaced: each event goes to the
- * one registered when it arrives. Null on a running service keeps it subscribed
- * and drops its events; on one that isn't running it does nothing.
+ * running. While it runs, the callback is only replaced, without a system call: each
+ * event goes to the one registered when it is handed on. Null on a running service
+ * keeps it subscribed and drops its events; on one that isn't running it is stored
+ * in place of the callback, and nothing else happens.
  *
  * An object of a type that vexoObjType does not have raises no callback.
  */

@@ -19,15 +19,12 @@ static void alarm_notification_handler(const alarmEvent *event);
 namespace
 {
 
-pid_t alarmOwner;
-
 struct AlarmService {
     using Callback = vexoAlarmCallback;
 
     static constexpr auto &callback = glAlarmCallback;
     static constexpr auto &thread = glAlarmNotificationThread;
     static constexpr auto &stopPipe = glAlarmNotificationStopPfd;
-    static constexpr auto &owner = alarmOwner;
 
     static int socket() { return alarm_notification_sock(); }
     static kvRc subscribe() { return alarm_subscribe(0, 0, alarm_notification_handler); }

@@ -25,15 +25,12 @@ static void pm_notification_handler(pmInterval interval);
 namespace
 {
 
-pid_t pmOwner;
-
 struct PmService {
     using Callback = vexoPmCallback;
 
     static constexpr auto &callback = glPmCallback;
     static constexpr auto &thread = glPmNotificationThread;
     static constexpr auto &stopPipe = glPmNotificationStopPfd;
-    static constexpr auto &owner = pmOwner;
 
     static int socket() { return pmom_notification_sock(); }
     static kvRc subscribe() { return pmom_subscribe(pm_notification_handler); }
@@ -61,6 +58,11 @@ struct Report {
     const vexoPmCallback callback;
     const pmInterval interval;
     vexoPmNotification record; // filled anew for each callback
+    union {                    // likewise for each object
+        pwConfig pw;
+        pwPmStats pwStats;
+        imaParams ima;
+    } platform;
 
     vexoPmInterval cmiInterval() const { return pmInterval_to_vexoPmInterval(interval); }
 
@@ -123,20 +125,16 @@ void Report::pseudowires()
 
 void Report::pseudowire(uint32_t pwId)
 {
-    union {
-        pwConfig config;
-        pwPmStats stats;
-    } platform;
-    if (const kvRc code = config_get_pw(&platform.config, pwId)) {
+    if (const kvRc code = config_get_pw(&platform.pw, pwId)) {
         REPORT_LOG("config_get_pw failed(%d) %d(%s)", static_cast<int>(pwId),
                    static_cast<int>(code), frame::codeText(code));
         return;
     }
     record.objType = VEXO_OBJ_TYPE_PWE;
-    record.pwe.pweType = pweType_to_vexoPweType(platform.config.pweType);
+    record.pwe.pweType = pweType_to_vexoPweType(platform.pw.pweType);
     record.pwe.interval = cmiInterval();
     record.pwe.pwId = pwId;
-    const kvRc code = pmom_pw_pm_stat_get(pwId, interval, frame::PM_OF_REPORT, &platform.stats);
+    const kvRc code = pmom_pw_pm_stat_get(pwId, interval, frame::PM_OF_REPORT, &platform.pwStats);
     if (code == KV_NO_COUNTERS)
         return;
     if (code != KV_OK) {
@@ -144,12 +142,12 @@ void Report::pseudowire(uint32_t pwId)
                    static_cast<int>(code), frame::codeText(code));
         return;
     }
-    if (platform.stats.bodyKind == PW_PM_GENERIC) {
-        fillPweGenPm(&record.pwe.body, &platform.stats.body);
-    } else if (platform.stats.bodyKind == PW_PM_ATM) {
-        fillPweAtmPm(&record.pwe.body, &platform.stats.body);
+    if (platform.pwStats.bodyKind == PW_PM_GENERIC) {
+        fillPweGenPm(&record.pwe.body, &platform.pwStats.body);
+    } else if (platform.pwStats.bodyKind == PW_PM_ATM) {
+        fillPweAtmPm(&record.pwe.body, &platform.pwStats.body);
     } else {
-        REPORT_LOG("Unknown PWE type %d", static_cast<int>(platform.stats.bodyKind));
+        REPORT_LOG("Unknown PWE type %d", static_cast<int>(platform.pwStats.bodyKind));
         return;
     }
     callback(&record);
@@ -172,8 +170,8 @@ void Report::group(uint32_t groupId)
     memset(&record, 0, sizeof record);
     record.objType = VEXO_OBJ_TYPE_IMA;
     record.ima.interval = cmiInterval();
-    imaParams params;
-    kvRc code = config_get_ima_params(&params, groupId);
+    const imaParams &params = platform.ima;
+    kvRc code = config_get_ima_params(&platform.ima, groupId);
     if (code == KV_NOT_PROVISIONED)
         return;
     if (code != KV_OK) {

@@ -2,7 +2,7 @@
 // to stop. A service is what the two kinds of notification differ in:
 //
 //   Callback                             type of the agent's callback
-//   callback, thread, stopPipe, owner    its state, all zero at load
+//   callback, thread, stopPipe           its state, all zero at load
 //   socket, subscribe, process, unsubscribe   the platform's calls
 //   body                                 the thread's function, which runs serve<Service>()
 //   BODY_NAME, REGISTER_NAME, PIPE_FAILURE, THREAD_FAILURE   for the log
@@ -13,6 +13,8 @@
 
 #include "frame/log.h"
 #include "frame/outcome.h"
+
+#include <algorithm>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -29,6 +31,8 @@ constexpr char STOP_BYTE = 'e';
 // Notifications that are still taken when the service is to stop: those that are pending, but not a
 // stream that never ends.
 constexpr int LAST_NOTIFICATIONS = 1000;
+// Between calls that fail in a row, in milliseconds: doubled from one to the other.
+constexpr int PAUSE_FIRST = 10, PAUSE_LONGEST = 1000;
 
 inline bool selectable(int descriptor)
 {
@@ -74,14 +78,21 @@ bool openStopPipe()
 // A forked child has the state of its parent's service, but not its thread. The inherited pipe is
 // left alone: the child may have closed it along with all else, and use its numbers otherwise.
 template <class Service>
-void forgetAfterFork()
+void forgetInChild()
 {
-    if (Service::owner == getpid())
-        return;
-    Service::owner = getpid();
     Service::thread = 0;
     Service::stopPipe[0] = 0;
     Service::stopPipe[1] = 0;
+}
+
+// Once for all; the C library forgets it when this library is unloaded.
+template <class Service>
+bool watchForks()
+{
+    static bool watching;
+    if (!watching)
+        watching = pthread_atfork(nullptr, nullptr, forgetInChild<Service>) == 0;
+    return watching;
 }
 
 // May run on the service's own thread, which can be there before its handle is: so it is the pipe
@@ -92,14 +103,14 @@ void registerCallback(typename Service::Callback callback)
     Service::callback.store(callback);
     if (!callback)
         return;
-    forgetAfterFork<Service>();
     if (Service::stopPipe[0] != 0)
         return;
     if (!openStopPipe<Service>()) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::PIPE_FAILURE);
         return;
     }
-    if (pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
+    if (!watchForks<Service>() ||
+        pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::THREAD_FAILURE);
         Service::thread = 0;
         closeStopPipe<Service>();
@@ -109,7 +120,6 @@ void registerCallback(typename Service::Callback callback)
 template <class Service>
 void unregisterCallback()
 {
-    forgetAfterFork<Service>();
     if (Service::stopPipe[0] == 0)
         return;
     // A byte in an empty pipe always finds room.
@@ -124,17 +134,27 @@ struct Ready {
     bool socket, stop;
 };
 
-// Not inlined, so that its set does not lie on the stack while a report is made.
-[[gnu::noinline]] inline Ready waitFor(int socket, int stop)
+// Not inlined, so that its set does not lie on the stack while a report is made. Takes
+// from `left` the time that has passed.
+[[gnu::noinline]] inline Ready waitFor(int socket, int stop, timeval &left)
 {
     fd_set ready;
     FD_ZERO(&ready);
     FD_SET(stop, &ready);
     FD_SET(socket, &ready);
-    timeval timeOut{WAIT_SECONDS, 0};
-    const int count =
-        select((stop > socket ? stop : socket) + 1, &ready, nullptr, nullptr, &timeOut);
+    const int count = select((stop > socket ? stop : socket) + 1, &ready, nullptr, nullptr, &left);
     return {count, count > 0 && FD_ISSET(socket, &ready), count > 0 && FD_ISSET(stop, &ready)};
+}
+
+// Whether the service is told to stop within that time.
+inline bool stopsWithin(int milliseconds, int stop)
+{
+    timeval left{milliseconds / 1000, milliseconds % 1000 * 1000};
+    for (;;) {
+        const Ready ready = waitFor(stop, stop, left);
+        if (ready.count >= 0 || errno != EINTR)
+            return ready.stop;
+    }
 }
 
 // Hands notifications on until the stop pipe becomes readable and nothing is pending.
@@ -143,8 +163,10 @@ void waitForStop(int socket)
 {
     const int stop = Service::stopPipe[0];
     int left = LAST_NOTIFICATIONS;
+    int pause = 0;
     for (;;) {
-        const Ready ready = waitFor(socket, stop);
+        timeval wait{WAIT_SECONDS, 0};
+        const Ready ready = waitFor(socket, stop, wait);
         if (ready.count == 0 || (ready.count < 0 && errno == EINTR))
             continue;
         if (ready.count < 0) {
@@ -152,9 +174,16 @@ void waitForStop(int socket)
             return;
         }
         if (ready.socket && !(ready.stop && left-- == 0)) {
-            if (const kvRc code = Service::process())
-                CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
-                           frame::codeText(code));
+            const kvRc code = Service::process();
+            if (code == KV_OK) {
+                pause = 0;
+                continue;
+            }
+            CMI_LOG_AS(Service::BODY_NAME, frame::LOG_ERROR, "process event fails: %s",
+                       frame::codeText(code));
+            if (pause > 0 && stopsWithin(pause, stop))
+                return;
+            pause = pause > 0 ? std::min(2 * pause, PAUSE_LONGEST) : PAUSE_FIRST;
         } else if (ready.stop) {
             return;
         } else {
