@@ -19,11 +19,28 @@
  * words: either the configuration library's text for its latest failure or
  * the platform's text for the code ("code text"). Unless an operation says
  * "code text", it is the former; it is fetched also when another part of the
- * platform failed (clock, reset, alarms of system, ports and pseudowires), and
- * need not be about that failure then, nor when another thread's call of the
- * configuration library fails at the same moment. The meaning of the single
- * failure codes is the platform's. What the library refuses by itself is
- * VEXO_RC_GENERAL with the text that the operation names ("Not supported").
+ * platform failed (clock, reset, alarm report mode, alarms of system, ports and
+ * pseudowires), and need not be about that failure then, nor when another
+ * thread's call of the configuration library fails at the same moment. Which
+ * platform codes become which class stands at #vexoRc; their meaning is the
+ * platform's. What the library refuses by itself is VEXO_RC_GENERAL with the text
+ * that the operation names ("Not supported").
+ *
+ * **Not there, or broken.** `rc` does not tell: the platform's codes for an object
+ * that is not provisioned (0x20000) and for counters that there are not (0x1000)
+ * are VEXO_RC_GENERAL, as are a general failure and the library's refusals; a
+ * number that no object can have may be of another class. The text differs, but is
+ * for people. What does tell, by the kind of object:
+ * - pseudowire: vexo_cmi_pwe_params_get() succeeds for one that is not provisioned,
+ *   with `pweAction` 1, and fails for one that can't be read;
+ * - ATM cross-connect: the list that vexo_cmi_pwe_atmop_xc_get() returns;
+ * - IMA link in a group: the list that vexo_cmi_ima_lnk_get() returns;
+ * - IMA group, PDH port, and an IMA link by itself: nothing, an agent has to know
+ *   them or take a failure for either. In a PM report a group that is not
+ *   provisioned and one that can't be read are missing alike, a port is all 0
+ *   alike; only the platform's log has a record of what could not be read;
+ * - PM counters: nothing tells those that there are not from those that can't be
+ *   read.
  *
  * **Values.** Every enumeration is 32 bits wide, and any 32-bit value may be
  * passed in one: a value that is no member reaches the platform as the default
@@ -98,15 +115,18 @@ extern "C" {
  * platform's failures apart is not known to it, so they are numbered.
  */
 VEXO_CMI_ENUM(vexoRc){
-    VEXO_RC_OK = 0,            /**< success */
-    VEXO_RC_GENERAL = 1,       /**< general failure, and every refusal by the library itself */
-    VEXO_RC_FAILURE_2 = 2,     /**< platform code 2 */
-    VEXO_RC_FAILURE_4 = 4,     /**< platform codes 4, 8 and 16 */
-    VEXO_RC_FAILURE_8 = 8,     /**< platform code 128 */
-    VEXO_RC_FAILURE_16 = 16,   /**< platform code 256 */
-    VEXO_RC_FAILURE_32 = 32,   /**< platform code 512 */
-    VEXO_RC_FAILURE_64 = 64,   /**< platform code 1024 */
-    VEXO_RC_FAILURE_128 = 128, /**< platform code 2048 */
+    VEXO_RC_OK = 0, /**< success */
+    /**
+     * general failure: platform codes 1, 32 and 64, every code that is not named here (0x20000
+     * and 0x1000 among them), and every refusal by the library itself
+     */
+    VEXO_RC_GENERAL = 1, VEXO_RC_FAILURE_2 = 2, /**< platform code 2 */
+    VEXO_RC_FAILURE_4 = 4,                      /**< platform codes 4, 8 and 16 */
+    VEXO_RC_FAILURE_8 = 8,                      /**< platform code 128 */
+    VEXO_RC_FAILURE_16 = 16,                    /**< platform code 256 */
+    VEXO_RC_FAILURE_32 = 32,                    /**< platform code 512 */
+    VEXO_RC_FAILURE_64 = 64,                    /**< platform code 1024 */
+    VEXO_RC_FAILURE_128 = 128,                  /**< platform code 2048 */
 };
 
 /** How an operation went. */

@@ -265,8 +265,9 @@ extern "C" {
 /**
  * Creates, modifies or deletes a pseudowire; see @ref pweparams. A delete reads
  * nothing else of @p params. The fields of `service` are chosen by the caller's
- * `pweType`, not by that of the pseudowire as it stands. A modify of one that is
- * not provisioned fails.
+ * `pweType`, not by that of the pseudowire as it stands: a modify names the type
+ * that it has. It can't change the type; that takes a delete and a create. A modify
+ * of one that is not provisioned fails.
  *
  * PSN type 4 fails with "Not supported", 5 with "Not implemented", after the
  * platform's record (or its defaults) could be read; nothing is written to the
