@@ -28,7 +28,7 @@ using ClearPm = kvRc (*)(uint32_t object, pmInterval interval, uint32_t which);
 inline bool clearPm(Outcome &outcome, ClearPm clear, uint32_t object)
 {
     for (pmInterval interval : CLEARED_INTERVALS)
-        if (!outcome.byCode(clear(object, interval, PM_OF_OPERATION)))
+        if (!outcome.orCodeText(clear(object, interval, PM_OF_OPERATION)))
             return false;
     return true;
 }

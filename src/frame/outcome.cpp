@@ -6,35 +6,33 @@
 #include <string.h>
 
 // Failures are rare: kept out of the way of the operations that they happen in.
-#define COLD __attribute__((cold, noinline))
+#define COLD [[gnu::cold, gnu::noinline]]
 
 namespace frame
 {
 
+namespace
+{
+
+// The classes of the platform's codes; a code that is not here is a general failure.
+constexpr struct {
+    kvRc code;
+    vexoRc rc;
+} CLASSES[] = {
+    {KV_OK, VEXO_RC_OK},         {2, VEXO_RC_FAILURE_2},    {4, VEXO_RC_FAILURE_4},
+    {8, VEXO_RC_FAILURE_4},      {16, VEXO_RC_FAILURE_4},   {128, VEXO_RC_FAILURE_8},
+    {256, VEXO_RC_FAILURE_16},   {512, VEXO_RC_FAILURE_32}, {1024, VEXO_RC_FAILURE_64},
+    {2048, VEXO_RC_FAILURE_128},
+};
+
+} // namespace
+
 COLD vexoRc kvRc_to_vexoRc(kvRc code)
 {
-    switch (code) {
-    case 0:
-        return VEXO_RC_OK;
-    case 2:
-        return VEXO_RC_FAILURE_2;
-    case 4:
-    case 8:
-    case 16:
-        return VEXO_RC_FAILURE_4;
-    case 128:
-        return VEXO_RC_FAILURE_8;
-    case 256:
-        return VEXO_RC_FAILURE_16;
-    case 512:
-        return VEXO_RC_FAILURE_32;
-    case 1024:
-        return VEXO_RC_FAILURE_64;
-    case 2048:
-        return VEXO_RC_FAILURE_128;
-    default:
-        return VEXO_RC_GENERAL;
-    }
+    for (const auto &known : CLASSES)
+        if (known.code == code)
+            return known.rc;
+    return VEXO_RC_GENERAL;
 }
 
 COLD const char *codeText(kvRc code)

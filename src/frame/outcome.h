@@ -18,8 +18,8 @@ class Outcome
   public:
     explicit Outcome(vexoResult *result) : result_{result} {}
 
-    // A platform call whose failure text is the configuration library's latest.
-    bool config(kvRc code)
+    // Whether a platform call succeeded, whose failure text is the configuration library's latest.
+    bool orConfigText(kvRc code)
     {
         if (code == KV_OK)
             return succeed();
@@ -27,8 +27,8 @@ class Outcome
         return false;
     }
 
-    // A platform call whose failure text is the platform's for the code.
-    bool byCode(kvRc code)
+    // The same of one whose failure text is the platform's for the code.
+    bool orCodeText(kvRc code)
     {
         if (code == KV_OK)
             return succeed();

@@ -1,6 +1,6 @@
 #include "frame/counters.h"
 #include "frame/outcome.h"
-#include "ima/pm.h"
+#include "ima/counters.h"
 
 #include <kv_alarm.h>
 #include <kv_config.h>
@@ -24,7 +24,7 @@ void clearGroup(uint32_t groupId, vexoResult *result)
 {
     Outcome outcome{result};
     imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
+    if (!outcome.orConfigText(config_get_ima_params(&record, groupId)))
         return;
     if (!frame::clearPm(outcome, pmom_ima_group_pm_stat_clear, groupId))
         return;
@@ -78,11 +78,11 @@ void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId
 {
     Outcome outcome{result};
     imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
+    if (!outcome.orConfigText(config_get_ima_params(&record, groupId)))
         return;
     const pmInterval interval = vexoPmType_to_pmInterval(pmType);
     imaGroupPmStat groupStat;
-    if (!outcome.byCode(
+    if (!outcome.orCodeText(
             pmom_ima_group_pm_stat_get(groupId, interval, frame::PM_OF_OPERATION, &groupStat)))
         return;
     fillImaGroupPm(&groupStat, pm);
@@ -91,7 +91,7 @@ void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t linkId = record.links[i].linkId;
         imaLinkPmStat linkStat;
-        if (!outcome.byCode(
+        if (!outcome.orCodeText(
                 pmom_ima_link_pm_stat_get(linkId, interval, frame::PM_OF_OPERATION, &linkStat)))
             return;
         fillImaLinkPm(&linkStat, linkId, &pm->links[i]);
@@ -112,25 +112,25 @@ void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId, vexoRe
 {
     Outcome outcome{result};
     imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
+    if (!outcome.orConfigText(config_get_ima_params(&record, groupId)))
         return;
     imaGroupOmStat groupStat;
-    if (!outcome.byCode(pmom_ima_group_om_stat_get(groupId, &groupStat)))
+    if (!outcome.orCodeText(pmom_ima_group_om_stat_get(groupId, &groupStat)))
         return;
     for (unsigned k = 0; k < 2; ++k)
         om->counters[k] = groupStat.counters[k].low;
-    if (clear && !outcome.byCode(pmom_ima_group_om_stat_clear(groupId)))
+    if (clear && !outcome.orCodeText(pmom_ima_group_om_stat_clear(groupId)))
         return;
     const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
     om->linkCount = count;
     for (uint32_t i = 0; i < count; ++i) {
         const uint32_t linkId = record.links[i].linkId;
         imaLinkOmStat linkStat;
-        if (!outcome.byCode(pmom_ima_link_om_stat_get(linkId, &linkStat)))
+        if (!outcome.orCodeText(pmom_ima_link_om_stat_get(linkId, &linkStat)))
             return;
         for (unsigned k = 0; k < 8; ++k)
             om->links[i].counters[k] = linkStat.counters[k].low;
-        if (clear && !outcome.byCode(pmom_ima_link_om_stat_clear(linkId)))
+        if (clear && !outcome.orCodeText(pmom_ima_link_om_stat_clear(linkId)))
             return;
     }
 }
@@ -138,9 +138,9 @@ void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId, vexoRe
 void vexo_cmi_ima_alarms_set(uint32_t alarmBits, vexoResult *result)
 {
     Outcome outcome{result};
-    if (!outcome.byCode(alarm_set_status_bits(OBJ_IMA_GROUP, GROUP_ALARM_MASK, alarmBits)))
+    if (!outcome.orCodeText(alarm_set_status_bits(OBJ_IMA_GROUP, GROUP_ALARM_MASK, alarmBits)))
         return;
-    outcome.byCode(alarm_set_status_bits(OBJ_IMA_LINK, LINK_ALARM_MASK, alarmBits));
+    outcome.orCodeText(alarm_set_status_bits(OBJ_IMA_LINK, LINK_ALARM_MASK, alarmBits));
 }
 
 void vexo_cmi_ima_alarms_get(uint32_t *alarmBits, vexoImaType imaType, uint32_t number,
@@ -153,7 +153,7 @@ void vexo_cmi_ima_alarms_get(uint32_t *alarmBits, vexoImaType imaType, uint32_t 
         code = alarm_get_active_bits(OBJ_IMA_GROUP, number, &active);
     else if (imaType == VEXO_IMA_TYPE_LINK)
         code = alarm_get_active_bits(OBJ_IMA_LINK, number, &active);
-    if (!outcome.byCode(code))
+    if (!outcome.orCodeText(code))
         return;
     *alarmBits = active;
 }

@@ -1,4 +1,5 @@
 #include "frame/outcome.h"
+#include "frame/record.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/ima.h>
@@ -22,79 +23,65 @@ void vexo_cmi_ima_set(const vexoImaGroupSet *group, uint32_t groupId, vexoResult
         return;
     }
     if (group->imaAction == VEXO_IMA_ACTION_DELETE) {
-        outcome.config(config_del_ima(groupId));
+        outcome.orConfigText(config_del_ima(groupId));
         return;
     }
     imaParams record{};
     if (group->imaAction == VEXO_IMA_ACTION_MODIFY &&
-        !outcome.config(config_get_ima_params(&record, groupId)))
+        !outcome.orConfigText(config_get_ima_params(&record, groupId)))
         return;
     record.groupParam1 = group->groupParam1;
     record.groupParam2 = group->groupParam2;
     if (group->groupParam3)
         record.groupParam3 = group->groupParam3;
-    outcome.config(group->imaAction == VEXO_IMA_ACTION_CREATE
-                       ? config_add_ima(&record, groupId)
-                       : config_set_ima_params(&record, groupId));
+    outcome.orConfigText(group->imaAction == VEXO_IMA_ACTION_CREATE
+                             ? config_add_ima(&record, groupId)
+                             : config_set_ima_params(&record, groupId));
 }
 
 void vexo_cmi_ima_get(vexoImaParams *params, uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    memcpy(params, &record, sizeof *params);
+    frame::read(config_get_ima_params, groupId, result,
+                [=](const imaParams &record) { memcpy(params, &record, sizeof *params); });
 }
 
 void vexo_cmi_ima_lnk_add(uint32_t linkId, uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    outcome.config(config_add_ima_link(linkId, groupId));
+    frame::read(config_get_ima_params, groupId, result, [=](const imaParams &, Outcome &outcome) {
+        outcome.orConfigText(config_add_ima_link(linkId, groupId));
+    });
 }
 
 void vexo_cmi_ima_lnk_delete(uint32_t linkId, uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    outcome.config(config_del_ima_link(linkId, groupId));
+    frame::read(config_get_ima_params, groupId, result, [=](const imaParams &, Outcome &outcome) {
+        outcome.orConfigText(config_del_ima_link(linkId, groupId));
+    });
 }
 
 void vexo_cmi_ima_lnk_get(uint32_t linkIds[VEXO_IMA_LINK_MAX], uint32_t *linkCount,
                           uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-    *linkCount = count;
-    for (uint32_t i = 0; i < count; ++i)
-        linkIds[i] = record.links[i].linkId;
+    frame::read(config_get_ima_params, groupId, result, [=](const imaParams &record) {
+        const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
+        *linkCount = count;
+        for (uint32_t i = 0; i < count; ++i)
+            linkIds[i] = record.links[i].linkId;
+    });
 }
 
 void vexo_cmi_ima_group_state_get(vexoImaGroupState *state, uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    memcpy(state, &record.groupState, sizeof *state);
+    frame::read(config_get_ima_params, groupId, result,
+                [=](const imaParams &record) { memcpy(state, &record.groupState, sizeof *state); });
 }
 
 void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA_LINK_MAX], uint32_t *linkCount,
                                 uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.config(config_get_ima_params(&record, groupId)))
-        return;
-    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-    *linkCount = count;
-    memcpy(states, record.links, count * sizeof *states);
+    frame::read(config_get_ima_params, groupId, result, [=](const imaParams &record) {
+        const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
+        *linkCount = count;
+        memcpy(states, record.links, count * sizeof *states);
+    });
 }

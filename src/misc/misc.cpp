@@ -1,5 +1,6 @@
 #include "frame/log.h"
 #include "frame/outcome.h"
+#include "frame/record.h"
 
 #include <kv_alarm.h>
 #include <kv_config.h>
@@ -48,11 +49,11 @@ void vexo_cmi_misc_sys_info_get(vexoSysInfo *info, uint32_t clear, vexoResult *r
 {
     Outcome outcome{result};
     sysLinkStatus link;
-    if (!outcome.config(config_get_sys_link_status(&link)))
+    if (!outcome.orConfigText(config_get_sys_link_status(&link)))
         return;
     fillLink(info, link);
     sysOmStat om{};
-    if (!outcome.byCode(pmom_sys_om_stat_get(&om, clear)))
+    if (!outcome.orCodeText(pmom_sys_om_stat_get(&om, clear)))
         return;
     memcpy(info->om, om.words, sizeof info->om);
 }
@@ -67,17 +68,17 @@ void vexo_cmi_misc_upgrade_init(const vexoUpgradeInfo *upgrade, vexoResult *resu
     request.constant144 = 1;
     copyUnterminated(request.fileName, upgrade->fileName, FILE_NAME_SIZE);
     peerServer server;
-    if (!outcome.config(config_get_peer_server_params(&server)))
+    if (!outcome.orConfigText(config_get_peer_server_params(&server)))
         return;
     request.serverAddress = ntohl(server.address);
-    outcome.byCode(upgrade_load(&request));
+    outcome.orCodeText(upgrade_load(&request));
 }
 
 void vexo_cmi_misc_upgrade_info_get(vexoUpgradeInfo *upgrade, vexoResult *result)
 {
     Outcome outcome{result};
     upgradeStatus status;
-    if (!outcome.byCode(upgrade_status_get(UPGRADE_OBJECT, &status)))
+    if (!outcome.orCodeText(upgrade_status_get(UPGRADE_OBJECT, &status)))
         return;
     upgrade->mode = UpgradeMode_to_vexoUpgradeMode(status.mode);
     upgrade->state = UpgradeState_to_vexoUpgradeState(status.state);
@@ -89,17 +90,15 @@ void vexo_cmi_misc_dbg_init(const char *info, vexoResult *result)
     Outcome outcome{result};
     debugInfo record{};
     copyUnterminated(record.text, info, sizeof record.text);
-    outcome.config(config_set_debug_info_params(&record));
+    outcome.orConfigText(config_set_debug_info_params(&record));
 }
 
 void vexo_cmi_misc_dbg_info_get(vexoDebugInfo *debug, vexoResult *result)
 {
-    Outcome outcome{result};
-    debugInfo record;
-    if (!outcome.config(config_get_debug_info_params(&record)))
-        return;
-    copyUnterminated(debug->info, record.text, sizeof debug->info);
-    debug->state = DebugState_to_vexoDebugState(record.state);
+    frame::read(config_get_debug_info_params, result, [=](const debugInfo &record) {
+        copyUnterminated(debug->info, record.text, sizeof debug->info);
+        debug->state = DebugState_to_vexoDebugState(record.state);
+    });
 }
 
 void vexo_cmi_misc_dbg_mode_set(uint32_t mask, vexoResult *result)

@@ -1,9 +1,9 @@
-#include "ima/pm.h"
 #include "frame/counters.h"
 #include "frame/log.h"
+#include "ima/counters.h"
 #include "notify/service.h"
-#include "pdh/pm.h"
-#include "pwe/pm.h"
+#include "pdh/counters.h"
+#include "pwe/counters.h"
 
 #include <kv_config.h>
 #include <kv_pmom.h>
@@ -66,9 +66,9 @@ struct Report {
 
     vexoPmInterval cmiInterval() const { return pmInterval_to_vexoPmInterval(interval); }
 
-    __attribute__((noinline)) void ports();
-    __attribute__((noinline)) void pseudowires();
-    __attribute__((noinline)) void groups();
+    [[gnu::noinline]] void ports();
+    [[gnu::noinline]] void pseudowires();
+    [[gnu::noinline]] void groups();
 
     void port(uint32_t index);
     void pseudowire(uint32_t pwId);

@@ -1,6 +1,6 @@
 #include "frame/counters.h"
 #include "frame/outcome.h"
-#include "pdh/pm.h"
+#include "pdh/counters.h"
 
 #include <kv_alarm.h>
 #include <vexo_cmi/convert.h>
@@ -41,15 +41,14 @@ void fillPdhPm(vexoPdhPm *out, const pdhPmStat *in)
 
 void vexo_cmi_pdh_alarms_set(uint32_t alarmBits, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(alarm_set_status_bits(OBJ_PDH, PDH_ALARM_MASK, alarmBits));
+    Outcome{result}.orConfigText(alarm_set_status_bits(OBJ_PDH, PDH_ALARM_MASK, alarmBits));
 }
 
 void vexo_cmi_pdh_alarms_get(uint32_t *alarmBits, uint32_t port, vexoResult *result)
 {
     Outcome outcome{result};
     uint32_t active;
-    if (!outcome.config(alarm_get_active_bits(OBJ_PDH, port, &active)))
+    if (!outcome.orConfigText(alarm_get_active_bits(OBJ_PDH, port, &active)))
         return;
     *alarmBits = active;
 }
@@ -59,8 +58,8 @@ void vexo_cmi_pdh_pm_get(vexoPdhPm *pm, vexoPmType pmType, uint32_t port, vexoRe
     Outcome outcome{result};
     pm->pmType = pmType;
     pdhPmStat record;
-    if (!outcome.byCode(pmom_pdh_pm_stat_get(port, vexoPmType_to_pmInterval(pmType),
-                                             frame::PM_OF_OPERATION, &record)))
+    if (!outcome.orCodeText(pmom_pdh_pm_stat_get(port, vexoPmType_to_pmInterval(pmType),
+                                                 frame::PM_OF_OPERATION, &record)))
         return;
     fillPdhPm(pm, &record);
 }

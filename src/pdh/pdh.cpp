@@ -1,5 +1,5 @@
-#include "frame/change.h"
 #include "frame/outcome.h"
+#include "frame/record.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
@@ -36,13 +36,13 @@ void vexo_cmi_pdh_params_get(vexoPdhParamsOut *params, uint32_t port, vexoResult
 {
     Outcome outcome{result};
     pdhParams record;
-    if (!outcome.config(config_get_pdh_params(&record, port)))
+    if (!outcome.orConfigText(config_get_pdh_params(&record, port)))
         return;
     operState state;
-    if (!outcome.config(config_get_pdh_oper_state(&state, port)))
+    if (!outcome.orConfigText(config_get_pdh_oper_state(&state, port)))
         return;
     pdhLpbk loopback;
-    if (!outcome.config(config_get_pdh_lpbk(&loopback, port)))
+    if (!outcome.orConfigText(config_get_pdh_lpbk(&loopback, port)))
         return;
     params->adminStatus = adminStatus_to_vexoAdminStatus(record.adminStatus);
     params->lineCode = pdhCode_to_vexoPdhCode(record.lineCode);
@@ -58,17 +58,15 @@ void vexo_cmi_pdh_params_get(vexoPdhParamsOut *params, uint32_t port, vexoResult
 
 void vexo_cmi_pdh_admin_set(vexoAdminStatus status, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_pdh_admin(vexoAdminStatus_to_adminStatus(status), port));
+    Outcome{result}.orConfigText(
+        config_set_pdh_admin(vexoAdminStatus_to_adminStatus(status), port));
 }
 
 void vexo_cmi_pdh_admin_get(vexoAdminStatus *status, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    adminStatus platformStatus;
-    if (!outcome.config(config_get_pdh_admin(&platformStatus, port)))
-        return;
-    *status = adminStatus_to_vexoAdminStatus(platformStatus);
+    frame::read(config_get_pdh_admin, port, result, [=](adminStatus platformStatus) {
+        *status = adminStatus_to_vexoAdminStatus(platformStatus);
+    });
 }
 
 void vexo_cmi_pdh_code_set(vexoPdhCode code, uint32_t port, vexoResult *result)
@@ -79,11 +77,8 @@ void vexo_cmi_pdh_code_set(vexoPdhCode code, uint32_t port, vexoResult *result)
 
 void vexo_cmi_pdh_code_get(vexoPdhCode *code, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    pdhParams record;
-    if (!outcome.config(config_get_pdh_params(&record, port)))
-        return;
-    *code = pdhCode_to_vexoPdhCode(record.lineCode);
+    frame::read(config_get_pdh_params, port, result,
+                [=](const pdhParams &record) { *code = pdhCode_to_vexoPdhCode(record.lineCode); });
 }
 
 void vexo_cmi_pdh_frame_set(vexoPdhFrameMode mode, uint32_t port, vexoResult *result)
@@ -95,11 +90,9 @@ void vexo_cmi_pdh_frame_set(vexoPdhFrameMode mode, uint32_t port, vexoResult *re
 
 void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    pdhParams record;
-    if (!outcome.config(config_get_pdh_params(&record, port)))
-        return;
-    *mode = pdhFrameMode_to_vexoPdhFrameMode(record.frameMode);
+    frame::read(config_get_pdh_params, port, result, [=](const pdhParams &record) {
+        *mode = pdhFrameMode_to_vexoPdhFrameMode(record.frameMode);
+    });
 }
 
 void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, vexoResult *result)
@@ -127,13 +120,11 @@ void vexo_cmi_pdh_sync_set(const vexoPdhSync *sync, uint32_t port, vexoResult *r
 
 void vexo_cmi_pdh_sync_get(vexoPdhSync *sync, uint32_t *aux, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    pdhParams record;
-    if (!outcome.config(config_get_pdh_params(&record, port)))
-        return;
-    sync->mode = pdhClockMode_to_vexoPdhSyncMode(record.clockMode);
-    sync->param = record.clockParam;
-    *aux = record.syncAux;
+    frame::read(config_get_pdh_params, port, result, [=](const pdhParams &record) {
+        sync->mode = pdhClockMode_to_vexoPdhSyncMode(record.clockMode);
+        sync->param = record.clockParam;
+        *aux = record.syncAux;
+    });
 }
 
 void vexo_cmi_pdh_niu_set(vexoPdhNiuMode mode, uint32_t port, vexoResult *result)
@@ -144,11 +135,9 @@ void vexo_cmi_pdh_niu_set(vexoPdhNiuMode mode, uint32_t port, vexoResult *result
 
 void vexo_cmi_pdh_niu_get(vexoPdhNiuMode *mode, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    pdhParams record;
-    if (!outcome.config(config_get_pdh_params(&record, port)))
-        return;
-    *mode = pdhNiuMode_to_vexoPdhNiuMode(record.niuMode);
+    frame::read(config_get_pdh_params, port, result, [=](const pdhParams &record) {
+        *mode = pdhNiuMode_to_vexoPdhNiuMode(record.niuMode);
+    });
 }
 
 void vexo_cmi_pdh_lpbk_set(vexoLpbk loopback, uint32_t port, vexoResult *result)
@@ -159,9 +148,6 @@ void vexo_cmi_pdh_lpbk_set(vexoLpbk loopback, uint32_t port, vexoResult *result)
 
 void vexo_cmi_pdh_lpbk_get(vexoLpbk *loopback, uint32_t port, vexoResult *result)
 {
-    Outcome outcome{result};
-    pdhLpbk record;
-    if (!outcome.config(config_get_pdh_lpbk(&record, port)))
-        return;
-    *loopback = lpbk_to_vexoLpbk(record.lpbk);
+    frame::read(config_get_pdh_lpbk, port, result,
+                [=](const pdhLpbk &record) { *loopback = lpbk_to_vexoLpbk(record.lpbk); });
 }

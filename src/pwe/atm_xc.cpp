@@ -1,3 +1,4 @@
+#include "frame/record.h"
 #include "pwe/record.h"
 
 #include <vexo_cmi/convert.h>
@@ -28,31 +29,29 @@ void vexo_cmi_pwe_atmop_xc_set(const vexoPweAtmXc *xc, uint32_t pwId, vexoResult
 {
     Outcome outcome{result};
     const pwAtmXc record = platformXc(*xc);
-    outcome.config(config_add_pw_atm_xc(&record, pwId));
+    outcome.orConfigText(config_add_pw_atm_xc(&record, pwId));
 }
 
 void vexo_cmi_pwe_atmop_xc_delete(const vexoPweAtmXc *xc, uint32_t pwId, vexoResult *result)
 {
     Outcome outcome{result};
     const pwAtmXc record = platformXc(*xc);
-    outcome.config(config_del_pw_atm_xc(&record, pwId));
+    outcome.orConfigText(config_del_pw_atm_xc(&record, pwId));
 }
 
 void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    if (!pwe::isAtm(record.pweType)) {
-        outcome.refuseBadType(record.pweType);
-        return;
-    }
-    const uint32_t used = std::min(record.atmXcCount, PW_ATM_XC_MAX);
-    *count = used;
-    for (uint32_t i = 0; i < used; ++i) {
-        const pwAtmXc &entry = record.atmXc[i];
-        xc[i] = {pweAtmXcType_to_vexoPweAtmXcType(entry.xcType), entry.xcId1, entry.xcId2,
-                 entry.xcId3, entry.xcId4};
-    }
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record, Outcome &outcome) {
+        if (!pwe::isAtm(record.pweType)) {
+            outcome.refuseBadType(record.pweType);
+            return;
+        }
+        const uint32_t used = std::min(record.atmXcCount, PW_ATM_XC_MAX);
+        *count = used;
+        for (uint32_t i = 0; i < used; ++i) {
+            const pwAtmXc &entry = record.atmXc[i];
+            xc[i] = {pweAtmXcType_to_vexoPweAtmXcType(entry.xcType), entry.xcId1, entry.xcId2,
+                     entry.xcId3, entry.xcId4};
+        }
+    });
 }

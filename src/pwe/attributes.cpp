@@ -1,4 +1,4 @@
-#include "frame/change.h"
+#include "frame/record.h"
 #include "pwe/record.h"
 
 #include <vexo_cmi/convert.h>
@@ -25,17 +25,14 @@ bool checkTdm(const pwConfig &record, Outcome &outcome)
 
 void vexo_cmi_pwe_admin_set(vexoAdminStatus status, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_pw_admin(vexoAdminStatus_to_adminStatus(status), pwId));
+    Outcome{result}.orConfigText(config_set_pw_admin(vexoAdminStatus_to_adminStatus(status), pwId));
 }
 
 void vexo_cmi_pwe_admin_get(vexoAdminStatus *status, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    adminStatus platformStatus;
-    if (!outcome.config(config_get_pw_admin(&platformStatus, pwId)))
-        return;
-    *status = adminStatus_to_vexoAdminStatus(platformStatus);
+    frame::read(config_get_pw_admin, pwId, result, [=](adminStatus platformStatus) {
+        *status = adminStatus_to_vexoAdminStatus(platformStatus);
+    });
 }
 
 void vexo_cmi_pwe_dst_mac_set(const unsigned char mac[6], uint32_t pwId, vexoResult *result)
@@ -46,11 +43,8 @@ void vexo_cmi_pwe_dst_mac_set(const unsigned char mac[6], uint32_t pwId, vexoRes
 
 void vexo_cmi_pwe_dst_mac_get(unsigned char mac[6], uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    memcpy(mac, record.dstMac, sizeof record.dstMac);
+    frame::read(config_get_pw, pwId, result,
+                [=](const pwConfig &record) { memcpy(mac, record.dstMac, sizeof record.dstMac); });
 }
 
 void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId, vexoResult *result)
@@ -60,12 +54,10 @@ void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId, vexoResult *r
 
 void vexo_cmi_pwe_vlan_get(vexoPweVlan *vlan, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    memset(vlan, 0, sizeof *vlan);
-    pwe::extractVlan(*vlan, record);
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record) {
+        memset(vlan, 0, sizeof *vlan);
+        pwe::extractVlan(*vlan, record);
+    });
 }
 
 void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *result)
@@ -77,27 +69,23 @@ void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *resu
 
 void vexo_cmi_pwe_psn_get(vexoPwePsn *psn, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    memset(psn, 0, sizeof *psn);
-    pwe::extractPsn(*psn, record, outcome);
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record, Outcome &outcome) {
+        memset(psn, 0, sizeof *psn);
+        pwe::extractPsn(*psn, record, outcome);
+    });
 }
 
 void vexo_cmi_pwe_pdv_set(uint32_t size, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_pw_jitter_size(size, pwId));
+    Outcome{result}.orConfigText(config_set_pw_jitter_size(size, pwId));
 }
 
 void vexo_cmi_pwe_pdv_get(uint32_t *size, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)) || !checkTdm(record, outcome))
-        return;
-    *size = record.jitterBufferSize;
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record, Outcome &outcome) {
+        if (checkTdm(record, outcome))
+            *size = record.jitterBufferSize;
+    });
 }
 
 void vexo_cmi_pwe_payload_set(uint32_t size, uint32_t pwId, vexoResult *result)
@@ -113,11 +101,10 @@ void vexo_cmi_pwe_payload_set(uint32_t size, uint32_t pwId, vexoResult *result)
 
 void vexo_cmi_pwe_payload_get(uint32_t *size, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)) || !checkTdm(record, outcome))
-        return;
-    *size = record.payloadSize;
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record, Outcome &outcome) {
+        if (checkTdm(record, outcome))
+            *size = record.payloadSize;
+    });
 }
 
 void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *result)
@@ -133,27 +120,20 @@ void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *resu
 
 void vexo_cmi_pwe_rtp_get(vexoPweRtp *rtp, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    memset(rtp, 0, sizeof *rtp);
-    if (!checkTdm(record, outcome))
-        return;
-    pwe::extractRtp(*rtp, record);
+    frame::read(config_get_pw, pwId, result, [=](const pwConfig &record, Outcome &outcome) {
+        memset(rtp, 0, sizeof *rtp);
+        if (checkTdm(record, outcome))
+            pwe::extractRtp(*rtp, record);
+    });
 }
 
 void vexo_cmi_pwe_atm_force_ais_set(uint32_t force, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_pw_ais(force != 0, pwId));
+    Outcome{result}.orConfigText(config_set_pw_ais(force != 0, pwId));
 }
 
 void vexo_cmi_pwe_atm_force_ais_get(uint32_t *force, uint32_t pwId, vexoResult *result)
 {
-    Outcome outcome{result};
-    pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
-        return;
-    *force = record.aisForced != 0;
+    frame::read(config_get_pw, pwId, result,
+                [=](const pwConfig &record) { *force = record.aisForced != 0; });
 }

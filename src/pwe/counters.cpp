@@ -1,5 +1,5 @@
 #include "frame/counters.h"
-#include "pwe/pm.h"
+#include "pwe/counters.h"
 #include "pwe/record.h"
 
 #include <kv_alarm.h>
@@ -47,15 +47,14 @@ void fillPweAtmPm(vexoPwePmBody *out, const pwPmCounters *in)
 
 void vexo_cmi_pwe_alarms_set(uint32_t alarmBits, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(alarm_set_status_bits(OBJ_PWE, PWE_ALARM_MASK, alarmBits));
+    Outcome{result}.orConfigText(alarm_set_status_bits(OBJ_PWE, PWE_ALARM_MASK, alarmBits));
 }
 
 void vexo_cmi_pwe_alarms_get(uint32_t *alarmBits, uint32_t pwId, vexoResult *result)
 {
     Outcome outcome{result};
     uint32_t active;
-    if (!outcome.config(alarm_get_active_bits(OBJ_PWE, pwId, &active)))
+    if (!outcome.orConfigText(alarm_get_active_bits(OBJ_PWE, pwId, &active)))
         return;
     *alarmBits = active;
 }
@@ -65,11 +64,11 @@ void vexo_cmi_pwe_pm_get(vexoPwePm *pm, vexoPmType pmType, uint32_t pwId, vexoRe
     Outcome outcome{result};
     pm->pmType = pmType;
     pwPmStats stats;
-    if (!outcome.byCode(pmom_pw_pm_stat_get(pwId, vexoPmType_to_pmInterval(pmType),
-                                            frame::PM_OF_OPERATION, &stats)))
+    if (!outcome.orCodeText(pmom_pw_pm_stat_get(pwId, vexoPmType_to_pmInterval(pmType),
+                                                frame::PM_OF_OPERATION, &stats)))
         return;
     pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
+    if (!outcome.orConfigText(config_get_pw(&record, pwId)))
         return;
     pm->pweType = pweType_to_vexoPweType(record.pweType);
     if (stats.bodyKind == PW_PM_GENERIC)
@@ -90,12 +89,12 @@ void vexo_cmi_pwe_om_get(vexoPweOm *om, uint32_t clear, uint32_t pwId, vexoResul
 {
     Outcome outcome{result};
     pwConfig record;
-    if (!outcome.config(config_get_pw(&record, pwId)))
+    if (!outcome.orConfigText(config_get_pw(&record, pwId)))
         return;
     pwOmStats stats;
-    if (!outcome.byCode(pmom_pw_om_stat_get(pwId, &stats)))
+    if (!outcome.orCodeText(pmom_pw_om_stat_get(pwId, &stats)))
         return;
-    if (clear && !outcome.byCode(pmom_pw_om_stat_clear(pwId)))
+    if (clear && !outcome.orCodeText(pmom_pw_om_stat_clear(pwId)))
         return;
     om->pweType = pweType_to_vexoPweType(record.pweType);
     if (pwe::isTdm(record.pweType))

@@ -37,11 +37,11 @@ void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId, vexoRes
 {
     Outcome outcome{result};
     if (params->pweAction == VEXO_PWE_ACTION_DELETE) {
-        outcome.config(config_del_pw(pwId));
+        outcome.orConfigText(config_del_pw(pwId));
         return;
     }
     pwConfig record;
-    if (!outcome.config(readBase(record, *params, pwId)))
+    if (!outcome.orConfigText(readBase(record, *params, pwId)))
         return;
     overlayHeader(record, *params, pwId);
     pwe::overlayVlan(record, params->vlan);
@@ -49,7 +49,7 @@ void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId, vexoRes
         return;
     record.pweType = vexoPweType_to_pweType(params->pweType);
     pwe::overlayService(record, params->service, params->pweType);
-    outcome.config(write(record, params->pweAction, pwId));
+    outcome.orConfigText(write(record, params->pweAction, pwId));
 }
 
 void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId, vexoResult *result)
@@ -63,13 +63,13 @@ void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId, vexoResult 
         outcome.succeed();
         return;
     }
-    if (!outcome.config(code))
+    if (!outcome.orConfigText(code))
         return;
     info->adminStatus = adminStatus_to_vexoAdminStatus(record.adminStatus);
     info->pweType = pweType_to_vexoPweType(record.pweType);
     info->pweAction = VEXO_PWE_ACTION_CREATE;
     operState state;
-    if (!outcome.config(config_get_pw_oper_state(&state, pwId)))
+    if (!outcome.orConfigText(config_get_pw_oper_state(&state, pwId)))
         return;
     info->operState = operState_to_vexoOperState(state);
     memcpy(info->dstMac, record.dstMac, sizeof info->dstMac);

@@ -78,7 +78,7 @@ void vexo_cmi_sys_kato_send(unsigned seconds, unsigned microseconds, vexoResult 
         outcome.succeed();
         return;
     }
-    if (!outcome.config(clockSet(seconds, microseconds)))
+    if (!outcome.orConfigText(clockSet(seconds, microseconds)))
         return;
     CMI_LOG(frame::LOG_INFO, "Kato time is updated");
     remember(clockRead());

@@ -1,4 +1,5 @@
 #include "frame/outcome.h"
+#include "frame/record.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
@@ -40,45 +41,36 @@ constexpr uint32_t NUMBER_SPLIT = 10000;
 
 void vexo_cmi_sys_inventory_get(vexoSysInventory *inventory, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
-        return;
-    copyText(inventory->text4, record, offsetof(sysParams, text446));
-    copyText(inventory->text5, record, offsetof(sysParams, text461));
-    copyText(inventory->text2, record, offsetof(sysParams, text328));
-    copyText(inventory->text1, record, offsetof(sysParams, text410));
-    copyText(inventory->text3, record, offsetof(sysParams, text425));
-    printNumber(inventory->numberHigh, record.number / NUMBER_SPLIT);
-    printNumber(inventory->numberLow, record.number % NUMBER_SPLIT);
+    frame::read(config_get_system_params, result, [=](const sysParams &record) {
+        copyText(inventory->text4, record, offsetof(sysParams, text446));
+        copyText(inventory->text5, record, offsetof(sysParams, text461));
+        copyText(inventory->text2, record, offsetof(sysParams, text328));
+        copyText(inventory->text1, record, offsetof(sysParams, text410));
+        copyText(inventory->text3, record, offsetof(sysParams, text425));
+        printNumber(inventory->numberHigh, record.number / NUMBER_SPLIT);
+        printNumber(inventory->numberLow, record.number % NUMBER_SPLIT);
+    });
 }
 
 void vexo_cmi_sys_status_get(vexoSysStatus *status, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysStatus record;
-    if (!outcome.config(config_get_sys_status(&record)))
-        return;
-    status->state = operState_to_vexoModuleState(record.operState);
-    memcpy(status->values1, record.values1, sizeof status->values1);
-    swVersion_to_vexoSwVersion(&record.version, &status->version);
-    memcpy(status->values2, record.values2, sizeof status->values2);
+    frame::read(config_get_sys_status, result, [=](const sysStatus &record) {
+        status->state = operState_to_vexoModuleState(record.operState);
+        memcpy(status->values1, record.values1, sizeof status->values1);
+        swVersion_to_vexoSwVersion(&record.version, &status->version);
+        memcpy(status->values2, record.values2, sizeof status->values2);
+    });
 }
 
 void vexo_cmi_sys_oper_state_get(vexoModuleState *state, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
-        return;
-    *state = operState_to_vexoModuleState(record.operState);
+    frame::read(config_get_system_params, result, [=](const sysParams &record) {
+        *state = operState_to_vexoModuleState(record.operState);
+    });
 }
 
 void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult *result)
 {
-    Outcome outcome{result};
-    swVersion record;
-    if (!outcome.config(config_get_sys_version(&record)))
-        return;
-    swVersion_to_vexoSwVersion(&record, version);
+    frame::read(config_get_sys_version, result,
+                [=](const swVersion &record) { swVersion_to_vexoSwVersion(&record, version); });
 }

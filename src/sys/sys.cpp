@@ -1,4 +1,5 @@
 #include "frame/outcome.h"
+#include "frame/record.h"
 #include "sys/clock.h"
 
 #include <kv_alarm.h>
@@ -21,29 +22,23 @@ constexpr uint32_t SYSTEM_ALARM_MASK = 0x7FFF;
 
 void vexo_cmi_sys_tod_set(unsigned seconds, unsigned microseconds, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(clockSet(seconds, microseconds));
+    Outcome{result}.orConfigText(clockSet(seconds, microseconds));
 }
 
 void vexo_cmi_sys_reset(vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(forker_box_shutdown());
+    Outcome{result}.orConfigText(forker_box_shutdown());
 }
 
 void vexo_cmi_sys_tdm_mode_set(vexoTdmMode mode, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_system_mode(vexoTdmMode_to_eqptMode(mode)));
+    Outcome{result}.orConfigText(config_set_system_mode(vexoTdmMode_to_eqptMode(mode)));
 }
 
 void vexo_cmi_sys_tdm_mode_get(vexoTdmMode *mode, vexoResult *result)
 {
-    Outcome outcome{result};
-    eqptMode platformMode;
-    if (!outcome.config(config_get_system_mode(&platformMode)))
-        return;
-    *mode = eqptMode_to_vexoTdmMode(platformMode);
+    frame::read(config_get_system_mode, result,
+                [=](eqptMode platformMode) { *mode = eqptMode_to_vexoTdmMode(platformMode); });
 }
 
 void vexo_cmi_sys_src_mac_set(const unsigned char mac[6], vexoResult *result)
@@ -51,69 +46,54 @@ void vexo_cmi_sys_src_mac_set(const unsigned char mac[6], vexoResult *result)
     Outcome outcome{result};
     unsigned char address[6];
     memcpy(address, mac, sizeof address);
-    outcome.config(config_set_pwe_src_mac_addr(address));
+    outcome.orConfigText(config_set_pwe_src_mac_addr(address));
 }
 
 void vexo_cmi_sys_src_mac_get(unsigned char mac[6], vexoResult *result)
 {
-    Outcome outcome{result};
-    pweIf record;
-    if (!outcome.config(config_get_pwe_if(&record)))
-        return;
-    memcpy(mac, record.srcMac, sizeof record.srcMac);
+    frame::read(config_get_pwe_if, result,
+                [=](const pweIf &record) { memcpy(mac, record.srcMac, sizeof record.srcMac); });
 }
 
 void vexo_cmi_sys_tpid_set(unsigned tpid, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_system_tpid_set(static_cast<uint16_t>(tpid)));
+    Outcome{result}.orConfigText(config_system_tpid_set(static_cast<uint16_t>(tpid)));
 }
 
 void vexo_cmi_sys_tpid_get(unsigned *tpid, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
-        return;
-    *tpid = record.tpid;
+    frame::read(config_get_system_params, result,
+                [=](const sysParams &record) { *tpid = record.tpid; });
 }
 
 void vexo_cmi_sys_src_ip_set(unsigned address, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_pwe_src_ip_addr(&address));
+    Outcome{result}.orConfigText(config_set_pwe_src_ip_addr(&address));
 }
 
 void vexo_cmi_sys_src_ip_get(unsigned *address, vexoResult *result)
 {
-    Outcome outcome{result};
-    pweIf record;
-    if (!outcome.config(config_get_pwe_if(&record)))
-        return;
-    *address = record.srcIp;
+    frame::read(config_get_pwe_if, result, [=](const pweIf &record) { *address = record.srcIp; });
 }
 
 void vexo_cmi_sys_lops_set(unsigned first, unsigned second, vexoResult *result)
 {
     Outcome outcome{result};
     const lopsThreshold record{first, second};
-    outcome.config(config_set_pwe_lops_threshold(&record));
+    outcome.orConfigText(config_set_pwe_lops_threshold(&record));
 }
 
 void vexo_cmi_sys_lops_get(unsigned *first, unsigned *second, vexoResult *result)
 {
-    Outcome outcome{result};
-    pweIf record;
-    if (!outcome.config(config_get_pwe_if(&record)))
-        return;
-    *first = record.lops1;
-    *second = record.lops2;
+    frame::read(config_get_pwe_if, result, [=](const pweIf &record) {
+        *first = record.lops1;
+        *second = record.lops2;
+    });
 }
 
 void vexo_cmi_sys_rpt_mode_set(vexoAlarmMode mode, unsigned value, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(alarm_set_notification(vexoAlarmMode_to_alarmMode(mode), value));
+    Outcome{result}.orConfigText(alarm_set_notification(vexoAlarmMode_to_alarmMode(mode), value));
 }
 
 void vexo_cmi_sys_rpt_mode_get(vexoAlarmMode *mode, unsigned *value, vexoResult *result)
@@ -121,7 +101,7 @@ void vexo_cmi_sys_rpt_mode_get(vexoAlarmMode *mode, unsigned *value, vexoResult 
     Outcome outcome{result};
     alarmMode platformMode;
     uint32_t platformValue;
-    if (!outcome.config(alarm_get_notification(&platformMode, &platformValue)))
+    if (!outcome.orConfigText(alarm_get_notification(&platformMode, &platformValue)))
         return;
     *mode = alarmMode_to_vexoAlarmMode(platformMode);
     *value = platformValue;
@@ -131,49 +111,44 @@ void vexo_cmi_sys_clk_out_set(const unsigned *first, const unsigned *second, vex
 {
     Outcome outcome{result};
     const clkOut record{*first, *second};
-    outcome.config(config_set_clk_out(&record));
+    outcome.orConfigText(config_set_clk_out(&record));
 }
 
 void vexo_cmi_sys_clk_out_get(unsigned *first, unsigned *second, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
-        return;
-    *first = record.clkOut1;
-    *second = record.clkOut2;
+    frame::read(config_get_system_params, result, [=](const sysParams &record) {
+        *first = record.clkOut1;
+        *second = record.clkOut2;
+    });
 }
 
 void vexo_cmi_sys_net_type_set(vexoNetQuality quality, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(config_set_psn_net_type(vexoNetQuality_to_psnNetType(quality)));
+    Outcome{result}.orConfigText(config_set_psn_net_type(vexoNetQuality_to_psnNetType(quality)));
 }
 
 void vexo_cmi_sys_net_type_get(vexoNetQuality *quality, vexoResult *result)
 {
-    Outcome outcome{result};
-    sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
-        return;
-    *quality = psnNetType_to_vexoNetQuality(record.psnNetType);
+    frame::read(config_get_system_params, result, [=](const sysParams &record) {
+        *quality = psnNetType_to_vexoNetQuality(record.psnNetType);
+    });
 }
 
 void vexo_cmi_sys_temp_set(unsigned first, unsigned second, vexoResult *result)
 {
     Outcome outcome{result};
     const temperatureThr record{first, second};
-    outcome.config(config_set_temperature_thr(&record));
+    outcome.orConfigText(config_set_temperature_thr(&record));
 }
 
 void vexo_cmi_sys_temp_get(unsigned *current, unsigned *first, unsigned *second, vexoResult *result)
 {
     Outcome outcome{result};
     unsigned temperature;
-    if (!outcome.config(config_get_temperature(&temperature)))
+    if (!outcome.orConfigText(config_get_temperature(&temperature)))
         return;
     sysParams record;
-    if (!outcome.config(config_get_system_params(&record)))
+    if (!outcome.orConfigText(config_get_system_params(&record)))
         return;
     *current = temperature;
     *first = record.temperatureThr1;
@@ -184,13 +159,12 @@ void vexo_cmi_sys_alarm_get(unsigned *bits, vexoResult *result)
 {
     Outcome outcome{result};
     uint32_t active;
-    if (!outcome.config(alarm_get_active_bits(OBJ_SYSTEM, SYSTEM_NUMBER, &active)))
+    if (!outcome.orConfigText(alarm_get_active_bits(OBJ_SYSTEM, SYSTEM_NUMBER, &active)))
         return;
     *bits = active;
 }
 
 void vexo_cmi_sys_alarm_set(unsigned bits, vexoResult *result)
 {
-    Outcome outcome{result};
-    outcome.config(alarm_set_status_bits(OBJ_SYSTEM, SYSTEM_ALARM_MASK, bits));
+    Outcome{result}.orConfigText(alarm_set_status_bits(OBJ_SYSTEM, SYSTEM_ALARM_MASK, bits));
 }

@@ -1,6 +1,6 @@
 // PM counters of a PDH port.
-#ifndef PDH_PM_H
-#define PDH_PM_H
+#ifndef PDH_COUNTERS_H
+#define PDH_COUNTERS_H
 
 #include <kv_pmom.h>
 #include <vexo_cmi/pdh.h>

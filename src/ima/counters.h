@@ -1,6 +1,6 @@
 // PM counters of an IMA group and of its links.
-#ifndef IMA_PM_H
-#define IMA_PM_H
+#ifndef IMA_COUNTERS_H
+#define IMA_COUNTERS_H
 
 #include <kv_pmom.h>
 #include <vexo_cmi/ima.h>

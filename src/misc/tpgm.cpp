@@ -1,7 +1,6 @@
 #include "frame/outcome.h"
 
 #include <kv_config.h>
-#include <vexo_cmi/convert.h>
 #include <vexo_cmi/misc.h>
 
 #include <string.h>
@@ -10,28 +9,12 @@ using frame::Outcome;
 
 static_assert(sizeof(vexoTpgmStatus) == sizeof(tpgmStatus));
 
-void vexo_cmi_misc_sys_lbk_set(vexoLpbk loopback, vexoResult *result)
-{
-    Outcome outcome{result};
-    const sysLpbk record{vexoLpbk_to_lpbk(loopback), 0};
-    outcome.config(config_set_sys_lpbk(&record));
-}
-
-void vexo_cmi_misc_sys_lbk_get(vexoLpbk *loopback, vexoResult *result)
-{
-    Outcome outcome{result};
-    sysLpbk record;
-    if (!outcome.config(config_get_sys_lpbk(&record)))
-        return;
-    *loopback = lpbk_to_vexoLpbk(record.lpbk);
-}
-
 void vexo_cmi_misc_tpgm_init(uint32_t tpgmParam1, uint32_t tpgmParam2, uint32_t tpgmParam3,
                              vexoResult *result)
 {
     Outcome outcome{result};
     const tpgmSetup record{{tpgmParam1, tpgmParam2, tpgmParam3}};
-    outcome.config(config_init_tpgm(&record));
+    outcome.orConfigText(config_init_tpgm(&record));
 }
 
 void vexo_cmi_misc_tpgm_stat_get(vexoTpgmStatus *status, uint32_t clear, vexoResult *result)
@@ -40,7 +23,7 @@ void vexo_cmi_misc_tpgm_stat_get(vexoTpgmStatus *status, uint32_t clear, vexoRes
     tpgmStatus record;
     const kvRc read = config_get_tpgm_status(&record);
     const kvRc cleared = config_clear_tpgm_status(clear);
-    if (!outcome.config(read | cleared))
+    if (!outcome.orConfigText(read | cleared))
         return;
     memcpy(status, &record, sizeof *status);
 }

@@ -1,6 +1,6 @@
 // PM counters of a pseudowire.
-#ifndef PWE_PM_H
-#define PWE_PM_H
+#ifndef PWE_COUNTERS_H
+#define PWE_COUNTERS_H
 
 #include <kv_pmom.h>
 #include <vexo_cmi/pwe.h>
