@@ -134,22 +134,22 @@ struct Dynamic {
 };
 
 // The loader relocates these addresses in place on some machines and not on others.
-uintptr_t absolute(const dl_phdr_info &object, uintptr_t address)
+uintptr_t absolute(uintptr_t base, uintptr_t address)
 {
-    return address < object.dlpi_addr ? object.dlpi_addr + address : address;
+    return address < base ? base + address : address;
 }
 
-Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
+Dynamic dynamicOf(uintptr_t base, const ElfW(Dyn) * entry)
 {
     Dynamic dynamic;
     for (; entry->d_tag != DT_NULL; ++entry) {
         switch (entry->d_tag) {
         case DT_SYMTAB:
             dynamic.symbols =
-                reinterpret_cast<const ElfW(Sym) *>(absolute(object, entry->d_un.d_ptr));
+                reinterpret_cast<const ElfW(Sym) *>(absolute(base, entry->d_un.d_ptr));
             break;
         case DT_STRTAB:
-            dynamic.names = reinterpret_cast<const char *>(absolute(object, entry->d_un.d_ptr));
+            dynamic.names = reinterpret_cast<const char *>(absolute(base, entry->d_un.d_ptr));
             break;
         case DT_SONAME:
             dynamic.soname = entry->d_un.d_val;
@@ -158,14 +158,14 @@ Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
             dynamic.withAddend = true;
             [[fallthrough]];
         case DT_REL:
-            dynamic.tables[0] = absolute(object, entry->d_un.d_ptr);
+            dynamic.tables[0] = absolute(base, entry->d_un.d_ptr);
             break;
         case DT_RELASZ:
         case DT_RELSZ:
             dynamic.sizes[0] = entry->d_un.d_val;
             break;
         case DT_JMPREL:
-            dynamic.tables[1] = absolute(object, entry->d_un.d_ptr);
+            dynamic.tables[1] = absolute(base, entry->d_un.d_ptr);
             break;
         case DT_PLTRELSZ:
             dynamic.sizes[1] = entry->d_un.d_val;
@@ -176,6 +176,12 @@ Dynamic dynamicOf(const dl_phdr_info &object, const ElfW(Dyn) * entry)
         }
     }
     return dynamic;
+}
+
+bool isLibrary(const Dynamic &dynamic)
+{
+    return dynamic.names && dynamic.symbols &&
+           strncmp(dynamic.names + dynamic.soname, LIBRARY, sizeof LIBRARY - 1) == 0;
 }
 
 void write(void **slot, void *value)
@@ -195,9 +201,8 @@ int rebind(dl_phdr_info *object, size_t, void *bindings)
                                                         object->dlpi_phdr[i].p_vaddr);
     if (!entry)
         return 0;
-    const Dynamic dynamic = dynamicOf(*object, entry);
-    if (!dynamic.names || !dynamic.symbols ||
-        strncmp(dynamic.names + dynamic.soname, LIBRARY, sizeof LIBRARY - 1) != 0)
+    const Dynamic dynamic = dynamicOf(object->dlpi_addr, entry);
+    if (!isLibrary(dynamic))
         return 0;
     const size_t step = dynamic.withAddend ? sizeof(ElfW(Rela)) : sizeof(ElfW(Rel));
     for (int t = 0; t < 2; ++t) {
@@ -249,4 +254,18 @@ void sim::bindLibrary()
         }
     }
     dl_iterate_phdr(rebind, &bindings);
+}
+
+// What begins an object's life is the C runtime's part of it, which calls this function where there
+// is one. So the library comes here when it is loaded or loaded again, however long the stand-ins
+// have been there: nothing of theirs would run then before it is called. (A host that is profiled
+// has such a function of its own.)
+extern "C" void __gmon_start__()
+{
+    Dl_info info;
+    link_map *caller = nullptr;
+    if (dladdr1(__builtin_return_address(0), &info, reinterpret_cast<void **>(&caller),
+                RTLD_DL_LINKMAP) != 0 &&
+        isLibrary(dynamicOf(caller->l_addr, caller->l_ld)))
+        bindLibrary();
 }

@@ -1,10 +1,13 @@
 // A host that loads the library, has both services running and then unloads the library or ends:
 //
 //   notify_host LIBRARY unload|end idle|busy
+//   notify_host LIBRARY clock alone|first|again
 //
 // After the unloading it forks, which the library had a hand in.
 // With "busy" both callbacks are in progress then, that of the alarm service for longer. A process
-// of its own, in which the services' threads are the first that end.
+// of its own, in which the services' threads are the first that end. The second form instead sets
+// the clock without the right to: with all stand-ins loaded before the library, or with the library
+// loaded again while they stay.
 #include <vexo_cmi.h>
 
 #include <kv_sim.h>
@@ -96,14 +99,50 @@ F *find(void *library, const char *name)
     return reinterpret_cast<F *>(dlsym(library, name));
 }
 
-} // namespace
-
 #define FIND(name) const auto name = find<decltype(::name)>(library, #name)
+
+bool loadStandIns()
+{
+    for (const char *name : {"alarm", "common", "config", "forker", "pmom", "upgrade"})
+        if (!dlopen((std::string{"libkv_"} + name + ".so").c_str(), RTLD_NOW))
+            return check(dlerror(), false);
+    return true;
+}
+
+bool clockIsTheDevices(const char *path, const std::string &order)
+{
+    if (order == "again") {
+        void *library = dlopen(path, RTLD_NOW);
+        if (!loadStandIns() || !library || dlclose(library) != 0 ||
+            dlopen(path, RTLD_NOW | RTLD_NOLOAD))
+            return check("the library can be unloaded", false);
+    } else if (order == "first" && !loadStandIns()) {
+        return false;
+    }
+    void *library = dlopen(path, RTLD_NOW);
+    if (!library)
+        return check(dlerror(), false);
+    FIND(vexo_cmi_sys_tod_set);
+    FIND(vexo_cmi_sys_kato_send);
+    FIND(kv_sim_clock_get);
+    if (geteuid() == 0 && setuid(65534) != 0)
+        return check("rights can be given up", false);
+    vexoResult result{};
+    vexo_cmi_sys_tod_set(1000000000, 5, &result);
+    const bool set = check(result.message, result.rc == VEXO_RC_OK);
+    vexo_cmi_sys_kato_send(2000000000, 5, &result);
+    return check(result.message, result.rc == VEXO_RC_OK) && set &&
+           check("the device's clock was set", kv_sim_clock_get() / 1000000 == 2000000000);
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
     if (argc != 4)
         return 2;
+    if (argv[2] == std::string{"clock"})
+        return clockIsTheDevices(argv[1], argv[3]) ? 0 : 1;
     const bool unload = argv[2] == std::string{"unload"};
     const bool busy = argv[3] == std::string{"busy"};
     // Registered before the library is loaded: runs after the library's own end.

@@ -900,6 +900,32 @@ TEST_F(SimulatedDevice, EndsEveryIntervalThatPassedWhileNobodyLooked)
     });
 }
 
+TEST_F(SimulatedDevice, OwnsTheClockInWhateverOrderTheLibraryAndItsStandInsAreLoaded)
+{
+    const auto fileOf = [](auto *function) {
+        Dl_info object{};
+        EXPECT_TRUE(dladdr(reinterpret_cast<void *>(function), &object));
+        return std::filesystem::path{object.dli_fname};
+    };
+    const auto library = fileOf(vexo_cmi_init);
+    const auto libraries = fileOf(config_system_tpid_set).parent_path();
+    const auto host = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "notify_host";
+    std::string preload;
+    for (const char *name : {"alarm", "common", "config", "forker", "pmom", "upgrade"})
+        preload += libraries / (std::string{"libkv_"} + name + ".so") += ":";
+    for (const auto &[preloaded, order] :
+         {std::pair{"", "alone"}, {"", "first"}, {"", "again"}, {preload.c_str(), "alone"}}) {
+        SCOPED_TRACE(std::string{order} + " " + preloaded);
+        run("", [&, preloaded = preloaded, order = order] {
+            setenv("LD_LIBRARY_PATH", libraries.c_str(), 1);
+            setenv("LD_PRELOAD", preloaded, 1);
+            setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
+            execl(host.c_str(), host.c_str(), library.c_str(), "clock", order, nullptr);
+            _exit(127);
+        });
+    }
+}
+
 TEST_F(SimulatedDevice, RaisesAnAlarmWhenItsLogIsFull)
 {
     run("", [] {
