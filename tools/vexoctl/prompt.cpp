@@ -2,7 +2,6 @@
 #include "print.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -76,6 +75,7 @@ class Editor
         el_set(editor, EL_EDITOR, "emacs");
         // Of the signals, libedit needs to know the terminal's new size, and that it was stopped.
         el_set(editor, EL_SIGNAL, 1);
+        el_set(editor, EL_SAFEREAD, 1);
         el_set(editor, EL_HIST, ::history, history_.get());
         el_set(editor, EL_ADDFN, "complete", "Complete a word", complete);
         el_source(editor, nullptr);
@@ -91,10 +91,9 @@ class Editor
     {
         prompt_ = prompt;
         int count = 0;
-        const char *typed;
-        do
-            typed = el_gets(editor_.get(), &count);
-        while (count < 0 && errno == EINTR);
+        // Before the prompt is shown, so that no Ctrl-C behind it comes as a signal.
+        el_set(editor_.get(), EL_PREP_TERM, 1);
+        const char *const typed = el_gets(editor_.get(), &count);
         if (!typed || count <= 0)
             return false;
         line.assign(typed, static_cast<size_t>(count));
