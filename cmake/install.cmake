@@ -3,7 +3,9 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vexo_cmi)
-file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+# No folder that the loader searches by itself: a device's own libraries have the same names.
+set(simulator_dir ${CMAKE_INSTALL_LIBDIR}/libkv-simulator)
+set(program_dir ${CMAKE_INSTALL_LIBEXECDIR}/vexo_cmi)
 file(RELATIVE_PATH prefix_from_pc
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 
@@ -19,7 +21,7 @@ install(DIRECTORY include/ TYPE INCLUDE COMPONENT development)
 install(DIRECTORY examples TYPE DOC COMPONENT development)
 configure_package_config_file(cmake/vexo_cmi-config.cmake.in vexo_cmi-config.cmake
   INSTALL_DESTINATION ${package_dir}
-  PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
+  PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR simulator_dir)
 write_basic_package_version_file(vexo_cmi-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/vexo_cmi-config.cmake
@@ -30,17 +32,27 @@ install(FILES packaging/man/vexo_cmi.3
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 
 if(VEXO_CMI_TOOLS)
-  install(TARGETS vexoctl RUNTIME COMPONENT tools)
-  set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+  foreach(target program_dir simulator_dir)
+    file(RELATIVE_PATH ${target}_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_PREFIX}/${${target}})
+  endforeach()
+  configure_file(tools/vexoctl/start.in start @ONLY)
+  install(PROGRAMS ${PROJECT_BINARY_DIR}/start TYPE BIN RENAME vexoctl COMPONENT tools)
+  install(TARGETS vexoctl RUNTIME DESTINATION ${program_dir} COMPONENT tools)
+  # The loader finds by itself what is in /usr.
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH lib_from_program
+      ${CMAKE_INSTALL_PREFIX}/${program_dir} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(vexoctl PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_program}")
+  endif()
   install(FILES packaging/man/vexoctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES packaging/bash-completion/vexoctl
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 endif()
 
 if(VEXO_CMI_SIMULATED)
-  install(TARGETS kv_sim ${platform_libraries} LIBRARY COMPONENT simulator)
+  install(TARGETS kv_sim ${platform_libraries}
+    LIBRARY DESTINATION ${simulator_dir} COMPONENT simulator)
+  set_target_properties(${platform_libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(FILES sim/kv_sim.h TYPE INCLUDE COMPONENT simulator)
   install_pkgconfig(vexo_cmi-simulator simulator)
-  # They find each other. LD_LIBRARY_PATH still puts other platform libraries in front.
-  set_target_properties(vexo_cmi ${platform_libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()

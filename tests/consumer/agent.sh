@@ -12,7 +12,7 @@ mkdir -p "$work"
 eval "set -- $(pkg-config --cflags --libs vexo_cmi)"
 "$compiler" -std=c11 -Wall -Wextra -Wpedantic -Werror "$source/examples/agent.c" "$@" \
     -o "$work/agent"
-LD_LIBRARY_PATH=$libraries "$work/agent" 21 >"$work/output" &
+LD_LIBRARY_PATH=$libraries/libkv-simulator:$libraries "$work/agent" 21 >"$work/output" &
 agent=$!
 trap 'kill -9 $agent 2>/dev/null || :' EXIT
 

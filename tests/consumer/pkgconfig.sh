@@ -8,4 +8,4 @@ export PKG_CONFIG_PATH="$libraries/pkgconfig"
 # A space in a path is behind a backslash.
 eval "set -- $(pkg-config --cflags --libs "$@")"
 "$compiler" "$source" "$@" -o "$output"
-LD_LIBRARY_PATH=$libraries "$output"
+LD_LIBRARY_PATH=$libraries:$libraries/libkv-simulator "$output"
