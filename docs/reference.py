@@ -21,6 +21,9 @@ HOST_ONLY = ["vexo_cmi_init", "vexo_cmi_fini"] + [
 AREAS = {"sys": "System", "pdh": "PDH ports", "pwe": "Pseudowires", "ima": "IMA groups and links",
          "misc": "Maintenance"}
 
+# A record in the description of the interface: its size, and its fields behind their offsets.
+RECORD = re.compile(r"^((?:struct|union) (\w+), .*\n(?: .*\n)+)", re.MULTILINE)
+
 INTRODUCTION = """\
 # All operations {#operations}
 
@@ -30,8 +33,7 @@ told in notify.h.
 
 The tables name arguments and fields as `vexoctl` does, and leave out the last argument, the result.
 What is given goes by value, a record or a text by a pointer to const; what is returned goes by a
-pointer. A number is unsigned, 32 bits wide. The pages of the headers have every field with its
-offset.
+pointer. A number is unsigned, 32 bits wide. Every field with its offset is under @ref area_layout.
 
 [TOC]
 """
@@ -75,7 +77,7 @@ def chapter(name: str, page: dict) -> str:
             f"Command: `vexoctl {page['usage']}`\n\n" + (table(head, arguments) if arguments else ""))
 
 
-def page_of_operations(exported: list[str], pages: dict[str, dict]) -> str:
+def page_of_operations(exported: list[str], pages: dict[str, dict], interface: str) -> str:
     text = [INTRODUCTION]
     for area, title in AREAS.items():
         text.append(f"## {title} {{#area_{area}}}\n")
@@ -93,6 +95,10 @@ def page_of_operations(exported: list[str], pages: dict[str, dict]) -> str:
         text.append(f"### {record} {{#fields_{record}}}\n\n" +
                     table(["field", "type", "values"], lines))
 
+    text.append("## Layout of the records {#area_layout}\n")
+    text += [f"### {name} {{#layout_{name}}}\n\n```\n{lines}```\n"
+             for lines, name in RECORD.findall(interface)]
+
     others = [name for name in exported if not name.startswith("vexo_cmi_")]
     text.append("## Everything else that is exported {#area_others}\n")
     text.append(table(["function", ""], [[f"{name}()", f"@copydetails {name}()"] for name in others]))
@@ -103,6 +109,7 @@ def main() -> None:
     vexoctl, folder = sys.argv[1], Path(sys.argv[2]).resolve()
     exports = (PROJECT / "src/exports.map").read_text()
     exported = re.findall(r"^    (\w+);", exports, re.MULTILINE)
+    interface = (PROJECT / "tests/abi/interface.txt").read_text()
     spoken = ask(vexoctl, ["list"])[0]["operations"]
     manuals = ask(vexoctl, [f"help {name}" for name in spoken])
     pages = {"vexo_cmi_" + re.sub("[ -]", "_", name): page for name, page in zip(spoken, manuals)}
@@ -110,9 +117,11 @@ def main() -> None:
     wanted = {name for name in exported if name.startswith("vexo_cmi_")}
     if disagreeing := wanted ^ (pages.keys() | set(HOST_ONLY)):
         sys.exit("exported or described, not both: " + ", ".join(sorted(disagreeing)))
+    if silent := [name for name, page in pages.items() if not page["help"]]:
+        sys.exit("without a comment in include/vexo_cmi: " + ", ".join(silent))
 
     folder.mkdir(parents=True, exist_ok=True)
-    (folder / "operations.md").write_text(page_of_operations(exported, pages))
+    (folder / "operations.md").write_text(page_of_operations(exported, pages, interface))
     subprocess.run(["doxygen", "docs/Doxyfile"], cwd=PROJECT, check=True,
                    env={**os.environ, "REFERENCE": str(folder)})
 

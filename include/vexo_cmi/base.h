@@ -68,8 +68,8 @@
  * be called from any thread, also from inside a callback (notify.h tells the
  * few that may not).
  *
- * **Records.** Mostly 32-bit words in the byte order of the host, with the
- * offsets that their definitions show; they are part of the binary interface.
+ * **Records.** Mostly 32-bit words in the byte order of the host, without gaps.
+ * Sizes and offsets are part of the binary interface; the reference lists them.
  */
 #ifndef VEXO_CMI_BASE_H
 #define VEXO_CMI_BASE_H

@@ -17,65 +17,64 @@
 /** Number of links that a group has at most. */
 #define VEXO_IMA_LINK_MAX 8
 
-/** What is to be done to a group, 16 bytes. The meaning of the parameters is the platform's. */
+/** What is to be done to a group. The meaning of the parameters is the platform's. */
 typedef struct vexoImaGroupSet {
-    vexoImaAction imaAction; /**< offset 0 */
-    uint32_t groupParam1;    /**< offset 4 */
-    uint32_t groupParam2;    /**< offset 8 */
-    uint32_t groupParam3;    /**< offset 12: 0 leaves the group's as it is */
+    vexoImaAction imaAction;
+    uint32_t groupParam1;
+    uint32_t groupParam2;
+    uint32_t groupParam3; /**< 0 leaves the group's as it is */
 } vexoImaGroupSet;
 
-/** State of a group, 32 bytes; its layout is the platform's. */
+/** State of a group; its layout is the platform's. */
 typedef struct vexoImaGroupState {
-    uint32_t words[8]; /**< offset 0 */
+    uint32_t words[8];
 } vexoImaGroupState;
 
-/** State of a link, 40 bytes; the layout behind the number is the platform's. */
+/** State of a link; the layout behind the number is the platform's. */
 typedef struct vexoImaLinkState {
-    uint32_t linkId;   /**< offset 0: number of the link */
-    uint32_t words[9]; /**< offset 4 */
+    uint32_t linkId; /**< number of the link */
+    uint32_t words[9];
 } vexoImaLinkState;
 
-/** A group with its links as the platform has it, 368 bytes. */
+/** A group with its links as the platform has it. */
 typedef struct vexoImaParams {
-    uint32_t groupParam1;                      /**< offset 0 */
-    uint32_t groupParam2;                      /**< offset 4 */
-    uint32_t groupParam3;                      /**< offset 8 */
-    vexoImaGroupState groupState;              /**< offset 12 */
-    uint32_t linkCount;                        /**< offset 44: how many of the links are in use */
-    vexoImaLinkState links[VEXO_IMA_LINK_MAX]; /**< offset 48 */
+    uint32_t groupParam1;
+    uint32_t groupParam2;
+    uint32_t groupParam3;
+    vexoImaGroupState groupState;
+    uint32_t linkCount; /**< how many of the links are in use */
+    vexoImaLinkState links[VEXO_IMA_LINK_MAX];
 } vexoImaParams;
 
-/** PM counters of a link, 72 bytes; the meaning of the counters is the platform's. */
+/** PM counters of a link; the meaning of the counters is the platform's. */
 typedef struct vexoImaLinkPm {
-    uint32_t linkId;       /**< offset 0: number of the link */
-    uint32_t intervalFlag; /**< offset 4: 1 when the platform says so, else 0 */
-    /** offset 8: the platform's order, but that its second counter is the eighth here */
+    uint32_t linkId;       /**< number of the link */
+    uint32_t intervalFlag; /**< 1 when the platform says so, else 0 */
+    /** the platform's order, but that its second counter is the eighth here */
     uint32_t counters[16];
 } vexoImaLinkPm;
 
-/** PM counters of a group and its links, 596 bytes; the meaning of the counters is the platform's.
- */
+/** PM counters of a group and its links; the meaning of the counters is the platform's. */
 typedef struct vexoImaGroupPm {
-    uint32_t intervalFlag;                  /**< offset 0: 1 when the platform says so, else 0 */
-    uint32_t counters[3];                   /**< offset 4: the platform's third, first and second */
-    uint32_t linkCount;                     /**< offset 16: number of link records that follow */
-    vexoImaLinkPm links[VEXO_IMA_LINK_MAX]; /**< offset 20 */
+    uint32_t intervalFlag; /**< 1 when the platform says so, else 0 */
+    uint32_t counters[3];  /**< the platform's third, first and second */
+    uint32_t linkCount;    /**< number of link records that follow */
+    vexoImaLinkPm links[VEXO_IMA_LINK_MAX];
 } vexoImaGroupPm;
 
-/** OM counters of a link, 32 bytes: the low halves of 64-bit counters. */
+/** OM counters of a link: the low halves of 64-bit counters. */
 typedef struct vexoImaLinkOm {
-    uint32_t counters[8]; /**< offset 0 */
+    uint32_t counters[8];
 } vexoImaLinkOm;
 
 /**
- * OM counters of a group and its links, 268 bytes: the low halves of 64-bit
+ * OM counters of a group and its links: the low halves of 64-bit
  * counters. The links stand in the order of vexo_cmi_ima_lnk_get().
  */
 typedef struct vexoImaOm {
-    uint32_t counters[2];                   /**< offset 0 */
-    uint32_t linkCount;                     /**< offset 8: number of link blocks that follow */
-    vexoImaLinkOm links[VEXO_IMA_LINK_MAX]; /**< offset 12 */
+    uint32_t counters[2];
+    uint32_t linkCount; /**< number of link blocks that follow */
+    vexoImaLinkOm links[VEXO_IMA_LINK_MAX];
 } vexoImaOm;
 
 #ifdef __cplusplus

@@ -10,37 +10,37 @@
 
 #include <vexo_cmi/values.h>
 
-/** Link of the system and its OM counters, 316 bytes. */
+/** Link of the system and its OM counters. */
 typedef struct vexoSysInfo {
-    uint32_t linkStatus;   /**< offset 0: the platform's word */
-    uint32_t linkSpeed;    /**< offset 4: 10 for the platform's codes 0 and 1, 1000 for 2, else not
-                              written; the unit is the platform's */
-    uint32_t linkParam;    /**< offset 8: the platform's word */
-    vexoLinkFlag linkFlag; /**< offset 12 */
-    uint32_t linkMode; /**< offset 16: the platform's word when it is 1, 2 or 3, else not written */
-    uint32_t om[74];   /**< offset 20: 296 bytes of counters in the platform's layout */
+    uint32_t linkStatus; /**< the platform's word */
+    uint32_t linkSpeed;  /**< 10 for the platform's codes 0 and 1, 1000 for 2, else not
+                            written; the unit is the platform's */
+    uint32_t linkParam;  /**< the platform's word */
+    vexoLinkFlag linkFlag;
+    uint32_t linkMode; /**< the platform's word when it is 1, 2 or 3, else not written */
+    uint32_t om[74];   /**< counters in the platform's layout */
 } vexoSysInfo;
 
-/** A software upgrade, 136 bytes. */
+/** A software upgrade. */
 typedef struct vexoUpgradeInfo {
-    vexoUpgradeMode mode; /**< offset 0 */
+    vexoUpgradeMode mode;
     /**
-     * offset 4: name of the software file. 64 bytes of it are read and written,
+     * Name of the software file. 64 bytes of it are read and written,
      * the rest is left alone; a name of 64 characters has no terminator.
      */
     char fileName[128];
-    vexoUpgradeState state; /**< offset 132: only read out, never taken */
+    vexoUpgradeState state; /**< only read out, never taken */
 } vexoUpgradeInfo;
 
-/** Debug settings, 132 bytes. */
+/** Debug settings. */
 typedef struct vexoDebugInfo {
-    vexoDebugState state; /**< offset 0 */
-    char info[128];       /**< offset 4: a text of 128 characters has no terminator */
+    vexoDebugState state;
+    char info[128]; /**< a text of 128 characters has no terminator */
 } vexoDebugInfo;
 
-/** Status of the test pattern generator, 132 bytes in the platform's layout. */
+/** Status of the test pattern generator, in the platform's layout. */
 typedef struct vexoTpgmStatus {
-    uint32_t words[33]; /**< offset 0 */
+    uint32_t words[33];
 } vexoTpgmStatus;
 
 #ifdef __cplusplus

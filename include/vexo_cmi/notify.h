@@ -78,14 +78,14 @@
 /** Number of PDH ports that a PM report holds; further ports are left out, and the log says so. */
 #define VEXO_PM_PDH_MAX 16
 
-/** An alarm event of the system, a PDH port or a pseudowire, 12 bytes. */
+/** An alarm event of the system, a PDH port or a pseudowire. */
 typedef struct vexoAlarmObject {
     uint32_t objId;  /**< number of the object, as the platform gives it */
     uint32_t status; /**< alarm bits now active on it, as the alarm getters return them */
     uint32_t delta;  /**< alarm bits that changed */
 } vexoAlarmObject;
 
-/** An alarm event of an IMA group or link, 20 bytes. */
+/** An alarm event of an IMA group or link. */
 typedef struct vexoAlarmIma {
     vexoImaType imaType; /**< group or link */
     uint32_t groupId;    /**< number of the group or link */
@@ -94,45 +94,45 @@ typedef struct vexoAlarmIma {
     uint32_t delta;      /**< alarm bits that changed */
 } vexoAlarmIma;
 
-/** An alarm event, 24 bytes. What the variant does not name carries no meaning. */
+/** An alarm event. What the variant does not name carries no meaning. */
 typedef struct vexoAlarmNotification {
-    vexoObjType objType; /**< offset 0: selects the variant */
+    vexoObjType objType; /**< selects the variant */
     union {
-        vexoAlarmObject object; /**< offset 4: system, PDH port, pseudowire */
-        vexoAlarmIma ima;       /**< offset 4: IMA group or link */
+        vexoAlarmObject object; /**< system, PDH port, pseudowire */
+        vexoAlarmIma ima;       /**< IMA group or link */
     };
 } vexoAlarmNotification;
 
-/** PM counters of one pseudowire in a report, 68 bytes. */
+/** PM counters of one pseudowire in a report. */
 typedef struct vexoPmPwe {
-    vexoPweType pweType;     /**< offset 0 */
-    vexoPmInterval interval; /**< offset 4 */
-    uint32_t pwId;           /**< offset 8: number of the pseudowire */
-    vexoPwePmBody body;      /**< offset 12 */
+    vexoPweType pweType;
+    vexoPmInterval interval;
+    uint32_t pwId; /**< number of the pseudowire */
+    vexoPwePmBody body;
 } vexoPmPwe;
 
-/** PM counters of one IMA group in a report, 604 bytes. */
+/** PM counters of one IMA group in a report. */
 typedef struct vexoPmIma {
-    vexoPmInterval interval; /**< offset 0 */
-    uint32_t groupId;        /**< offset 4: number of the group */
-    /** offset 8: a link whose counters could not be read is all 0, and is counted */
+    vexoPmInterval interval;
+    uint32_t groupId; /**< number of the group */
+    /** a link whose counters could not be read is all 0, and is counted */
     vexoImaGroupPm group;
 } vexoPmIma;
 
 /**
- * One record of a PM report, 1220 bytes. What the variant does not name carries
+ * One record of a PM report. What the variant does not name carries
  * no meaning.
  */
 typedef struct vexoPmNotification {
-    vexoObjType objType; /**< offset 0: selects the variant */
+    vexoObjType objType; /**< selects the variant */
     union {
         /**
-         * offset 4, PDH: element i belongs to port i + 1. A port whose counters
+         * PDH: element i belongs to port i + 1. A port whose counters
          * could not be read, or that does not exist, is all 0.
          */
         vexoPdhPm pdh[VEXO_PM_PDH_MAX];
-        vexoPmPwe pwe; /**< offset 4, pseudowire */
-        vexoPmIma ima; /**< offset 4, IMA group */
+        vexoPmPwe pwe; /**< pseudowire */
+        vexoPmIma ima; /**< IMA group */
     };
 } vexoPmNotification;
 

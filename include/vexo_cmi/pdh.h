@@ -11,42 +11,42 @@
 
 #include <vexo_cmi/values.h>
 
-/** Whole configuration of a port, as it is set: 32 bytes. */
+/** Whole configuration of a port, as it is set. */
 typedef struct vexoPdhParamsIn {
-    vexoAdminStatus adminStatus; /**< offset 0 */
-    vexoPdhFrameMode frameMode;  /**< offset 4 */
-    vexoPdhCode lineCode;        /**< offset 8 */
-    uint32_t cableLength;        /**< offset 12: the low 16 bits are stored, 0 included */
-    vexoPdhSyncMode syncMode;    /**< offset 16 */
-    uint32_t syncParam;          /**< offset 20: companion of the sync mode */
-    vexoPdhNiuMode niuMode;      /**< offset 24 */
-    uint32_t auxParam;           /**< offset 28 */
+    vexoAdminStatus adminStatus;
+    vexoPdhFrameMode frameMode;
+    vexoPdhCode lineCode;
+    uint32_t cableLength; /**< the low 16 bits are stored, 0 included */
+    vexoPdhSyncMode syncMode;
+    uint32_t syncParam; /**< companion of the sync mode */
+    vexoPdhNiuMode niuMode;
+    uint32_t auxParam;
 } vexoPdhParamsIn;
 
-/** Whole configuration of a port, as it is read: 40 bytes. */
+/** Whole configuration of a port, as it is read. */
 typedef struct vexoPdhParamsOut {
-    vexoAdminStatus adminStatus; /**< offset 0 */
-    vexoOperState operState;     /**< offset 4 */
-    vexoPdhFrameMode frameMode;  /**< offset 8 */
-    vexoPdhCode lineCode;        /**< offset 12 */
-    uint32_t cableLength;        /**< offset 16: 0 to 65535 */
-    vexoPdhSyncMode syncMode;    /**< offset 20 */
-    uint32_t syncParam;          /**< offset 24: companion of the sync mode */
-    vexoPdhNiuMode niuMode;      /**< offset 28 */
-    vexoLpbk loopback;           /**< offset 32: 0 where the platform's is not known */
-    uint32_t auxParam;           /**< offset 36 */
+    vexoAdminStatus adminStatus;
+    vexoOperState operState;
+    vexoPdhFrameMode frameMode;
+    vexoPdhCode lineCode;
+    uint32_t cableLength; /**< 0 to 65535 */
+    vexoPdhSyncMode syncMode;
+    uint32_t syncParam; /**< companion of the sync mode */
+    vexoPdhNiuMode niuMode;
+    vexoLpbk loopback; /**< 0 where the platform's is not known */
+    uint32_t auxParam;
 } vexoPdhParamsOut;
 
-/** Synchronisation of a port: 8 bytes. */
+/** Synchronisation of a port. */
 typedef struct vexoPdhSync {
-    vexoPdhSyncMode mode; /**< offset 0 */
-    uint32_t param;       /**< offset 4: companion of the mode */
+    vexoPdhSyncMode mode;
+    uint32_t param; /**< companion of the mode */
 } vexoPdhSync;
 
 /**
- * PM counters of a port: 76 bytes. The platform has two arrangements of the
- * line counters, and the record does not tell which one it holds; it depends
- * on the port.
+ * PM counters of a port. The platform has two arrangements of the line
+ * counters, and the record does not tell which one it holds; it depends on the
+ * port.
  *
  * - Arrangement 0 fills all 13 words: twelve counters, then a flag (1 or 0).
  * - Arrangement 1 fills words 0 to 7: seven counters, then a flag (1 or 0); the
@@ -57,9 +57,9 @@ typedef struct vexoPdhSync {
  * or is 0 (in a PM report).
  */
 typedef struct vexoPdhPm {
-    vexoPmType pmType; /**< offset 0: the type asked for; in a PM report its vexoPmInterval */
-    uint32_t lineCounters[13];  /**< offset 4 */
-    uint32_t commonCounters[5]; /**< offset 56: of every arrangement */
+    vexoPmType pmType; /**< the type asked for; in a PM report its vexoPmInterval */
+    uint32_t lineCounters[13];
+    uint32_t commonCounters[5]; /**< of every arrangement */
 } vexoPdhPm;
 
 #ifdef __cplusplus

@@ -81,24 +81,24 @@
 #define VEXO_PWE_ATM_XC_MAX 20
 
 /**
- * VLAN tagging, 36 bytes. Mode 1 has no tag, mode 3 both; every other mode has
+ * VLAN tagging. Mode 1 has no tag, mode 3 both; every other mode has
  * the one tag `vlanId` and `priority`. Of an identifier the low 16 bits are
  * stored, of a priority the low 8.
  */
 typedef struct vexoPweVlan {
-    vexoVlanMode mode;           /**< offset 0 */
-    uint32_t outerVlanId;        /**< offset 4: flagged; mode 3 only */
-    uint32_t outerVlanIdValid;   /**< offset 8 */
-    uint32_t outerPriority;      /**< offset 12: flagged; mode 3 only */
-    uint32_t outerPriorityValid; /**< offset 16 */
-    uint32_t vlanId;             /**< offset 20: flagged; not in mode 1 */
-    uint32_t vlanIdValid;        /**< offset 24 */
-    uint32_t priority;           /**< offset 28: flagged; not in mode 1 */
-    uint32_t priorityValid;      /**< offset 32 */
+    vexoVlanMode mode;
+    uint32_t outerVlanId; /**< flagged; mode 3 only */
+    uint32_t outerVlanIdValid;
+    uint32_t outerPriority; /**< flagged; mode 3 only */
+    uint32_t outerPriorityValid;
+    uint32_t vlanId; /**< flagged; not in mode 1 */
+    uint32_t vlanIdValid;
+    uint32_t priority; /**< flagged; not in mode 1 */
+    uint32_t priorityValid;
 } vexoPweVlan;
 
 /**
- * PSN encapsulation, 64 bytes. The meaning of the parameters depends on the
+ * PSN encapsulation. The meaning of the parameters depends on the
  * PSN type and is the platform's.
  *
  * | `psnType` | has |
@@ -110,152 +110,150 @@ typedef struct vexoPweVlan {
  * | other | nothing; the platform is given encapsulation 0 |
  */
 typedef struct vexoPwePsn {
-    vexoPwePsnType psnType; /**< offset 0 */
-    uint32_t param1;        /**< offset 4: flagged */
-    uint32_t param1Valid;   /**< offset 8 */
-    uint32_t param2;        /**< offset 12: flagged */
-    uint32_t param2Valid;   /**< offset 16 */
-    uint32_t param3;        /**< offset 20: flagged */
-    uint32_t param3Valid;   /**< offset 24 */
+    vexoPwePsnType psnType;
+    uint32_t param1; /**< flagged */
+    uint32_t param1Valid;
+    uint32_t param2; /**< flagged */
+    uint32_t param2Valid;
+    uint32_t param3; /**< flagged */
+    uint32_t param3Valid;
     union {
-        uint32_t param4;        /**< offset 28: flagged; PSN type 1 */
-        vexoPweUdpMode udpMode; /**< offset 28: PSN type 3, applied always, without a flag */
+        uint32_t param4;        /**< flagged; PSN type 1 */
+        vexoPweUdpMode udpMode; /**< PSN type 3, applied always, without a flag */
     };
-    uint32_t param4Valid; /**< offset 32: PSN type 1 */
-    uint32_t reserved[7]; /**< offset 36 */
+    uint32_t param4Valid; /**< PSN type 1 */
+    uint32_t reserved[7];
 } vexoPwePsn;
 
-/** RTP header of a TDM pseudowire, 28 bytes. */
+/** RTP header of a TDM pseudowire. */
 typedef struct vexoPweRtp {
-    vexoPweRtpMode mode; /**< offset 0: two-state */
-    uint32_t
-        payloadType; /**< offset 4: flagged; the low 8 bits are stored; read only while RTP is on */
-    uint32_t payloadTypeValid; /**< offset 8 */
-    uint32_t ssrc;             /**< offset 12: flagged; read only while RTP is on */
-    uint32_t ssrcValid;        /**< offset 16 */
-    uint32_t reserved[2];      /**< offset 20 */
+    vexoPweRtpMode mode;  /**< two-state */
+    uint32_t payloadType; /**< flagged; the low 8 bits are stored; read only while RTP is on */
+    uint32_t payloadTypeValid;
+    uint32_t ssrc; /**< flagged; read only while RTP is on */
+    uint32_t ssrcValid;
+    uint32_t reserved[2];
 } vexoPweRtp;
 
-/** Service of a pseudowire of type 1 (TDM), 52 bytes. */
+/** Service of a pseudowire of type 1 (TDM). */
 typedef struct vexoPweServiceT1 {
-    uint32_t circuit;          /**< offset 0: the circuit that is carried */
-    uint32_t jitterBufferSize; /**< offset 4: non-zero; in the platform's unit */
-    uint32_t payloadSize;      /**< offset 8: non-zero; in the platform's unit */
-    vexoPweRtp rtp;            /**< offset 12: `mode` applied always */
-    uint32_t reserved[3];      /**< offset 40 */
+    uint32_t circuit;          /**< the circuit that is carried */
+    uint32_t jitterBufferSize; /**< non-zero; in the platform's unit */
+    uint32_t payloadSize;      /**< non-zero; in the platform's unit */
+    vexoPweRtp rtp;            /**< `mode` applied always */
+    uint32_t reserved[3];
 } vexoPweServiceT1;
 
-/** Service of a pseudowire of type 2 (TDM), 52 bytes. */
+/** Service of a pseudowire of type 2 (TDM). */
 typedef struct vexoPweServiceT2 {
-    uint32_t circuit;            /**< offset 0: the circuit that is carried */
-    uint32_t serviceOption;      /**< offset 4: flagged */
-    uint32_t serviceOptionValid; /**< offset 8 */
-    uint32_t jitterBufferSize;   /**< offset 12: non-zero; in the platform's unit */
-    uint32_t payloadSize;        /**< offset 16: non-zero; in the platform's unit */
-    uint32_t serviceFlag; /**< offset 20: two-state; 1 sets the platform's flag, 2 clears it */
-    vexoPweRtp rtp;       /**< offset 24: `mode` applied always */
+    uint32_t circuit;       /**< the circuit that is carried */
+    uint32_t serviceOption; /**< flagged */
+    uint32_t serviceOptionValid;
+    uint32_t jitterBufferSize; /**< non-zero; in the platform's unit */
+    uint32_t payloadSize;      /**< non-zero; in the platform's unit */
+    uint32_t serviceFlag;      /**< two-state; 1 sets the platform's flag, 2 clears it */
+    vexoPweRtp rtp;            /**< `mode` applied always */
 } vexoPweServiceT2;
 
-/** Service of a pseudowire of type 3 or 4 (ATM), 52 bytes. */
+/** Service of a pseudowire of type 3 or 4 (ATM). */
 typedef struct vexoPweServiceA {
-    uint32_t circuit;          /**< offset 0: the circuit that is carried */
-    uint32_t payloadSize;      /**< offset 4: non-zero; in the platform's unit */
-    uint32_t serviceOption;    /**< offset 8: non-zero */
-    uint32_t serviceFlag;      /**< offset 12: two-state; 1 clears the platform's flag, 2 sets it */
-    vexoAtmMode atmMode;       /**< offset 16 */
-    vexoAtmType atmType;       /**< offset 20 */
-    uint32_t atmFlag1;         /**< offset 24: two-state; 1 clears the platform's flag, 2 sets it */
-    uint32_t atmFlag2;         /**< offset 28: two-state; 1 clears the platform's flag, 2 sets it */
-    vexoAtmClpMode atmClpMode; /**< offset 32 */
-    uint32_t atmParam1;        /**< offset 36 */
-    uint32_t atmParam2;        /**< offset 40 */
-    uint32_t reserved[2];      /**< offset 44 */
+    uint32_t circuit;       /**< the circuit that is carried */
+    uint32_t payloadSize;   /**< non-zero; in the platform's unit */
+    uint32_t serviceOption; /**< non-zero */
+    uint32_t serviceFlag;   /**< two-state; 1 clears the platform's flag, 2 sets it */
+    vexoAtmMode atmMode;
+    vexoAtmType atmType;
+    uint32_t atmFlag1; /**< two-state; 1 clears the platform's flag, 2 sets it */
+    uint32_t atmFlag2; /**< two-state; 1 clears the platform's flag, 2 sets it */
+    vexoAtmClpMode atmClpMode;
+    uint32_t atmParam1;
+    uint32_t atmParam2;
+    uint32_t reserved[2];
 } vexoPweServiceA;
 
-/** Type-specific part of a pseudowire record, 52 bytes: which member holds follows from `pweType`.
- */
+/** Type-specific part of a pseudowire record: which member holds follows from `pweType`. */
 typedef union vexoPweService {
     vexoPweServiceT1 t1; /**< `pweType` 1 */
     vexoPweServiceT2 t2; /**< `pweType` 2 */
     vexoPweServiceA a;   /**< `pweType` 3 and 4 */
 } vexoPweService;
 
-/** A pseudowire as it is set, 172 bytes; see @ref pweparams. */
+/** A pseudowire as it is set; see @ref pweparams. */
 typedef struct vexoPweParams {
-    vexoPweType pweType;         /**< offset 0 */
-    vexoPweAction pweAction;     /**< offset 4: 1 deletes, 2 creates, any other value modifies */
-    vexoAdminStatus adminStatus; /**< offset 8 */
-    uint8_t dstMac[6];           /**< offset 12: destination MAC address, as sent */
-    uint8_t reserved[2];         /**< offset 18 */
-    vexoPweVlan vlan;            /**< offset 20 */
-    vexoPwePsn psn;              /**< offset 56 */
-    vexoPweService service;      /**< offset 120 */
+    vexoPweType pweType;
+    vexoPweAction pweAction; /**< 1 deletes, 2 creates, any other value modifies */
+    vexoAdminStatus adminStatus;
+    uint8_t dstMac[6]; /**< destination MAC address, as sent */
+    uint8_t reserved[2];
+    vexoPweVlan vlan;
+    vexoPwePsn psn;
+    vexoPweService service;
 } vexoPweParams;
 
-/** A pseudowire as it is read, 180 bytes. */
+/** A pseudowire as it is read. */
 typedef struct vexoPweParamsInfo {
-    vexoPweType pweType;         /**< offset 0 */
-    vexoPweAction pweAction;     /**< offset 4: 1 not provisioned, 2 provisioned */
-    vexoAdminStatus adminStatus; /**< offset 8 */
-    vexoOperState operState;     /**< offset 12 */
-    uint8_t srcMac[6];           /**< offset 16: source MAC address in use */
-    uint8_t dstMac[6];           /**< offset 22: destination MAC address */
-    vexoPweVlan vlan;            /**< offset 28 */
-    vexoPwePsn psn;              /**< offset 64 */
-    vexoPweService service;      /**< offset 128 */
+    vexoPweType pweType;
+    vexoPweAction pweAction; /**< 1 not provisioned, 2 provisioned */
+    vexoAdminStatus adminStatus;
+    vexoOperState operState;
+    uint8_t srcMac[6]; /**< source MAC address in use */
+    uint8_t dstMac[6]; /**< destination MAC address */
+    vexoPweVlan vlan;
+    vexoPwePsn psn;
+    vexoPweService service;
 } vexoPweParamsInfo;
 
-/** An ATM cross-connect, 20 bytes. Of an identifier the low 16 bits are stored; what each
+/** An ATM cross-connect. Of an identifier the low 16 bits are stored; what each
  * identifies is the platform's. */
 typedef struct vexoPweAtmXc {
-    vexoPweAtmXcType xcType; /**< offset 0 */
-    uint32_t xcId1;          /**< offset 4 */
-    uint32_t xcId2;          /**< offset 8 */
-    uint32_t xcId3;          /**< offset 12 */
-    uint32_t xcId4;          /**< offset 16 */
+    vexoPweAtmXcType xcType;
+    uint32_t xcId1;
+    uint32_t xcId2;
+    uint32_t xcId3;
+    uint32_t xcId4;
 } vexoPweAtmXc;
 
-/** Generic (TDM) PM counters, 56 bytes; their meanings and order are the platform's. */
+/** Generic (TDM) PM counters; their meanings and order are the platform's. */
 typedef struct vexoPweGenPm {
-    uint32_t counters[13]; /**< offset 0 */
-    uint32_t valid;        /**< offset 52: 1 when the platform says so, else 0 */
+    uint32_t counters[13];
+    uint32_t valid; /**< 1 when the platform says so, else 0 */
 } vexoPweGenPm;
 
-/** ATM PM counters, 20 bytes; their meanings and order are the platform's. */
+/** ATM PM counters; their meanings and order are the platform's. */
 typedef struct vexoPweAtmPm {
-    uint32_t counters[4]; /**< offset 0 */
-    uint32_t valid;       /**< offset 16: 1 when the platform says so, else 0 */
+    uint32_t counters[4];
+    uint32_t valid; /**< 1 when the platform says so, else 0 */
 } vexoPweAtmPm;
 
-/** PM counters of either kind, 56 bytes. The record does not tell which; the
+/** PM counters of either kind. The record does not tell which; the
  * platform chooses. */
 typedef union vexoPwePmBody {
     vexoPweGenPm generic; /**< generic counters */
     vexoPweAtmPm atm;     /**< ATM counters; the 36 bytes behind them are not written */
 } vexoPwePmBody;
 
-/** PM counters of a pseudowire, 64 bytes. */
+/** PM counters of a pseudowire. */
 typedef struct vexoPwePm {
-    vexoPmType pmType;   /**< offset 0: the type asked for */
-    vexoPweType pweType; /**< offset 4 */
-    vexoPwePmBody body;  /**< offset 8 */
+    vexoPmType pmType; /**< the type asked for */
+    vexoPweType pweType;
+    vexoPwePmBody body;
 } vexoPwePm;
 
-/** OM counters of one entry of an ATM pseudowire, 16 bytes; their meaning is the platform's. */
+/** OM counters of one entry of an ATM pseudowire; their meaning is the platform's. */
 typedef struct vexoPweOmEntry {
-    uint32_t words[2];    /**< offset 0 */
-    uint32_t counters[2]; /**< offset 8: the low halves of 64-bit counters */
+    uint32_t words[2];
+    uint32_t counters[2]; /**< the low halves of 64-bit counters */
 } vexoPweOmEntry;
 
 /**
- * OM counters of a pseudowire, 340 bytes. Counters are the low halves of the
+ * OM counters of a pseudowire. Counters are the low halves of the
  * platform's 64-bit ones and wrap. A TDM pseudowire has the first two counters,
  * an ATM pseudowire four and the entries, any other type none.
  */
 typedef struct vexoPweOm {
-    vexoPweType pweType;                         /**< offset 0 */
-    uint32_t counters[4];                        /**< offset 4 */
-    vexoPweOmEntry entries[VEXO_PWE_ATM_XC_MAX]; /**< offset 20 */
+    vexoPweType pweType;
+    uint32_t counters[4];
+    vexoPweOmEntry entries[VEXO_PWE_ATM_XC_MAX];
 } vexoPweOm;
 
 #ifdef __cplusplus

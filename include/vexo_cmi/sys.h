@@ -14,36 +14,34 @@
 #define VEXO_SW_VERSION_GORV 7
 
 /**
- * Software versions, 1280 bytes: ten terminated texts. Text
- * VEXO_SW_VERSION_GORV names the version of the hosting `gorv` component; what
- * the others name is the platform's.
+ * Software versions: ten terminated texts. Text VEXO_SW_VERSION_GORV names the
+ * version of the hosting `gorv` component; what the others name is the
+ * platform's.
  */
 typedef struct vexoSwVersion {
-    char text[10][128]; /**< offsets 0, 128, ... 1152 */
+    char text[10][128];
 } vexoSwVersion;
 
 /**
- * Inventory, 108 bytes: five texts and a number of the platform's, whose
- * meaning is the platform's. Every text is terminated.
+ * Inventory: five texts and a number of the platform's, whose meaning is the
+ * platform's. Every text is terminated.
  */
 typedef struct vexoSysInventory {
-    char text1[32];     /**< offset 0: at most 31 characters */
-    char text2[32];     /**< offset 32: at most 31 characters */
-    char text3[20];     /**< offset 64: at most 19 characters */
-    char text4[12];     /**< offset 84: at most 11 characters */
-    char text5[4];      /**< offset 96: at most 3 characters */
-    char numberHigh[3]; /**< offset 100: the number divided by 10000, in decimal, its first 2 digits
-                         */
-    char
-        numberLow[5]; /**< offset 103: the number modulo 10000, in decimal, without leading zeros */
+    char text1[32];     /**< at most 31 characters */
+    char text2[32];     /**< at most 31 characters */
+    char text3[20];     /**< at most 19 characters */
+    char text4[12];     /**< at most 11 characters */
+    char text5[4];      /**< at most 3 characters */
+    char numberHigh[3]; /**< the number divided by 10000, in decimal, its first 2 digits */
+    char numberLow[5];  /**< the number modulo 10000, in decimal, without leading zeros */
 } vexoSysInventory;
 
-/** Condition of the system, 1360 bytes. */
+/** Condition of the system. */
 typedef struct vexoSysStatus {
-    vexoModuleState state; /**< offset 0 */
-    uint32_t values1[13];  /**< offset 4: thirteen values of the platform's */
-    vexoSwVersion version; /**< offset 56 */
-    uint32_t values2[6];   /**< offset 1336: six values of the platform's */
+    vexoModuleState state;
+    uint32_t values1[13]; /**< thirteen values of the platform's */
+    vexoSwVersion version;
+    uint32_t values2[6]; /**< six values of the platform's */
 } vexoSysStatus;
 
 #ifdef __cplusplus
