@@ -20,7 +20,8 @@ struct Argument {
     uint32_t count = 1;              // of elements, of an array to be filled
     const char *countedBy = nullptr; // the argument that says how many were
     uint32_t limit = 0xFFFFFFFF;     // the bits of a number, or the longest text, that aren't cut
-    bool optional = false;           // 0 when it isn't given
+    bool optional = false;           // `otherwise` when it isn't given
+    uint32_t otherwise = 0;
 
     // Deduced from the operation's signature, the type where it isn't given.
     const Type *type = nullptr;

@@ -174,7 +174,7 @@ has '^alarmBits: 0x5$'
 run vexoctl sim alarm clear type=pdh number=3 bits=0x5
 events 1
 has '^alarm PDH port 3: .*cleared 0x00000005'
-run vexoctl sim pm set type=pwe number=18 interval=1 word=1 value=12
+run vexoctl sim pm set type=pwe number=18 interval=1 counter=atm.counters.0 value=12
 run vexoctl sim interval end interval=1
 events 3
 has '^pm interval 1 pseudowire 18 .*12'

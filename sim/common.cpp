@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 using namespace sim;
 
@@ -62,19 +63,21 @@ int kv_log(int level, int module, const char *file, const char *function, int li
     vsnprintf(record.text, sizeof record.text, format, arguments);
     va_end(arguments);
 
-    Hold hold;
-    if (!hold)
-        return -1;
-    record.number = hold->logLast + 1;
-    hold->log[record.number % LOG] = record;
-    hold.edit(hold->logLast) = record.number;
-    // The log counts as full when it has been filled once with records that are not for debugging.
-    if (level < LOG_DEBUG && ++hold.edit(hold->logCounted) == LOG &&
-        setAlarms(hold, OBJ_SYSTEM, 1, hold->system.alarms,
-                  hold->system.alarms | 1U << EV_LOG_FULL_ALM) != KV_OK)
-        return -1;
-    hold.keep();
-    return 0;
+    const auto size = static_cast<uint32_t>(strlen(record.text));
+    const auto number = [](int argument) { return static_cast<uint32_t>(argument); };
+    const auto write = [&](Hold &hold) {
+        record.number = hold->logLast + 1;
+        hold->log[record.number % LOG] = record;
+        hold.edit(hold->logLast) = record.number;
+        // The log counts as full when it has been filled once with records that are not for
+        // debugging.
+        if (level >= LOG_DEBUG || ++hold.edit(hold->logCounted) != LOG)
+            return KV_OK;
+        uint32_t &alarms = hold->system.alarms;
+        return setAlarms(hold, OBJ_SYSTEM, 1, alarms, alarms | 1U << EV_LOG_FULL_ALM);
+    };
+    return static_cast<int>(call(Function::kv_log, {number(level), number(module), number(line)},
+                                 {record.text, size}, {}, write));
 }
 
 kvRc kv_log_clear(void)

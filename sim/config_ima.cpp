@@ -82,7 +82,7 @@ kvRc config_del_ima(uint32_t group)
                           if (link.group == group)
                               hold.edit(link.group) = 0;
                       hold.edit(found.provisioned) = 0;
-                      return KV_OK;
+                      return setAlarms(hold, OBJ_IMA_GROUP, group, found.alarms, 0);
                   }));
 }
 

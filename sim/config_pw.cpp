@@ -186,7 +186,7 @@ kvRc config_del_pw(uint32_t pwId)
 {
     return action(Function::config_del_pw, {pwId}, withPw(pwId, [=](Hold &hold, Pw &found) {
                       hold.edit(found.provisioned) = 0;
-                      return KV_OK;
+                      return setAlarms(hold, OBJ_PWE, pwId, found.alarms, 0);
                   }));
 }
 

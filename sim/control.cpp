@@ -36,9 +36,11 @@ bool isKnownFunction(const char (&name)[sizeof kvSimFault::function])
     return false;
 }
 
-template <class Record>
-kvRc setWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
-             uint32_t value)
+// Uses a word of an object's PM counters in the running interval, behind those that every record
+// begins with.
+template <class Record, class Use>
+kvRc useWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
+             Use use)
 {
     constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
     constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
@@ -47,8 +49,32 @@ kvRc setWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh,
     if (word >= words)
         return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1);
     auto *record = reinterpret_cast<unsigned char *>(&editPm(hold, pm, interval, fresh));
-    memcpy(record + (leading + word) * sizeof(uint32_t), &value, sizeof value);
+    use(record + (leading + word) * sizeof(uint32_t));
     return KV_OK;
+}
+
+template <class Use>
+int usePmWord(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, Use use)
+{
+    return control([=](Hold &hold) {
+        const auto useOf = [&](auto *object, const auto &fresh) {
+            return object ? useWord(hold, object->pm, interval, fresh, word, use) : failureCode();
+        };
+        switch (type) {
+        case KV_SIM_PDH:
+            return useOf(portOf(hold, number), freshPdhPm(number));
+        case KV_SIM_PW: {
+            Pw *pw = pwOf(hold, number);
+            return useOf(pw, freshPwPm(pw ? pw->config.pweType : pweType{}));
+        }
+        case KV_SIM_GROUP:
+            return useOf(groupOf(hold, number), freshGroupPm());
+        case KV_SIM_LINK:
+            return useOf(linkOf(hold, number), freshLinkPm());
+        default:
+            return fail(BAD_VALUE, "object type %u has no PM counters", type);
+        }
+    });
 }
 
 kvRc setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index, uint64_t value)
@@ -57,6 +83,25 @@ kvRc setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index,
         return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1);
     hold.edit(counters[index]) = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
     return KV_OK;
+}
+
+kvRc clearAlarms(Hold &hold)
+{
+    kvRc code = KV_OK;
+    const auto clear = [&](objType type, uint32_t number, uint32_t &alarms) {
+        if (code == KV_OK)
+            code = setAlarms(hold, type, number, alarms, 0);
+    };
+    clear(OBJ_SYSTEM, 1, hold->system.alarms);
+    for (uint32_t i = 0; i < KV_SIM_PORTS; ++i)
+        clear(OBJ_PDH, i + 1, hold->ports[i].alarms);
+    for (uint32_t i = 0; i < KV_SIM_PWS; ++i)
+        clear(OBJ_PWE, i + 1, hold->pws[i].alarms);
+    for (uint32_t i = 0; i < KV_SIM_GROUPS; ++i)
+        clear(OBJ_IMA_GROUP, i + 1, hold->groups[i].alarms);
+    for (uint32_t i = 0; i < KV_SIM_LINKS; ++i)
+        clear(OBJ_IMA_LINK, i + 1, hold->links[i].alarms);
+    return code;
 }
 
 // Waits until the reports of an interval's end have been taken.
@@ -88,6 +133,10 @@ int kv_sim_open(void)
 int kv_sim_reset(void)
 {
     return control([](Hold &hold) {
+        const kvRc code = clearAlarms(hold);
+        if (code != KV_OK)
+            return code;
+        hold.keep();
         redeliver(*hold);
         return KV_OK;
     });
@@ -100,6 +149,8 @@ int kv_sim_fault_add(const kvSimFault *fault)
             return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function);
         if (fault->effect > KV_SIM_GARBAGE)
             return fail(BAD_VALUE, "there is no effect %u", fault->effect);
+        if (fault->effect == KV_SIM_CODE && fault->value == KV_OK)
+            return fail(BAD_VALUE, "a call can't fail with the code 0, which is success");
         for (ArmedFault &armed : hold->faults) {
             if (armed.used)
                 continue;
@@ -165,6 +216,7 @@ int kv_sim_journal_get(uint64_t number, kvSimCall *call)
                         static_cast<unsigned long long>(number));
         call->number = entry.number;
         call->process = entry.process;
+        call->pending = entry.thread;
         call->code = entry.code;
         call->argCount = std::min<uint32_t>(entry.argCount, 4);
         memcpy(call->args, entry.args, sizeof call->args);
@@ -302,32 +354,14 @@ int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
 
 int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, uint32_t value)
 {
-    return control([=](Hold &hold) {
-        switch (type) {
-        case KV_SIM_PDH: {
-            Port *port = portOf(hold, number);
-            return port ? setWord(hold, port->pm, interval, freshPdhPm(number), word, value)
-                        : failureCode();
-        }
-        case KV_SIM_PW: {
-            Pw *pw = pwOf(hold, number);
-            return pw ? setWord(hold, pw->pm, interval, freshPwPm(pw->config.pweType), word, value)
-                      : failureCode();
-        }
-        case KV_SIM_GROUP: {
-            Group *group = groupOf(hold, number);
-            return group ? setWord(hold, group->pm, interval, freshGroupPm(), word, value)
-                         : failureCode();
-        }
-        case KV_SIM_LINK: {
-            Link *link = linkOf(hold, number);
-            return link ? setWord(hold, link->pm, interval, freshLinkPm(), word, value)
-                        : failureCode();
-        }
-        default:
-            return fail(BAD_VALUE, "object type %u has no PM counters", type);
-        }
-    });
+    return usePmWord(type, number, interval, word,
+                     [=](void *at) { memcpy(at, &value, sizeof value); });
+}
+
+int kv_sim_pm_get(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, uint32_t *value)
+{
+    return usePmWord(type, number, interval, word,
+                     [=](const void *at) { memcpy(value, at, sizeof *value); });
 }
 
 int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value)

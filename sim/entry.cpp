@@ -21,13 +21,14 @@ constexpr const char *NAMES[] = {SIM_FUNCTIONS(SIM_FUNCTION_NAME)};
 #undef SIM_FUNCTION_NAME
 
 // Functions without a code of their own, or whose code nobody looks at, are only met by a fault
-// that names them.
+// that names them; one that names none counts their calls all the same.
 bool reportsCode(Function function)
 {
     switch (function) {
     case Function::config_get_error_string:
     case Function::config_pwe_srv_type_to_string:
     case Function::kv_rc_to_string:
+    case Function::kv_log:
     case Function::kv_log_clear:
     case Function::GetObjectCount:
     case Function::alarm_notification_sock:
@@ -56,11 +57,22 @@ bool hasObject(Function function)
     case Function::pmom_sys_om_stat_get:
     case Function::upgrade_status_get:
     case Function::kv_rc_to_string:
+    case Function::kv_log:
     case Function::settimeofday:
         return false;
     default:
         return true;
     }
+}
+
+uint32_t processId()
+{
+    return static_cast<uint32_t>(getpid());
+}
+
+uint32_t threadId()
+{
+    return static_cast<uint32_t>(gettid());
 }
 
 } // namespace
@@ -90,11 +102,25 @@ Call::~Call()
         return;
     if (code_ != KV_OK)
         hold.revert();
+    JournalEntry &pending = hold->journal[pending_ % JOURNAL];
+    if (pending_ && pending.number == pending_ && pending.process == processId() &&
+        pending.thread == threadId()) {
+        hold.edit(pending.code) = code_;
+        hold.edit(pending.thread) = 0;
+    } else {
+        record(0);
+    }
+    hold.keep();
+}
+
+uint64_t Call::record(uint32_t thread)
+{
     const uint64_t number = hold->journalLast + 1;
     JournalEntry &entry = hold->journal[number % JOURNAL];
     entry.number = number;
     entry.function = function_;
-    entry.process = static_cast<uint32_t>(getpid());
+    entry.process = processId();
+    entry.thread = thread;
     entry.code = code_;
     entry.argCount = count_;
     memcpy(entry.args, arguments_, sizeof entry.args);
@@ -102,7 +128,7 @@ Call::~Call()
     if (entry.recordSize)
         memcpy(entry.record, in_.start, entry.recordSize);
     hold.edit(hold->journalLast) = number;
-    hold.keep();
+    return number;
 }
 
 ArmedFault *Call::meet()
@@ -112,16 +138,17 @@ ArmedFault *Call::meet()
             continue;
         const kvSimFault &fault = armed.fault;
         const bool named = fault.function[0] != '\0';
-        if (named ? strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0
-                  : !reportsCode(function_))
+        if (named && strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0)
             continue;
-        if (!fault.anyObject &&
+        if (fault.object != 0 &&
             (count_ == 0 || !hasObject(function_) || arguments_[0] != fault.object))
             continue;
         if (fault.skip > 0) {
             --hold.edit(armed.fault.skip);
             continue;
         }
+        if (!named && !reportsCode(function_))
+            continue;
         return &armed;
     }
     return nullptr;
@@ -129,6 +156,8 @@ ArmedFault *Call::meet()
 
 void Call::wait(const kvSimFault &fault)
 {
+    pending_ = record(threadId());
+    hold.keep();
     if (fault.effect == KV_SIM_DELAY) {
         hold.release();
         sleepMs(fault.value);

@@ -38,12 +38,15 @@ class Call
   private:
     ArmedFault *meet();
     void wait(const kvSimFault &fault);
+    // Adds the call to the journal, as pending in a thread or (0) with what it returned.
+    uint64_t record(uint32_t thread);
 
     const Function function_;
     uint32_t arguments_[4]{};
     uint32_t count_ = 0;
     const Bytes in_;
     kvRc code_ = KV_OK;
+    uint64_t pending_ = 0; // its number, when it came into the journal before it returned
 };
 
 // Runs a stand-in's body under the hold: it returns a code, and what it changed is kept when that

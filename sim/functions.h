@@ -92,6 +92,7 @@ namespace sim
     X(upgrade_status_get)                                                                          \
     X(forker_box_shutdown)                                                                         \
     X(kv_rc_to_string)                                                                             \
+    X(kv_log)                                                                                      \
     X(kv_log_clear)                                                                                \
     X(settimeofday)                                                                                \
     X(gettimeofday)

@@ -48,18 +48,21 @@ KV_SIM_EXPORT int kv_sim_reset(void);
 
 /** What a fault does to the calls that it meets. A call that fails changes nothing. */
 typedef enum kvSimEffect {
-    KV_SIM_CODE,    /**< the call fails with the code `value`; GetObjectCount returns it, functions
-                       that return a text return null, those that return a descriptor -1 */
-    KV_SIM_DELAY,   /**< the call takes `value` milliseconds longer */
-    KV_SIM_HANG,    /**< the call does not return until the fault is cleared, then goes on */
+    KV_SIM_CODE,  /**< the call fails with the code `value`, which is not 0; GetObjectCount returns
+                     it, functions that return a text return null, those that return a descriptor
+                     -1 */
+    KV_SIM_DELAY, /**< the call takes `value` milliseconds longer */
+    KV_SIM_HANG,  /**< the call does not return until the fault is cleared, then goes on */
     KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` */
 } kvSimEffect;
 
 typedef struct kvSimFault {
-    char function[40];  /**< name of the platform function; empty: all that report a code */
-    uint32_t anyObject; /**< not 0: whatever the object, also when there is none */
-    /** Where not any, number of the object: the first of a call's `args`. Of a link that is added
-     * to or removed from a group, the link. A call without an object is not met. */
+    /** Name of the platform function; empty: all that report a code, while `skip` counts the calls
+     * of the others, too, as the journal does. */
+    char function[40];
+    /** Number of the object: the first of a call's `args`. Of a link that is added to or removed
+     * from a group, the link. A call without an object is not met. 0: whatever the object, also
+     * when there is none. */
     uint32_t object;
     uint32_t skip;   /**< how many calls it lets pass first */
     uint32_t times;  /**< how many calls it meets then; 0: all */
@@ -67,8 +70,8 @@ typedef struct kvSimFault {
     uint32_t value;
 } kvSimFault;
 
-/** Adds a fault; a call meets the first that fits it. Fails on a function that doesn't exist and
- * when there are 32 already. */
+/** Adds a fault; a call meets the first that fits it. Fails on a function that doesn't exist, on
+ * the code 0 and when there are 32 already. */
 KV_SIM_EXPORT int kv_sim_fault_add(const kvSimFault *fault);
 /** Ends all faults and lets the hanging calls go on. */
 KV_SIM_EXPORT int kv_sim_fault_clear(void);
@@ -87,12 +90,15 @@ enum { KV_SIM_RECORD_SIZE = 512 };
 typedef struct kvSimCall {
     uint64_t number; /**< counts all calls of the device, from 1 */
     uint32_t process;
-    uint32_t code;       /**< what the call returned */
-    uint32_t argCount;   /**< how many of the arguments are scalars */
-    uint32_t args[4];    /**< these; the object, where there is one, first */
-    uint32_t recordSize; /**< size of the record that the call was given; 0: none */
-    uint8_t record[KV_SIM_RECORD_SIZE];
-    const char *function; /**< its name, which stays valid */
+    /** The thread of that process in which the call is held up or hangs, or was when the process
+     * died; 0: it has returned. */
+    uint32_t pending;
+    uint32_t code;                      /**< what the call returned */
+    uint32_t argCount;                  /**< how many of the arguments are scalars */
+    uint32_t args[4];                   /**< these; the object, where there is one, first */
+    uint32_t recordSize;                /**< size of the record that the call was given; 0: none */
+    uint8_t record[KV_SIM_RECORD_SIZE]; /**< of kv_log, the text */
+    const char *function;               /**< its name, which stays valid */
 } kvSimCall;
 
 /** Number of the latest call; 0: none yet. */
@@ -157,6 +163,9 @@ KV_SIM_EXPORT int kv_sim_interval_period(uint32_t interval, uint32_t seconds);
  */
 KV_SIM_EXPORT int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word,
                                 uint32_t value);
+/** Reads such a word. */
+KV_SIM_EXPORT int kv_sim_pm_get(uint32_t type, uint32_t number, uint32_t interval, uint32_t word,
+                                uint32_t *value);
 /**
  * Sets one OM counter of an object.
  * @param counter the system: one of 74 words, of which @p value fills 32 bits;

@@ -144,6 +144,7 @@ struct JournalEntry {
     uint64_t number;
     Function function;
     uint32_t process;
+    uint32_t thread; // that has not returned from the call yet; 0: it has
     uint32_t code;
     uint32_t argCount;
     uint32_t args[4];

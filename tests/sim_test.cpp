@@ -11,6 +11,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
@@ -148,11 +149,10 @@ void write(const std::string &path, const std::string &bytes)
     std::ofstream{path, std::ios::binary} << bytes;
 }
 
-kvSimFault faultOf(const char *function, kvSimEffect effect, uint32_t value, uint32_t times = 0)
+kvSimFault faultOf(const char *function, uint32_t effect, uint32_t value, uint32_t times = 0)
 {
     kvSimFault fault{};
     snprintf(fault.function, sizeof fault.function, "%s", function);
-    fault.anyObject = 1;
     fault.times = times;
     fault.effect = effect;
     fault.value = value;
@@ -449,7 +449,6 @@ TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
         EXPECT_EQ(codes, (std::vector<kvRc>{0, 16, 16, 0, 0}));
 
         kvSimFault ofPort5 = faultOf("", KV_SIM_CODE, 64);
-        ofPort5.anyObject = 0;
         ofPort5.object = 5;
         add(ofPort5, 0);
         EXPECT_EQ(config_get_pdh_admin(&admin, 4), KV_OK);
@@ -459,6 +458,13 @@ TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
         EXPECT_EQ(kv_sim_fault_clear(), 0);
         EXPECT_EQ(config_get_pdh_admin(&admin, 5), KV_OK);
         EXPECT_EQ(admin, adminStatus{1}); // the call that failed changed nothing
+
+        kvSimFault any{}; // of no function and no object: of all
+        any.value = 64;
+        add(any, 0);
+        EXPECT_EQ(config_get_pdh_admin(&admin, 5), 64U);
+        EXPECT_EQ(config_get_temperature(&temperature), 64U);
+        EXPECT_EQ(kv_sim_fault_clear(), 0);
 
         add(faultOf("config_get_temperature", KV_SIM_DELAY, 50, 1), 0);
         const auto start = steady_clock::now();
@@ -477,8 +483,55 @@ TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
         EXPECT_EQ(GetObjectCount(OBJ_PDH), 4711U);
         EXPECT_EQ(GetObjectCount(OBJ_PDH), 16U);
 
-        const kvSimFault unknown = faultOf("config_get_temperatur", KV_SIM_CODE, 1);
-        EXPECT_EQ(kv_sim_fault_add(&unknown), -1);
+        add(faultOf("kv_log", KV_SIM_CODE, 5, 1), 0);
+        EXPECT_EQ(kv_log(3, 29, "file", "function", 7, "lost"), 5);
+        EXPECT_EQ(kv_sim_log_last(), 0U);
+
+        const std::pair<kvSimFault, const char *> refused[] = {
+            {faultOf("config_get_temperatur", KV_SIM_CODE, 1), "no platform function"},
+            {faultOf("config_get_temperature", KV_SIM_GARBAGE + 1, 1), "no effect 4"},
+            {faultOf("config_get_temperature", KV_SIM_CODE, 0), "0, which is success"},
+            {kvSimFault{}, "0, which is success"},
+        };
+        for (const auto &[fault, reason] : refused) {
+            EXPECT_EQ(kv_sim_fault_add(&fault), -1);
+            EXPECT_NE(strstr(kv_sim_error(), reason), nullptr) << kv_sim_error();
+        }
+        EXPECT_EQ(config_get_temperature(&temperature), KV_OK);
+    });
+}
+
+TEST_F(SimulatedDevice, MeetsTheCallThatItsJournalNumbersWhateverWasCalledBefore)
+{
+    run("", [] {
+        constexpr kvRc FAILED = 64;
+        const std::function<bool()> calls[] = {
+            [] { return GetObjectCount(OBJ_PDH) == FAILED; },
+            [] { return config_set_pdh_admin(adminStatus{2}, 5) == FAILED; },
+            [] { return config_get_error_string() == nullptr; },
+            [] { return kv_log(3, 29, "file", "function", 7, "%d", 8) != 0; },
+            [] { return kv_rc_to_string(2) == nullptr; },
+            [] { return alarm_notification_sock() < 0; },
+            [] { return alarm_set_status_bits(OBJ_PDH, 1, 1) == FAILED; },
+            [] { return kv_log_clear() != KV_OK; },
+        };
+        const std::set<size_t> reporting = {1, 6};
+        for (uint32_t skip = 0; skip < std::size(calls); ++skip) {
+            kvSimFault fault = faultOf("", KV_SIM_CODE, FAILED, 1);
+            fault.skip = skip;
+            EXPECT_EQ(kv_sim_reset(), 0);
+            EXPECT_EQ(kv_sim_fault_add(&fault), 0);
+            const auto met = reporting.lower_bound(skip);
+            for (size_t i = 0; i < std::size(calls); ++i)
+                EXPECT_EQ(calls[i](), met != reporting.end() && *met == i) << skip << ' ' << i;
+            EXPECT_EQ(kv_sim_journal_last(), std::size(calls));
+        }
+        kvSimCall log;
+        EXPECT_EQ(kv_sim_journal_get(4, &log), 0);
+        EXPECT_STREQ(log.function, "kv_log");
+        EXPECT_EQ((std::vector<uint32_t>{log.args, log.args + log.argCount}),
+                  (std::vector<uint32_t>{3, 29, 7}));
+        EXPECT_EQ((std::string{log.record, log.record + log.recordSize}), "8");
     });
 }
 
@@ -496,8 +549,23 @@ TEST_F(SimulatedDevice, LetsAHangingCallGoOnWhenAnotherProcessEndsItsFault)
         run(path, [=] {
             EXPECT_TRUE(soon([] { return kv_sim_hanging() == 1; }));
             EXPECT_EQ(config_system_tpid_set(0x9100), KV_OK); // others go on
+            const auto called = [](uint64_t number) {
+                kvSimCall call{};
+                EXPECT_EQ(kv_sim_journal_get(number, &call), 0) << kv_sim_error();
+                return call;
+            };
+            const uint64_t last = kv_sim_journal_last();
+            EXPECT_EQ(called(last).pending, 0U);
+            EXPECT_STREQ(called(last - 1).function, "config_get_temperature");
+            EXPECT_NE(called(last - 1).pending, 0U);
             EXPECT_EQ(release(), 0);
             EXPECT_EQ(kv_sim_hanging(), 0U);
+            // It returns under the number that it had, or as a new one where all were forgotten.
+            const uint64_t number = release == kv_sim_reset ? 1 : last - 1;
+            EXPECT_TRUE(soon([=] { return kv_sim_journal_last() >= number; }));
+            EXPECT_TRUE(soon([=] { return called(number).pending == 0; }));
+            EXPECT_STREQ(called(number).function, "config_get_temperature");
+            EXPECT_EQ(kv_sim_journal_last(), release == kv_sim_reset ? 1 : last);
         });
         EXPECT_EQ(hanging.end(), 0);
     }
@@ -632,6 +700,35 @@ TEST_F(SimulatedDevice, LeavesNoEventWithoutItsWakeUp)
         EXPECT_EQ(kv_sim_alarm_set(KV_SIM_PDH, 1, 2), 0);
     });
     EXPECT_EQ(subscriber.end(), 0);
+}
+
+TEST_F(SimulatedDevice, SendsAnEventForTheAlarmsOfWhatGoes)
+{
+    run("", [] {
+        const int descriptor = subscribeToAlarms();
+        createPwe(VEXO_PWE_TYPE_TDM_1, 7);
+        createPwe(VEXO_PWE_TYPE_TDM_1, 8);
+        createGroup(1, {5});
+        const std::vector<std::pair<uint32_t, uint32_t>> objects = {
+            {OBJ_PWE, 7},  {OBJ_IMA_GROUP, 1}, {OBJ_SYSTEM, 1},
+            {OBJ_PDH, 16}, {OBJ_PWE, 8},       {OBJ_IMA_LINK, 5}};
+        for (const auto &[type, number] : objects)
+            EXPECT_EQ(kv_sim_alarm_set(type, number, 3), 0);
+        takeEvents(descriptor, objects.size());
+        events.clear();
+        EXPECT_EQ(config_del_pw(7), KV_OK);
+        EXPECT_EQ(config_del_ima(1), KV_OK);
+        takeEvents(descriptor, 2);
+        EXPECT_EQ(kv_sim_reset(), 0);
+        takeEvents(descriptor, objects.size());
+        for (size_t i = 0; i < objects.size(); ++i) {
+            EXPECT_EQ(events[i].objType, objects[i].first) << i;
+            EXPECT_EQ(events[i].objId, objects[i].second) << i;
+            EXPECT_EQ(events[i].status, 0U) << i;
+            EXPECT_EQ(events[i].delta, 3U) << i;
+        }
+        EXPECT_FALSE(isReadable(descriptor, 0));
+    });
 }
 
 TEST_F(SimulatedDevice, KeepsAnEventWhoseProcessingFailedUntilTheNextTry)

@@ -102,6 +102,12 @@ class Device(unittest.TestCase):
         """The number of the device's latest call."""
         return max((call["number"] for call in self.document("sim", "journal")["calls"]), default=0)
 
+    def wait_for(self, condition):
+        end = time.monotonic() + 60
+        while not condition():
+            self.assertLess(time.monotonic(), end)
+            time.sleep(0.02)
+
     def start(self, *words):
         process = subprocess.Popen([VEXOCTL, *words], env=self.environment, text=True,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -270,6 +276,86 @@ class Words(Device):
             bash.type(f"vexoctl {typed}\t")
             bash.until(completed)
             bash.type("\x01\x0b\n")
+
+
+    def test_the_control_interface_of_the_simulated_device_is_offered_whole(self):
+        header = re.sub(r"/\*.*?\*/", "", (SOURCE / "sim/kv_sim.h").read_text(), flags=re.DOTALL)
+        tool = (SOURCE / "tools/vexoctl/sim.cpp").read_text()
+        self.assertEqual(set(re.findall(r"(kv_sim_\w+)\(", header)),
+                         set(re.findall(r"SIM\((kv_sim_\w+)\)", tool)))
+
+        def members(name):
+            body = re.search(rf"typedef \w+ {name} {{(.*?)}}", header, re.DOTALL)[1]
+            return re.findall(r"(\w+)(?:\[\w+\])?[;,]", body)
+        arguments = {row["name"]: row for row in self.manual("sim", "fault", "add")["arguments"]}
+        self.assertEqual(set(arguments), set(members("kvSimFault")))
+        self.assertEqual([f"KV_SIM_{name.upper()}" for name in arguments["effect"]["values"]],
+                         members("kvSimEffect"))
+        self.document("sys", "src_ip", "set", "address=0x0a000001")
+        self.document("misc", "dbg_mode", "set", "mask=1")
+        self.document("sim", "fault", "add", "effect=hang", "function=config_get_temperature")
+        hanging = self.start("sys", "temp", "get")
+        self.wait_for(lambda: self.document("sim", "fault", "list")["hanging"])
+        shown = set().union(*self.document("sim", "journal", "records=1")["calls"])
+        self.assertEqual(shown - {"arguments"},
+                         set(members("kvSimCall")) - {"args", "argCount", "recordSize"})
+        self.assertEqual(set(self.document("sim", "log")["records"][0]), set(members("kvSimLog")))
+        self.document("sim", "fault", "clear")
+        self.assertEqual(hanging.wait(), 0)
+        functions = self.document("sim", "functions")["functions"]
+        self.assertIn("kv_log", functions)
+        for function in functions:
+            self.document("sim", "fault", "add", f"function={function}")
+            self.document("sim", "fault", "clear")
+
+    def test_every_counter_is_set_by_the_name_that_its_getter_prints(self):
+        for number, kind in ((1, "tdm-1"), (2, "atm-3")):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}",
+                          *PSEUDOWIRES[kind])
+        self.document("ima", "set", "groupId=1", "imaAction=create", "groupParam1=1",
+                      "groupParam2=1")
+        self.document("ima", "lnk", "add", "groupId=1", "linkId=5")
+        getters = [("pm", "pdh", 3, "pdh pm get pmType=1 port=3", []),
+                   ("pm", "pdh", 12, "pdh pm get pmType=1 port=12", []),
+                   ("pm", "pwe", 1, "pwe pm get pmType=1 pwId=1", []),
+                   ("pm", "pwe", 2, "pwe pm get pmType=1 pwId=2", []),
+                   ("pm", "ima-group", 1, "ima pm get pmType=1 groupId=1", []),
+                   ("pm", "ima-link", 5, "ima pm get pmType=1 groupId=1", ["links", 0]),
+                   ("om", "system", 1, "misc sys_info get clear=0", []),
+                   ("om", "pwe", 1, "pwe om get clear=0 pwId=1", []),
+                   ("om", "pwe", 2, "pwe om get clear=0 pwId=2", []),
+                   ("om", "ima-group", 1, "ima om get clear=0 groupId=1", []),
+                   ("om", "ima-link", 5, "ima om get clear=0 groupId=1", ["links", 0])]
+
+        def paths(value, path=()):
+            if isinstance(value, (dict, list)):
+                inner = value.items() if isinstance(value, dict) else enumerate(value)
+                return {name: number for key, one in inner
+                        for name, number in paths(one, (*path, str(key))).items()}
+            return {".".join(path): value}
+
+        def counters(document, part):
+            record = next(one for one in document.values() if isinstance(one, dict))
+            shown = paths(functools.reduce(operator.getitem, part, record))
+            return {name: value for name, value in shown.items()
+                    if re.search(r"(?i)(counters|om)\.\d+$|flag$|valid$", name) and
+                    not name.startswith("link")}
+
+        for command, kind, number, getter, part in getters:
+            with self.subTest(getter=getter, kind=kind):
+                before = counters(self.document(*getter.split()), part)
+                self.assertGreater(len(before), 1)
+                wanted = {name: 0 if re.search("Flag|valid", name) else 100 + index
+                          for index, name in enumerate(before)}
+                interval = "interval=1 " if command == "pm" else ""
+                self.documents(f"sim {command} set type={kind} number={number} {interval}"
+                               f"counter={name} value={value}" for name, value in wanted.items())
+                self.assertEqual(counters(self.document(*getter.split()), part), wanted)
+        refused = self.vexoctl(*"sim pm set type=pdh number=3 interval=1 value=1".split(),
+                               "counter=layout1.counters.0")
+        self.assertEqual(refused.returncode, 2)
+        self.assertIn("expected layout0.counters.0 to layout0.counters.11, layout0.intervalFlag,",
+                      refused.stderr)
 
 
 # What is given, and what the message has to say.
@@ -714,8 +800,8 @@ class Notifications(Device):
                       "groupParam2=1")
         self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
         self.document("pwe", "params", "set", "pwId=8", "pweType=atm-3", *PSEUDOWIRES["atm-3"])
-        self.document("sim", "pm", "set", "type=pwe", "number=8", "interval=1", "word=1",
-                      "value=11")
+        self.document("sim", "pm", "set", "type=pwe", "number=8", "interval=1",
+                      "counter=atm.counters.0", "value=11")
         # A line more than the watches print, in the same report.
         self.document("ima", "set", "groupId=3", "imaAction=create", "groupParam1=1",
                       "groupParam2=1")
@@ -726,8 +812,8 @@ class Notifications(Device):
         # One line is there before the next happens: nothing waits in a buffer.
         self.assertRegex(watches[0].stdout.readline(), "^alarm system 1: active 0x00000005")
         self.document("sim", "alarm", "clear", "type=pdh", "number=3", "bits=4")
-        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=1", "word=1",
-                      "value=12")
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=1",
+                      "counter=layout0.counters.0", "value=12")
         # The platform chooses the kind of the counters, whatever type the pseudowire reads as.
         self.document("sim", "fault", "add", "function=config_get_pw", "object=8", "effect=garbage")
         self.document("sim", "interval", "end", "interval=1")
@@ -824,7 +910,8 @@ class Metrics(Device):
         self.document("ima", "set", "groupId=2", "imaAction=create", "groupParam1=1",
                       "groupParam2=1")
         self.document("ima", "lnk", "add", "groupId=2", "linkId=9")
-        self.document("sim", "om", "set", "type=pwe", "number=1", "counter=1", "value=4000000000")
+        self.document("sim", "om", "set", "type=pwe", "number=1", "counter=tdmCounters.1",
+                      "value=4000000000")
         self.document("sim", "alarm", "raise", "type=pdh", "number=3", "bits=0x12")
         families = self.families()
         self.assertEqual({name: family.type for name, family in families.items()},
@@ -877,13 +964,12 @@ class Metrics(Device):
                          {"vexo_pdh_pm", "vexo_system_temperature"})
 
     def test_an_interval_without_data_is_absent(self):
-        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2", "word=1",
-                      "value=12")
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2",
+                      "counter=layout0.counters.0", "value=12")
         line = {"port": 3, "interval": 2, "set": "line", "counter": 0}
         self.assertEqual(self.value("vexo_pdh_pm", **line), 12)
-        # The flag is the word behind the port's line counters.
-        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2", "word=13",
-                      "value=0")
+        self.document("sim", "pm", "set", "type=pdh", "number=3", "interval=2",
+                      "counter=layout0.intervalFlag", "value=0")
         read = self.document("pdh", "pm", "get", "port=3", "pmType=2")["pm"]["layout0"]
         self.assertEqual((read["intervalFlag"], read["counters"][0]), (0, 12))
         self.assertIsNone(self.value("vexo_pdh_pm", port=3, interval=2))

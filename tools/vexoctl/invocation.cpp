@@ -100,7 +100,7 @@ Invocation::Invocation(const Operation &operation, const Names &assignments, boo
         const Argument &argument = operation.arguments[i];
         const size_t words = (argument.type->size * argument.count + 3) / 4;
         const bool filled = argument.direction == Direction::out;
-        storage_[i].words.assign(words, filled ? describe::UNTOUCHED : 0);
+        storage_[i].words.assign(words, filled ? describe::UNTOUCHED : argument.otherwise);
     }
 
     std::vector<Assignment> all;

@@ -2,6 +2,7 @@
 // the real platform libraries there is nothing to be found.
 #include "session.h"
 
+#include "counters.h"
 #include "invocation.h"
 
 #include <kv_sim.h>
@@ -110,23 +111,34 @@ void sim_clock_advance(uint32_t seconds, uint32_t microseconds, vexoResult *resu
     report(SIM(kv_sim_clock_advance)(seconds * SECOND + microseconds), result);
 }
 
-void sim_fault_add(const char *function, SimEffect effect, uint32_t value, uint32_t object,
-                   uint32_t skip, uint32_t times, vexoResult *result)
+Names functionNames()
 {
     Names names;
     for (unsigned i = 0; const char *name = SIM(kv_sim_function)(i); ++i)
         names.emplace_back(name);
+    return names;
+}
+
+void sim_functions(vexoResult *result)
+{
+    report(SIM(kv_sim_open)(), result);
+    output = Json{{"functions", functionNames()}};
+}
+
+void sim_fault_add(const char *function, SimEffect effect, uint32_t value, uint32_t object,
+                   uint32_t skip, uint32_t times, vexoResult *result)
+{
+    const Names names = functionNames();
     if (*function && std::find(names.begin(), names.end(), function) == names.end())
         throw UsageError(std::string{"function: there is no platform function '"} + function + "'" +
                          hint(function, names));
     kvSimFault fault{};
     strcpy_n(fault.function, function, sizeof fault.function);
-    fault.anyObject = object == 0;
     fault.object = object;
     fault.skip = skip;
     fault.times = times;
     fault.effect = effect;
-    fault.value = value == 0 && fault.effect == KV_SIM_CODE ? 1 : value;
+    fault.value = value;
     report(SIM(kv_sim_fault_add)(&fault), result);
 }
 
@@ -142,7 +154,7 @@ void sim_fault_list(vexoResult *result)
     kvSimFault fault;
     for (unsigned i = 0; SIM(kv_sim_fault_get)(i, &fault) == 0; ++i) {
         Json row{{"function", fault.function[0] ? fault.function : "any"}};
-        if (!fault.anyObject)
+        if (fault.object)
             row["object"] = fault.object;
         const SimEffect effect{static_cast<uint32_t>(fault.effect)};
         row["effect"] = toJson(describe::typeOf<SimEffect>(), &effect);
@@ -160,7 +172,10 @@ Json callOf(const kvSimCall &call, bool withRecord)
     row["arguments"] = Json::array();
     for (uint32_t i = 0; i < call.argCount; ++i)
         row["arguments"].push_back(call.args[i]);
-    row["code"] = call.code;
+    if (call.pending)
+        row["pending"] = call.pending;
+    else
+        row["code"] = call.code;
     if (withRecord && call.recordSize) {
         std::string hex;
         for (uint32_t i = 0; i < call.recordSize; ++i) {
@@ -223,6 +238,17 @@ void sim_alarm_clear(SimType type, uint32_t number, uint32_t bits, vexoResult *r
     changeAlarms(type, number, bits, false, result);
 }
 
+void sim_alarm_set(SimType type, uint32_t number, uint32_t bits, vexoResult *result)
+{
+    report(SIM(kv_sim_alarm_set)(type, number, bits), result);
+}
+
+void sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t delta,
+                    vexoResult *result)
+{
+    report(SIM(kv_sim_alarm_send)(type, number, status, delta), result);
+}
+
 void sim_alarm_get(SimType type, uint32_t number, uint32_t *bits, vexoResult *result)
 {
     report(SIM(kv_sim_alarm_get)(type, number, bits), result);
@@ -239,20 +265,50 @@ void sim_interval_end(uint32_t interval, vexoResult *result)
     report(SIM(kv_sim_interval_end)(interval), result);
 }
 
+void sim_interval_send(uint32_t interval, vexoResult *result)
+{
+    report(SIM(kv_sim_interval_send)(interval), result);
+}
+
+void sim_pending(vexoResult *result)
+{
+    uint32_t waiting = 0;
+    uint64_t lost = 0;
+    report(SIM(kv_sim_pending)(&waiting, &lost), result);
+    output = Json{{"waiting", waiting}, {"lost", lost}};
+}
+
 void sim_interval_period(uint32_t interval, uint32_t seconds, vexoResult *result)
 {
     report(SIM(kv_sim_interval_period)(interval, seconds), result);
 }
 
-void sim_pm_set(SimType type, uint32_t number, uint32_t interval, uint32_t word, uint32_t value,
-                vexoResult *result)
+void sim_pm_set(SimType type, uint32_t number, uint32_t interval, const char *counter,
+                uint32_t value, vexoResult *result)
 {
+    uint32_t kind = 0;
+    if (SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) != 0)
+        return report(-1, result);
+    const uint32_t word = pmWord(type, kind, counter);
     report(SIM(kv_sim_pm_set)(type, number, interval, word, value), result);
 }
 
-void sim_om_set(SimType type, uint32_t number, uint32_t counter, uint32_t value, uint32_t high,
+void sim_pm_get(uint32_t *value, SimType type, uint32_t number, uint32_t interval,
+                const char *counter, vexoResult *result)
+{
+    uint32_t kind = 0;
+    if (SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) != 0)
+        return report(-1, result);
+    report(SIM(kv_sim_pm_get)(type, number, interval, pmWord(type, kind, counter), value), result);
+}
+
+void sim_om_set(SimType type, uint32_t number, const char *name, uint32_t value, uint32_t high,
                 vexoResult *result)
 {
+    uint32_t kind = 0;
+    if (type == SimType{KV_SIM_PW} && SIM(kv_sim_pm_get)(type, number, 1, 0, &kind) != 0)
+        return report(-1, result);
+    const uint32_t counter = omWord(type, kind, name);
     const uint64_t whole = static_cast<uint64_t>(high) << 32 | value;
     report(SIM(kv_sim_om_set)(type, number, counter, whole), result);
 }
@@ -332,40 +388,60 @@ const struct {
     {OPERATION(sim_clock_run), "Lets the device's clock run on."},
     {OPERATION(sim_clock_advance, {"seconds"}, OPTIONAL("microseconds")),
      "Moves the device's clock on; every PM interval whose end lies in between ends."},
-    {OPERATION(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"), OPTIONAL("value"),
-               OPTIONAL("object"), OPTIONAL("skip"), OPTIONAL("times")),
+    {OPERATION(sim_functions), "Shows the names of the platform's functions."},
+    {OPERATION(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"),
+               {.name = "value", .optional = true, .otherwise = 1}, OPTIONAL("object"),
+               OPTIONAL("skip"), OPTIONAL("times")),
      "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
-     "when it is left out), take value milliseconds longer, hang until the faults are cleared, or "
+     "when it is left out, and never 0), take value milliseconds longer, hang until the faults are "
+     "cleared, or "
      "give random bytes made from value. Without object it befalls all objects; skip calls are let "
      "pass first, then times calls are met, all when it is left out."},
     {OPERATION(sim_fault_clear), "Ends all faults and lets the hanging calls go on."},
     {OPERATION(sim_fault_list), "Shows the faults as they stand, and how many calls hang."},
     {OPERATION(sim_journal, OPTIONAL("last"), OPTIONAL("records")),
      "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
-     "records=1 also the bytes that they were given."},
+     "records=1 also the bytes that they were given. A call that has not returned shows the thread "
+     "in which it is pending in place of its code."},
     {OPERATION(sim_log, OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
+    {OPERATION(sim_alarm_set, {"type"}, {"number"}, BITS("bits")),
+     "Sets the alarm bits that are active on an object. The system is number 1."},
     {OPERATION(sim_alarm_raise, {"type"}, {"number"}, BITS("bits")),
      "Raises alarm bits on an object, besides those that are active. The system is number 1."},
     {OPERATION(sim_alarm_clear, {"type"}, {"number"}, BITS("bits")),
      "Clears alarm bits of an object."},
     {OPERATION(sim_alarm_get, {"type"}, {"number"}, BITS("bits")),
      "Shows the alarm bits that are active on an object."},
+    {OPERATION(sim_alarm_send, {"type"}, {"number"}, BITS("status"), BITS("delta")),
+     "Sends an alarm event as it is, whatever the device's state. The type is any number: 0 is the "
+     "system's, 1 a PDH port's, 2 an IMA group's, 3 a pseudowire's and 34 an IMA link's."},
     {OPERATION(sim_alarm_burst, {"type"}, {"number"}, BITS("status"), BITS("delta"), {"count"},
                OPTIONAL("milliseconds")),
      "Sends the same alarm event count times, each after some milliseconds, whatever the device's "
      "state."},
     {OPERATION(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
+    {OPERATION(sim_interval_send, {"interval"}),
+     "Sends the report of an interval, whatever its number, without ending anything."},
+    {OPERATION(sim_pending),
+     "Shows how many notifications subscribers have not dealt with yet, and "
+     "how many were lost because 4095 were waiting."},
     {OPERATION(sim_interval_period, {"interval"}, {"seconds"}),
      "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
     {OPERATION(sim_subscriptions), "Shows which processes listen to alarms and PM reports, how "
                                    "many events wait for each, and how "
                                    "many it has lost because 4095 were waiting."},
-    {OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"word"}, {"value"}),
-     "Sets a word of an object's PM counters in the running interval, counted from the first "
-     "behind the seven leading ones of the platform's record."},
+    {OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
+     "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
+     "get', "
+     "'pwe pm get' and 'ima pm get' print it, with its index from 0 where it is one of several: "
+     "layout0.counters.4; or it is a word by its number, as kv_sim.h counts them."},
+    {OPERATION(sim_pm_get, {"value"}, {"type"}, {"number"}, {"interval"}, {"counter"}),
+     "Shows a PM counter of an object in the running interval, named as for 'sim pm set'."},
     {OPERATION(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"}, OPTIONAL("high")),
-     "Sets an OM counter of an object; high is the upper half of its 64 bits."},
+     "Sets an OM counter of an object, named as 'misc sys_info get', 'pwe om get' and 'ima om get' "
+     "print it, with its index from 0: entries.3.counters.1; or by its number, as kv_sim.h counts "
+     "them. High is the upper half of its 64 bits."},
     {OPERATION(sim_upgrade_fail, {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
 };

@@ -17,7 +17,6 @@ bool reportsTheInjectedFailure()
 {
     kvSimFault fault{};
     std::strcpy(fault.function, "config_get_pdh_params");
-    fault.anyObject = 1;
     fault.effect = KV_SIM_CODE;
     fault.value = 2;
     kv_sim_fault_add(&fault);
