@@ -27,6 +27,7 @@ exports)
     [ -s "$work/library" ]
     diff -u "$work/exports.map" "$work/library"
     diff -u "$work/headers" "$work/library"
+    sed -n 's/^ \(.*\)@Base .*/\1/p' "$source"/debian/*.symbols | sort | diff -u - "$work/library"
     ;;
 imports)
     heap='(m|c|re)alloc|free|(posix_)?memalign|aligned_alloc|v?asprintf|strn?dup'

@@ -1,6 +1,6 @@
 #!/bin/sh
-# A project that takes this one in gets no tool unasked; no tests, nothing that is installed or
-# packaged, and no build type, even with the tool: parent.sh SOURCE BUILD
+# A project that takes this one in gets no tool unasked; no tests, nothing that is
+# installed, and no build type, even with the tool: parent.sh SOURCE BUILD
 set -eu
 source=$1 build=$2
 rm -rf "$build"
@@ -18,5 +18,4 @@ grep vexoctl "$build/targets"
 ctest --test-dir "$build" -N | grep -x 'Total Tests: 0'
 cmake --install "$build" --prefix "$build/installed"
 [ "$(cd "$build/installed" && find . ! -type d)" = ./parent/CMakeLists.txt ]
-if grep CPACK_DEBIAN "$build/CPackConfig.cmake"; then exit 1; fi
 grep -x CMAKE_BUILD_TYPE:STRING= "$build/CMakeCache.txt"
