@@ -9,12 +9,12 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 # Names of dynamic symbols for which a condition of awk holds: their bindings are $5, their sections
-# $7. By readelf, which reads the files of every machine.
+# $7; a machine's own local ones are left out. By readelf, which reads the files of every machine.
 symbols() {
     condition=$1
     shift
     readelf -W --dyn-syms "$@" |
-        awk '$1 ~ /^[0-9]+:$/ && $8 != "" && '"$condition"' { sub(/@.*/, "", $8); print $8 }' | sort -u
+        awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && '"$condition"' { sub(/@.*/, "", $8); print $8 }' | sort -u
 }
 
 case $check in
