@@ -1,14 +1,12 @@
-"""Makes the help texts of the operations from the comments of the public header."""
+"""Makes the help texts of the operations from the comments of the public header. What only a caller
+in C needs is left out: remarks, and what is said of the places for outputs."""
 import re
 import sys
 from pathlib import Path
 
-COMMENT = r"/\*\*((?:(?!\*/).)*)\*/"
-COMMENTED = re.compile(COMMENT + r"\s*VEXO_CMI_EXPORT\s+void\s+(vexo_cmi_\w+)\(", re.DOTALL)
-PAGE = re.compile(r"@page (\w+) [^\n]*\n(.*)", re.DOTALL)
-REFERENCE = re.compile(r"see\s+@ref (\w+)")
-# Code, with the line that announces it.
-CODE = re.compile(r"[^\n]*:\n@code.*?@endcode\n?", re.DOTALL)
+COMMENTED = re.compile(r"/\*\*((?:(?!\*/).)*)\*/\s*VEXO_CMI_EXPORT\s+void\s+(vexo_cmi_\w+)\(([^)]*)\)",
+                       re.DOTALL)
+OUTPUT = re.compile(r"(?<!const )\b\w+ (?:\*(\w+)|(\w+)\[)")
 
 
 def lines_of(comment: str) -> str:
@@ -17,29 +15,27 @@ def lines_of(comment: str) -> str:
                      for line in comment.strip().splitlines())
 
 
-def plain(text: str) -> str:
+def plain(text: str, outputs: set[str]) -> str:
     """A comment's lines without its commands and marks, paragraph by paragraph."""
     text = re.sub(r"@p |`|\*\*", "", text)
     paragraphs = []
-    for block in re.split(r"\n\s*\n|(?=\n@param |\n- )", text):
+    for block in re.split(r"\n\s*\n|(?=\n@|\n- )", text):
         block = " ".join(block.split())
-        block = re.sub(r"^@param (\w+) ", r"\1: ", block)
-        if block and not block.startswith("result: "):
+        parameter = re.match(r"@param (\w+) ", block)
+        if parameter and parameter[1] not in outputs:
+            block = f"{parameter[1]}: {block[parameter.end():]}"
+        if block and not block.startswith("@"):
             paragraphs.append(block)
     return "\n".join(paragraphs)
 
 
 def main() -> None:
     output, *headers = sys.argv[1:]
-    texts = [Path(header).read_text() for header in headers]
-    pages = dict(page.groups() for text in texts for comment in re.findall(COMMENT, text, re.DOTALL)
-                 if (page := PAGE.search(lines_of(comment))))
     rows = []
-    for text in texts:
-        for comment, name in COMMENTED.findall(text):
-            lines = lines_of(comment)
-            rules = [CODE.sub("", pages[page]) for page in REFERENCE.findall(lines)]
-            help_text = plain("\n\n".join([REFERENCE.sub("see below", lines), *rules]))
+    for header in headers:
+        for comment, name, parameters in COMMENTED.findall(Path(header).read_text()):
+            outputs = {first or second for first, second in OUTPUT.findall(parameters)}
+            help_text = plain(lines_of(comment), outputs)
             help_text = help_text.replace("\\", "\\\\").replace('"', '\\"').replace("\n", "\\n")
             rows.append(f'    {{"{name}", "{help_text}"}},')
     Path(output).write_text(

@@ -85,11 +85,17 @@ extern "C" {
  * Creates, modifies or deletes a group. A created group has no links. A modify
  * keeps the links and, with `groupParam3` 0, the third parameter; the other two
  * parameters are applied always, 0 included. An action that is none of the three
- * is refused with "Bad IMA action"; nothing is called.
+ * is refused with "Bad IMA action".
+ *
+ * @remark Nothing is called then.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_set(const vexoImaGroupSet *group, uint32_t groupId,
                                       vexoResult *result);
-/** Reads a group as the platform has it, byte for byte: the link count is not checked. */
+/**
+ * Reads a group with its links, as the platform has it.
+ *
+ * @remark Byte for byte: the link count is not checked.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_ima_get(vexoImaParams *params, uint32_t groupId, vexoResult *result);
 
 /** Adds a link to a group that can be read; the platform judges room and membership. */
@@ -122,45 +128,55 @@ VEXO_CMI_EXPORT void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA
                                                 vexoResult *result);
 
 /**
- * Reads the PM counters of a group and of each of its links. Written before a
- * link is asked for: the group's part and `linkCount`, which counts all links
- * also when one of them fails, and the links before that one. Link records behind the
- * last are not touched. A failed counter read carries the code text.
+ * Reads the PM counters of a group and of each of its links.
+ *
+ * @remark Written before a link is asked for: the group's part and `linkCount`,
+ * which counts all links also when one of them fails, and the links before that
+ * one. Link records behind the last are not touched. A failed counter read
+ * carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId,
                                          vexoResult *result);
 
 /**
- * Clears the PM counters of a group, then those of each of its links: platform
- * intervals 1, 2 and 3 in this order. A failed clear carries the code text and
- * leaves what comes after it uncleared.
+ * Clears the PM counters of a group, then those of each of its links: of the
+ * intervals 1, 2 and 3 in this order. A failure leaves what comes after it
+ * uncleared. Group 0 clears all groups from 1 to 8 and their links as far as it
+ * can, and reports no failure.
  *
- * Group 0 clears all groups from 1 to 8 and their links as far as it can: every clear is tried,
- * also of a group that can't be read (but not of its links), no failure is reported, `rc` is
+ * @remark A failed clear carries the code text. With group 0 every clear is
+ * tried, also of a group that can't be read (but not of its links); `rc` is
  * VEXO_RC_OK and `message` is left as it was.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_pm_clear(uint32_t groupId, vexoResult *result);
 
 /**
  * Reads the OM counters of a group and of each of its links and, with @p clear
- * not 0, clears each right after it was read. Written before a failure: what was read until then:
- * the group's counters before they are cleared, `linkCount`, which counts all links, after. Blocks
- * behind the last link are not touched. What was cleared stays cleared. A failed counter call
- * carries the code text.
+ * not 0, clears each right after it was read. After a failure what was cleared
+ * stays cleared.
+ *
+ * @remark Written before a failure: what was read until then: the group's
+ * counters before they are cleared, `linkCount`, which counts all links, after.
+ * Blocks behind the last link are not touched. A failed counter call carries the
+ * code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId,
                                          vexoResult *result);
 
 /**
  * Writes the alarm status bits of the IMA groups (bits 0 to 9), then those of
- * the IMA links (bits 16 to 22), as a whole. A failure carries the code text;
- * when the first write fails, the second is not made.
+ * the IMA links (bits 16 to 22), as a whole. When the first write fails, the
+ * second is not made.
+ *
+ * @remark A failure carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_alarms_set(uint32_t alarmBits, vexoResult *result);
 /**
- * Reads the alarm bits now active on a group or a link. An @p imaType that is
- * neither fails as VEXO_RC_GENERAL without a call. A failure carries the code
- * text.
+ * Reads the alarm bits now active on a group or a link; their meaning is the
+ * platform's.
+ *
+ * @remark An @p imaType that is neither fails as VEXO_RC_GENERAL without a call.
+ * A failure carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_alarms_get(uint32_t *alarmBits, vexoImaType imaType,
                                              uint32_t number, vexoResult *result);

@@ -48,9 +48,11 @@ extern "C" {
 #endif
 
 /**
- * Reads the state of the system's link, then its OM counters. Written before
- * the counters are asked for: the link's fields; `om` is left alone when they
- * can't be read. A failed counter read carries the code text.
+ * Reads the state of the system's link, then its OM counters.
+ *
+ * @remark Written before the counters are asked for: the link's fields; `om` is
+ * left alone when they can't be read. A failed counter read carries the code
+ * text.
  * @param info what is to be filled
  * @param clear handed to the platform, which knows what it does
  * @param result outcome; may be null
@@ -60,27 +62,41 @@ VEXO_CMI_EXPORT void vexo_cmi_misc_sys_info_get(vexoSysInfo *info, uint32_t clea
 
 /**
  * Starts a software load: the file `fileName` of the peer server, in mode
- * `mode`. Returns when the platform has taken the order; how it goes is read
- * with vexo_cmi_misc_upgrade_info_get(). Nothing is loaded when the server's
- * address can't be read; when the platform refuses the order, the failure
- * carries the code text.
+ * `mode`. It goes on by itself once the platform has taken the order. Nothing is
+ * loaded when the server's address can't be read.
+ *
+ * @remark How it goes is read with vexo_cmi_misc_upgrade_info_get(). When the
+ * platform refuses the order, the failure carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_misc_upgrade_init(const vexoUpgradeInfo *upgrade, vexoResult *result);
-/** Reads mode, file and state of the software load. A failure carries the code text. */
+/**
+ * Reads mode, file and state of the software load.
+ *
+ * @remark A failure carries the code text.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_misc_upgrade_info_get(vexoUpgradeInfo *upgrade, vexoResult *result);
 
-/** Sets the debug text: a terminated string, of which 128 bytes are taken. The state word goes
- * along as 0. */
+/**
+ * Sets the debug text, of at most 128 characters.
+ *
+ * @remark A terminated string; of a longer one 128 bytes are taken. The state
+ * word goes along as 0.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_init(const char *info, vexoResult *result);
 /** Reads the debug settings. */
 VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_info_get(vexoDebugInfo *debug, vexoResult *result);
-/** Logs the mask and does nothing else. Always succeeds; `message` is left as it was. */
+/**
+ * Logs the mask and does nothing else. Always succeeds.
+ *
+ * @remark `message` is left as it was.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_mode_set(uint32_t mask, vexoResult *result);
 
 /**
  * Clears the platform's log, and then the alarm that says it is full. Always
- * succeeds, `message` is left as it was; should the alarm not be cleared, that
- * is logged.
+ * succeeds; should the alarm not be cleared, that is logged.
+ *
+ * @remark `message` is left as it was.
  */
 VEXO_CMI_EXPORT void vexo_cmi_misc_log_reset(vexoResult *result);
 
@@ -94,8 +110,10 @@ VEXO_CMI_EXPORT void vexo_cmi_misc_tpgm_init(uint32_t tpgmParam1, uint32_t tpgmP
                                              uint32_t tpgmParam3, vexoResult *result);
 /**
  * Reads the status of the test pattern generator, and then has the platform
- * clear it, also when the read failed. The two outcomes are reported as one,
- * their codes combined; @p status is written only when both succeeded.
+ * clear it, also when the read failed. Any of the two failing is a failure.
+ *
+ * @remark The two outcomes are reported as one, their codes combined; @p status
+ * is written only when both succeeded.
  * @param status what is to be filled
  * @param clear handed to the platform, which knows what it does
  * @param result outcome; may be null

@@ -67,12 +67,17 @@ extern "C" {
 #endif
 
 /**
- * Sets the whole configuration of a port. The loopback is no part of it, and
- * the platform's fields that the record does not name stay as they are.
+ * Sets the whole configuration of a port. The loopback is no part of it.
+ *
+ * @remark The platform's fields that the record does not name stay as they are.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_params_set(const vexoPdhParamsIn *params, uint32_t port,
                                              vexoResult *result);
-/** Reads the whole configuration, operational state and loopback of a port: all or nothing. */
+/**
+ * Reads the whole configuration, operational state and loopback of a port.
+ *
+ * @remark After a failure nothing is written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_params_get(vexoPdhParamsOut *params, uint32_t port,
                                              vexoResult *result);
 
@@ -97,17 +102,20 @@ VEXO_CMI_EXPORT void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t por
 
 /**
  * Sets the cable length of a port.
- * @param length 1 to 65535; of a larger number the low 16 bits are stored. 0 is
- *     accepted and ignored: nothing is called, and the port keeps its length.
+ *
+ * @remark Of a larger number the low 16 bits are stored. With 0 nothing is called.
+ * @param length 1 to 65535; 0 is accepted and ignored: the port keeps its length
  * @param port from 1
  * @param result outcome; may be null
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, vexoResult *result);
 /**
- * Reads the cable length of a port, 0 to 65535, and writes the port's record
- * back unchanged. @p length is written before the write-back, whose failure is
- * the operation's failure. Beside a setter of the same port it can undo that
- * setter's change.
+ * Reads the cable length of a port, 0 to 65535, and writes the port's
+ * configuration back unchanged. Beside a setter of the same port it can undo
+ * that setter's change.
+ *
+ * @remark @p length is written before the write-back, whose failure is the
+ * operation's failure.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_get(uint32_t *length, uint32_t port,
                                                 vexoResult *result);
@@ -136,15 +144,20 @@ VEXO_CMI_EXPORT void vexo_cmi_pdh_alarms_get(uint32_t *alarmBits, uint32_t port,
                                              vexoResult *result);
 
 /**
- * Reads the PM counters of a port. Written before the platform is asked:
- * @p pm->pmType. Words that the port's arrangement does not have keep what the
- * caller had there. A failure carries the code text.
+ * Reads the PM counters of a port. Which line counters there are depends on
+ * the port.
+ *
+ * @remark Written before the platform is asked: @p pm->pmType. Words that the
+ * port's arrangement does not have keep what the caller had there. A failure
+ * carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_pm_get(vexoPdhPm *pm, vexoPmType pmType, uint32_t port,
                                          vexoResult *result);
 /**
- * Clears the PM counters of a port, platform intervals 1, 2 and 3 in this
- * order. A failure, with its code text, leaves the later ones uncleared.
+ * Clears the PM counters of a port, of the intervals 1, 2 and 3 in this order.
+ * A failure leaves the later ones uncleared.
+ *
+ * @remark A failure carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pdh_pm_clear(uint32_t port, vexoResult *result);
 

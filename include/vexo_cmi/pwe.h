@@ -261,27 +261,30 @@ extern "C" {
 #endif
 
 /**
- * Creates, modifies or deletes a pseudowire; see @ref pweparams. A delete reads
- * nothing else of @p params. The fields of `service` are chosen by the caller's
- * `pweType`, not by that of the pseudowire as it stands: a modify names the type
- * that it has. It can't change the type; that takes a delete and a create. A modify
- * of one that is not provisioned fails.
+ * Creates, modifies or deletes a pseudowire, as `pweAction` says. A delete needs
+ * nothing else. Of what is not given a create takes the platform's default, and
+ * a modify keeps the present value; to change one attribute, its own setter is
+ * the better way. A modify names the type that the pseudowire has: it can't
+ * change the type; that takes a delete and a create. A modify of one that is not
+ * provisioned fails. PSN type 4 is refused with "Not supported", 5 with "Not
+ * implemented"; nothing is changed then.
  *
- * PSN type 4 fails with "Not supported", 5 with "Not implemented", after the
- * platform's record (or its defaults) could be read; nothing is written to the
- * platform then.
+ * @remark How to fill the record: @ref pweparams. The fields of `service` are
+ * chosen by the caller's `pweType`, not by that of the pseudowire as it stands.
+ * The PSN type is refused after the platform's record (or its defaults) could be
+ * read.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId,
                                              vexoResult *result);
 
 /**
  * Reads a pseudowire. One that is not provisioned is a success with `pweAction`
- * 1 and everything else 0.
+ * 1 and everything else 0. An encapsulation that reads as PSN type 4 or 5 fails
+ * with "Not supported" or "Not implemented".
  *
- * Written whatever happens: all of @p info is zeroed. When the operational
- * state can't be read, `pweType`, `pweAction` and `adminStatus` are filled. An
- * encapsulation that reads as PSN type 4 or 5 fails with "Not supported" or
- * "Not implemented" with everything but the PSN parameters and `service` filled.
+ * @remark Written whatever happens: all of @p info is zeroed. When the
+ * operational state can't be read, `pweType`, `pweAction` and `adminStatus` are
+ * filled; with PSN type 4 or 5 everything but the PSN parameters and `service`.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId,
                                              vexoResult *result);
@@ -293,28 +296,48 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_admin_set(vexoAdminStatus status, uint32_t pwI
 VEXO_CMI_EXPORT void vexo_cmi_pwe_admin_get(vexoAdminStatus *status, uint32_t pwId,
                                             vexoResult *result);
 
-/** Sets the destination MAC address of a pseudowire: 6 bytes, as sent. */
+/**
+ * Sets the destination MAC address of a pseudowire.
+ *
+ * @remark 6 bytes, as sent.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_set(const unsigned char mac[6], uint32_t pwId,
                                               vexoResult *result);
-/** Reads the destination MAC address of a pseudowire: exactly 6 bytes are written. */
+/**
+ * Reads the destination MAC address of a pseudowire.
+ *
+ * @remark Exactly 6 bytes are written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_get(unsigned char mac[6], uint32_t pwId,
                                               vexoResult *result);
 
-/** Sets the VLAN tagging of a pseudowire; what is not flagged stays, see @ref pweparams. */
+/**
+ * Sets the VLAN tagging of a pseudowire; what is not given stays.
+ *
+ * @remark Given is what is flagged, see @ref pweparams.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId,
                                            vexoResult *result);
-/** Reads the VLAN tagging of a pseudowire; what its mode does not have is 0. */
+/**
+ * Reads the VLAN tagging of a pseudowire.
+ *
+ * @remark What its mode does not have is 0.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_get(vexoPweVlan *vlan, uint32_t pwId, vexoResult *result);
 
 /**
- * Sets the encapsulation of a pseudowire; what is not flagged stays, see @ref pweparams. PSN type 4
- * fails with "Not supported", 5 with "Not implemented"; nothing is written then.
+ * Sets the encapsulation of a pseudowire; what is not given stays. PSN type 4 is
+ * refused with "Not supported", 5 with "Not implemented"; nothing is changed then.
+ *
+ * @remark Given is what is flagged, see @ref pweparams.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
 /**
- * Reads the encapsulation of a pseudowire; what its type does not have is 0.
- * One that reads as PSN type 4 or 5 fails with "Not supported" or
- * "Not implemented", with `psnType` filled and the rest 0.
+ * Reads the encapsulation of a pseudowire. One that reads as PSN type 4 or 5
+ * fails with "Not supported" or "Not implemented".
+ *
+ * @remark What its type does not have is 0. After these failures `psnType` is
+ * filled and the rest 0.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_get(vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
 
@@ -326,22 +349,26 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_pdv_get(uint32_t *size, uint32_t pwId, vexoRes
 
 /**
  * Sets the payload size of a TDM pseudowire, in the platform's unit; any other
- * fails with "Bad PWE type", and nothing is written. A size of 0 writes the
- * record back unchanged.
+ * is refused with "Bad PWE type". A size of 0 changes nothing.
+ *
+ * @remark With 0 the platform's record is written back as it was read.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_set(uint32_t size, uint32_t pwId, vexoResult *result);
 /** Reads the payload size of a TDM pseudowire; any other fails with "Bad PWE type". */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_get(uint32_t *size, uint32_t pwId, vexoResult *result);
 
 /**
- * Sets the RTP header of a TDM pseudowire; any other fails with "Bad PWE type",
- * and nothing is written. A `mode` other than 1 and 2 leaves RTP on or off as it
- * is; what is not flagged stays, see @ref pweparams.
+ * Sets the RTP header of a TDM pseudowire; any other is refused with "Bad PWE
+ * type". What is not given stays.
+ *
+ * @remark Given is what is flagged, see @ref pweparams. A `mode` other than 1 and
+ * 2 leaves RTP on or off as it is.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
 /**
- * Reads the RTP header of a TDM pseudowire. Any other fails with "Bad PWE type",
- * with all of @p rtp zeroed.
+ * Reads the RTP header of a TDM pseudowire; any other fails with "Bad PWE type".
+ *
+ * @remark After this failure all of @p rtp is zeroed.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_get(vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
 
@@ -379,24 +406,28 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_alarms_get(uint32_t *alarmBits, uint32_t pwId,
                                              vexoResult *result);
 
 /**
- * Reads the PM counters of a pseudowire. Written before: `pmType` in any case,
- * and `pweType` before a refusal with "Bad PWE type", which means that the
- * platform's counters are of neither kind. A failed counter read carries the
- * code text.
+ * Reads the PM counters of a pseudowire. "Bad PWE type" means that the
+ * platform's counters are of neither kind.
+ *
+ * @remark Written before: `pmType` in any case, and `pweType` before that
+ * refusal. A failed counter read carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_pm_get(vexoPwePm *pm, vexoPmType pmType, uint32_t pwId,
                                          vexoResult *result);
 /**
- * Clears the PM counters of a pseudowire, platform intervals 1, 2 and 3 in this
- * order. A failure, with its code text, leaves the later ones uncleared.
+ * Clears the PM counters of a pseudowire, of the intervals 1, 2 and 3 in this
+ * order. A failure leaves the later ones uncleared.
+ *
+ * @remark A failure carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_pm_clear(uint32_t pwId, vexoResult *result);
 
 /**
  * Reads the OM counters of a pseudowire and, with @p clear not 0, clears them
- * after reading. Words that the type does not have keep what the caller had
- * there. When the clear fails, the counters read are not returned. A failed
- * counter call carries the code text.
+ * after reading. When the clear fails, the counters read are not returned.
+ *
+ * @remark Words that the type does not have keep what the caller had there. A
+ * failed counter call carries the code text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_om_get(vexoPweOm *om, uint32_t clear, uint32_t pwId,
                                          vexoResult *result);

@@ -49,9 +49,11 @@ extern "C" {
 #endif
 
 /**
- * Sets the clock of the device, at once and without a range check of its own.
- * A failure of any kind is VEXO_RC_GENERAL with the configuration library's
- * latest text, which need not be about the clock.
+ * Sets the clock of the device, at once.
+ *
+ * @remark The range is not checked here. A failure of any kind is
+ * VEXO_RC_GENERAL with the configuration library's latest text, which need not
+ * be about the clock.
  * @param seconds since the epoch
  * @param microseconds 0 to 999999
  * @param result outcome; may be null
@@ -67,15 +69,24 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_set(vexoTdmMode mode, vexoResult *res
 /** Reads the TDM mode of the equipment. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_tdm_mode_get(vexoTdmMode *mode, vexoResult *result);
 
-/** Sets the source MAC address of the pseudowires: 6 bytes, read by
- * vexo_cmi_sys_src_mac_get() in the same order. */
+/**
+ * Sets the source MAC address of the pseudowires.
+ *
+ * @remark 6 bytes, read by vexo_cmi_sys_src_mac_get() in the same order.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_set(const unsigned char mac[6], vexoResult *result);
-/** Reads the source MAC address of the pseudowires: exactly 6 bytes are written. */
+/**
+ * Reads the source MAC address of the pseudowires.
+ *
+ * @remark Exactly 6 bytes are written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_get(unsigned char mac[6], vexoResult *result);
 
 /**
  * Sets the tag protocol identifier of VLAN tags.
- * @param tpid 0 to 65535; of a larger number the low 16 bits are taken, without a failure
+ *
+ * @remark Of a number above 65535 the low 16 bits are taken, without a failure.
+ * @param tpid 0 to 65535
  * @param result outcome; may be null
  */
 VEXO_CMI_EXPORT void vexo_cmi_sys_tpid_set(unsigned tpid, vexoResult *result);
@@ -99,7 +110,11 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_rpt_mode_set(vexoAlarmMode mode, unsigned valu
 VEXO_CMI_EXPORT void vexo_cmi_sys_rpt_mode_get(vexoAlarmMode *mode, unsigned *value,
                                                vexoResult *result);
 
-/** Sets both clock output values, whose meaning is the platform's. Each is read once. */
+/**
+ * Sets both clock output values, whose meaning is the platform's.
+ *
+ * @remark Each is read once.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_clk_out_set(const unsigned *first, const unsigned *second,
                                               vexoResult *result);
 /** Reads both clock output values. */
@@ -113,7 +128,11 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_net_type_get(vexoNetQuality *quality, vexoResu
 
 /** Sets both temperature thresholds, in the platform's unit. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_temp_set(unsigned first, unsigned second, vexoResult *result);
-/** Reads the temperature and both thresholds, in the platform's unit: all three or none. */
+/**
+ * Reads the temperature and both thresholds, in the platform's unit.
+ *
+ * @remark After a failure none of the three is written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_temp_get(unsigned *current, unsigned *first, unsigned *second,
                                            vexoResult *result);
 
@@ -122,26 +141,38 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_alarm_get(unsigned *bits, vexoResult *result);
 /** Writes the alarm status bits of the system. Only bits 0 to 14 can be addressed. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_alarm_set(unsigned bits, vexoResult *result);
 
-/** Reads the inventory: all of it or, after a failure, nothing. */
+/**
+ * Reads the inventory: five texts and a number, whose meaning is the platform's.
+ *
+ * @remark After a failure nothing is written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_inventory_get(vexoSysInventory *inventory, vexoResult *result);
-/** Reads the condition of the system: all of it or, after a failure, nothing. */
+/**
+ * Reads the condition of the system: its state, the software versions and values of the platform's.
+ *
+ * @remark After a failure nothing is written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_status_get(vexoSysStatus *status, vexoResult *result);
 /** Reads the state of the system alone. */
 VEXO_CMI_EXPORT void vexo_cmi_sys_oper_state_get(vexoModuleState *state, vexoResult *result);
-/** Reads the software versions alone: all of them or, after a failure, nothing. */
+/**
+ * Reads the software versions alone.
+ *
+ * @remark After a failure nothing is written.
+ */
 VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult *result);
 
 /**
  * Takes a keep-alive of the agent's with its time of day, and keeps the device
- * clock in step: the clock is set (as by vexo_cmi_sys_tod_set()) when no keep-alive
- * has set it since the library was loaded, or when the device clock reads 901
- * seconds or more past the last such setting. Any other keep-alive succeeds and
- * changes nothing, also when the device clock now reads earlier than the last
- * setting. After a failed setting the next keep-alive tries again. A setting is
- * logged ("Kato time is updated").
+ * clock in step: the clock is set when no keep-alive of this process has set it
+ * yet, or when it reads 901 seconds or more past the last such setting. Any
+ * other keep-alive succeeds and changes nothing, also when the device clock now
+ * reads earlier than the last setting. After a failed setting the next
+ * keep-alive tries again. A setting is logged ("Kato time is updated").
  *
- * Works the same with a null @p result. The device clock may read whatever a
- * `timeval` of the machine holds, before the epoch too; only a setting after which
+ * @remark Set as by vexo_cmi_sys_tod_set(); the settings count from when the
+ * library was loaded. Works the same with a null @p result. The device clock may
+ * read whatever a `timeval` of the machine holds, before the epoch too; only a setting after which
  * it reads second 0 counts as none. Keep-alives may overlap in time: each that
  * finds a setting due makes one, and the time kept is that of one of them, never
  * the seconds of one with the microseconds of another; after two that overlapped

@@ -24,6 +24,7 @@ namespace
 {
 
 constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
+constexpr const char *APPLIED_ALWAYS = "applied always";
 
 constexpr Command COMMANDS[] = {
     {"list", "list [AREA [OBJECT]]", "the operations, with what they take",
@@ -84,6 +85,15 @@ const Operation *find(const Words &words, size_t count)
     return nullptr;
 }
 
+// The operation with the longest name that the words begin with.
+const Operation *longest(const Words &words, size_t &count)
+{
+    for (count = words.size(); count > 0; --count)
+        if (const Operation *operation = find(words, count))
+            return operation;
+    return nullptr;
+}
+
 // Words up to the first that is an assignment or an option.
 Words spokenPart(const Words &words)
 {
@@ -129,8 +139,10 @@ Json typeRow(const std::string &name, const Type &type, uint32_t count, uint32_t
 std::string rowText(const Json &row)
 {
     std::string text = row["type"];
-    if (row.contains("first"))
-        text += " " + row["first"].dump() + " to " + row["last"].dump();
+    if (row.contains("fields"))
+        text = "record";
+    else if (row.contains("first"))
+        text = row["first"].dump() + " to " + row["last"].dump();
     if (row.contains("limit"))
         text += row["type"] == "text" ? " up to " + row["limit"].dump()
                                       : " " + rangeOf(row["limit"].get<uint32_t>());
@@ -144,8 +156,14 @@ std::string rowText(const Json &row)
         }
     if (row.contains("condition"))
         text += "; only with " + row["condition"].get<std::string>();
-    if (row.contains("applied"))
-        text += "; " + row["applied"].get<std::string>();
+    // Without the name that the header has for such a field.
+    if (row.contains("applied")) {
+        const std::string applied = row["applied"];
+        const size_t colon = applied.find(": ");
+        text += "; " + (applied == APPLIED_ALWAYS    ? "must be given"
+                        : colon != std::string::npos ? applied.substr(colon + 2)
+                                                     : applied);
+    }
     if (row.contains("help"))
         text += "; " + row["help"].get<std::string>();
     if (row.contains("optional"))
@@ -187,9 +205,8 @@ Names commandNames()
 const Operation &operationOf(const Words &words, size_t &count)
 {
     const Words said = spokenPart(words);
-    for (count = said.size(); count > 0; --count)
-        if (const Operation *operation = find(said, count))
-            return *operation;
+    if (const Operation *operation = longest(said, count))
+        return *operation;
     if (!said.empty() && said[0] == "sim" && !isSimulated())
         throw UsageError("there is no simulated device: these are the real platform libraries");
     const std::string text = joined(said, said.size(), ' ');
@@ -204,6 +221,11 @@ const Operation &operationOf(const Words &words, size_t &count)
         names.push_back(spoken(operation->name));
     throw UsageError("there is no command '" + text + "'" + hint(text, names) +
                      " ('list' and 'help' show all)");
+}
+
+bool isOperation(const Words &words)
+{
+    return find(words, words.size()) != nullptr;
 }
 
 std::vector<const Operation *> operationsUnder(const Words &words)
@@ -254,7 +276,11 @@ Json manual(const Operation &operation)
     Json page{{"operation", spoken(operation.name)},
               {"usage", usage(operation)},
               {"help", help},
-              {"arguments", Json::array()}};
+              {"arguments", Json::array()},
+              {"examples", Json::array()}};
+    for (const char *example : examples())
+        if (size_t count; longest(spokenPart(split(example)), count) == &operation)
+            page["examples"].push_back(example);
     for (const Argument &argument : operation.arguments) {
         Json row = typeRow(argument.name, *argument.type, argument.count, argument.limit);
         row["direction"] = argument.direction == Direction::in ? "given" : "returned";
@@ -268,7 +294,7 @@ Json manual(const Operation &operation)
                 field["condition"] = leaf.condition;
             if (isGivenRecord(argument))
                 field["applied"] =
-                    leaf.field->options.leftOut ? leaf.field->options.leftOut : "applied always";
+                    leaf.field->options.leftOut ? leaf.field->options.leftOut : APPLIED_ALWAYS;
             row["fields"].push_back(field);
         }
         page["arguments"].push_back(row);
@@ -297,6 +323,9 @@ std::string readableManual(const Json &page)
         if (!rows.empty())
             text += std::string{"\n"} + direction + ":\n" + rows;
     }
+    text += page["examples"].size() > 1 ? "\nexamples:\n" : "\nexample:\n";
+    for (const Json &example : page["examples"])
+        text += folded("  vexoctl " + example.get<std::string>(), 6) + "\n";
     return text;
 }
 

@@ -210,11 +210,11 @@ void Session::help(const Words &words) const
         if (words[1] == command.name)
             return showText(folded(command.usage, 4) + "\n\n" + folded(command.more) + "\n" +
                             (words[1] == "metrics" ? metricFamiliesHelp() : ""));
-    const auto found = operationsUnder({words.begin() + 1, words.end()});
-    if (found.size() > 1)
+    const Words said{words.begin() + 1, words.end()};
+    if (operationsUnder(said).size() > 1 && !isOperation(said))
         return list(words);
     size_t count = 0;
-    const Json page = manual(operationOf({words.begin() + 1, words.end()}, count));
+    const Json page = manual(operationOf(said, count));
     if (json_)
         show(page);
     else
