@@ -260,8 +260,9 @@ class Losses
     void look()
     {
         const uint64_t lost = lostEvents();
+        // Not std::cerr: that one flushes std::cout first, and waits while nobody reads it.
         if (lost > told_)
-            std::cerr << "vexoctl: watch: " << lost - told_ << " events were lost" << std::endl;
+            std::clog << "vexoctl: watch: " << lost - told_ << " events were lost" << std::endl;
         told_ = std::max(told_, lost);
     }
     void check() const
@@ -312,10 +313,15 @@ void watch(const Words &given, bool json)
         services.emplace_back("PM reports", vexo_cmi_pm_callback_register, onPm);
     Losses losses;
     const auto start = Clock::now();
+    uint32_t seen = 0;
     bool over;
     do {
         over = isOver(limits, start) || signals.wait(std::chrono::milliseconds{50});
-        losses.look();
+        // Events that wait follow every loss: where none came, nothing was lost.
+        if (const uint32_t now = printed; now != seen || over) {
+            seen = now;
+            losses.look();
+        }
         for (const Service &service : services)
             service.check();
     } while (!over);
