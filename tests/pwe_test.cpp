@@ -2,10 +2,11 @@
 
 #include <vexo_cmi/convert.h>
 
-#include <array>
 #include <optional>
 #include <ostream>
+#include <ranges>
 #include <set>
+#include <span>
 
 #include <dlfcn.h>
 
@@ -16,11 +17,7 @@ namespace
 std::optional<pwConfig> stored;
 std::optional<pwConfig> added, changed;
 
-template <class Function>
-Function *next(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
+#define DEVICES(function) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function))
 
 } // namespace
 
@@ -28,7 +25,7 @@ Function *next(const char *name)
 kvRc config_get_pw(pwConfig *out, uint32_t pwId)
 {
     if (!stored)
-        return next<decltype(config_get_pw)>("config_get_pw")(out, pwId);
+        return DEVICES(config_get_pw)(out, pwId);
     *out = *stored;
     return KV_OK;
 }
@@ -36,7 +33,7 @@ kvRc config_get_pw(pwConfig *out, uint32_t pwId)
 kvRc config_get_pw_defaults(pwConfig *out, const pwDefaultsKey *key, uint32_t pwId)
 {
     if (!stored)
-        return next<decltype(config_get_pw_defaults)>("config_get_pw_defaults")(out, key, pwId);
+        return DEVICES(config_get_pw_defaults)(out, key, pwId);
     *out = *stored;
     return KV_OK;
 }
@@ -44,7 +41,7 @@ kvRc config_get_pw_defaults(pwConfig *out, const pwDefaultsKey *key, uint32_t pw
 kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
 {
     if (!stored)
-        return next<decltype(config_add_pw)>("config_add_pw")(in, pwId);
+        return DEVICES(config_add_pw)(in, pwId);
     added = *in;
     return KV_OK;
 }
@@ -52,7 +49,7 @@ kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
 kvRc config_set_pw(const pwConfig *in, uint32_t pwId)
 {
     if (!stored)
-        return next<decltype(config_set_pw)>("config_set_pw")(in, pwId);
+        return DEVICES(config_set_pw)(in, pwId);
     changed = *in;
     return KV_OK;
 }
@@ -60,7 +57,7 @@ kvRc config_set_pw(const pwConfig *in, uint32_t pwId)
 kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
 {
     if (!stored)
-        return next<decltype(config_get_pw_oper_state)>("config_get_pw_oper_state")(out, pwId);
+        return DEVICES(config_get_pw_oper_state)(out, pwId);
     *out = operState{3};
     return KV_OK;
 }
@@ -68,171 +65,191 @@ kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
 namespace
 {
 
-// A record as bytes, by the offsets of the interface.
 template <class Record>
-struct Bytes {
-    explicit Bytes(uint8_t byte) { bytes.fill(byte); }
-    explicit Bytes(const Record &record) { memcpy(bytes.data(), &record, sizeof record); }
+Record filled(uint8_t byte)
+{
+    Record record;
+    memset(&record, byte, sizeof record);
+    return record;
+}
 
-    void put(size_t offset, uint32_t value, size_t width = 4)
-    {
-        memcpy(&bytes[offset], &value, width);
-    }
-    void putMac(size_t offset, uint8_t first) { std::fill_n(&bytes[offset], 6, first); }
+// Where the bytes of two records differ.
+template <class Record>
+std::string difference(const Record &expected, const Record &actual)
+{
+    const auto *wanted = reinterpret_cast<const uint8_t *>(&expected);
+    const auto *found = reinterpret_cast<const uint8_t *>(&actual);
+    for (size_t i = 0; i < sizeof(Record); ++i)
+        if (wanted[i] != found[i])
+            return "at offset " + std::to_string(i) + ": " + std::to_string(found[i]) +
+                   " instead of " + std::to_string(wanted[i]);
+    return "";
+}
 
-    Record record() const
-    {
-        Record made;
-        memcpy(&made, bytes.data(), sizeof made);
-        return made;
-    }
-
-    // Where a record, or a part of one, differs.
-    std::string differenceTo(const void *other, size_t from = 0,
-                             size_t count = sizeof(Record)) const
-    {
-        const auto *read = static_cast<const uint8_t *>(other);
-        for (size_t i = 0; i < count; ++i)
-            if (bytes[from + i] != read[i])
-                return "at offset " + std::to_string(from + i) + ": " + std::to_string(read[i]) +
-                       " instead of " + std::to_string(bytes[from + i]);
-        return "";
-    }
-
-    std::array<uint8_t, sizeof(Record)> bytes;
+// A member of a record.
+struct Member {
+    uint32_t offset, size;
 };
 
-enum Part { VLAN, PSN, SERVICE, RTP };
+void put(void *record, Member member, uint32_t value)
+{
+    memcpy(static_cast<uint8_t *>(record) + member.offset, &value, member.size);
+}
 
 enum Kind {
     PLAIN,
-    FLAGGED,   // counts if the word behind it isn't 0
-    NONZERO,   // counts if it isn't 0
-    TWO_STATE, // counts if it is 1 or 2
-    ON_OFF,    // 1 of the platform if it is 2, else 0
+    FLAGGED, // counts if the word behind it isn't 0
+    NONZERO, // counts if it isn't 0
+    SETS,    // 1 sets the platform's flag, 2 clears it, else it doesn't count
+    CLEARS,  // 1 clears the platform's flag, 2 sets it, else it doesn't count
+    ON_OFF,  // 2 sets the platform's flag, else it is cleared
 };
 
-// A value of the CMI, in a part of the agent's record, and what stands for it in the platform's.
+// A member of the agent's record, and the platform's that holds it.
 struct Row {
-    Part part;
-    std::set<uint32_t> when; // VLAN modes, PSN types or pseudowire types
-    size_t cmiAt;
+    std::set<uint32_t> when; // VLAN modes, PSN types or pseudowire types that have it
     Kind kind;
-    uint32_t cmi;
-    size_t platformAt;
-    size_t width;
-    uint32_t platform;
+    Member cmi;         // of vexoPweParams
+    Member platform;    // of pwConfig
+    uint32_t given = 0; // a value that it can have; 0: any
+
+    uint32_t value() const { return given ? given : (0xB0A0C001 + cmi.offset) & ~beyond(); }
+    uint32_t stored() const
+    {
+        return kind == SETS ? given == 1 : kind == CLEARS || kind == ON_OFF ? given == 2 : value();
+    }
+    // What the platform's member has no room for.
+    uint32_t beyond() const { return platform.size < 4 ? ~0U << 8 * platform.size : 0; }
+    Member flag() const { return {cmi.offset + cmi.size, sizeof(uint32_t)}; }
 };
 
-const Row ROWS[] = {
-    {VLAN, {0, 2, 3, 4, 5}, 20, FLAGGED, 0x1A01, 66, 2, 0x1A01},
-    {VLAN, {0, 2, 3, 4, 5}, 28, FLAGGED, 0xA2, 64, 1, 0xA2},
-    {VLAN, {3}, 4, FLAGGED, 0x1A03, 62, 2, 0x1A03},
-    {VLAN, {3}, 12, FLAGGED, 0xA4, 60, 1, 0xA4},
+#define MEMBERS(agents, platforms)                                                                 \
+    .cmi = {offsetof(vexoPweParams, agents), sizeof(vexoPweParams::agents)},                       \
+    .platform = {offsetof(pwConfig, platforms), sizeof(pwConfig::platforms)}
 
-    {PSN, {1}, 4, FLAGGED, 0xB0000001, 32, 4, 0xB0000001},
-    {PSN, {1}, 12, FLAGGED, 0xB0000002, 36, 4, 0xB0000002},
-    {PSN, {1}, 20, FLAGGED, 0xB3, 40, 1, 0xB3},
-    {PSN, {1}, 28, FLAGGED, 0xB4, 41, 1, 0xB4},
-    {PSN, {2}, 4, FLAGGED, 0xB0000005, 20, 4, 0xB0000005},
-    {PSN, {2}, 12, FLAGGED, 0xB0000006, 24, 4, 0xB0000006},
-    {PSN, {3}, 28, PLAIN, 2, 20, 4, 2},
-    {PSN, {3}, 4, FLAGGED, 0xB0000007, 24, 4, 0xB0000007},
-    {PSN, {3}, 12, FLAGGED, 0xB0000008, 28, 4, 0xB0000008},
-    {PSN, {3}, 20, FLAGGED, 0xB0000009, 32, 4, 0xB0000009},
-
-    {SERVICE, {1}, 0, PLAIN, 0xC0000001, 12, 4, 0xC0000001},
-    {SERVICE, {1}, 4, NONZERO, 0xC0000002, 80, 4, 0xC0000002},
-    {SERVICE, {1}, 8, NONZERO, 0xC0000003, 84, 4, 0xC0000003},
-    {SERVICE, {2}, 0, PLAIN, 0xC0000004, 12, 4, 0xC0000004},
-    {SERVICE, {2}, 4, FLAGGED, 0xC0000005, 88, 4, 0xC0000005},
-    {SERVICE, {2}, 12, NONZERO, 0xC0000006, 80, 4, 0xC0000006},
-    {SERVICE, {2}, 16, NONZERO, 0xC0000007, 84, 4, 0xC0000007},
-    {SERVICE, {2}, 20, TWO_STATE, 1, 92, 4, 1},
-    {SERVICE, {3, 4}, 0, PLAIN, 0xC0000008, 12, 4, 0xC0000008},
-    {SERVICE, {3, 4}, 4, NONZERO, 0xC0000009, 84, 4, 0xC0000009},
-    {SERVICE, {3, 4}, 8, NONZERO, 0xC000000A, 88, 4, 0xC000000A},
-    {SERVICE, {3, 4}, 12, TWO_STATE, 2, 92, 4, 1},
-    {SERVICE, {3, 4}, 16, PLAIN, 1, 96, 4, 1},
-    {SERVICE, {3, 4}, 20, PLAIN, 2, 100, 4, 2},
-    {SERVICE, {3, 4}, 24, TWO_STATE, 1, 104, 4, 0},
-    {SERVICE, {3, 4}, 28, TWO_STATE, 2, 108, 4, 1},
-    {SERVICE, {3, 4}, 32, PLAIN, 3, 112, 4, 3},
-    {SERVICE, {3, 4}, 36, PLAIN, 0xC000000B, 116, 4, 0xC000000B},
-    {SERVICE, {3, 4}, 40, PLAIN, 0xC000000C, 120, 4, 0xC000000C},
-
-    {RTP, {1, 2}, 0, ON_OFF, 2, 68, 4, 1},
-    {RTP, {1, 2}, 4, FLAGGED, 0xD1, 76, 1, 0xD1},
-    {RTP, {1, 2}, 12, FLAGGED, 0xD0000002, 72, 4, 0xD0000002},
+const Row VLAN[] = {
+    {.when = {0, 2, 3, 4, 5}, .kind = FLAGGED, MEMBERS(vlan.vlanId, vlanId)},
+    {.when = {0, 2, 3, 4, 5}, .kind = FLAGGED, MEMBERS(vlan.priority, priority)},
+    {.when = {3}, .kind = FLAGGED, MEMBERS(vlan.outerVlanId, outerVlanId)},
+    {.when = {3}, .kind = FLAGGED, MEMBERS(vlan.outerPriority, outerPriority)},
 };
+const Row PSN[] = {
+    {.when = {1}, .kind = FLAGGED, MEMBERS(psn.param1, enc.enc2.param1)},
+    {.when = {1}, .kind = FLAGGED, MEMBERS(psn.param2, enc.enc2.param2)},
+    {.when = {1}, .kind = FLAGGED, MEMBERS(psn.param3, enc.enc2.param3)},
+    {.when = {1}, .kind = FLAGGED, MEMBERS(psn.param4, enc.enc2.param4)},
+    {.when = {2}, .kind = FLAGGED, MEMBERS(psn.param1, enc.enc3.param1)},
+    {.when = {2}, .kind = FLAGGED, MEMBERS(psn.param2, enc.enc3.param2)},
+    {.when = {3}, .kind = PLAIN, MEMBERS(psn.udpMode, enc.enc4.udpMode), .given = 2},
+    {.when = {3}, .kind = FLAGGED, MEMBERS(psn.param1, enc.enc4.param1)},
+    {.when = {3}, .kind = FLAGGED, MEMBERS(psn.param2, enc.enc4.param2)},
+    {.when = {3}, .kind = FLAGGED, MEMBERS(psn.param3, enc.enc4.param3)},
+};
+const Row SERVICE[] = {
+    {.when = {1}, .kind = PLAIN, MEMBERS(service.t1.circuit, circuit)},
+    {.when = {1}, .kind = NONZERO, MEMBERS(service.t1.jitterBufferSize, jitterBufferSize)},
+    {.when = {1}, .kind = NONZERO, MEMBERS(service.t1.payloadSize, payloadSize)},
+    {.when = {2}, .kind = PLAIN, MEMBERS(service.t2.circuit, circuit)},
+    {.when = {2}, .kind = FLAGGED, MEMBERS(service.t2.serviceOption, serviceOption)},
+    {.when = {2}, .kind = NONZERO, MEMBERS(service.t2.jitterBufferSize, jitterBufferSize)},
+    {.when = {2}, .kind = NONZERO, MEMBERS(service.t2.payloadSize, payloadSize)},
+    {.when = {2}, .kind = SETS, MEMBERS(service.t2.serviceFlag, serviceFlag), .given = 1},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.circuit, circuit)},
+    {.when = {3, 4}, .kind = NONZERO, MEMBERS(service.a.payloadSize, payloadSize)},
+    {.when = {3, 4}, .kind = NONZERO, MEMBERS(service.a.serviceOption, serviceOption)},
+    {.when = {3, 4}, .kind = CLEARS, MEMBERS(service.a.serviceFlag, serviceFlag), .given = 2},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.atmMode, atmMode), .given = 1},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.atmType, atmType), .given = 2},
+    {.when = {3, 4}, .kind = CLEARS, MEMBERS(service.a.atmFlag1, atmFlag1), .given = 1},
+    {.when = {3, 4}, .kind = CLEARS, MEMBERS(service.a.atmFlag2, atmFlag2), .given = 2},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.atmClpMode, atmClpMap), .given = 3},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.atmParam1, atmParam1)},
+    {.when = {3, 4}, .kind = PLAIN, MEMBERS(service.a.atmParam2, atmParam2)},
+};
+const Row RTP[] = {
+    {.when = {1}, .kind = ON_OFF, MEMBERS(service.t1.rtp.mode, rtpEnable), .given = 2},
+    {.when = {1}, .kind = FLAGGED, MEMBERS(service.t1.rtp.payloadType, rtpPayloadType)},
+    {.when = {1}, .kind = FLAGGED, MEMBERS(service.t1.rtp.ssrc, rtpSsrc)},
+    {.when = {2}, .kind = ON_OFF, MEMBERS(service.t2.rtp.mode, rtpEnable), .given = 2},
+    {.when = {2}, .kind = FLAGGED, MEMBERS(service.t2.rtp.payloadType, rtpPayloadType)},
+    {.when = {2}, .kind = FLAGGED, MEMBERS(service.t2.rtp.ssrc, rtpSsrc)},
+};
+
+using Part = std::span<const Row>;
+const std::initializer_list<Part> WHOLE{VLAN, PSN, SERVICE, RTP};
+
+// The parts of what is read lie so much further.
+constexpr size_t FURTHER = offsetof(vexoPweParamsInfo, vlan) - offsetof(vexoPweParams, vlan);
+
+constexpr uint8_t DESTINATION = 0xE1;
+constexpr uint8_t SOURCE = 0xE2;
 
 // The types of a record; `full`: what need not count does.
 struct Case {
     uint32_t type, psn, mode;
     bool full = true;
 
-    bool has(const Row &row) const
+    // Those of a part that these types have.
+    auto rows(Part part) const
     {
-        return row.when.contains(row.part == VLAN ? mode : row.part == PSN ? psn : type);
-    }
-
-    // Where a part begins in vexoPweParams; 8 bytes further in vexoPweParamsInfo.
-    size_t start(Part part) const
-    {
-        const size_t starts[] = {20, 56, 120, type == VEXO_PWE_TYPE_TDM_1 ? 132u : 144u};
-        return starts[part];
+        const uint32_t choice = part.data() == VLAN ? mode : part.data() == PSN ? psn : type;
+        return std::views::filter(part, [=](const Row &row) { return row.when.contains(choice); });
     }
 
     vexoPweParams params() const
     {
-        Bytes<vexoPweParams> made{0x5A};
-        made.put(0, type);
-        made.put(8, VEXO_ADMIN_STATUS_1);
-        made.putMac(12, 0xE1);
-        made.put(start(VLAN), mode);
-        made.put(start(PSN), psn);
-        for (const Row &row : ROWS) {
-            if (!has(row))
-                continue;
-            const size_t at = start(row.part) + row.cmiAt;
-            const uint32_t leftAlone = row.kind == NONZERO ? 0 : 3;
-            const bool counts = full || row.kind == PLAIN || row.kind == FLAGGED;
-            // What the platform's field has no room for is cut.
-            const uint32_t beyond = row.width < 4 ? ~0U << 8 * row.width : 0;
-            made.put(at, counts ? row.cmi | beyond : leftAlone);
-            if (row.kind == FLAGGED)
-                made.put(at + 4, full ? 0x100 : 0);
-        }
-        return made.record();
+        auto made = filled<vexoPweParams>(0x5A);
+        made.pweType = vexoPweType{type};
+        made.adminStatus = VEXO_ADMIN_STATUS_1;
+        memset(made.dstMac, DESTINATION, sizeof made.dstMac);
+        made.vlan.mode = vexoVlanMode{mode};
+        made.psn.psnType = vexoPwePsnType{psn};
+        for (const Part part : WHOLE)
+            for (const Row &row : rows(part)) {
+                const uint32_t leftAlone = row.kind == NONZERO ? 0 : 3;
+                const bool counts = full || row.kind == PLAIN || row.kind == FLAGGED;
+                put(&made, row.cmi, counts ? row.value() | row.beyond() : leftAlone);
+                if (row.kind == FLAGGED)
+                    put(&made, row.flag(), full ? 0x100 : 0);
+            }
+        return made;
     }
 
-    void overlay(Bytes<pwConfig> &record, std::initializer_list<Part> parts) const
+    void overlay(pwConfig &record, std::initializer_list<Part> parts) const
     {
         for (const Part part : parts) {
-            if (part == VLAN)
-                record.put(56, vexoVlanMode_to_tagMode(vexoVlanMode{mode}));
-            if (part == PSN)
-                record.put(16, vexoPwePsnType_to_pweEncType(vexoPwePsnType{psn}));
-            for (const Row &row : ROWS)
-                if (row.part == part && has(row) && (full || row.kind == PLAIN))
-                    record.put(row.platformAt, row.platform, row.width);
-                else if (row.part == part && has(row) && row.kind == ON_OFF)
-                    record.put(row.platformAt, 0);
+            if (part.data() == VLAN)
+                record.tagMode = vexoVlanMode_to_tagMode(vexoVlanMode{mode});
+            if (part.data() == PSN)
+                record.encType = vexoPwePsnType_to_pweEncType(vexoPwePsnType{psn});
+            for (const Row &row : rows(part))
+                if (full || row.kind == PLAIN)
+                    put(&record, row.platform, row.stored());
+                else if (row.kind == ON_OFF)
+                    put(&record, row.platform, 0);
         }
     }
 
-    void extract(Bytes<vexoPweParamsInfo> &info, Part part) const
+    void extract(vexoPweParamsInfo &info, std::initializer_list<Part> parts) const
     {
-        if (part == VLAN)
-            info.put(start(VLAN) + 8, mode);
-        if (part == PSN)
-            info.put(start(PSN) + 8, psn);
-        for (const Row &row : ROWS)
-            if (row.part == part && has(row)) {
-                info.put(start(part) + 8 + row.cmiAt, row.cmi);
+        uint8_t *params = reinterpret_cast<uint8_t *>(&info) + FURTHER;
+        for (const Part part : parts) {
+            if (part.data() == VLAN)
+                info.vlan.mode = vexoVlanMode{mode};
+            if (part.data() == PSN)
+                info.psn.psnType = vexoPwePsnType{psn};
+            for (const Row &row : rows(part)) {
+                put(params, row.cmi, row.value());
                 if (row.kind == FLAGGED)
-                    info.put(start(part) + 12 + row.cmiAt, 1);
+                    put(params, row.flag(), 1);
             }
+        }
+    }
+
+    // That of a pseudowire without RTP is read as that of type 1.
+    const vexoPweRtp &rtp(const vexoPweService &service) const
+    {
+        return type == VEXO_PWE_TYPE_TDM_2 ? service.t2.rtp : service.t1.rtp;
     }
 
     const char *refusal() const
@@ -271,14 +288,14 @@ class PweRecord : public Device
     static constexpr uint8_t PLATFORMS = 0x77;
 
     // Bytes of the platform's own, and what a case has in it.
-    static Bytes<pwConfig> holding(const Case &held)
+    static pwConfig holding(const Case &held)
     {
-        Bytes<pwConfig> record{PLATFORMS};
-        held.overlay(record, {VLAN, PSN, SERVICE, RTP});
-        record.put(0, vexoPweType_to_pweType(vexoPweType{held.type}));
-        record.put(4, 2);
-        record.putMac(44, 0xE1);
-        record.putMac(50, 0xE2);
+        auto record = filled<pwConfig>(PLATFORMS);
+        held.overlay(record, WHOLE);
+        record.pweType = vexoPweType_to_pweType(vexoPweType{held.type});
+        record.adminStatus = adminStatus{2};
+        memset(record.dstMac, DESTINATION, sizeof record.dstMac);
+        memset(record.srcMac, SOURCE, sizeof record.srcMac);
         return record;
     }
 
@@ -293,18 +310,18 @@ class PweRecord : public Device
 TEST_F(PweRecord, IsSetFieldByField)
 {
     constexpr uint32_t PW = 77;
-    stored = Bytes<pwConfig>{PLATFORMS}.record();
+    stored = filled<pwConfig>(PLATFORMS);
     for (const Case &set : cases(false))
         for (const uint32_t action : {0u, 2u, 3u}) {
             SCOPED_TRACE(set);
             vexoPweParams params = set.params();
             params.pweAction = vexoPweAction{action};
-            Bytes<pwConfig> expected{*stored};
-            expected.put(0, vexoPweType_to_pweType(params.pweType));
-            expected.put(4, 2);
-            expected.put(8, PW);
-            expected.putMac(44, 0xE1);
-            set.overlay(expected, {VLAN, PSN, SERVICE, RTP});
+            pwConfig expected = *stored;
+            expected.pweType = vexoPweType_to_pweType(params.pweType);
+            expected.adminStatus = adminStatus{2};
+            expected.pwId = PW;
+            memset(expected.dstMac, DESTINATION, sizeof expected.dstMac);
+            set.overlay(expected, WHOLE);
             added.reset();
             changed.reset();
             result = unwritten();
@@ -313,7 +330,7 @@ TEST_F(PweRecord, IsSetFieldByField)
             ASSERT_EQ(added.has_value(), !set.isRefused() && action == 2);
             ASSERT_EQ(changed.has_value(), !set.isRefused() && action != 2);
             if (!set.isRefused()) {
-                ASSERT_EQ(expected.differenceTo(added ? &*added : &*changed), "");
+                ASSERT_EQ(difference(expected, added ? *added : *changed), "");
             }
         }
 }
@@ -322,52 +339,48 @@ TEST_F(PweRecord, IsReadFieldByField)
 {
     for (const Case &read : cases(true)) {
         SCOPED_TRACE(read);
-        stored = holding(read).record();
-        Bytes<vexoPweParamsInfo> expected{0};
-        expected.put(0, read.type);
-        expected.put(4, 2);
-        expected.put(8, VEXO_ADMIN_STATUS_1);
-        expected.put(12, VEXO_OPER_STATE_1);
-        expected.putMac(16, 0xE2);
-        expected.putMac(22, 0xE1);
-        read.extract(expected, VLAN);
-        read.extract(expected, PSN);
-        if (!read.isRefused()) {
-            read.extract(expected, SERVICE);
-            read.extract(expected, RTP);
-        }
-        vexoPweParamsInfo info;
-        memset(&info, 0x5A, sizeof info);
+        stored = holding(read);
+        vexoPweParamsInfo expected{};
+        expected.pweType = vexoPweType{read.type};
+        expected.pweAction = VEXO_PWE_ACTION_CREATE;
+        expected.adminStatus = VEXO_ADMIN_STATUS_1;
+        expected.operState = VEXO_OPER_STATE_1;
+        memset(expected.srcMac, SOURCE, sizeof expected.srcMac);
+        memset(expected.dstMac, DESTINATION, sizeof expected.dstMac);
+        read.extract(expected, {VLAN, PSN});
+        if (!read.isRefused())
+            read.extract(expected, {SERVICE, RTP});
+        auto info = filled<vexoPweParamsInfo>(0x5A);
         result = unwritten();
         vexo_cmi_pwe_params_get(&info, 1, &result);
         expectRefusal(read);
-        ASSERT_EQ(expected.differenceTo(&info), "");
+        ASSERT_EQ(difference(expected, info), "");
     }
 }
 
 TEST_F(PweRecord, ChangesOnlyInASingleAttributeThatIsSet)
 {
-    const auto expectChange = [](const Bytes<pwConfig> &expected) {
+    const auto expectChange = [](const pwConfig &expected) {
         ASSERT_TRUE(changed.has_value());
-        EXPECT_EQ(expected.differenceTo(&*changed), "");
+        EXPECT_EQ(difference(expected, *changed), "");
         changed.reset();
     };
     for (const Case &set : cases(false)) {
         SCOPED_TRACE(set);
-        Bytes<pwConfig> before{PLATFORMS};
-        before.put(0, vexoPweType_to_pweType(vexoPweType{set.type}));
-        stored = before.record();
+        auto before = filled<pwConfig>(PLATFORMS);
+        before.pweType = vexoPweType_to_pweType(vexoPweType{set.type});
+        stored = before;
         changed.reset();
         const vexoPweParams params = set.params();
 
         vexo_cmi_pwe_vlan_set(&params.vlan, 1, &result);
-        Bytes<pwConfig> expected = before;
+        pwConfig expected = before;
         set.overlay(expected, {VLAN});
         expectChange(expected);
 
         vexo_cmi_pwe_dst_mac_set(params.dstMac, 1, &result);
         expected = before;
-        expected.putMac(44, 0xE1);
+        memset(expected.dstMac, DESTINATION, sizeof expected.dstMac);
         expectChange(expected);
 
         result = unwritten();
@@ -382,13 +395,11 @@ TEST_F(PweRecord, ChangesOnlyInASingleAttributeThatIsSet)
         EXPECT_STREQ(result.message, set.isTdm() ? "" : "Bad PWE type");
         expected = before;
         if (set.full)
-            expected.put(84, 4711);
+            expected.payloadSize = 4711;
         if (set.isTdm())
             expectChange(expected);
 
-        const vexoPweRtp &rtp =
-            set.type == VEXO_PWE_TYPE_TDM_2 ? params.service.t2.rtp : params.service.t1.rtp;
-        vexo_cmi_pwe_rtp_set(&rtp, 1, &result);
+        vexo_cmi_pwe_rtp_set(&set.rtp(params.service), 1, &result);
         EXPECT_STREQ(result.message, set.isTdm() ? "" : "Bad PWE type");
         expected = before;
         if (set.full) // by itself a mode that is neither on nor off changes nothing
@@ -403,17 +414,13 @@ TEST_F(PweRecord, GivesSingleAttributesAsInTheWhole)
 {
     for (const Case &read : cases(true)) {
         SCOPED_TRACE(read);
-        Bytes<pwConfig> held = holding(read);
+        stored = holding(read);
         if (read.isTdm()) {
-            held.put(80, 1111);
-            held.put(84, 2222);
+            stored->jitterBufferSize = 1111;
+            stored->payloadSize = 2222;
         }
-        stored = held.record();
-        Bytes<vexoPweParamsInfo> whole{0};
-        read.extract(whole, VLAN);
-        read.extract(whole, PSN);
-        if (read.isTdm())
-            read.extract(whole, RTP);
+        vexoPweParamsInfo whole{};
+        read.extract(whole, {VLAN, PSN, RTP});
         struct {
             vexoPweVlan vlan;
             vexoPwePsn psn;
@@ -422,13 +429,13 @@ TEST_F(PweRecord, GivesSingleAttributesAsInTheWhole)
         } got;
         memset(&got, 0x5A, sizeof got);
         vexo_cmi_pwe_vlan_get(&got.vlan, 1, &result);
-        EXPECT_EQ(whole.differenceTo(&got.vlan, 28, sizeof got.vlan), "");
+        EXPECT_EQ(difference(whole.vlan, got.vlan), "");
         result = unwritten();
         vexo_cmi_pwe_psn_get(&got.psn, 1, &result);
         expectRefusal(read);
-        EXPECT_EQ(whole.differenceTo(&got.psn, 64, sizeof got.psn), "");
+        EXPECT_EQ(difference(whole.psn, got.psn), "");
         vexo_cmi_pwe_rtp_get(&got.rtp, 1, &result);
-        EXPECT_EQ(whole.differenceTo(&got.rtp, 8 + read.start(RTP), sizeof got.rtp), "");
+        EXPECT_EQ(difference(read.rtp(whole.service), got.rtp), "");
         vexo_cmi_pwe_pdv_get(&got.jitter, 1, &result);
         EXPECT_STREQ(result.message, read.isTdm() ? "" : "Bad PWE type");
         vexo_cmi_pwe_payload_get(&got.payload, 1, &result);
@@ -443,18 +450,16 @@ TEST_F(PweRecord, GivesSingleAttributesAsInTheWhole)
 TEST_F(PweRecord, IsReadAsOffOrClearWhereAFieldIsNot1)
 {
     for (const uint32_t word : {0u, 2u}) {
-        Bytes<pwConfig> record{0};
-        for (const size_t offset : {68u, 92u, 104u, 108u})
-            record.put(offset, word);
-        const auto read = [&](uint32_t type) {
-            record.put(0, type);
-            stored = record.record();
+        const auto read = [&](pweType type) {
+            stored = pwConfig{};
+            stored->pweType = type;
+            stored->rtpEnable = stored->serviceFlag = stored->atmFlag1 = stored->atmFlag2 = word;
             vexoPweParamsInfo info;
             vexo_cmi_pwe_params_get(&info, 1, &result);
             return info.service;
         };
         const vexoPweRtp off{VEXO_PWE_RTP_OFF, 0, 0, 0, 0, {}};
-        const vexoPweService t2 = read(VEXO_PWE_TYPE_TDM_2), a = read(VEXO_PWE_TYPE_ATM_3);
+        const vexoPweService t2 = read(PWE_TYPE_TDM_2), a = read(PWE_TYPE_ATM_3);
         EXPECT_EQ(memcmp(&t2.t2.rtp, &off, sizeof off), 0);
         EXPECT_EQ(t2.t2.serviceFlag, 2u);
         EXPECT_EQ(a.a.serviceFlag, 1u);
@@ -492,8 +497,7 @@ using Pwe = Device;
 
 TEST_F(Pwe, ADeleteReadsNothingElse)
 {
-    vexoPweParams params;
-    memset(&params, 0xFF, sizeof params);
+    auto params = filled<vexoPweParams>(0xFF);
     params.pweAction = VEXO_PWE_ACTION_DELETE;
     mark();
     vexo_cmi_pwe_params_set(&params, 9, &result);
@@ -504,8 +508,7 @@ TEST_F(Pwe, ADeleteReadsNothingElse)
 
 TEST_F(Pwe, AMissingOneIsReadAsMissingAndNotAsAFailure)
 {
-    vexoPweParamsInfo info;
-    memset(&info, 0x5A, sizeof info);
+    auto info = filled<vexoPweParamsInfo>(0x5A);
     result = unwritten();
     vexo_cmi_pwe_params_get(&info, 9, &result);
     EXPECT_EQ(result.rc, VEXO_RC_OK);
@@ -522,8 +525,7 @@ TEST_F(Pwe, AnUnreadableStateLeavesTheHeaderFilled)
 {
     createPwe(VEXO_PWE_TYPE_TDM_2, 5);
     failing("config_get_pw_oper_state", 1024);
-    vexoPweParamsInfo info;
-    memset(&info, 0x5A, sizeof info);
+    auto info = filled<vexoPweParamsInfo>(0x5A);
     vexo_cmi_pwe_params_get(&info, 5, &result);
     EXPECT_EQ(result.rc, VEXO_RC_FAILURE_64);
     vexoPweParamsInfo expected{};
@@ -632,8 +634,7 @@ TEST_F(Pwe, PmCountersComeInTheKindThatThePlatformHasWhateverTheType)
         for (uint32_t word = 1; word <= 14; ++word)
             kv_sim_pm_set(KV_SIM_PW, 1, 4, word, word == flagWord ? flag : 100 + word);
         kv_sim_pm_set(KV_SIM_PW, 1, 4, 0, kind);
-        vexoPwePm pm;
-        memset(&pm, 0x5A, sizeof pm);
+        auto pm = filled<vexoPwePm>(0x5A);
         result = unwritten();
         vexo_cmi_pwe_pm_get(&pm, VEXO_PM_TYPE_4, 1, &result);
         EXPECT_EQ(pm.pmType, VEXO_PM_TYPE_4);
@@ -663,28 +664,23 @@ TEST_F(Pwe, OmCountersDependOnTheTypeAndAreClearedOnlyOnRequest)
             ASSERT_EQ(kv_sim_om_set(KV_SIM_PW, pwId, counter, (7ULL << 32) + 100 + counter), 0);
     for (uint32_t pwId = 1; pwId <= 5; ++pwId) {
         SCOPED_TRACE(pwId);
-        vexoPweOm om;
-        memset(&om, 0x5A, sizeof om);
+        auto om = filled<vexoPweOm>(0x5A);
         vexo_cmi_pwe_om_get(&om, 0, pwId, &result);
         vexo_cmi_pwe_om_get(&om, 1, pwId, &result);
         EXPECT_OK(result);
         EXPECT_EQ(om.pweType, pwId);
-        Bytes<vexoPweOm> expected{0x5A};
-        expected.put(0, pwId);
+        auto expected = filled<vexoPweOm>(0x5A);
+        expected.pweType = vexoPweType{pwId};
         if (pwId <= 2) {
-            expected.put(4, 102);
-            expected.put(8, 101);
+            expected.counters[0] = 102;
+            expected.counters[1] = 101;
         } else if (pwId <= 4) {
             for (uint32_t i = 0; i < 4; ++i)
-                expected.put(4 + 4 * i, 101 + i);
-            for (uint32_t i = 0; i < 20; ++i) {
-                expected.put(20 + 16 * i, 0);
-                expected.put(24 + 16 * i, 0);
-                expected.put(28 + 16 * i, 105 + 2 * i);
-                expected.put(32 + 16 * i, 106 + 2 * i);
-            }
+                expected.counters[i] = 101 + i;
+            for (uint32_t i = 0; i < 20; ++i)
+                expected.entries[i] = {{0, 0}, {105 + 2 * i, 106 + 2 * i}};
         }
-        EXPECT_EQ(expected.differenceTo(&om), "");
+        EXPECT_EQ(difference(expected, om), "");
         vexo_cmi_pwe_om_get(&om, 0, pwId, &result);
         if (pwId <= 4) {
             EXPECT_EQ(om.counters[0], 0u) << "not cleared";
