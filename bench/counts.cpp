@@ -60,12 +60,8 @@ void countNotifications()
 void countAll()
 {
     setUp();
-    for (const Operation &operation : operations()) {
-        std::string name = operation.name;
-        if (*operation.variant)
-            name += std::string{": "} + operation.variant;
-        count(nameOf(operation.kind), name, operation.library, operation.bare);
-    }
+    for (const Operation &operation : operations())
+        count(nameOf(operation.kind), nameOf(operation), operation.library, operation.bare.run);
     countNotifications();
 }
 

@@ -1,4 +1,4 @@
-#include "operations.h"
+#include "row.h"
 
 #include "bare.h"
 
@@ -42,11 +42,7 @@ enum : uint32_t { GROUP = 1, GROUP_CREATED = 0, GROUP_EMPTY = 9 };
 constexpr uint32_t PORT = 1;
 constexpr uint32_t PORT_1 = 2; // with the line counters in arrangement 1
 
-// What the caller hands to the library. Texts are copied faster or slower by where they lie: here
-// they always lie the same.
-namespace cmi
-{
-
+// Inputs of the operations.
 constexpr unsigned char MAC_IN[6]{1, 2, 3, 4, 5, 6};
 constexpr vexoPdhParamsIn PDH_IN{VEXO_ADMIN_STATUS_1,  VEXO_PDH_FRAME_MODE_2,
                                  VEXO_PDH_CODE_3,      100,
@@ -94,84 +90,9 @@ constexpr vexoUpgradeInfo UPGRADE_IN{VEXO_UPGRADE_MODE_1, "a file name of some l
 constexpr unsigned FIRST = 1;
 constexpr unsigned SECOND = 2;
 
-unsigned char mac[6];
-unsigned value, second, third;
-vexoTdmMode tdmMode;
-vexoAlarmMode alarmMode;
-vexoNetQuality quality;
-vexoModuleState moduleState;
-alignas(2048) vexoSysInventory inventory;
-alignas(2048) vexoSysStatus status;
-alignas(2048) vexoSwVersion version;
-vexoAdminStatus admin;
-vexoPdhParamsOut pdh;
-vexoPdhCode code;
-vexoPdhFrameMode frame;
-vexoPdhSync sync;
-vexoPdhNiuMode niu;
-vexoLpbk loopback;
-vexoPdhPm pdhPm;
-vexoPweParamsInfo pwe;
-vexoPweVlan vlan;
-vexoPwePsn psn;
-vexoPweRtp rtp;
-vexoPweAtmXc xcs[VEXO_PWE_ATM_XC_MAX];
-vexoPwePm pwePm;
-vexoPweOm pweOm;
-vexoImaParams ima;
-vexoImaGroupState groupState;
-vexoImaLinkState linkStates[VEXO_IMA_LINK_MAX];
-uint32_t linkIds[VEXO_IMA_LINK_MAX];
-vexoImaGroupPm imaPm;
-vexoImaOm imaOm;
-vexoSysInfo sysInfo;
-alignas(2048) vexoUpgradeInfo upgrade;
-alignas(2048) vexoDebugInfo debug;
-vexoTpgmStatus tpgm;
+constexpr char TEXT[] = "a debug text of some length";
 
-} // namespace cmi
-
-// What the caller of the bare platform has instead.
-namespace kv
-{
-
-unsigned value;
-eqptMode mode;
-alarmMode reportMode;
-pweIf interface;
-sysParams sys;
-sysStatus status;
-swVersion version;
-lopsThreshold lops;
-clkOut clocks;
-temperatureThr thresholds;
-adminStatus admin;
-operState state;
-pdhParams port;
-pdhLpbk loopback;
-pdhPmStat portPm;
-pwConfig pw;
-pwDefaultsKey key;
-pwPmStats pwPm;
-pwOmStats pwOm;
-pwAtmXc xc;
-imaParams ima;
-imaGroupPmStat groupPm;
-imaLinkPmStat linkPm;
-imaGroupOmStat groupOm;
-imaLinkOmStat linkOm;
-sysLinkStatus link;
-sysOmStat sysOm;
-upgradeRequest upgrade;
-upgradeStatus upgradeState;
-peerServer server;
-debugInfo debug;
-sysLpbk sysLoopback;
-tpgmSetup tpgmIn;
-tpgmStatus tpgm;
 timeval time{2000000, 0};
-
-} // namespace kv
 
 constexpr pmInterval INTERVALS[] = {pmInterval{1}, pmInterval{2}, pmInterval{3}};
 
@@ -183,496 +104,302 @@ void clearBare(kvRc (*clear)(uint32_t, pmInterval, uint32_t), uint32_t object)
 
 void changeBarePort()
 {
-    config_get_pdh_params(&kv::port, PORT);
-    config_set_pdh_params(&kv::port, PORT);
+    config_get_pdh_params(place<pdhParams>, PORT);
+    config_set_pdh_params(place<pdhParams>, PORT);
 }
 
 void changeBarePw(uint32_t pwId)
 {
-    config_get_pw(&kv::pw, pwId);
-    config_set_pw(&kv::pw, pwId);
+    config_get_pw(place<pwConfig>, pwId);
+    config_set_pw(place<pwConfig>, pwId);
 }
 
 void createBarePw(uint32_t pwId)
 {
-    config_get_pw_defaults(&kv::pw, &kv::key, pwId);
-    config_add_pw(&kv::pw, pwId);
+    config_get_pw_defaults(place<pwConfig>, place<pwDefaultsKey>, pwId);
+    config_add_pw(place<pwConfig>, pwId);
 }
 
 void readBarePw(uint32_t pwId)
 {
-    config_get_pw(&kv::pw, pwId);
-    config_get_pw_oper_state(&kv::state, pwId);
+    config_get_pw(place<pwConfig>, pwId);
+    config_get_pw_oper_state(place<operState>, pwId);
 }
 
 void readBareGroupPm(uint32_t group)
 {
-    config_get_ima_params(&kv::ima, group);
-    pmom_ima_group_pm_stat_get(group, pmInterval{1}, 0, &kv::groupPm);
-    for (uint32_t i = 0; i < kv::ima.linkCount; ++i)
-        pmom_ima_link_pm_stat_get(kv::ima.links[i].linkId, pmInterval{1}, 0, &kv::linkPm);
+    config_get_ima_params(place<imaParams>, group);
+    pmom_ima_group_pm_stat_get(group, pmInterval{1}, 0, place<imaGroupPmStat>);
+    for (uint32_t i = 0; i < place<imaParams>->linkCount; ++i)
+        pmom_ima_link_pm_stat_get(place<imaParams>->links[i].linkId, pmInterval{1}, 0,
+                                  place<imaLinkPmStat>);
 }
 
 void clearBareGroup(uint32_t group)
 {
-    config_get_ima_params(&kv::ima, group);
+    config_get_ima_params(place<imaParams>, group);
     clearBare(pmom_ima_group_pm_stat_clear, group);
-    for (uint32_t i = 0; i < kv::ima.linkCount; ++i)
-        clearBare(pmom_ima_link_pm_stat_clear, kv::ima.links[i].linkId);
+    for (uint32_t i = 0; i < place<imaParams>->linkCount; ++i)
+        clearBare(pmom_ima_link_pm_stat_clear, place<imaParams>->links[i].linkId);
 }
 
 void readBareGroupOm(bool clear)
 {
-    config_get_ima_params(&kv::ima, GROUP);
-    pmom_ima_group_om_stat_get(GROUP, &kv::groupOm);
+    config_get_ima_params(place<imaParams>, GROUP);
+    pmom_ima_group_om_stat_get(GROUP, place<imaGroupOmStat>);
     if (clear)
         pmom_ima_group_om_stat_clear(GROUP);
-    for (uint32_t i = 0; i < kv::ima.linkCount; ++i) {
-        pmom_ima_link_om_stat_get(kv::ima.links[i].linkId, &kv::linkOm);
+    for (uint32_t i = 0; i < place<imaParams>->linkCount; ++i) {
+        pmom_ima_link_om_stat_get(place<imaParams>->links[i].linkId, place<imaLinkOmStat>);
         if (clear)
-            pmom_ima_link_om_stat_clear(kv::ima.links[i].linkId);
+            pmom_ima_link_om_stat_clear(place<imaParams>->links[i].linkId);
     }
 }
 
-constexpr auto ATTRIBUTE = Kind::attribute;
-constexpr auto PWE_PART = Kind::pwePart;
-constexpr auto OTHER = Kind::other;
+constexpr Bare CHANGE_PORT{changeBarePort, sizeof(pdhParams)};
+template <uint32_t pwId>
+constexpr Bare CHANGE_PW{[] { changeBarePw(pwId); }, sizeof(pwConfig)};
+template <uint32_t pwId>
+constexpr Bare CREATE_PW{[] { createBarePw(pwId); }, sizeof(pwConfig) + sizeof(pwDefaultsKey)};
+template <uint32_t pwId>
+constexpr Bare READ_PW{[] { readBarePw(pwId); }, sizeof(pwConfig) + sizeof(operState)};
+template <uint32_t group>
+constexpr Bare READ_GROUP_PM{[] { readBareGroupPm(group); },
+                             sizeof(imaParams) + sizeof(imaGroupPmStat) + sizeof(imaLinkPmStat)};
+template <bool clear>
+constexpr Bare READ_GROUP_OM{[] { readBareGroupOm(clear); },
+                             sizeof(imaParams) + sizeof(imaGroupOmStat) + sizeof(imaLinkOmStat)};
+template <uint32_t group>
+constexpr Bare CLEAR_GROUP{[] { clearBareGroup(group); }, sizeof(imaParams)};
+template <auto function, uint32_t object>
+constexpr Bare CLEAR{[] { clearBare(function, object); }, 0};
+
+using enum Kind;
 
 constexpr Operation OPERATIONS[] = {
     // sys
-    {ATTRIBUTE, "sys_tod_set", "", sizeof(timeval), [] { vexo_cmi_sys_tod_set(1, 2, &result); },
-     [] { settimeofday(&kv::time, nullptr); }},
-    {ATTRIBUTE, "sys_reset", "", 0, [] { vexo_cmi_sys_reset(&result); },
-     [] { forker_box_shutdown(); }},
-    {ATTRIBUTE, "sys_tdm_mode_set", "", 0,
-     [] { vexo_cmi_sys_tdm_mode_set(VEXO_TDM_MODE_2, &result); },
-     [] { config_set_system_mode(eqptMode{2}); }},
-    {ATTRIBUTE, "sys_tdm_mode_get", "", sizeof(eqptMode),
-     [] { vexo_cmi_sys_tdm_mode_get(&cmi::tdmMode, &result); },
-     [] { config_get_system_mode(&kv::mode); }},
-    {ATTRIBUTE, "sys_src_mac_set", "", 6, [] { vexo_cmi_sys_src_mac_set(cmi::MAC_IN, &result); },
-     [] { config_set_pwe_src_mac_addr(cmi::MAC_IN); }},
-    {ATTRIBUTE, "sys_src_mac_get", "", sizeof(pweIf),
-     [] { vexo_cmi_sys_src_mac_get(cmi::mac, &result); },
-     [] { config_get_pwe_if(&kv::interface); }},
-    {ATTRIBUTE, "sys_tpid_set", "", 0, [] { vexo_cmi_sys_tpid_set(0x8100, &result); },
-     [] { config_system_tpid_set(0x8100); }},
-    {ATTRIBUTE, "sys_tpid_get", "", sizeof(sysParams),
-     [] { vexo_cmi_sys_tpid_get(&cmi::value, &result); },
-     [] { config_get_system_params(&kv::sys); }},
-    {ATTRIBUTE, "sys_src_ip_set", "", 0, [] { vexo_cmi_sys_src_ip_set(0x0A000001, &result); },
-     [] { config_set_pwe_src_ip_addr(&kv::value); }},
-    {ATTRIBUTE, "sys_src_ip_get", "", sizeof(pweIf),
-     [] { vexo_cmi_sys_src_ip_get(&cmi::value, &result); },
-     [] { config_get_pwe_if(&kv::interface); }},
-    {ATTRIBUTE, "sys_lops_set", "", sizeof(lopsThreshold),
-     [] { vexo_cmi_sys_lops_set(1, 2, &result); },
-     [] { config_set_pwe_lops_threshold(&kv::lops); }},
-    {ATTRIBUTE, "sys_lops_get", "", sizeof(pweIf),
-     [] { vexo_cmi_sys_lops_get(&cmi::value, &cmi::second, &result); },
-     [] { config_get_pwe_if(&kv::interface); }},
-    {ATTRIBUTE, "sys_rpt_mode_set", "", 0,
-     [] { vexo_cmi_sys_rpt_mode_set(VEXO_ALARM_MODE_1, 5, &result); },
-     [] { alarm_set_notification(alarmMode{2}, 5); }},
-    {ATTRIBUTE, "sys_rpt_mode_get", "", sizeof(alarmMode) + sizeof(uint32_t),
-     [] { vexo_cmi_sys_rpt_mode_get(&cmi::alarmMode, &cmi::value, &result); },
-     [] { alarm_get_notification(&kv::reportMode, &kv::value); }},
-    {ATTRIBUTE, "sys_clk_out_set", "", sizeof(clkOut),
-     [] { vexo_cmi_sys_clk_out_set(&cmi::FIRST, &cmi::SECOND, &result); },
-     [] { config_set_clk_out(&kv::clocks); }},
-    {ATTRIBUTE, "sys_clk_out_get", "", sizeof(sysParams),
-     [] { vexo_cmi_sys_clk_out_get(&cmi::value, &cmi::second, &result); },
-     [] { config_get_system_params(&kv::sys); }},
-    {ATTRIBUTE, "sys_net_type_set", "", 0,
-     [] { vexo_cmi_sys_net_type_set(VEXO_NET_QUALITY_2, &result); },
-     [] { config_set_psn_net_type(psnNetType{2}); }},
-    {ATTRIBUTE, "sys_net_type_get", "", sizeof(sysParams),
-     [] { vexo_cmi_sys_net_type_get(&cmi::quality, &result); },
-     [] { config_get_system_params(&kv::sys); }},
-    {ATTRIBUTE, "sys_temp_set", "", sizeof(temperatureThr),
-     [] { vexo_cmi_sys_temp_set(70, 80, &result); },
-     [] { config_set_temperature_thr(&kv::thresholds); }},
-    {ATTRIBUTE, "sys_temp_get", "", sizeof(sysParams) + sizeof(unsigned),
-     [] { vexo_cmi_sys_temp_get(&cmi::value, &cmi::second, &cmi::third, &result); },
-     [] {
-         config_get_temperature(&kv::value);
-         config_get_system_params(&kv::sys);
-     }},
-    {ATTRIBUTE, "sys_alarm_get", "", sizeof(uint32_t),
-     [] { vexo_cmi_sys_alarm_get(&cmi::value, &result); },
-     [] { alarm_get_active_bits(OBJ_SYSTEM, 1, &kv::value); }},
-    {ATTRIBUTE, "sys_alarm_set", "", 0, [] { vexo_cmi_sys_alarm_set(3, &result); },
-     [] { alarm_set_status_bits(OBJ_SYSTEM, 0x7FFF, 3); }},
-    {Kind::inventory, "sys_inventory_get", "", sizeof(sysParams),
-     [] { vexo_cmi_sys_inventory_get(&cmi::inventory, &result); },
-     [] { config_get_system_params(&kv::sys); }},
-    {Kind::versions, "sys_status_get", "", sizeof(sysStatus),
-     [] { vexo_cmi_sys_status_get(&cmi::status, &result); },
-     [] {
-         config_get_sys_status(&kv::status);
-         gorvGetVersion(kv::version.text[0], 128);
-     }},
-    {ATTRIBUTE, "sys_oper_state_get", "", sizeof(sysParams),
-     [] { vexo_cmi_sys_oper_state_get(&cmi::moduleState, &result); },
-     [] { config_get_system_params(&kv::sys); }},
-    {Kind::versions, "sys_version_get", "", sizeof(swVersion),
-     [] { vexo_cmi_sys_version_get(&cmi::version, &result); },
-     [] {
-         config_get_sys_version(&kv::version);
-         gorvGetVersion(kv::version.text[0], 128);
-     }},
-    {OTHER, "sys_kato_send", "not due", sizeof(timeval),
-     [] { vexo_cmi_sys_kato_send(1000000, 2, &result); }, [] { gettimeofday(&kv::time, nullptr); }},
-    {OTHER, "sys_kato_send", "due", 2 * sizeof(timeval),
+    {attribute,
+     LIBRARY(sys_tod_set, 1, 2),
+     {[] { settimeofday(&time, nullptr); }, sizeof(timeval)}},
+    {attribute, LIBRARY(sys_reset), by<forker_box_shutdown>},
+    {attribute, LIBRARY(sys_tdm_mode_set, VEXO_TDM_MODE_2),
+     by<config_set_system_mode, eqptMode{2}>},
+    {attribute, LIBRARY(sys_tdm_mode_get), by<config_get_system_mode>},
+    {attribute, LIBRARY(sys_src_mac_set, MAC_IN), by<config_set_pwe_src_mac_addr>},
+    {attribute, LIBRARY(sys_src_mac_get), by<config_get_pwe_if>},
+    {attribute, LIBRARY(sys_tpid_set, 0x8100), by<config_system_tpid_set, 0x8100>},
+    {attribute, LIBRARY(sys_tpid_get), by<config_get_system_params>},
+    {attribute, LIBRARY(sys_src_ip_set, 0x0A000001), by<config_set_pwe_src_ip_addr>},
+    {attribute, LIBRARY(sys_src_ip_get), by<config_get_pwe_if>},
+    {attribute, LIBRARY(sys_lops_set, 1, 2), by<config_set_pwe_lops_threshold>},
+    {attribute, LIBRARY(sys_lops_get), by<config_get_pwe_if>},
+    {attribute, LIBRARY(sys_rpt_mode_set, VEXO_ALARM_MODE_1, 5),
+     by<alarm_set_notification, alarmMode{2}, 5>},
+    {attribute, LIBRARY(sys_rpt_mode_get), by<alarm_get_notification>},
+    {attribute, LIBRARY(sys_clk_out_set, &FIRST, &SECOND), by<config_set_clk_out>},
+    {attribute, LIBRARY(sys_clk_out_get), by<config_get_system_params>},
+    {attribute, LIBRARY(sys_net_type_set, VEXO_NET_QUALITY_2),
+     by<config_set_psn_net_type, psnNetType{2}>},
+    {attribute, LIBRARY(sys_net_type_get), by<config_get_system_params>},
+    {attribute, LIBRARY(sys_temp_set, 70, 80), by<config_set_temperature_thr>},
+    {attribute, LIBRARY(sys_temp_get),
+     inTurn<Call<config_get_temperature>, Call<config_get_system_params>>},
+    {attribute, LIBRARY(sys_alarm_get), by<alarm_get_active_bits, OBJ_SYSTEM, 1>},
+    {attribute, LIBRARY(sys_alarm_set, 3), by<alarm_set_status_bits, OBJ_SYSTEM, 0x7FFF, 3>},
+    {inventory, LIBRARY(sys_inventory_get), by<config_get_system_params>},
+    {versions, LIBRARY(sys_status_get),
+     inTurn<Call<config_get_sys_status>, Call<gorvGetVersion, 128>>},
+    {attribute, LIBRARY(sys_oper_state_get), by<config_get_system_params>},
+    {versions, LIBRARY(sys_version_get),
+     inTurn<Call<config_get_sys_version>, Call<gorvGetVersion, 128>>},
+    {other,
+     LIBRARY(sys_kato_send, 1000000, 2),
+     {[] { gettimeofday(&time, nullptr); }, sizeof(timeval)},
+     "not due"},
+    {other,
+     "sys_kato_send",
      [] {
          bareClockAdvance(1000);
          vexo_cmi_sys_kato_send(1000000, 2, &result);
      },
-     [] {
-         bareClockAdvance(1000);
-         gettimeofday(&kv::time, nullptr);
-         settimeofday(&kv::time, nullptr);
-         kv_log(6, 29, "", "", 0, "Kato time is updated");
-         gettimeofday(&kv::time, nullptr);
-     }},
+     {[] {
+          bareClockAdvance(1000);
+          gettimeofday(&time, nullptr);
+          settimeofday(&time, nullptr);
+          kv_log(6, 29, "", "", 0, "Kato time is updated");
+          gettimeofday(&time, nullptr);
+      },
+      2 * sizeof(timeval)},
+     "due"},
 
     // pdh
-    {Kind::pdhParams, "pdh_params_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_params_set(&cmi::PDH_IN, PORT, &result); }, changeBarePort},
-    {Kind::pdhParams, "pdh_params_get", "", sizeof(pdhParams) + sizeof(operState) + sizeof(pdhLpbk),
-     [] { vexo_cmi_pdh_params_get(&cmi::pdh, PORT, &result); },
-     [] {
-         config_get_pdh_params(&kv::port, PORT);
-         config_get_pdh_oper_state(&kv::state, PORT);
-         config_get_pdh_lpbk(&kv::loopback, PORT);
-     }},
-    {ATTRIBUTE, "pdh_admin_set", "", 0,
-     [] { vexo_cmi_pdh_admin_set(VEXO_ADMIN_STATUS_1, PORT, &result); },
-     [] { config_set_pdh_admin(adminStatus{2}, PORT); }},
-    {ATTRIBUTE, "pdh_admin_get", "", sizeof(adminStatus),
-     [] { vexo_cmi_pdh_admin_get(&cmi::admin, PORT, &result); },
-     [] { config_get_pdh_admin(&kv::admin, PORT); }},
-    {ATTRIBUTE, "pdh_code_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_code_set(VEXO_PDH_CODE_2, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_code_get", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_code_get(&cmi::code, PORT, &result); },
-     [] { config_get_pdh_params(&kv::port, PORT); }},
-    {ATTRIBUTE, "pdh_frame_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_frame_set(VEXO_PDH_FRAME_MODE_2, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_frame_get", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_frame_get(&cmi::frame, PORT, &result); },
-     [] { config_get_pdh_params(&kv::port, PORT); }},
-    {ATTRIBUTE, "pdh_cable_len_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_cable_len_set(100, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_cable_len_set", "0", 0, [] { vexo_cmi_pdh_cable_len_set(0, PORT, &result); },
-     [] {}},
-    {ATTRIBUTE, "pdh_cable_len_get", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_cable_len_get(&cmi::value, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_sync_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_sync_set(&cmi::SYNC_IN, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_sync_get", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_sync_get(&cmi::sync, &cmi::value, PORT, &result); },
-     [] { config_get_pdh_params(&kv::port, PORT); }},
-    {ATTRIBUTE, "pdh_niu_set", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_niu_set(VEXO_PDH_NIU_MODE_2, PORT, &result); }, changeBarePort},
-    {ATTRIBUTE, "pdh_niu_get", "", sizeof(pdhParams),
-     [] { vexo_cmi_pdh_niu_get(&cmi::niu, PORT, &result); },
-     [] { config_get_pdh_params(&kv::port, PORT); }},
-    {ATTRIBUTE, "pdh_lpbk_set", "", sizeof(pdhLpbk),
-     [] { vexo_cmi_pdh_lpbk_set(VEXO_LPBK_4, PORT, &result); },
-     [] {
-         config_get_pdh_lpbk(&kv::loopback, PORT);
-         config_set_pdh_lpbk(&kv::loopback, PORT);
-     }},
-    {ATTRIBUTE, "pdh_lpbk_get", "", sizeof(pdhLpbk),
-     [] { vexo_cmi_pdh_lpbk_get(&cmi::loopback, PORT, &result); },
-     [] { config_get_pdh_lpbk(&kv::loopback, PORT); }},
-    {ATTRIBUTE, "pdh_alarms_set", "", 0, [] { vexo_cmi_pdh_alarms_set(3, &result); },
-     [] { alarm_set_status_bits(OBJ_PDH, 0xFFFF, 3); }},
-    {ATTRIBUTE, "pdh_alarms_get", "", sizeof(uint32_t),
-     [] { vexo_cmi_pdh_alarms_get(&cmi::value, PORT, &result); },
-     [] { alarm_get_active_bits(OBJ_PDH, PORT, &kv::value); }},
-    {OTHER, "pdh_pm_get", "arrangement 0", sizeof(pdhPmStat),
-     [] { vexo_cmi_pdh_pm_get(&cmi::pdhPm, VEXO_PM_TYPE_1, PORT, &result); },
-     [] { pmom_pdh_pm_stat_get(PORT, pmInterval{1}, 0, &kv::portPm); }},
-    {OTHER, "pdh_pm_get", "arrangement 1", sizeof(pdhPmStat),
-     [] { vexo_cmi_pdh_pm_get(&cmi::pdhPm, VEXO_PM_TYPE_1, PORT_1, &result); },
-     [] { pmom_pdh_pm_stat_get(PORT_1, pmInterval{1}, 0, &kv::portPm); }},
-    {OTHER, "pdh_pm_clear", "", 0, [] { vexo_cmi_pdh_pm_clear(PORT, &result); },
-     [] { clearBare(pmom_pdh_pm_stat_clear, PORT); }},
+    {pdhParams, LIBRARY(pdh_params_set, &PDH_IN, PORT), CHANGE_PORT},
+    {pdhParams, LIBRARY(pdh_params_get, PORT),
+     inTurn<Call<config_get_pdh_params, PORT>, Call<config_get_pdh_oper_state, PORT>,
+            Call<config_get_pdh_lpbk, PORT>>},
+    {attribute, LIBRARY(pdh_admin_set, VEXO_ADMIN_STATUS_1, PORT),
+     by<config_set_pdh_admin, adminStatus{2}, PORT>},
+    {attribute, LIBRARY(pdh_admin_get, PORT), by<config_get_pdh_admin, PORT>},
+    {attribute, LIBRARY(pdh_code_set, VEXO_PDH_CODE_2, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_code_get, PORT), by<config_get_pdh_params, PORT>},
+    {attribute, LIBRARY(pdh_frame_set, VEXO_PDH_FRAME_MODE_2, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_frame_get, PORT), by<config_get_pdh_params, PORT>},
+    {attribute, LIBRARY(pdh_cable_len_set, 100, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_cable_len_set, 0, PORT), inTurn<>, "0"},
+    {attribute, LIBRARY(pdh_cable_len_get, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_sync_set, &SYNC_IN, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_sync_get, PORT), by<config_get_pdh_params, PORT>},
+    {attribute, LIBRARY(pdh_niu_set, VEXO_PDH_NIU_MODE_2, PORT), CHANGE_PORT},
+    {attribute, LIBRARY(pdh_niu_get, PORT), by<config_get_pdh_params, PORT>},
+    {attribute, LIBRARY(pdh_lpbk_set, VEXO_LPBK_4, PORT),
+     inTurn<Call<config_get_pdh_lpbk, PORT>, Call<config_set_pdh_lpbk, PORT>>},
+    {attribute, LIBRARY(pdh_lpbk_get, PORT), by<config_get_pdh_lpbk, PORT>},
+    {attribute, LIBRARY(pdh_alarms_set, 3), by<alarm_set_status_bits, OBJ_PDH, 0xFFFF, 3>},
+    {attribute, LIBRARY(pdh_alarms_get, PORT), by<alarm_get_active_bits, OBJ_PDH, PORT>},
+    {other, LIBRARY(pdh_pm_get, VEXO_PM_TYPE_1, PORT),
+     by<pmom_pdh_pm_stat_get, PORT, pmInterval{1}, 0>, "arrangement 0"},
+    {other, LIBRARY(pdh_pm_get, VEXO_PM_TYPE_1, PORT_1),
+     by<pmom_pdh_pm_stat_get, PORT_1, pmInterval{1}, 0>, "arrangement 1"},
+    {other, LIBRARY(pdh_pm_clear, PORT), CLEAR<pmom_pdh_pm_stat_clear, PORT>},
 
     // pwe
-    {Kind::pweParamsSet, "pwe_params_set", "modify: type 1, untagged, PSN type 2", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_params_set(&cmi::PLAIN, PW_PLAIN, &result); },
-     [] { changeBarePw(PW_PLAIN); }},
-    {Kind::pweParamsSet, "pwe_params_set", "modify: type 2, double tag, PSN type 1, RTP",
-     sizeof(pwConfig), [] { vexo_cmi_pwe_params_set(&cmi::RICH, PW_RICH, &result); },
-     [] { changeBarePw(PW_RICH); }},
-    {Kind::pweParamsSet, "pwe_params_set", "create: type 2, double tag, PSN type 1, RTP",
-     sizeof(pwConfig) + sizeof(pwDefaultsKey),
-     [] { vexo_cmi_pwe_params_set(&cmi::RICH_CREATED, PW_CREATED, &result); },
-     [] { createBarePw(PW_CREATED); }},
-    {Kind::pweParamsSet, "pwe_params_set", "modify: type 3, double tag, PSN type 1",
-     sizeof(pwConfig), [] { vexo_cmi_pwe_params_set(&cmi::ATM, PW_ATM, &result); },
-     [] { changeBarePw(PW_ATM); }},
-    {Kind::pweParamsSet, "pwe_params_set", "create: type 3, double tag, PSN type 1",
-     sizeof(pwConfig) + sizeof(pwDefaultsKey),
-     [] { vexo_cmi_pwe_params_set(&cmi::ATM_CREATED, PW_CREATED, &result); },
-     [] { createBarePw(PW_CREATED); }},
-    {Kind::pweParamsSet, "pwe_params_set", "modify: type 4, one tag, PSN type 3", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_params_set(&cmi::ATM_UDP, PW_ATM_UDP, &result); },
-     [] { changeBarePw(PW_ATM_UDP); }},
-    {Kind::pweParamsSet, "pwe_params_set", "delete", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_params_set(&cmi::DELETED, PW_PLAIN, &result); },
-     [] { config_del_pw(PW_PLAIN); }},
-    {Kind::pweParamsGet, "pwe_params_get", "type 1, untagged, PSN type 2",
-     sizeof(pwConfig) + sizeof(operState),
-     [] { vexo_cmi_pwe_params_get(&cmi::pwe, PW_PLAIN, &result); }, [] { readBarePw(PW_PLAIN); }},
-    {Kind::pweParamsGet, "pwe_params_get", "type 2, double tag, PSN type 1, RTP",
-     sizeof(pwConfig) + sizeof(operState),
-     [] { vexo_cmi_pwe_params_get(&cmi::pwe, PW_RICH, &result); }, [] { readBarePw(PW_RICH); }},
-    {Kind::pweParamsGet, "pwe_params_get", "type 3, double tag, PSN type 1",
-     sizeof(pwConfig) + sizeof(operState),
-     [] { vexo_cmi_pwe_params_get(&cmi::pwe, PW_ATM, &result); }, [] { readBarePw(PW_ATM); }},
-    {Kind::pweParamsGet, "pwe_params_get", "type 4, one tag, PSN type 3",
-     sizeof(pwConfig) + sizeof(operState),
-     [] { vexo_cmi_pwe_params_get(&cmi::pwe, PW_ATM_UDP, &result); },
-     [] { readBarePw(PW_ATM_UDP); }},
-    {Kind::pweParamsGet, "pwe_params_get", "not provisioned", sizeof(pwConfig) + sizeof(operState),
+    {pweParamsSet, LIBRARY(pwe_params_set, &PLAIN, PW_PLAIN), CHANGE_PW<PW_PLAIN>,
+     "modify: type 1, untagged, PSN type 2"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &RICH, PW_RICH), CHANGE_PW<PW_RICH>,
+     "modify: type 2, double tag, PSN type 1, RTP"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &RICH_CREATED, PW_CREATED), CREATE_PW<PW_CREATED>,
+     "create: type 2, double tag, PSN type 1, RTP"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &ATM, PW_ATM), CHANGE_PW<PW_ATM>,
+     "modify: type 3, double tag, PSN type 1"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &ATM_CREATED, PW_CREATED), CREATE_PW<PW_CREATED>,
+     "create: type 3, double tag, PSN type 1"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &ATM_UDP, PW_ATM_UDP), CHANGE_PW<PW_ATM_UDP>,
+     "modify: type 4, one tag, PSN type 3"},
+    {pweParamsSet, LIBRARY(pwe_params_set, &DELETED, PW_PLAIN), by<config_del_pw, PW_PLAIN>,
+     "delete"},
+    {pweParamsGet, LIBRARY(pwe_params_get, PW_PLAIN), READ_PW<PW_PLAIN>,
+     "type 1, untagged, PSN type 2"},
+    {pweParamsGet, LIBRARY(pwe_params_get, PW_RICH), READ_PW<PW_RICH>,
+     "type 2, double tag, PSN type 1, RTP"},
+    {pweParamsGet, LIBRARY(pwe_params_get, PW_ATM), READ_PW<PW_ATM>,
+     "type 3, double tag, PSN type 1"},
+    {pweParamsGet, LIBRARY(pwe_params_get, PW_ATM_UDP), READ_PW<PW_ATM_UDP>,
+     "type 4, one tag, PSN type 3"},
+    {pweParamsGet,
+     "pwe_params_get",
      [] {
          bareFailCode = KV_NOT_PROVISIONED;
          bareFailIn = 1;
-         vexo_cmi_pwe_params_get(&cmi::pwe, PW_PLAIN, &result);
+         vexo_cmi_pwe_params_get(place<vexoPweParamsInfo>, PW_PLAIN, &result);
      },
-     [] {
-         bareFailCode = KV_NOT_PROVISIONED;
-         bareFailIn = 1;
-         config_get_pw(&kv::pw, PW_PLAIN);
-     }},
-    {ATTRIBUTE, "pwe_admin_set", "", 0,
-     [] { vexo_cmi_pwe_admin_set(VEXO_ADMIN_STATUS_1, PW_PLAIN, &result); },
-     [] { config_set_pw_admin(adminStatus{2}, PW_PLAIN); }},
-    {ATTRIBUTE, "pwe_admin_get", "", sizeof(adminStatus),
-     [] { vexo_cmi_pwe_admin_get(&cmi::admin, PW_PLAIN, &result); },
-     [] { config_get_pw_admin(&kv::admin, PW_PLAIN); }},
-    {ATTRIBUTE, "pwe_dst_mac_set", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_dst_mac_set(cmi::MAC_IN, PW_PLAIN, &result); },
-     [] { changeBarePw(PW_PLAIN); }},
-    {ATTRIBUTE, "pwe_dst_mac_get", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_dst_mac_get(cmi::mac, PW_PLAIN, &result); },
-     [] { config_get_pw(&kv::pw, PW_PLAIN); }},
-    {PWE_PART, "pwe_vlan_set", "untagged", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_vlan_set(&cmi::UNTAGGED, PW_PLAIN, &result); },
-     [] { changeBarePw(PW_PLAIN); }},
-    {PWE_PART, "pwe_vlan_set", "double tag", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_vlan_set(&cmi::DOUBLE_TAG, PW_RICH, &result); },
-     [] { changeBarePw(PW_RICH); }},
-    {PWE_PART, "pwe_vlan_get", "untagged", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_vlan_get(&cmi::vlan, PW_PLAIN, &result); },
-     [] { config_get_pw(&kv::pw, PW_PLAIN); }},
-    {PWE_PART, "pwe_vlan_get", "double tag", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_vlan_get(&cmi::vlan, PW_RICH, &result); },
-     [] { config_get_pw(&kv::pw, PW_RICH); }},
-    {PWE_PART, "pwe_psn_set", "type 1", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_set(&cmi::PSN_1, PW_RICH, &result); }, [] { changeBarePw(PW_RICH); }},
-    {PWE_PART, "pwe_psn_set", "type 2", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_set(&cmi::PSN_2, PW_PLAIN, &result); }, [] { changeBarePw(PW_PLAIN); }},
-    {PWE_PART, "pwe_psn_set", "type 3", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_set(&cmi::PSN_3, PW_ATM_UDP, &result); },
-     [] { changeBarePw(PW_ATM_UDP); }},
-    {PWE_PART, "pwe_psn_get", "type 1", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_get(&cmi::psn, PW_RICH, &result); },
-     [] { config_get_pw(&kv::pw, PW_RICH); }},
-    {PWE_PART, "pwe_psn_get", "type 2", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_get(&cmi::psn, PW_PLAIN, &result); },
-     [] { config_get_pw(&kv::pw, PW_PLAIN); }},
-    {PWE_PART, "pwe_psn_get", "type 3", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_psn_get(&cmi::psn, PW_ATM_UDP, &result); },
-     [] { config_get_pw(&kv::pw, PW_ATM_UDP); }},
-    {ATTRIBUTE, "pwe_pdv_set", "", 0, [] { vexo_cmi_pwe_pdv_set(2000, PW_PLAIN, &result); },
-     [] { config_set_pw_jitter_size(2000, PW_PLAIN); }},
-    {ATTRIBUTE, "pwe_pdv_get", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_pdv_get(&cmi::value, PW_RICH, &result); },
-     [] { config_get_pw(&kv::pw, PW_RICH); }},
-    {ATTRIBUTE, "pwe_payload_set", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_payload_set(256, PW_RICH, &result); }, [] { changeBarePw(PW_RICH); }},
-    {ATTRIBUTE, "pwe_payload_get", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_payload_get(&cmi::value, PW_RICH, &result); },
-     [] { config_get_pw(&kv::pw, PW_RICH); }},
-    {PWE_PART, "pwe_rtp_set", "off", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_rtp_set(&cmi::RTP_OFF, PW_PLAIN, &result); },
-     [] { changeBarePw(PW_PLAIN); }},
-    {PWE_PART, "pwe_rtp_set", "on", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_rtp_set(&cmi::RTP_ON, PW_RICH, &result); }, [] { changeBarePw(PW_RICH); }},
-    {PWE_PART, "pwe_rtp_get", "off", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_rtp_get(&cmi::rtp, PW_PLAIN, &result); },
-     [] { config_get_pw(&kv::pw, PW_PLAIN); }},
-    {PWE_PART, "pwe_rtp_get", "on", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_rtp_get(&cmi::rtp, PW_RICH, &result); },
-     [] { config_get_pw(&kv::pw, PW_RICH); }},
-    {ATTRIBUTE, "pwe_atm_force_ais_set", "", 0,
-     [] { vexo_cmi_pwe_atm_force_ais_set(1, PW_ATM, &result); },
-     [] { config_set_pw_ais(1, PW_ATM); }},
-    {ATTRIBUTE, "pwe_atm_force_ais_get", "", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_atm_force_ais_get(&cmi::value, PW_ATM, &result); },
-     [] { config_get_pw(&kv::pw, PW_ATM); }},
-    {OTHER, "pwe_atmop_xc_set", "", sizeof(pwAtmXc),
-     [] { vexo_cmi_pwe_atmop_xc_set(&cmi::XC, PW_ATM, &result); },
-     [] { config_add_pw_atm_xc(&kv::xc, PW_ATM); }},
-    {OTHER, "pwe_atmop_xc_delete", "", sizeof(pwAtmXc),
-     [] { vexo_cmi_pwe_atmop_xc_delete(&cmi::XC, PW_ATM, &result); },
-     [] { config_del_pw_atm_xc(&kv::xc, PW_ATM); }},
-    {Kind::crossConnects, "pwe_atmop_xc_get", "none", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_atmop_xc_get(cmi::xcs, &cmi::value, PW_ATM_UDP, &result); },
-     [] { config_get_pw(&kv::pw, PW_ATM_UDP); }},
-    {Kind::crossConnects, "pwe_atmop_xc_get", "20", sizeof(pwConfig),
-     [] { vexo_cmi_pwe_atmop_xc_get(cmi::xcs, &cmi::value, PW_ATM, &result); },
-     [] { config_get_pw(&kv::pw, PW_ATM); }},
-    {ATTRIBUTE, "pwe_alarms_set", "", 0, [] { vexo_cmi_pwe_alarms_set(3, &result); },
-     [] { alarm_set_status_bits(OBJ_PWE, 0x1F, 3); }},
-    {ATTRIBUTE, "pwe_alarms_get", "", sizeof(uint32_t),
-     [] { vexo_cmi_pwe_alarms_get(&cmi::value, PW_PLAIN, &result); },
-     [] { alarm_get_active_bits(OBJ_PWE, PW_PLAIN, &kv::value); }},
-    {OTHER, "pwe_pm_get", "generic", sizeof(pwConfig) + sizeof(pwPmStats),
-     [] { vexo_cmi_pwe_pm_get(&cmi::pwePm, VEXO_PM_TYPE_1, PW_PLAIN, &result); },
-     [] {
-         pmom_pw_pm_stat_get(PW_PLAIN, pmInterval{1}, 0, &kv::pwPm);
-         config_get_pw(&kv::pw, PW_PLAIN);
-     }},
-    {OTHER, "pwe_pm_get", "ATM", sizeof(pwConfig) + sizeof(pwPmStats),
-     [] { vexo_cmi_pwe_pm_get(&cmi::pwePm, VEXO_PM_TYPE_1, PW_ATM, &result); },
-     [] {
-         pmom_pw_pm_stat_get(PW_ATM, pmInterval{1}, 0, &kv::pwPm);
-         config_get_pw(&kv::pw, PW_ATM);
-     }},
-    {OTHER, "pwe_pm_clear", "", 0, [] { vexo_cmi_pwe_pm_clear(PW_PLAIN, &result); },
-     [] { clearBare(pmom_pw_pm_stat_clear, PW_PLAIN); }},
-    {OTHER, "pwe_om_get", "TDM", sizeof(pwConfig) + sizeof(pwOmStats),
-     [] { vexo_cmi_pwe_om_get(&cmi::pweOm, 0, PW_PLAIN, &result); },
-     [] {
-         config_get_pw(&kv::pw, PW_PLAIN);
-         pmom_pw_om_stat_get(PW_PLAIN, &kv::pwOm);
-     }},
-    {OTHER, "pwe_om_get", "ATM, clear", sizeof(pwConfig) + sizeof(pwOmStats),
-     [] { vexo_cmi_pwe_om_get(&cmi::pweOm, 1, PW_ATM, &result); },
-     [] {
-         config_get_pw(&kv::pw, PW_ATM);
-         pmom_pw_om_stat_get(PW_ATM, &kv::pwOm);
-         pmom_pw_om_stat_clear(PW_ATM);
-     }},
+     {[] {
+          bareFailCode = KV_NOT_PROVISIONED;
+          bareFailIn = 1;
+          config_get_pw(place<pwConfig>, PW_PLAIN);
+      },
+      sizeof(pwConfig) + sizeof(operState)},
+     "not provisioned"},
+    {attribute, LIBRARY(pwe_admin_set, VEXO_ADMIN_STATUS_1, PW_PLAIN),
+     by<config_set_pw_admin, adminStatus{2}, PW_PLAIN>},
+    {attribute, LIBRARY(pwe_admin_get, PW_PLAIN), by<config_get_pw_admin, PW_PLAIN>},
+    {attribute, LIBRARY(pwe_dst_mac_set, MAC_IN, PW_PLAIN), CHANGE_PW<PW_PLAIN>},
+    {attribute, LIBRARY(pwe_dst_mac_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>},
+    {pwePart, LIBRARY(pwe_vlan_set, &UNTAGGED, PW_PLAIN), CHANGE_PW<PW_PLAIN>, "untagged"},
+    {pwePart, LIBRARY(pwe_vlan_set, &DOUBLE_TAG, PW_RICH), CHANGE_PW<PW_RICH>, "double tag"},
+    {pwePart, LIBRARY(pwe_vlan_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>, "untagged"},
+    {pwePart, LIBRARY(pwe_vlan_get, PW_RICH), by<config_get_pw, PW_RICH>, "double tag"},
+    {pwePart, LIBRARY(pwe_psn_set, &PSN_1, PW_RICH), CHANGE_PW<PW_RICH>, "type 1"},
+    {pwePart, LIBRARY(pwe_psn_set, &PSN_2, PW_PLAIN), CHANGE_PW<PW_PLAIN>, "type 2"},
+    {pwePart, LIBRARY(pwe_psn_set, &PSN_3, PW_ATM_UDP), CHANGE_PW<PW_ATM_UDP>, "type 3"},
+    {pwePart, LIBRARY(pwe_psn_get, PW_RICH), by<config_get_pw, PW_RICH>, "type 1"},
+    {pwePart, LIBRARY(pwe_psn_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>, "type 2"},
+    {pwePart, LIBRARY(pwe_psn_get, PW_ATM_UDP), by<config_get_pw, PW_ATM_UDP>, "type 3"},
+    {attribute, LIBRARY(pwe_pdv_set, 2000, PW_PLAIN),
+     by<config_set_pw_jitter_size, 2000, PW_PLAIN>},
+    {attribute, LIBRARY(pwe_pdv_get, PW_RICH), by<config_get_pw, PW_RICH>},
+    {attribute, LIBRARY(pwe_payload_set, 256, PW_RICH), CHANGE_PW<PW_RICH>},
+    {attribute, LIBRARY(pwe_payload_get, PW_RICH), by<config_get_pw, PW_RICH>},
+    {pwePart, LIBRARY(pwe_rtp_set, &RTP_OFF, PW_PLAIN), CHANGE_PW<PW_PLAIN>, "off"},
+    {pwePart, LIBRARY(pwe_rtp_set, &RTP_ON, PW_RICH), CHANGE_PW<PW_RICH>, "on"},
+    {pwePart, LIBRARY(pwe_rtp_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>, "off"},
+    {pwePart, LIBRARY(pwe_rtp_get, PW_RICH), by<config_get_pw, PW_RICH>, "on"},
+    {attribute, LIBRARY(pwe_atm_force_ais_set, 1, PW_ATM), by<config_set_pw_ais, 1, PW_ATM>},
+    {attribute, LIBRARY(pwe_atm_force_ais_get, PW_ATM), by<config_get_pw, PW_ATM>},
+    {other, LIBRARY(pwe_atmop_xc_set, &XC, PW_ATM), by<config_add_pw_atm_xc, PW_ATM>},
+    {other, LIBRARY(pwe_atmop_xc_delete, &XC, PW_ATM), by<config_del_pw_atm_xc, PW_ATM>},
+    {crossConnects, LIBRARY(pwe_atmop_xc_get, PW_ATM_UDP), by<config_get_pw, PW_ATM_UDP>, "none"},
+    {crossConnects, LIBRARY(pwe_atmop_xc_get, PW_ATM), by<config_get_pw, PW_ATM>, "20"},
+    {attribute, LIBRARY(pwe_alarms_set, 3), by<alarm_set_status_bits, OBJ_PWE, 0x1F, 3>},
+    {attribute, LIBRARY(pwe_alarms_get, PW_PLAIN), by<alarm_get_active_bits, OBJ_PWE, PW_PLAIN>},
+    {other, LIBRARY(pwe_pm_get, VEXO_PM_TYPE_1, PW_PLAIN),
+     inTurn<Call<pmom_pw_pm_stat_get, PW_PLAIN, pmInterval{1}, 0>, Call<config_get_pw, PW_PLAIN>>,
+     "generic"},
+    {other, LIBRARY(pwe_pm_get, VEXO_PM_TYPE_1, PW_ATM),
+     inTurn<Call<pmom_pw_pm_stat_get, PW_ATM, pmInterval{1}, 0>, Call<config_get_pw, PW_ATM>>,
+     "ATM"},
+    {other, LIBRARY(pwe_pm_clear, PW_PLAIN), CLEAR<pmom_pw_pm_stat_clear, PW_PLAIN>},
+    {other, LIBRARY(pwe_om_get, 0, PW_PLAIN),
+     inTurn<Call<config_get_pw, PW_PLAIN>, Call<pmom_pw_om_stat_get, PW_PLAIN>>, "TDM"},
+    {other, LIBRARY(pwe_om_get, 1, PW_ATM),
+     inTurn<Call<config_get_pw, PW_ATM>, Call<pmom_pw_om_stat_get, PW_ATM>,
+            Call<pmom_pw_om_stat_clear, PW_ATM>>,
+     "ATM, clear"},
 
     // ima
-    {OTHER, "ima_set", "modify", sizeof(imaParams),
-     [] { vexo_cmi_ima_set(&cmi::GROUP_MODIFY, GROUP, &result); },
-     [] {
-         config_get_ima_params(&kv::ima, GROUP);
-         config_set_ima_params(&kv::ima, GROUP);
-     }},
-    {OTHER, "ima_set", "create", sizeof(imaParams),
-     [] { vexo_cmi_ima_set(&cmi::GROUP_CREATE, GROUP_CREATED, &result); },
-     [] { config_add_ima(&kv::ima, GROUP_CREATED); }},
-    {OTHER, "ima_set", "delete", sizeof(imaParams),
-     [] { vexo_cmi_ima_set(&cmi::GROUP_DELETE, GROUP_EMPTY, &result); },
-     [] { config_del_ima(GROUP_EMPTY); }},
-    {OTHER, "ima_get", "", sizeof(imaParams), [] { vexo_cmi_ima_get(&cmi::ima, GROUP, &result); },
-     [] { config_get_ima_params(&kv::ima, GROUP); }},
-    {OTHER, "ima_lnk_add", "", sizeof(imaParams), [] { vexo_cmi_ima_lnk_add(1, GROUP, &result); },
-     [] {
-         config_get_ima_params(&kv::ima, GROUP);
-         config_add_ima_link(1, GROUP);
-     }},
-    {OTHER, "ima_lnk_delete", "", sizeof(imaParams),
-     [] { vexo_cmi_ima_lnk_delete(1, GROUP, &result); },
-     [] {
-         config_get_ima_params(&kv::ima, GROUP);
-         config_del_ima_link(1, GROUP);
-     }},
-    {OTHER, "ima_lnk_get", "8 links", sizeof(imaParams),
-     [] { vexo_cmi_ima_lnk_get(cmi::linkIds, &cmi::value, GROUP, &result); },
-     [] { config_get_ima_params(&kv::ima, GROUP); }},
-    {OTHER, "ima_group_state_get", "", sizeof(imaParams),
-     [] { vexo_cmi_ima_group_state_get(&cmi::groupState, GROUP, &result); },
-     [] { config_get_ima_params(&kv::ima, GROUP); }},
-    {OTHER, "ima_lnk_state_get", "8 links", sizeof(imaParams),
-     [] { vexo_cmi_ima_lnk_state_get(cmi::linkStates, &cmi::value, GROUP, &result); },
-     [] { config_get_ima_params(&kv::ima, GROUP); }},
-    {OTHER, "ima_pm_get", "no links",
-     sizeof(imaParams) + sizeof(imaGroupPmStat) + sizeof(imaLinkPmStat),
-     [] { vexo_cmi_ima_pm_get(&cmi::imaPm, VEXO_PM_TYPE_1, GROUP_EMPTY, &result); },
-     [] { readBareGroupPm(GROUP_EMPTY); }},
-    {OTHER, "ima_pm_get", "8 links",
-     sizeof(imaParams) + sizeof(imaGroupPmStat) + sizeof(imaLinkPmStat),
-     [] { vexo_cmi_ima_pm_get(&cmi::imaPm, VEXO_PM_TYPE_1, GROUP, &result); },
-     [] { readBareGroupPm(GROUP); }},
-    {OTHER, "ima_pm_clear", "8 links", sizeof(imaParams),
-     [] { vexo_cmi_ima_pm_clear(GROUP, &result); }, [] { clearBareGroup(GROUP); }},
-    {OTHER, "ima_pm_clear", "8 groups of 8 links", sizeof(imaParams),
-     [] { vexo_cmi_ima_pm_clear(0, &result); },
-     [] {
-         for (uint32_t group = 1; group <= 8; ++group)
-             clearBareGroup(group);
-     }},
-    {OTHER, "ima_om_get", "8 links",
-     sizeof(imaParams) + sizeof(imaGroupOmStat) + sizeof(imaLinkOmStat),
-     [] { vexo_cmi_ima_om_get(&cmi::imaOm, 0, GROUP, &result); }, [] { readBareGroupOm(false); }},
-    {OTHER, "ima_om_get", "8 links, clear",
-     sizeof(imaParams) + sizeof(imaGroupOmStat) + sizeof(imaLinkOmStat),
-     [] { vexo_cmi_ima_om_get(&cmi::imaOm, 1, GROUP, &result); }, [] { readBareGroupOm(true); }},
-    {ATTRIBUTE, "ima_alarms_set", "", 0, [] { vexo_cmi_ima_alarms_set(3, &result); },
-     [] {
-         alarm_set_status_bits(OBJ_IMA_GROUP, 0x3FF, 3);
-         alarm_set_status_bits(OBJ_IMA_LINK, 0x7F0000, 3);
-     }},
-    {ATTRIBUTE, "ima_alarms_get", "group", sizeof(uint32_t),
-     [] { vexo_cmi_ima_alarms_get(&cmi::value, VEXO_IMA_TYPE_GROUP, GROUP, &result); },
-     [] { alarm_get_active_bits(OBJ_IMA_GROUP, GROUP, &kv::value); }},
-    {ATTRIBUTE, "ima_alarms_get", "link", sizeof(uint32_t),
-     [] { vexo_cmi_ima_alarms_get(&cmi::value, VEXO_IMA_TYPE_LINK, 1, &result); },
-     [] { alarm_get_active_bits(OBJ_IMA_LINK, 1, &kv::value); }},
+    {other, LIBRARY(ima_set, &GROUP_MODIFY, GROUP),
+     inTurn<Call<config_get_ima_params, GROUP>, Call<config_set_ima_params, GROUP>>, "modify"},
+    {other, LIBRARY(ima_set, &GROUP_CREATE, GROUP_CREATED), by<config_add_ima, GROUP_CREATED>,
+     "create"},
+    {other, LIBRARY(ima_set, &GROUP_DELETE, GROUP_EMPTY), by<config_del_ima, GROUP_EMPTY>,
+     "delete"},
+    {other, LIBRARY(ima_get, GROUP), by<config_get_ima_params, GROUP>},
+    {other, LIBRARY(ima_lnk_add, 1, GROUP),
+     inTurn<Call<config_get_ima_params, GROUP>, Call<config_add_ima_link, 1, GROUP>>},
+    {other, LIBRARY(ima_lnk_delete, 1, GROUP),
+     inTurn<Call<config_get_ima_params, GROUP>, Call<config_del_ima_link, 1, GROUP>>},
+    {other, LIBRARY(ima_lnk_get, GROUP), by<config_get_ima_params, GROUP>, "8 links"},
+    {other, LIBRARY(ima_group_state_get, GROUP), by<config_get_ima_params, GROUP>},
+    {other, LIBRARY(ima_lnk_state_get, GROUP), by<config_get_ima_params, GROUP>, "8 links"},
+    {other, LIBRARY(ima_pm_get, VEXO_PM_TYPE_1, GROUP_EMPTY), READ_GROUP_PM<GROUP_EMPTY>,
+     "no links"},
+    {other, LIBRARY(ima_pm_get, VEXO_PM_TYPE_1, GROUP), READ_GROUP_PM<GROUP>, "8 links"},
+    {other, LIBRARY(ima_pm_clear, GROUP), CLEAR_GROUP<GROUP>, "8 links"},
+    {other,
+     LIBRARY(ima_pm_clear, 0),
+     {[] {
+          for (uint32_t group = 1; group <= 8; ++group)
+              clearBareGroup(group);
+      },
+      sizeof(imaParams)},
+     "8 groups of 8 links"},
+    {other, LIBRARY(ima_om_get, 0, GROUP), READ_GROUP_OM<false>, "8 links"},
+    {other, LIBRARY(ima_om_get, 1, GROUP), READ_GROUP_OM<true>, "8 links, clear"},
+    {attribute, LIBRARY(ima_alarms_set, 3),
+     inTurn<Call<alarm_set_status_bits, OBJ_IMA_GROUP, 0x3FF, 3>,
+            Call<alarm_set_status_bits, OBJ_IMA_LINK, 0x7F0000, 3>>},
+    {attribute, LIBRARY(ima_alarms_get, VEXO_IMA_TYPE_GROUP, GROUP),
+     by<alarm_get_active_bits, OBJ_IMA_GROUP, GROUP>, "group"},
+    {attribute, LIBRARY(ima_alarms_get, VEXO_IMA_TYPE_LINK, 1),
+     by<alarm_get_active_bits, OBJ_IMA_LINK, 1>, "link"},
 
     // misc
-    {OTHER, "misc_sys_info_get", "", sizeof(sysLinkStatus) + sizeof(sysOmStat),
-     [] { vexo_cmi_misc_sys_info_get(&cmi::sysInfo, 0, &result); },
-     [] {
-         config_get_sys_link_status(&kv::link);
-         pmom_sys_om_stat_get(&kv::sysOm, 0);
-     }},
-    {OTHER, "misc_upgrade_init", "", sizeof(upgradeRequest) + sizeof(peerServer),
-     [] { vexo_cmi_misc_upgrade_init(&cmi::UPGRADE_IN, &result); },
-     [] {
-         config_get_peer_server_params(&kv::server);
-         upgrade_load(&kv::upgrade);
-     }},
-    {OTHER, "misc_upgrade_info_get", "", sizeof(upgradeStatus),
-     [] { vexo_cmi_misc_upgrade_info_get(&cmi::upgrade, &result); },
-     [] { upgrade_status_get(2, &kv::upgradeState); }},
-    {OTHER, "misc_dbg_init", "", sizeof(debugInfo),
-     [] { vexo_cmi_misc_dbg_init("a debug text of some length", &result); },
-     [] { config_set_debug_info_params(&kv::debug); }},
-    {OTHER, "misc_dbg_info_get", "", sizeof(debugInfo),
-     [] { vexo_cmi_misc_dbg_info_get(&cmi::debug, &result); },
-     [] { config_get_debug_info_params(&kv::debug); }},
-    {OTHER, "misc_dbg_mode_set", "", 0, [] { vexo_cmi_misc_dbg_mode_set(3, &result); },
-     [] { kv_log(5, 29, "", "", 0, "mode mask=%X", 3U); }},
-    {OTHER, "misc_log_reset", "", 0, [] { vexo_cmi_misc_log_reset(&result); },
-     [] {
-         kv_log_clear();
-         alarm_raise_alarm(OBJ_SYSTEM, 1, EV_LOG_FULL_ALM, 0);
-     }},
-    {ATTRIBUTE, "misc_sys_lbk_set", "", sizeof(sysLpbk),
-     [] { vexo_cmi_misc_sys_lbk_set(VEXO_LPBK_1, &result); },
-     [] { config_set_sys_lpbk(&kv::sysLoopback); }},
-    {ATTRIBUTE, "misc_sys_lbk_get", "", sizeof(sysLpbk),
-     [] { vexo_cmi_misc_sys_lbk_get(&cmi::loopback, &result); },
-     [] { config_get_sys_lpbk(&kv::sysLoopback); }},
-    {OTHER, "misc_tpgm_init", "", sizeof(tpgmSetup),
-     [] { vexo_cmi_misc_tpgm_init(1, 2, 3, &result); }, [] { config_init_tpgm(&kv::tpgmIn); }},
-    {OTHER, "misc_tpgm_stat_get", "", sizeof(tpgmStatus),
-     [] { vexo_cmi_misc_tpgm_stat_get(&cmi::tpgm, 0, &result); },
-     [] {
-         config_get_tpgm_status(&kv::tpgm);
-         config_clear_tpgm_status(0);
-     }},
+    {other, LIBRARY(misc_sys_info_get, 0),
+     inTurn<Call<config_get_sys_link_status>, Call<pmom_sys_om_stat_get, 0>>},
+    {other, LIBRARY(misc_upgrade_init, &UPGRADE_IN),
+     inTurn<Call<config_get_peer_server_params>, Call<upgrade_load>>},
+    {other, LIBRARY(misc_upgrade_info_get), by<upgrade_status_get, 2>},
+    {other, LIBRARY(misc_dbg_init, TEXT), by<config_set_debug_info_params>},
+    {other, LIBRARY(misc_dbg_info_get), by<config_get_debug_info_params>},
+    {other,
+     LIBRARY(misc_dbg_mode_set, 3),
+     {[] { kv_log(5, 29, "", "", 0, "mode mask=%X", 3U); }, 0}},
+    {other, LIBRARY(misc_log_reset),
+     inTurn<Call<kv_log_clear>, Call<alarm_raise_alarm, OBJ_SYSTEM, 1, EV_LOG_FULL_ALM, 0>>},
+    {attribute, LIBRARY(misc_sys_lbk_set, VEXO_LPBK_1), by<config_set_sys_lpbk>},
+    {attribute, LIBRARY(misc_sys_lbk_get), by<config_get_sys_lpbk>},
+    {other, LIBRARY(misc_tpgm_init, 1, 2, 3), by<config_init_tpgm>},
+    {other, LIBRARY(misc_tpgm_stat_get, 0),
+     inTurn<Call<config_get_tpgm_status>, Call<config_clear_tpgm_status, 0>>},
 };
 
 void refuseHostClock()
@@ -704,6 +431,21 @@ const char *nameOf(Kind kind)
     return NAMES[static_cast<int>(kind)];
 }
 
+std::string nameOf(const Operation &operation)
+{
+    const std::string name = operation.name;
+    return *operation.variant ? name + ": " + operation.variant : name;
+}
+
+size_t recordsOf(const char *operation)
+{
+    size_t most = 0;
+    for (const Operation &other : OPERATIONS)
+        if (strcmp(other.name, operation) == 0)
+            most = std::max(most, other.bare.records);
+    return most;
+}
+
 std::span<const Operation> operations()
 {
     return OPERATIONS;
@@ -713,23 +455,23 @@ void setUp()
 {
     refuseHostClock();
     for (uint32_t first = 0; first < PW_PROV_MAX; first += 4) {
-        provision(cmi::PLAIN, first + PW_PLAIN);
-        provision(cmi::RICH, first + PW_RICH);
-        provision(cmi::ATM, first + PW_ATM);
-        provision(cmi::ATM_UDP, first + PW_ATM_UDP);
+        provision(PLAIN, first + PW_PLAIN);
+        provision(RICH, first + PW_RICH);
+        provision(ATM, first + PW_ATM);
+        provision(ATM_UDP, first + PW_ATM_UDP);
     }
-    config_get_pw(&kv::pw, PW_ATM);
-    kv::pw.atmXcCount = PW_ATM_XC_MAX;
-    for (pwAtmXc &xc : kv::pw.atmXc)
+    config_get_pw(place<pwConfig>, PW_ATM);
+    place<pwConfig>->atmXcCount = PW_ATM_XC_MAX;
+    for (pwAtmXc &xc : place<pwConfig>->atmXc)
         xc = {1, 2, 3, 4, pweAtmXcType{2}};
-    config_set_pw(&kv::pw, PW_ATM);
+    config_set_pw(place<pwConfig>, PW_ATM);
     changeBarePort();
-    vexo_cmi_pdh_params_set(&cmi::PDH_IN, PORT, &result);
-    kv::ima.linkCount = IMA_LINK_MAX;
+    vexo_cmi_pdh_params_set(&PDH_IN, PORT, &result);
+    place<imaParams>->linkCount = IMA_LINK_MAX;
     for (uint32_t group = 1; group <= 8; ++group) {
         for (uint32_t i = 0; i < IMA_LINK_MAX; ++i)
-            kv::ima.links[i].linkId = (group - 1) * IMA_LINK_MAX + i + 1;
-        config_add_ima(&kv::ima, group);
+            place<imaParams>->links[i].linkId = (group - 1) * IMA_LINK_MAX + i + 1;
+        config_add_ima(place<imaParams>, group);
     }
 }
 
@@ -739,21 +481,22 @@ void bareReport(vexoPmCallback callback)
     static vexoPmNotification record;
     const uint32_t ports = GetObjectCount(OBJ_PDH);
     for (uint32_t port = 1; port <= ports; ++port)
-        pmom_pdh_pm_stat_get(port, INTERVAL, 1, &kv::portPm);
+        pmom_pdh_pm_stat_get(port, INTERVAL, 1, place<pdhPmStat>);
     callback(&record);
     static pwProvList list;
     config_get_pw_all_prov(&list);
     for (uint32_t i = 0; i < list.count; ++i) {
-        config_get_pw(&kv::pw, list.pwIds[i]);
-        pmom_pw_pm_stat_get(list.pwIds[i], INTERVAL, 1, &kv::pwPm);
+        config_get_pw(place<pwConfig>, list.pwIds[i]);
+        pmom_pw_pm_stat_get(list.pwIds[i], INTERVAL, 1, place<pwPmStats>);
         callback(&record);
     }
     const uint32_t groups = GetObjectCount(OBJ_IMA_GROUP);
     for (uint32_t group = 1; group <= groups; ++group) {
-        config_get_ima_params(&kv::ima, group);
-        pmom_ima_group_pm_stat_get(group, INTERVAL, 1, &kv::groupPm);
-        for (uint32_t i = 0; i < kv::ima.linkCount; ++i)
-            pmom_ima_link_pm_stat_get(kv::ima.links[i].linkId, INTERVAL, 1, &kv::linkPm);
+        config_get_ima_params(place<imaParams>, group);
+        pmom_ima_group_pm_stat_get(group, INTERVAL, 1, place<imaGroupPmStat>);
+        for (uint32_t i = 0; i < place<imaParams>->linkCount; ++i)
+            pmom_ima_link_pm_stat_get(place<imaParams>->links[i].linkId, INTERVAL, 1,
+                                      place<imaLinkPmStat>);
         callback(&record);
     }
 }

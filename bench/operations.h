@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 
 namespace bench
 {
@@ -26,16 +27,27 @@ enum class Kind {
 
 const char *nameOf(Kind kind);
 
+// Platform calls as the caller itself makes them, and how many bytes their records have.
+struct Bare {
+    void (*run)() = [] {};
+    size_t records = 0;
+};
+
 struct Operation {
     Kind kind;
     const char *name;
-    const char *variant; // which case of it
-    size_t records;      // bytes of the platform's records that it keeps on its stack at once
     void (*library)();
-    void (*bare)(); // the same platform calls, made by the caller itself
+    Bare bare;                // the same platform calls
+    const char *variant = ""; // which case of it
 };
 
 std::span<const Operation> operations();
+
+// Its variant with it.
+std::string nameOf(const Operation &operation);
+
+// What an operation keeps on its stack at once, whichever case it is.
+size_t recordsOf(const char *operation);
 
 // The outcome of the latest operation.
 extern vexoResult result;

@@ -172,39 +172,42 @@ class PaintedStack
 
 // What the library refuses by itself.
 constexpr Operation REFUSALS[] = {
-    {Kind::other, "pwe_pdv_get", "not TDM", 400,
+    {Kind::other,
+     "pwe_pdv_get",
      [] {
          uint32_t size;
          vexo_cmi_pwe_pdv_get(&size, 3, &result);
      },
-     [] {}},
-    {Kind::other, "pwe_atmop_xc_get", "not ATM", 400,
+     {},
+     "not TDM"},
+    {Kind::other,
+     "pwe_atmop_xc_get",
      [] {
          static vexoPweAtmXc xcs[VEXO_PWE_ATM_XC_MAX];
          uint32_t count;
          vexo_cmi_pwe_atmop_xc_get(xcs, &count, 1, &result);
      },
-     [] {}},
-    {Kind::other, "pwe_psn_set", "not supported", 400,
+     {},
+     "not ATM"},
+    {Kind::other,
+     "pwe_psn_set",
      [] {
          vexoPwePsn psn{};
          psn.psnType = VEXO_PWE_PSN_TYPE_4;
          vexo_cmi_pwe_psn_set(&psn, 1, &result);
      },
-     [] {}},
-    {Kind::other, "ima_set", "bad action", 368,
+     {},
+     "not supported"},
+    {Kind::other,
+     "ima_set",
      [] {
          vexoImaGroupSet group{};
          group.imaAction = vexoImaAction{3};
          vexo_cmi_ima_set(&group, 1, &result);
      },
-     [] {}},
+     {},
+     "bad action"},
 };
-
-std::string nameOf(const Operation &operation)
-{
-    return std::string{operation.name} + " (" + operation.variant + ")";
-}
 
 // Every operation as it succeeds, with each of its platform calls failing in turn, and refused.
 template <class Check>
@@ -234,7 +237,7 @@ class AnOperation : public testing::Test
         setUp();
         forEveryOutcome([](const Operation &operation, const std::string &) {
             operation.library();
-            operation.bare();
+            operation.bare.run();
         });
     }
 };
@@ -267,8 +270,9 @@ TEST_F(AnOperation, NeedsItsRecordsAnd256BytesOfStack)
     size_t most = 0;
     forEveryOutcome([&](const Operation &operation, const std::string &name) {
         const size_t depth = stack.depthOf(operation.library);
-        most = std::max(most, depth - std::min(depth, operation.records));
-        EXPECT_LE(depth, operation.records + 256) << name;
+        const size_t records = recordsOf(operation.name);
+        most = std::max(most, depth - std::min(depth, records));
+        EXPECT_LE(depth, records + 256) << name;
     });
     printf("at most %zu bytes beyond its records\n", most);
 }

@@ -72,11 +72,9 @@ int main(int argc, char **argv)
 {
     setUp();
     for (const Operation &operation : operations()) {
-        std::string name = operation.name;
-        if (*operation.variant)
-            name += std::string{": "} + operation.variant;
+        const std::string name = nameOf(operation);
         add("library/" + name, operation.library);
-        add("bare/" + name, operation.bare);
+        add("bare/" + name, operation.bare.run);
         if (!isApart(operation.name))
             continue;
         add("alone/" + name, operation.library);
