@@ -869,6 +869,8 @@ class Notifications(Device):
             self.assertEqual(listener, {"process": process.pid, "service": "alarms",
                                         "waiting": 4095, "lost": 905})
             process.send_signal(signal.SIGCONT)
+            # Also while nobody reads the events.
+            self.assertTrue(select.select([process.stderr], [], [], 20)[0])
             self.assertEqual(process.stderr.readline(), "vexoctl: watch: 905 events were lost\n")
             process.send_signal(signal.SIGINT)
             told = dict(zip(("stdout", "stderr"), process.communicate(timeout=60)))
