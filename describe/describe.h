@@ -7,6 +7,8 @@
 
 #include <vexo_cmi.h>
 
+#include <array>
+#include <string>
 #include <vector>
 
 namespace describe
@@ -31,9 +33,21 @@ struct Argument {
 
 struct Operation {
     const char *name;
-    std::vector<Argument> arguments; // but for the result
+    // The platform's functions that it calls when all goes well, by the cases in which they differ:
+    // "case: function 3*function links*(function function) | case: function". What stands in
+    // brackets is called for each link of the group; texts that are fetched are left out.
+    const char *calls;
+    std::span<const Argument> arguments; // but for the result
     void (*call)(void *const *arguments, vexoResult *result);
 };
+
+struct Case {
+    std::string when; // empty: always, but for the cases behind it
+    std::vector<std::string> calls;
+};
+
+// The calls of an operation on a group with so many links.
+std::vector<Case> casesOf(const Operation &operation, uint32_t links);
 
 std::span<const Operation> operations();
 const Operation *find(std::string_view name);
@@ -50,6 +64,17 @@ T argument(void *storage)
         return static_cast<T>(storage);
     else
         return *static_cast<T *>(storage);
+}
+
+// A MAC address is declared by its bytes.
+template <class T>
+constexpr const Type *argumentType()
+{
+    using Value = std::remove_cv_t<std::remove_pointer_t<T>>;
+    if constexpr (std::is_same_v<Value, vexoResult>)
+        return nullptr;
+    else
+        return &Row<std::conditional_t<std::is_same_v<Value, unsigned char>, Mac, Value>>::type;
 }
 
 template <auto function, class Declaration = decltype(function)>
@@ -72,29 +97,48 @@ struct OperationRow<function, void (*)(Arguments...)> {
     }
 
     // Takes as many names as the operation has arguments.
-    static Operation make(const char *name, std::vector<Argument> arguments)
+    static constexpr std::array<describe::Argument, count>
+    complete(std::array<describe::Argument, count> arguments)
     {
-        const Type *types[] = {&typeOf<std::remove_cv_t<std::remove_pointer_t<Arguments>>>()...};
+        const Type *types[] = {argumentType<Arguments>()...};
         const Direction directions[] = {directionOf<Arguments>()...};
-        arguments.resize(count);
         for (size_t i = 0; i < count; ++i) {
             if (!arguments[i].type)
                 arguments[i].type = types[i];
             arguments[i].direction = directions[i];
         }
-        return {name, std::move(arguments), call};
+        return arguments;
     }
 };
 
-// OPERATION(vexo_cmi_area_object_verb, {"argument"}, ...): a name for every argument but the
-// result.
-#define OPERATION(function, ...)                                                                   \
-    ([] {                                                                                          \
-        std::vector<describe::Argument> named{__VA_ARGS__};                                        \
-        static_assert(std::initializer_list<describe::Argument>{__VA_ARGS__}.size() ==             \
-                      describe::OperationRow<&function>::count);                                   \
-        return describe::OperationRow<&function>::make(#function, std::move(named));               \
-    }())
+// The arguments of a row, which stand in a lambda since each has a type of its own.
+template <auto function, class Names>
+struct Named {
+    static constexpr auto arguments = OperationRow<function>::complete(Names{}());
+};
+
+template <auto function, class Names>
+constexpr Operation operation(const char *name, const char *calls, Names)
+{
+    return {name, calls, Named<function, Names>::arguments, OperationRow<function>::call};
+}
+
+constexpr std::array<Argument, 0> names()
+{
+    return {};
+}
+
+template <size_t count>
+constexpr std::array<Argument, count> names(const Argument (&arguments)[count])
+{
+    return std::to_array(arguments);
+}
+
+// OPERATION(vexo_cmi_area_object_verb, "calls", {"argument"}, ...): a name for every argument but
+// the result.
+#define OPERATION(function, calls, ...)                                                            \
+    describe::operation<&function>(#function, calls,                                               \
+                                   [] { return describe::names(__VA_OPT__({__VA_ARGS__})); })
 
 } // namespace describe
 

@@ -129,17 +129,12 @@ namespace describe::platform
 namespace
 {
 
-// Of a MAC address and a text only the first byte is declared.
-constexpr Type GIVEN_TEXT{.kind = Kind::text, .name = "text", .size = 0};
-
 template <class T>
 constexpr const Type *argumentType()
 {
     using Pointee = std::remove_cv_t<std::remove_pointer_t<T>>;
-    if constexpr (std::is_same_v<Pointee, unsigned char>)
+    if constexpr (std::is_same_v<Pointee, unsigned char>) // of a MAC address
         return &Row<Mac>::type;
-    else if constexpr (std::is_same_v<Pointee, char>)
-        return &GIVEN_TEXT;
     else if constexpr (std::is_function_v<Pointee> || std::is_void_v<Pointee> ||
                        std::is_same_v<Pointee, struct timezone>)
         return nullptr;

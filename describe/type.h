@@ -110,7 +110,7 @@ struct Row<uint32_t> {
 };
 
 // Addresses, alarm bits and the like.
-inline constexpr Type HEXADECIMAL{
+constexpr Type HEXADECIMAL{
     .kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .hexadecimal = true};
 
 template <>
@@ -132,6 +132,12 @@ struct Row<long> {
 template <>
 struct Row<uint8_t> {
     static constexpr Type type{.kind = Kind::word, .name = "number", .size = sizeof(uint8_t)};
+};
+
+// A text that is given, as long as it is.
+template <>
+struct Row<char> {
+    static constexpr Type type{.kind = Kind::text, .name = "text", .size = 0};
 };
 
 // Texts and MAC addresses are one element each, wherever they stand.

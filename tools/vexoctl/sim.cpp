@@ -27,26 +27,35 @@ namespace describe
 
 // All have a name: there is no range of others.
 template <>
-const Type &typeOf<vexoctl::SimType>()
-{
+struct Row<vexoctl::SimType> {
     static constexpr Member members[] = {{KV_SIM_SYSTEM, "system"},
                                          {KV_SIM_PDH, "pdh"},
                                          {KV_SIM_PW, "pwe"},
                                          {KV_SIM_GROUP, "ima-group"},
                                          {KV_SIM_LINK, "ima-link"}};
-    static const Type type{Kind::enumeration, "object type", sizeof(uint32_t), members, {}, 1, 0};
-    return type;
+    static constexpr Type type{
+        Kind::enumeration, "object type", sizeof(uint32_t), members, {}, 1, 0};
+};
+
+template <>
+const Type &typeOf<vexoctl::SimType>()
+{
+    return Row<vexoctl::SimType>::type;
 }
 
 template <>
-const Type &typeOf<vexoctl::SimEffect>()
-{
+struct Row<vexoctl::SimEffect> {
     static constexpr Member members[] = {{KV_SIM_CODE, "code"},
                                          {KV_SIM_DELAY, "delay"},
                                          {KV_SIM_HANG, "hang"},
                                          {KV_SIM_GARBAGE, "garbage"}};
-    static const Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}, 1, 0};
-    return type;
+    static constexpr Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}, 1, 0};
+};
+
+template <>
+const Type &typeOf<vexoctl::SimEffect>()
+{
+    return Row<vexoctl::SimEffect>::type;
 }
 
 } // namespace describe
@@ -367,6 +376,7 @@ void useDevice(const std::string &file)
 namespace
 {
 
+#define COMMAND(function, ...) OPERATION(function, "", __VA_ARGS__)
 #define BITS(argument)                                                                             \
     {                                                                                              \
         .name = argument, .type = &describe::HEXADECIMAL                                           \
@@ -380,69 +390,68 @@ const struct {
     Operation operation;
     const char *help;
 } COMMANDS[] = {
-    {OPERATION(sim_reset), "Puts the device back into the state in which it was delivered."},
-    {OPERATION(sim_clock), "Shows the device's clock."},
-    {OPERATION(sim_clock_set, {"seconds"}, OPTIONAL("microseconds")),
+    {COMMAND(sim_reset), "Puts the device back into the state in which it was delivered."},
+    {COMMAND(sim_clock), "Shows the device's clock."},
+    {COMMAND(sim_clock_set, {"seconds"}, OPTIONAL("microseconds")),
      "Sets the device's clock. The PM intervals that this skips don't end."},
-    {OPERATION(sim_clock_stop), "Stops the device's clock."},
-    {OPERATION(sim_clock_run), "Lets the device's clock run on."},
-    {OPERATION(sim_clock_advance, {"seconds"}, OPTIONAL("microseconds")),
+    {COMMAND(sim_clock_stop), "Stops the device's clock."},
+    {COMMAND(sim_clock_run), "Lets the device's clock run on."},
+    {COMMAND(sim_clock_advance, {"seconds"}, OPTIONAL("microseconds")),
      "Moves the device's clock on; every PM interval whose end lies in between ends."},
-    {OPERATION(sim_functions), "Shows the names of the platform's functions."},
-    {OPERATION(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"),
-               {.name = "value", .optional = true, .otherwise = 1}, OPTIONAL("object"),
-               OPTIONAL("skip"), OPTIONAL("times")),
+    {COMMAND(sim_functions), "Shows the names of the platform's functions."},
+    {COMMAND(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"),
+             {.name = "value", .optional = true, .otherwise = 1}, OPTIONAL("object"),
+             OPTIONAL("skip"), OPTIONAL("times")),
      "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
      "when it is left out, and never 0), take value milliseconds longer, hang until the faults are "
      "cleared, or "
      "give random bytes made from value. Without object it befalls all objects; skip calls are let "
      "pass first, then times calls are met, all when it is left out."},
-    {OPERATION(sim_fault_clear), "Ends all faults and lets the hanging calls go on."},
-    {OPERATION(sim_fault_list), "Shows the faults as they stand, and how many calls hang."},
-    {OPERATION(sim_journal, OPTIONAL("last"), OPTIONAL("records")),
+    {COMMAND(sim_fault_clear), "Ends all faults and lets the hanging calls go on."},
+    {COMMAND(sim_fault_list), "Shows the faults as they stand, and how many calls hang."},
+    {COMMAND(sim_journal, OPTIONAL("last"), OPTIONAL("records")),
      "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
      "records=1 also the bytes that they were given. A call that has not returned shows the thread "
      "in which it is pending in place of its code."},
-    {OPERATION(sim_log, OPTIONAL("last")),
+    {COMMAND(sim_log, OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
-    {OPERATION(sim_alarm_set, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_set, {"type"}, {"number"}, BITS("bits")),
      "Sets the alarm bits that are active on an object. The system is number 1."},
-    {OPERATION(sim_alarm_raise, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_raise, {"type"}, {"number"}, BITS("bits")),
      "Raises alarm bits on an object, besides those that are active. The system is number 1."},
-    {OPERATION(sim_alarm_clear, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_clear, {"type"}, {"number"}, BITS("bits")),
      "Clears alarm bits of an object."},
-    {OPERATION(sim_alarm_get, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_get, {"type"}, {"number"}, BITS("bits")),
      "Shows the alarm bits that are active on an object."},
-    {OPERATION(sim_alarm_send, {"type"}, {"number"}, BITS("status"), BITS("delta")),
+    {COMMAND(sim_alarm_send, {"type"}, {"number"}, BITS("status"), BITS("delta")),
      "Sends an alarm event as it is, whatever the device's state. The type is any number: 0 is the "
      "system's, 1 a PDH port's, 2 an IMA group's, 3 a pseudowire's and 34 an IMA link's."},
-    {OPERATION(sim_alarm_burst, {"type"}, {"number"}, BITS("status"), BITS("delta"), {"count"},
-               OPTIONAL("milliseconds")),
+    {COMMAND(sim_alarm_burst, {"type"}, {"number"}, BITS("status"), BITS("delta"), {"count"},
+             OPTIONAL("milliseconds")),
      "Sends the same alarm event count times, each after some milliseconds, whatever the device's "
      "state."},
-    {OPERATION(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
-    {OPERATION(sim_interval_send, {"interval"}),
+    {COMMAND(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
+    {COMMAND(sim_interval_send, {"interval"}),
      "Sends the report of an interval, whatever its number, without ending anything."},
-    {OPERATION(sim_pending),
-     "Shows how many notifications subscribers have not dealt with yet, and "
-     "how many were lost because 4095 were waiting."},
-    {OPERATION(sim_interval_period, {"interval"}, {"seconds"}),
+    {COMMAND(sim_pending), "Shows how many notifications subscribers have not dealt with yet, and "
+                           "how many were lost because 4095 were waiting."},
+    {COMMAND(sim_interval_period, {"interval"}, {"seconds"}),
      "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
-    {OPERATION(sim_subscriptions), "Shows which processes listen to alarms and PM reports, how "
-                                   "many events wait for each, and how "
-                                   "many it has lost because 4095 were waiting."},
-    {OPERATION(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
+    {COMMAND(sim_subscriptions), "Shows which processes listen to alarms and PM reports, how "
+                                 "many events wait for each, and how "
+                                 "many it has lost because 4095 were waiting."},
+    {COMMAND(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
      "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
      "get', "
      "'pwe pm get' and 'ima pm get' print it, with its index from 0 where it is one of several: "
      "layout0.counters.4; or it is a word by its number, as kv_sim.h counts them."},
-    {OPERATION(sim_pm_get, {"value"}, {"type"}, {"number"}, {"interval"}, {"counter"}),
+    {COMMAND(sim_pm_get, {"value"}, {"type"}, {"number"}, {"interval"}, {"counter"}),
      "Shows a PM counter of an object in the running interval, named as for 'sim pm set'."},
-    {OPERATION(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"}, OPTIONAL("high")),
+    {COMMAND(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"}, OPTIONAL("high")),
      "Sets an OM counter of an object, named as 'misc sys_info get', 'pwe om get' and 'ima om get' "
      "print it, with its index from 0: entries.3.counters.1; or by its number, as kv_sim.h counts "
      "them. High is the upper half of its 64 bits."},
-    {OPERATION(sim_upgrade_fail, {"state"}),
+    {COMMAND(sim_upgrade_fail, {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
 };
 

@@ -1,36 +1,12 @@
+// One row per enumeration and record of the interface; what is given to or answered by operations
+// leads to all of them.
+#ifndef DESCRIBE_RECORDS_H
+#define DESCRIBE_RECORDS_H
+
 #include "describe.h"
 
 namespace describe
 {
-
-// Arguments: a text that is given, and a MAC address.
-template <>
-const Type &typeOf<char>()
-{
-    static constexpr Type text{.kind = Kind::text, .name = "text", .size = 0};
-    return text;
-}
-
-template <>
-const Type &typeOf<unsigned char>()
-{
-    return Row<Mac>::type;
-}
-
-template <>
-const Type &typeOf<uint32_t>()
-{
-    return Row<uint32_t>::type;
-}
-
-// The result has no row of its own.
-template <>
-const Type &typeOf<vexoResult>()
-{
-    static constexpr Type none{
-        .kind = Kind::record, .name = "vexoResult", .size = sizeof(vexoResult)};
-    return none;
-}
 
 ENUMERATION(vexoTdmMode, 1, 3)
 ENUMERATION(vexoModuleState, 0, 5)
@@ -349,18 +325,6 @@ RECORD(vexoPmNotification, F(objType), F(pdh, .when = ABOUT_PDH<Record>, .by = "
        F(pwe, .when = ABOUT_PWE<Record>, .by = "objType"),
        F(ima, .when = ABOUT_IMA<Record>, .by = "objType"))
 
-std::span<const Type *const> records()
-{
-    static const std::vector<const Type *> all = [] {
-        std::vector<const Type *> found;
-        for (const Operation &operation : operations())
-            for (const Argument &argument : operation.arguments)
-                addRecords(*argument.type, found);
-        addRecords(Row<vexoAlarmNotification>::type, found);
-        addRecords(Row<vexoPmNotification>::type, found);
-        return found;
-    }();
-    return all;
-}
-
 } // namespace describe
+
+#endif
