@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include <dlfcn.h>
+
 class Device : public testing::Test
 {
   protected:
@@ -106,6 +108,14 @@ inline vexoResult unwritten()
 
 #define EXPECT_OK(result) EXPECT_EQ((result).rc, VEXO_RC_OK) << (result).message
 #define ASSERT_OK(result) ASSERT_EQ((result).rc, VEXO_RC_OK) << (result).message
+
+// The device's function, where a test has its own before it.
+#define DEVICES(function)                                                                          \
+    [] {                                                                                           \
+        static const auto devices =                                                                \
+            reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function));                    \
+        return devices;                                                                            \
+    }()
 
 using Names = std::vector<std::string>;
 

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <optional>
 
-#include <dlfcn.h>
-
 namespace
 {
 
@@ -18,9 +16,8 @@ std::optional<sysLinkStatus> linkWords;
 // The executable's functions come first.
 kvRc config_get_sys_link_status(sysLinkStatus *out)
 {
-    using Function = decltype(config_get_sys_link_status);
     if (!linkWords)
-        return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, "config_get_sys_link_status"))(out);
+        return DEVICES(config_get_sys_link_status)(out);
     *out = *linkWords;
     return KV_OK;
 }

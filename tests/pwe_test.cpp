@@ -4,11 +4,8 @@
 
 #include <optional>
 #include <ostream>
-#include <ranges>
 #include <set>
 #include <span>
-
-#include <dlfcn.h>
 
 namespace
 {
@@ -16,8 +13,6 @@ namespace
 // What the platform answers instead of the device, and what it was sent.
 std::optional<pwConfig> stored;
 std::optional<pwConfig> added, changed;
-
-#define DEVICES(function) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function))
 
 } // namespace
 
@@ -190,10 +185,14 @@ struct Case {
     bool full = true;
 
     // Those of a part that these types have.
-    auto rows(Part part) const
+    std::vector<Row> rows(Part part) const
     {
         const uint32_t choice = part.data() == VLAN ? mode : part.data() == PSN ? psn : type;
-        return std::views::filter(part, [=](const Row &row) { return row.when.contains(choice); });
+        std::vector<Row> found;
+        for (const Row &row : part)
+            if (row.when.contains(choice))
+                found.push_back(row);
+        return found;
     }
 
     vexoPweParams params() const

@@ -2,8 +2,6 @@
 
 #include <optional>
 
-#include <dlfcn.h>
-
 namespace
 {
 
@@ -11,19 +9,13 @@ namespace
 std::optional<sysParams> params;
 std::optional<sysStatus> status;
 
-template <class Function>
-Function *next(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 // The executable's functions come first.
 kvRc config_get_system_params(sysParams *out)
 {
     if (!params)
-        return next<decltype(config_get_system_params)>("config_get_system_params")(out);
+        return DEVICES(config_get_system_params)(out);
     *out = *params;
     return KV_OK;
 }
@@ -31,7 +23,7 @@ kvRc config_get_system_params(sysParams *out)
 kvRc config_get_sys_status(sysStatus *out)
 {
     if (!status)
-        return next<decltype(config_get_sys_status)>("config_get_sys_status")(out);
+        return DEVICES(config_get_sys_status)(out);
     *out = *status;
     return KV_OK;
 }
