@@ -1,0 +1,164 @@
+#include "notify.h"
+
+#include <cstdarg>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+
+namespace
+{
+
+std::mutex pausesMutex;
+std::vector<int> pauses;
+
+} // namespace
+
+std::vector<int> pausesSoFar()
+{
+    const std::lock_guard guard{pausesMutex};
+    return pauses;
+}
+
+void untwist()
+{
+    std::construct_at(&twist);
+    pauses.clear();
+}
+
+// The executable's functions come first.
+int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *left)
+{
+    if (!left || left->tv_sec >= 30 || twist.processCalls == 0)
+        return DEVICES(select)(count, reading, writing, failing, left);
+    {
+        const std::lock_guard guard{pausesMutex};
+        pauses.push_back(static_cast<int>(left->tv_sec * 1000 + left->tv_usec / 1000));
+        *left = {};
+    }
+    return DEVICES(select)(count, reading, writing, failing,
+                           pauses.size() > PAUSES.size() ? nullptr : left);
+}
+
+static kvRc process(kvRc (*real)())
+{
+    ++twist.processCalls;
+    if (twist.processFails > 0) {
+        --twist.processFails;
+        return 16;
+    }
+    if (twist.processStuck)
+        return KV_OK;
+    if (!twist.processHeld)
+        return real();
+    ++twist.holding;
+    while (twist.processHeld)
+        std::this_thread::sleep_for(1ms);
+    --twist.holding;
+    return KV_OK;
+}
+
+int kv_log(int level, int module, const char *file, const char *function, int line,
+           const char *format, ...)
+{
+    void (*const also)() = twist.atAlarmLog;
+    if (also && strcmp(function, "alarm_notification_handler") == 0)
+        also();
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return DEVICES(kv_log)(level, module, file, function, line, "%s", text);
+}
+
+kvRc pmom_process_notification()
+{
+    return process(DEVICES(pmom_process_notification));
+}
+
+kvRc alarm_process_notification()
+{
+    return process(DEVICES(alarm_process_notification));
+}
+
+uint32_t GetObjectCount(objType type)
+{
+    if (type == OBJ_PDH && twist.noPorts)
+        return 0;
+    const uint32_t count = type == OBJ_PDH ? twist.ports : twist.groups;
+    return count ? count : DEVICES(GetObjectCount)(type);
+}
+
+kvRc config_get_pw_all_prov(pwProvList *out)
+{
+    const kvRc code = DEVICES(config_get_pw_all_prov)(out);
+    if (twist.listTooLong) {
+        std::fill(std::begin(out->pwIds), std::end(out->pwIds), uint16_t{1});
+        out->count = 0xFFFF;
+    }
+    return code;
+}
+
+kvRc config_get_pw(pwConfig *out, uint32_t pwId)
+{
+    twist.pwRecord = out;
+    return DEVICES(config_get_pw)(out, pwId);
+}
+
+kvRc config_get_ima_params(imaParams *out, uint32_t group)
+{
+    twist.groupRecord = out;
+    const kvRc code = DEVICES(config_get_ima_params)(out, group);
+    if (twist.groupsTooLong)
+        out->linkCount = 0x80000001;
+    return code;
+}
+
+static std::set<std::string> namesIn(const char *folder)
+{
+    std::set<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator{folder})
+        names.insert(entry.path().filename());
+    return names;
+}
+
+std::set<std::string> descriptors()
+{
+    return namesIn("/proc/self/fd");
+}
+
+size_t threads()
+{
+    return namesIn("/proc/self/task").size() - UNDER_TSAN; // which has one of its own
+}
+
+std::set<int> pipes()
+{
+    std::set<int> found;
+    std::error_code failure;
+    for (const std::string &name : descriptors())
+        if (read_symlink(std::filesystem::path{"/proc/self/fd"} / name, failure)
+                .string()
+                .starts_with("pipe:"))
+            found.insert(stoi(name));
+    return found;
+}
+
+int callsOf(const std::string &function)
+{
+    int count = 0;
+    const uint64_t last = kv_sim_journal_last();
+    kvSimCall call;
+    for (uint64_t number = last > 1024 ? last - 1023 : 1; number <= last; ++number)
+        count += kv_sim_journal_get(number, &call) == 0 && call.function == function;
+    return count;
+}
+
+void settle()
+{
+    ASSERT_TRUE(until([] {
+        uint32_t waiting;
+        uint64_t lost;
+        return kv_sim_pending(&waiting, &lost) == 0 && waiting == 0;
+    }));
+}
