@@ -49,7 +49,7 @@ def abi(tree, *options, **arguments):
 
 def wrong(tree):
     """Everything that isn't as it should be."""
-    for folder in ('include', 'platform'):
+    for folder in ('include', 'platform', 'src/frame'):
         shutil.copytree(SOURCE / folder, tree / folder)
     (tree / 'scripts').mkdir()
     shutil.copy(SOURCE / 'scripts/abi', tree / 'scripts')
@@ -70,6 +70,15 @@ def wrong(tree):
         asked = printed.partition('asks for version ')[2].partition(';')[0] or RELEASED
         if asked != version:
             yield f'{file}: {old} -> {new}: asks for {asked}, not {version}:\n{printed}'
+        path.write_text(text)
+
+    for side, row in (('cmi', 'AT(vexoPwePsn, udpMode, vexoPweUdpMode, 28);'),
+                      ('platform', 'SIZE(pwOmEntry, 24);')):
+        path = tree / f'src/frame/layout_{side}.cpp'
+        text = path.read_text()
+        path.write_text(text.replace(row, ''))
+        if f'layout_{side}.cpp lacks {row}' not in abi(tree, '--check').stdout:
+            yield f'{row} is not missed'
         path.write_text(text)
 
     path = tree / 'include/vexo_cmi/base.h'

@@ -44,7 +44,7 @@ TEST(Rows, CoverEveryByteOfTheirRecordAndNoneBehindIt)
         const auto gap = std::find(covered.begin(), covered.end(), false);
         EXPECT_EQ(gap, covered.end())
             << record->name << ": offset " << gap - covered.begin()
-            << " has no row in describe/records.cpp or, of a record of the platform, platform.cpp";
+            << " has no row in describe/records.h or, of a record of the platform, platform.cpp";
     }
 }
 
