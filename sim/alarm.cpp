@@ -21,23 +21,23 @@ struct Lifetime {
     ~Lifetime() { subscription.close(); }
 } lifetime;
 
-kvRc overlay(Hold &hold, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
+kvRc overlay(Transaction &device, objType type, uint32_t number, uint32_t &alarms, uint32_t mask,
              uint32_t bits)
 {
-    return setAlarms(hold, type, number, alarms, (alarms & ~mask) | (bits & mask));
+    return setAlarms(device, type, number, alarms, (alarms & ~mask) | (bits & mask));
 }
 
 // The same for those of the objects that exist.
 template <class Object, size_t COUNT, class Exists>
-kvRc overlayAll(Hold &hold, objType type, Object (&objects)[COUNT], uint32_t mask, uint32_t bits,
-                Exists exists)
+kvRc overlayAll(Transaction &device, objType type, Object (&objects)[COUNT], uint32_t mask,
+                uint32_t bits, Exists exists)
 {
     uint32_t number = 0;
     for (Object &object : objects) {
         ++number;
         if (!exists(object))
             continue;
-        if (const kvRc code = overlay(hold, type, number, object.alarms, mask, bits))
+        if (const kvRc code = overlay(device, type, number, object.alarms, mask, bits))
             return code;
     }
     return KV_OK;
@@ -48,8 +48,8 @@ kvRc overlayAll(Hold &hold, objType type, Object (&objects)[COUNT], uint32_t mas
 kvRc alarm_get_active_bits(objType type, uint32_t number, uint32_t *bits)
 {
     return call(Function::alarm_get_active_bits, {number, type}, {}, bytesOf(bits),
-                [=](Hold &hold) {
-                    const uint32_t *alarms = alarmsOf(hold, type, number);
+                [=](Transaction &device) {
+                    const uint32_t *alarms = alarmsOf(device, type, number);
                     if (!alarms)
                         return failureCode();
                     *bits = *alarms;
@@ -60,20 +60,20 @@ kvRc alarm_get_active_bits(objType type, uint32_t number, uint32_t *bits)
 // The status bits under the mask, of every object of the type that exists.
 kvRc alarm_set_status_bits(objType type, uint32_t mask, uint32_t bits)
 {
-    return action(Function::alarm_set_status_bits, {type, mask, bits}, [=](Hold &hold) {
+    return action(Function::alarm_set_status_bits, {type, mask, bits}, [=](Transaction &device) {
         switch (type) {
         case OBJ_SYSTEM:
-            return overlay(hold, type, 1, hold->system.alarms, mask, bits);
+            return overlay(device, type, 1, device->system.alarms, mask, bits);
         case OBJ_PDH:
-            return overlayAll(hold, type, hold->ports, mask, bits, [](Port &) { return true; });
+            return overlayAll(device, type, device->ports, mask, bits, [](Port &) { return true; });
         case OBJ_PWE:
-            return overlayAll(hold, type, hold->pws, mask, bits,
+            return overlayAll(device, type, device->pws, mask, bits,
                               [](Pw &pw) { return pw.provisioned != 0; });
         case OBJ_IMA_GROUP:
-            return overlayAll(hold, type, hold->groups, mask, bits,
+            return overlayAll(device, type, device->groups, mask, bits,
                               [](Group &group) { return group.provisioned != 0; });
         case OBJ_IMA_LINK:
-            return overlayAll(hold, type, hold->links, mask, bits,
+            return overlayAll(device, type, device->links, mask, bits,
                               [](Link &link) { return link.group != 0; });
         }
         return fail(NO_OBJECT, "there are no alarms of object type %u", type);
@@ -82,35 +82,36 @@ kvRc alarm_set_status_bits(objType type, uint32_t mask, uint32_t bits)
 
 kvRc alarm_set_notification(alarmMode mode, uint32_t value)
 {
-    return action(Function::alarm_set_notification, {mode, value}, [=](Hold &hold) {
+    return action(Function::alarm_set_notification, {mode, value}, [=](Transaction &device) {
         if (mode != 2 && mode != 4)
             return fail(BAD_VALUE, "alarm report mode %u is neither 2 nor 4", mode);
-        hold.edit(hold->system.reportMode) = mode;
-        hold.edit(hold->system.reportValue) = value;
+        device.modify(device->system.reportMode) = mode;
+        device.modify(device->system.reportValue) = value;
         return KV_OK;
     });
 }
 
 kvRc alarm_get_notification(alarmMode *mode, uint32_t *value)
 {
-    return getter(Function::alarm_get_notification, {}, mode, [=](Hold &hold) {
-        *mode = hold->system.reportMode;
-        *value = hold->system.reportValue;
+    return getter(Function::alarm_get_notification, {}, mode, [=](Transaction &device) {
+        *mode = device->system.reportMode;
+        *value = device->system.reportValue;
         return KV_OK;
     });
 }
 
 kvRc alarm_raise_alarm(objType type, uint32_t number, uint32_t alarm, uint32_t state)
 {
-    return action(Function::alarm_raise_alarm, {number, type, alarm, state}, [=](Hold &hold) {
-        uint32_t *alarms = alarmsOf(hold, type, number);
-        if (!alarms)
-            return failureCode();
-        if (alarm > 31)
-            return fail(BAD_VALUE, "there is no alarm %u", alarm);
-        const uint32_t bit = 1U << alarm;
-        return overlay(hold, type, number, *alarms, bit, state ? bit : 0);
-    });
+    return action(Function::alarm_raise_alarm, {number, type, alarm, state},
+                  [=](Transaction &device) {
+                      uint32_t *alarms = alarmsOf(device, type, number);
+                      if (!alarms)
+                          return failureCode();
+                      if (alarm > 31)
+                          return fail(BAD_VALUE, "there is no alarm %u", alarm);
+                      const uint32_t bit = 1U << alarm;
+                      return overlay(device, type, number, *alarms, bit, state ? bit : 0);
+                  });
 }
 
 int alarm_notification_sock(void)
@@ -121,25 +122,25 @@ int alarm_notification_sock(void)
 
 kvRc alarm_subscribe(uint32_t first, uint32_t second, void (*handler)(const alarmEvent *))
 {
-    return action(Function::alarm_subscribe, {first, second}, [=](Hold &hold) {
+    return action(Function::alarm_subscribe, {first, second}, [=](Transaction &device) {
         subscribed = handler;
-        return subscription.subscribe(hold);
+        return subscription.subscribe(device);
     });
 }
 
 kvRc alarm_process_notification(void)
 {
-    return action(Function::alarm_process_notification, {}, [](Hold &hold) {
-        subscription.handOver(hold,
+    return action(Function::alarm_process_notification, {}, [](Transaction &device) {
+        subscription.handOver(device,
                               [handler = subscribed](const alarmEvent &event) { handler(&event); });
-        return hold ? KV_OK : failureCode();
+        return device ? KV_OK : failureCode();
     });
 }
 
 kvRc alarm_unsubscribe(void)
 {
-    return action(Function::alarm_unsubscribe, {}, [](Hold &hold) {
-        subscription.unsubscribe(hold);
+    return action(Function::alarm_unsubscribe, {}, [](Transaction &device) {
+        subscription.unsubscribe(device);
         return KV_OK;
     });
 }

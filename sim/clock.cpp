@@ -53,11 +53,11 @@ void schedule(Clock &clock, uint32_t index, uint64_t now)
 }
 
 // A load stays in each state for a while, until it is done or at the state at which it fails.
-void advanceLoad(Hold &hold)
+void advanceLoad(Transaction &device)
 {
-    const Upgrade &load = hold->upgrade;
-    while (isLoading(load) && uptime(*hold) - load.since >= LOAD_STATE_TIME)
-        reachLoadState(hold, load.state + 1, load.since + LOAD_STATE_TIME);
+    const Upgrade &load = device->upgrade;
+    while (isLoading(load) && uptime(*device) - load.since >= LOAD_STATE_TIME)
+        reachLoadState(device, load.state + 1, load.since + LOAD_STATE_TIME);
 }
 
 } // namespace
@@ -97,9 +97,9 @@ void resumeClock(State &state)
     memcpy(clock.boot, boot, sizeof boot);
 }
 
-void reachLoadState(Hold &hold, uint32_t state, uint64_t when)
+void reachLoadState(Transaction &device, uint32_t state, uint64_t when)
 {
-    Upgrade &load = hold.edit(hold->upgrade);
+    Upgrade &load = device.modify(device->upgrade);
     load.state = state == load.failState ? LOAD_FAILED : state;
     load.since = when;
 }
@@ -110,20 +110,20 @@ void scheduleIntervals(State &state)
         schedule(state.clock, i, deviceTime(state));
 }
 
-kvRc setClock(Hold &hold, uint64_t time)
+kvRc setClock(Transaction &device, uint64_t time)
 {
-    Clock &clock = hold.edit(hold->clock);
-    clock.offset = time - uptime(*hold);
-    scheduleIntervals(*hold);
-    return wake(hold, Service::pm);
+    Clock &clock = device.modify(device->clock);
+    clock.offset = time - uptime(*device);
+    scheduleIntervals(*device);
+    return wake(device, Service::pm);
 }
 
-kvRc stopClock(Hold &hold, bool stopped)
+kvRc stopClock(Transaction &device, bool stopped)
 {
-    Clock &clock = hold.edit(hold->clock);
-    anchor(clock, uptime(*hold));
+    Clock &clock = device.modify(device->clock);
+    anchor(clock, uptime(*device));
     clock.stopped = stopped;
-    return wake(hold, Service::pm);
+    return wake(device, Service::pm);
 }
 
 uint64_t nextEndUntil(const State &state, uint64_t time)
@@ -144,19 +144,20 @@ uint64_t untilNextEnd(State &state)
     return next > now ? next - now : 1;
 }
 
-kvRc endInterval(Hold &hold, uint32_t interval, uint64_t times)
+kvRc endInterval(Transaction &device, uint32_t interval, uint64_t times)
 {
-    hold.edit(hold->pmEpoch[interval - 1]) += static_cast<uint32_t>(times);
-    return interval <= REPORTED_INTERVALS ? notify(hold, Service::pm, {objType{interval}, 0, 0, 0})
-                                          : KV_OK;
+    device.modify(device->pmEpoch[interval - 1]) += static_cast<uint32_t>(times);
+    return interval <= REPORTED_INTERVALS
+               ? notify(device, Service::pm, {objType{interval}, 0, 0, 0})
+               : KV_OK;
 }
 
-kvRc tick(Hold &hold)
+kvRc tick(Transaction &device)
 {
-    advanceLoad(hold);
-    const uint64_t now = deviceTime(*hold);
-    if (nextEndUntil(*hold, now)) {
-        Clock &clock = hold.edit(hold->clock);
+    advanceLoad(device);
+    const uint64_t now = deviceTime(*device);
+    if (nextEndUntil(*device, now)) {
+        Clock &clock = device.modify(device->clock);
         for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
             const uint64_t end = clock.nextEnd[i];
             if (!end || end > now)
@@ -164,13 +165,13 @@ kvRc tick(Hold &hold)
             schedule(clock, i, now);
             const uint64_t times =
                 clock.period[i] ? 1 + (now - end) / (clock.period[i] * SECOND) : 1;
-            if (const kvRc code = endInterval(hold, i + 1, times)) {
-                hold.revert();
+            if (const kvRc code = endInterval(device, i + 1, times)) {
+                device.rollback();
                 return code;
             }
         }
     }
-    hold.keep();
+    device.commit();
     return KV_OK;
 }
 

@@ -20,8 +20,8 @@ uint64_t uptime(State &state);
 void startClock(State &state);
 void resumeClock(State &state);
 
-kvRc setClock(Hold &hold, uint64_t time);
-kvRc stopClock(Hold &hold, bool stopped);
+kvRc setClock(Transaction &device, uint64_t time);
+kvRc stopClock(Transaction &device, bool stopped);
 
 // How long, in microseconds of a running clock, until a PM interval ends; 0: none will.
 uint64_t untilNextEnd(State &state);
@@ -31,10 +31,10 @@ uint64_t nextEndUntil(const State &state, uint64_t time);
 
 void scheduleIntervals(State &state);
 // Ends an interval, and as many empty ones after it as make up `times`; reported as one.
-kvRc endInterval(Hold &hold, uint32_t interval, uint64_t times = 1);
+kvRc endInterval(Transaction &device, uint32_t interval, uint64_t times = 1);
 
 // A software load reaches a state, at an uptime.
-void reachLoadState(Hold &hold, uint32_t state, uint64_t when);
+void reachLoadState(Transaction &device, uint32_t state, uint64_t when);
 
 } // namespace sim
 

@@ -41,7 +41,7 @@ const char *kv_rc_to_string(kvRc code)
     };
     Call entry{Function::kv_rc_to_string, {code}};
     entry.enter();
-    if (entry.code() != KV_OK && entry.hold)
+    if (entry.code() != KV_OK && entry.device)
         return nullptr;
     for (const auto &known : texts)
         if (known.code == code)
@@ -65,16 +65,16 @@ int kv_log(int level, int module, const char *file, const char *function, int li
 
     const auto size = static_cast<uint32_t>(strlen(record.text));
     const auto number = [](int argument) { return static_cast<uint32_t>(argument); };
-    const auto write = [&](Hold &hold) {
-        record.number = hold->logLast + 1;
-        hold->log[record.number % LOG] = record;
-        hold.edit(hold->logLast) = record.number;
+    const auto write = [&](Transaction &device) {
+        record.number = device->logLast + 1;
+        device->log[record.number % LOG] = record;
+        device.modify(device->logLast) = record.number;
         // The log counts as full when it has been filled once with records that are not for
         // debugging.
-        if (level >= LOG_DEBUG || ++hold.edit(hold->logCounted) != LOG)
+        if (level >= LOG_DEBUG || ++device.modify(device->logCounted) != LOG)
             return KV_OK;
-        uint32_t &alarms = hold->system.alarms;
-        return setAlarms(hold, OBJ_SYSTEM, 1, alarms, alarms | 1U << EV_LOG_FULL_ALM);
+        uint32_t &alarms = device->system.alarms;
+        return setAlarms(device, OBJ_SYSTEM, 1, alarms, alarms | 1U << EV_LOG_FULL_ALM);
     };
     return static_cast<int>(call(Function::kv_log, {number(level), number(module), number(line)},
                                  {record.text, size}, {}, write));
@@ -82,9 +82,9 @@ int kv_log(int level, int module, const char *file, const char *function, int li
 
 kvRc kv_log_clear(void)
 {
-    return action(Function::kv_log_clear, {}, [](Hold &hold) {
-        hold.edit(hold->logCleared) = hold->logLast;
-        hold.edit(hold->logCounted) = 0;
+    return action(Function::kv_log_clear, {}, [](Transaction &device) {
+        device.modify(device->logCleared) = device->logLast;
+        device.modify(device->logCounted) = 0;
         return KV_OK;
     });
 }

@@ -10,9 +10,9 @@ namespace
 template <class Body>
 auto withGroup(uint32_t group, Body body)
 {
-    return [=](Hold &hold) -> kvRc {
-        Group *found = groupOf(hold, group);
-        return found ? body(hold, *found) : failureCode();
+    return [=](Transaction &device) -> kvRc {
+        Group *found = groupOf(device, group);
+        return found ? body(device, *found) : failureCode();
     };
 }
 
@@ -38,8 +38,8 @@ imaParams present(const State &state, const Group &group)
 kvRc config_get_ima_params(imaParams *out, uint32_t group)
 {
     return getter(Function::config_get_ima_params, {group}, out,
-                  withGroup(group, [=](Hold &hold, Group &found) {
-                      *out = present(*hold, found);
+                  withGroup(group, [=](Transaction &device, Group &found) {
+                      *out = present(*device, found);
                       return KV_OK;
                   }));
 }
@@ -48,8 +48,8 @@ kvRc config_get_ima_params(imaParams *out, uint32_t group)
 kvRc config_set_ima_params(const imaParams *in, uint32_t group)
 {
     return setter(Function::config_set_ima_params, {group}, in,
-                  withGroup(group, [=](Hold &hold, Group &found) {
-                      imaParams &params = hold.edit(found.params);
+                  withGroup(group, [=](Transaction &device, Group &found) {
+                      imaParams &params = device.modify(found.params);
                       params.groupParam1 = in->groupParam1;
                       params.groupParam2 = in->groupParam2;
                       params.groupParam3 = in->groupParam3;
@@ -59,14 +59,14 @@ kvRc config_set_ima_params(const imaParams *in, uint32_t group)
 
 kvRc config_add_ima(const imaParams *in, uint32_t group)
 {
-    return setter(Function::config_add_ima, {group}, in, [=](Hold &hold) {
+    return setter(Function::config_add_ima, {group}, in, [=](Transaction &device) {
         if (group < 1 || group > KV_SIM_GROUPS)
             return fail(NO_OBJECT, "there is no IMA group %u, only 1 to %d", group, KV_SIM_GROUPS);
-        if (hold->groups[group - 1].provisioned)
+        if (device->groups[group - 1].provisioned)
             return fail(EXISTS, "IMA group %u is provisioned already", group);
         if (in->linkCount != 0)
             return fail(BAD_VALUE, "IMA group %u: links are added one by one", group);
-        Group &added = hold.edit(hold->groups[group - 1]);
+        Group &added = device.modify(device->groups[group - 1]);
         added = {};
         added.params = *in;
         added.provisioned = 1;
@@ -77,12 +77,12 @@ kvRc config_add_ima(const imaParams *in, uint32_t group)
 kvRc config_del_ima(uint32_t group)
 {
     return action(Function::config_del_ima, {group},
-                  withGroup(group, [=](Hold &hold, Group &found) {
-                      for (Link &link : hold->links)
+                  withGroup(group, [=](Transaction &device, Group &found) {
+                      for (Link &link : device->links)
                           if (link.group == group)
-                              hold.edit(link.group) = 0;
-                      hold.edit(found.provisioned) = 0;
-                      return setAlarms(hold, OBJ_IMA_GROUP, group, found.alarms, 0);
+                              device.modify(link.group) = 0;
+                      device.modify(found.provisioned) = 0;
+                      return setAlarms(device, OBJ_IMA_GROUP, group, found.alarms, 0);
                   }));
 }
 
@@ -90,8 +90,8 @@ kvRc config_add_ima_link(uint32_t link, uint32_t group)
 {
     return action(
         Function::config_add_ima_link, {link, group},
-        withGroup(group, [=](Hold &hold, Group &found) {
-            Link *added = linkOf(hold, link);
+        withGroup(group, [=](Transaction &device, Group &found) {
+            Link *added = linkOf(device, link);
             if (!added)
                 return failureCode();
             if (added->group)
@@ -99,10 +99,10 @@ kvRc config_add_ima_link(uint32_t link, uint32_t group)
             const uint32_t count = found.params.linkCount;
             if (count >= IMA_LINK_MAX)
                 return fail(FULL, "IMA group %u has %u links, no more can be", group, IMA_LINK_MAX);
-            imaParams &params = hold.edit(found.params);
+            imaParams &params = device.modify(found.params);
             params.links[count] = {link, {}};
             params.linkCount = count + 1;
-            hold.edit(added->group) = group;
+            device.modify(added->group) = group;
             return KV_OK;
         }));
 }
@@ -110,20 +110,20 @@ kvRc config_add_ima_link(uint32_t link, uint32_t group)
 kvRc config_del_ima_link(uint32_t link, uint32_t group)
 {
     return action(Function::config_del_ima_link, {link, group},
-                  withGroup(group, [=](Hold &hold, Group &found) {
+                  withGroup(group, [=](Transaction &device, Group &found) {
                       const uint32_t count = found.params.linkCount < IMA_LINK_MAX
                                                  ? found.params.linkCount
                                                  : IMA_LINK_MAX;
                       for (uint32_t i = 0; i < count; ++i) {
                           if (found.params.links[i].linkId != link)
                               continue;
-                          imaParams &params = hold.edit(found.params);
+                          imaParams &params = device.modify(found.params);
                           for (uint32_t k = i; k + 1 < count; ++k)
                               params.links[k] = params.links[k + 1];
                           params.linkCount = count - 1;
                           params.links[count - 1] = {};
-                          if (Link *removed = linkOf(hold, link))
-                              hold.edit(removed->group) = 0;
+                          if (Link *removed = linkOf(device, link))
+                              device.modify(removed->group) = 0;
                           return KV_OK;
                       }
                       return fail(NO_OBJECT, "IMA link %u is not in group %u", link, group);

@@ -19,9 +19,9 @@ bool isValid(const pdhParams &params)
 template <class Body>
 auto withPort(uint32_t port, Body body)
 {
-    return [=](Hold &hold) -> kvRc {
-        Port *found = portOf(hold, port);
-        return found ? body(hold, *found) : failureCode();
+    return [=](Transaction &device) -> kvRc {
+        Port *found = portOf(device, port);
+        return found ? body(device, *found) : failureCode();
     };
 }
 
@@ -30,7 +30,7 @@ auto withPort(uint32_t port, Body body)
 kvRc config_get_pdh_params(pdhParams *out, uint32_t port)
 {
     return getter(Function::config_get_pdh_params, {port}, out,
-                  withPort(port, [=](Hold &, Port &found) {
+                  withPort(port, [=](Transaction &, Port &found) {
                       *out = found.params;
                       return KV_OK;
                   }));
@@ -39,10 +39,10 @@ kvRc config_get_pdh_params(pdhParams *out, uint32_t port)
 kvRc config_set_pdh_params(const pdhParams *in, uint32_t port)
 {
     return setter(Function::config_set_pdh_params, {port}, in,
-                  withPort(port, [=](Hold &hold, Port &found) {
+                  withPort(port, [=](Transaction &device, Port &found) {
                       if (!isValid(*in))
                           return BAD_VALUE;
-                      hold.edit(found.params) = *in;
+                      device.modify(found.params) = *in;
                       return KV_OK;
                   }));
 }
@@ -50,7 +50,7 @@ kvRc config_set_pdh_params(const pdhParams *in, uint32_t port)
 kvRc config_get_pdh_admin(adminStatus *out, uint32_t port)
 {
     return getter(Function::config_get_pdh_admin, {port}, out,
-                  withPort(port, [=](Hold &, Port &found) {
+                  withPort(port, [=](Transaction &, Port &found) {
                       *out = found.params.adminStatus;
                       return KV_OK;
                   }));
@@ -59,10 +59,10 @@ kvRc config_get_pdh_admin(adminStatus *out, uint32_t port)
 kvRc config_set_pdh_admin(adminStatus value, uint32_t port)
 {
     return action(Function::config_set_pdh_admin, {port, value},
-                  withPort(port, [=](Hold &hold, Port &found) {
+                  withPort(port, [=](Transaction &device, Port &found) {
                       if (!inRange("administrative status", value, 3))
                           return BAD_VALUE;
-                      hold.edit(found.params.adminStatus) = value;
+                      device.modify(found.params.adminStatus) = value;
                       return KV_OK;
                   }));
 }
@@ -70,7 +70,7 @@ kvRc config_set_pdh_admin(adminStatus value, uint32_t port)
 kvRc config_get_pdh_oper_state(operState *out, uint32_t port)
 {
     return getter(Function::config_get_pdh_oper_state, {port}, out,
-                  withPort(port, [=](Hold &, Port &found) {
+                  withPort(port, [=](Transaction &, Port &found) {
                       *out = operStateOf(found.params.adminStatus,
                                          found.loopback.lpbk != NO_LOOPBACK, found.alarms);
                       return KV_OK;
@@ -80,7 +80,7 @@ kvRc config_get_pdh_oper_state(operState *out, uint32_t port)
 kvRc config_get_pdh_lpbk(pdhLpbk *out, uint32_t port)
 {
     return getter(Function::config_get_pdh_lpbk, {port}, out,
-                  withPort(port, [=](Hold &, Port &found) {
+                  withPort(port, [=](Transaction &, Port &found) {
                       *out = found.loopback;
                       return KV_OK;
                   }));
@@ -89,10 +89,10 @@ kvRc config_get_pdh_lpbk(pdhLpbk *out, uint32_t port)
 kvRc config_set_pdh_lpbk(const pdhLpbk *in, uint32_t port)
 {
     return setter(Function::config_set_pdh_lpbk, {port}, in,
-                  withPort(port, [=](Hold &hold, Port &found) {
+                  withPort(port, [=](Transaction &device, Port &found) {
                       if (!isLoopback(in->lpbk))
                           return failureCode();
-                      hold.edit(found.loopback) = *in;
+                      device.modify(found.loopback) = *in;
                       return KV_OK;
                   }));
 }

@@ -105,9 +105,9 @@ pwConfig defaultsOf(const State &state, pweType type, pweEncType encapsulation, 
 template <class Body>
 auto withPw(uint32_t pwId, Body body)
 {
-    return [=](Hold &hold) -> kvRc {
-        Pw *found = pwOf(hold, pwId);
-        return found ? body(hold, *found) : failureCode();
+    return [=](Transaction &device) -> kvRc {
+        Pw *found = pwOf(device, pwId);
+        return found ? body(device, *found) : failureCode();
     };
 }
 
@@ -134,7 +134,7 @@ uint32_t findXc(const pwConfig &config, const pwAtmXc &xc)
 
 kvRc config_get_pw(pwConfig *out, uint32_t pwId)
 {
-    return getter(Function::config_get_pw, {pwId}, out, withPw(pwId, [=](Hold &, Pw &found) {
+    return getter(Function::config_get_pw, {pwId}, out, withPw(pwId, [=](Transaction &, Pw &found) {
                       *out = found.config;
                       return KV_OK;
                   }));
@@ -143,24 +143,24 @@ kvRc config_get_pw(pwConfig *out, uint32_t pwId)
 kvRc config_get_pw_defaults(pwConfig *out, const pwDefaultsKey *key, uint32_t pwId)
 {
     return call(Function::config_get_pw_defaults, {pwId}, bytesOf(key), bytesOf(out),
-                [=](Hold &hold) {
+                [=](Transaction &device) {
                     if (!isKind(key->pweType, key->encType))
                         return BAD_VALUE;
-                    *out = defaultsOf(*hold, key->pweType, key->encType, pwId);
+                    *out = defaultsOf(*device, key->pweType, key->encType, pwId);
                     return KV_OK;
                 });
 }
 
 kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
 {
-    return setter(Function::config_add_pw, {pwId}, in, [=](Hold &hold) {
+    return setter(Function::config_add_pw, {pwId}, in, [=](Transaction &device) {
         if (pwId < 1 || pwId > KV_SIM_PWS)
             return fail(NO_OBJECT, "there is no pseudowire %u, only 1 to %d", pwId, KV_SIM_PWS);
-        if (hold->pws[pwId - 1].provisioned)
+        if (device->pws[pwId - 1].provisioned)
             return fail(EXISTS, "pseudowire %u is provisioned already", pwId);
         if (!isValid(*in))
             return BAD_VALUE;
-        Pw &pw = hold.edit(hold->pws[pwId - 1]);
+        Pw &pw = device.modify(device->pws[pwId - 1]);
         pw = {};
         pw.config = *in;
         pw.provisioned = 1;
@@ -170,30 +170,31 @@ kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
 
 kvRc config_set_pw(const pwConfig *in, uint32_t pwId)
 {
-    return setter(Function::config_set_pw, {pwId}, in, withPw(pwId, [=](Hold &hold, Pw &found) {
-                      if (!isValid(*in))
-                          return BAD_VALUE;
-                      if (in->pweType != found.config.pweType)
-                          return fail(WRONG_STATE,
-                                      "pseudowire %u is of type %u and can't become %u", pwId,
-                                      found.config.pweType, in->pweType);
-                      hold.edit(found.config) = *in;
-                      return KV_OK;
-                  }));
+    return setter(
+        Function::config_set_pw, {pwId}, in, withPw(pwId, [=](Transaction &device, Pw &found) {
+            if (!isValid(*in))
+                return BAD_VALUE;
+            if (in->pweType != found.config.pweType)
+                return fail(WRONG_STATE, "pseudowire %u is of type %u and can't become %u", pwId,
+                            found.config.pweType, in->pweType);
+            device.modify(found.config) = *in;
+            return KV_OK;
+        }));
 }
 
 kvRc config_del_pw(uint32_t pwId)
 {
-    return action(Function::config_del_pw, {pwId}, withPw(pwId, [=](Hold &hold, Pw &found) {
-                      hold.edit(found.provisioned) = 0;
-                      return setAlarms(hold, OBJ_PWE, pwId, found.alarms, 0);
+    return action(Function::config_del_pw, {pwId},
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
+                      device.modify(found.provisioned) = 0;
+                      return setAlarms(device, OBJ_PWE, pwId, found.alarms, 0);
                   }));
 }
 
 kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
 {
     return getter(Function::config_get_pw_oper_state, {pwId}, out,
-                  withPw(pwId, [=](Hold &, Pw &found) {
+                  withPw(pwId, [=](Transaction &, Pw &found) {
                       *out = operStateOf(found.config.adminStatus, false, found.alarms);
                       return KV_OK;
                   }));
@@ -202,17 +203,18 @@ kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
 kvRc config_set_pw_admin(adminStatus value, uint32_t pwId)
 {
     return action(Function::config_set_pw_admin, {pwId, value},
-                  withPw(pwId, [=](Hold &hold, Pw &found) {
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
                       if (!inRange("administrative status", value, 3))
                           return BAD_VALUE;
-                      hold.edit(found.config.adminStatus) = value;
+                      device.modify(found.config.adminStatus) = value;
                       return KV_OK;
                   }));
 }
 
 kvRc config_get_pw_admin(adminStatus *out, uint32_t pwId)
 {
-    return getter(Function::config_get_pw_admin, {pwId}, out, withPw(pwId, [=](Hold &, Pw &found) {
+    return getter(Function::config_get_pw_admin, {pwId}, out,
+                  withPw(pwId, [=](Transaction &, Pw &found) {
                       *out = found.config.adminStatus;
                       return KV_OK;
                   }));
@@ -221,12 +223,12 @@ kvRc config_get_pw_admin(adminStatus *out, uint32_t pwId)
 kvRc config_set_pw_jitter_size(uint32_t size, uint32_t pwId)
 {
     return action(Function::config_set_pw_jitter_size, {pwId, size},
-                  withPw(pwId, [=](Hold &hold, Pw &found) {
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
                       if (!isTdm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u has no jitter buffer", pwId);
                       if (!inRange("jitter buffer size", size, JITTER_MAX))
                           return BAD_VALUE;
-                      hold.edit(found.config.jitterBufferSize) = size;
+                      device.modify(found.config.jitterBufferSize) = size;
                       return KV_OK;
                   }));
 }
@@ -234,12 +236,12 @@ kvRc config_set_pw_jitter_size(uint32_t size, uint32_t pwId)
 kvRc config_set_pw_ais(uint32_t force, uint32_t pwId)
 {
     return action(Function::config_set_pw_ais, {pwId, force},
-                  withPw(pwId, [=](Hold &hold, Pw &found) {
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
                       if (!upTo("forced AIS", force, 1))
                           return BAD_VALUE;
                       if (!isAtm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
-                      hold.edit(found.config.aisForced) = force;
+                      device.modify(found.config.aisForced) = force;
                       return KV_OK;
                   }));
 }
@@ -247,7 +249,7 @@ kvRc config_set_pw_ais(uint32_t force, uint32_t pwId)
 kvRc config_add_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
 {
     return setter(Function::config_add_pw_atm_xc, {pwId}, in,
-                  withPw(pwId, [=](Hold &hold, Pw &found) {
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
                       if (!isAtm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
                       if (!inRange("cross-connect type", in->xcType, 3))
@@ -258,7 +260,7 @@ kvRc config_add_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
                       if (count == PW_ATM_XC_MAX)
                           return fail(FULL, "pseudowire %u has %u cross-connects, no more can be",
                                       pwId, PW_ATM_XC_MAX);
-                      pwConfig &config = hold.edit(found.config);
+                      pwConfig &config = device.modify(found.config);
                       config.atmXc[count] = *in;
                       config.atmXcCount = count + 1;
                       return KV_OK;
@@ -268,14 +270,14 @@ kvRc config_add_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
 kvRc config_del_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
 {
     return setter(Function::config_del_pw_atm_xc, {pwId}, in,
-                  withPw(pwId, [=](Hold &hold, Pw &found) {
+                  withPw(pwId, [=](Transaction &device, Pw &found) {
                       if (!isAtm(found.config.pweType))
                           return fail(WRONG_STATE, "pseudowire %u is not ATM", pwId);
                       const uint32_t count = xcCount(found.config);
                       uint32_t i = findXc(found.config, *in);
                       if (i >= count)
                           return fail(NO_OBJECT, "pseudowire %u has no such cross-connect", pwId);
-                      pwConfig &config = hold.edit(found.config);
+                      pwConfig &config = device.modify(found.config);
                       for (; i + 1 < count; ++i)
                           config.atmXc[i] = config.atmXc[i + 1];
                       config.atmXcCount = count - 1;
@@ -285,10 +287,10 @@ kvRc config_del_pw_atm_xc(const pwAtmXc *in, uint32_t pwId)
 
 kvRc config_get_pw_all_prov(pwProvList *out)
 {
-    return getter(Function::config_get_pw_all_prov, {}, out, [=](Hold &hold) {
+    return getter(Function::config_get_pw_all_prov, {}, out, [=](Transaction &device) {
         out->count = 0;
         for (uint32_t i = 0; i < KV_SIM_PWS; ++i)
-            if (hold->pws[i].provisioned)
+            if (device->pws[i].provisioned)
                 out->pwIds[out->count++] = static_cast<uint16_t>(i + 1);
         return KV_OK;
     });

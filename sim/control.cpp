@@ -13,18 +13,18 @@ using namespace sim;
 namespace
 {
 
-// Runs a command under the hold, by the device clock as it stands; what it changed is kept when it
-// returns KV_OK.
+// Runs a command as a transaction, by the device clock as it stands; committed when it returns
+// KV_OK.
 template <class Command>
 int control(Command command)
 {
-    Hold hold;
-    if (!hold)
+    Transaction device;
+    if (!device)
         return -1;
-    tick(hold);
-    if (command(hold) != KV_OK)
+    tick(device);
+    if (command(device) != KV_OK)
         return -1;
-    hold.keep();
+    device.commit();
     return 0;
 }
 
@@ -39,8 +39,8 @@ bool isKnownFunction(const char (&name)[sizeof kvSimFault::function])
 // Uses a word of an object's PM counters in the running interval, behind those that every record
 // begins with.
 template <class Record, class Use>
-kvRc useWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh, uint32_t word,
-             Use use)
+kvRc useWord(Transaction &device, Pm<Record> &pm, uint32_t interval, const Record &fresh,
+             uint32_t word, Use use)
 {
     constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
     constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
@@ -48,7 +48,7 @@ kvRc useWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh,
         return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
     if (word >= words)
         return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1);
-    auto *record = reinterpret_cast<unsigned char *>(&editPm(hold, pm, interval, fresh));
+    auto *record = reinterpret_cast<unsigned char *>(&modifyPm(device, pm, interval, fresh));
     use(record + (leading + word) * sizeof(uint32_t));
     return KV_OK;
 }
@@ -56,51 +56,53 @@ kvRc useWord(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh,
 template <class Use>
 int usePmWord(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, Use use)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         const auto useOf = [&](auto *object, const auto &fresh) {
-            return object ? useWord(hold, object->pm, interval, fresh, word, use) : failureCode();
+            return object ? useWord(device, object->pm, interval, fresh, word, use) : failureCode();
         };
         switch (type) {
         case KV_SIM_PDH:
-            return useOf(portOf(hold, number), freshPdhPm(number));
+            return useOf(portOf(device, number), freshPdhPm(number));
         case KV_SIM_PW: {
-            Pw *pw = pwOf(hold, number);
+            Pw *pw = pwOf(device, number);
             return useOf(pw, freshPwPm(pw ? pw->config.pweType : pweType{}));
         }
         case KV_SIM_GROUP:
-            return useOf(groupOf(hold, number), freshGroupPm());
+            return useOf(groupOf(device, number), freshGroupPm());
         case KV_SIM_LINK:
-            return useOf(linkOf(hold, number), freshLinkPm());
+            return useOf(linkOf(device, number), freshLinkPm());
         default:
             return fail(BAD_VALUE, "object type %u has no PM counters", type);
         }
     });
 }
 
-kvRc setCounter(Hold &hold, kvCounter *counters, uint32_t count, uint32_t index, uint64_t value)
+kvRc setCounter(Transaction &device, kvCounter *counters, uint32_t count, uint32_t index,
+                uint64_t value)
 {
     if (index >= count)
         return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1);
-    hold.edit(counters[index]) = {static_cast<uint32_t>(value), static_cast<uint32_t>(value >> 32)};
+    device.modify(counters[index]) = {static_cast<uint32_t>(value),
+                                      static_cast<uint32_t>(value >> 32)};
     return KV_OK;
 }
 
-kvRc clearAlarms(Hold &hold)
+kvRc clearAlarms(Transaction &device)
 {
     kvRc code = KV_OK;
     const auto clear = [&](objType type, uint32_t number, uint32_t &alarms) {
         if (code == KV_OK)
-            code = setAlarms(hold, type, number, alarms, 0);
+            code = setAlarms(device, type, number, alarms, 0);
     };
-    clear(OBJ_SYSTEM, 1, hold->system.alarms);
+    clear(OBJ_SYSTEM, 1, device->system.alarms);
     for (uint32_t i = 0; i < KV_SIM_PORTS; ++i)
-        clear(OBJ_PDH, i + 1, hold->ports[i].alarms);
+        clear(OBJ_PDH, i + 1, device->ports[i].alarms);
     for (uint32_t i = 0; i < KV_SIM_PWS; ++i)
-        clear(OBJ_PWE, i + 1, hold->pws[i].alarms);
+        clear(OBJ_PWE, i + 1, device->pws[i].alarms);
     for (uint32_t i = 0; i < KV_SIM_GROUPS; ++i)
-        clear(OBJ_IMA_GROUP, i + 1, hold->groups[i].alarms);
+        clear(OBJ_IMA_GROUP, i + 1, device->groups[i].alarms);
     for (uint32_t i = 0; i < KV_SIM_LINKS; ++i)
-        clear(OBJ_IMA_LINK, i + 1, hold->links[i].alarms);
+        clear(OBJ_IMA_LINK, i + 1, device->links[i].alarms);
     return code;
 }
 
@@ -110,8 +112,8 @@ void waitForReports()
     constexpr int ROUNDS = 2000;
     for (int round = 0; round < ROUNDS; ++round) {
         {
-            Hold hold;
-            if (!hold || pending(hold, Service::pm) == 0)
+            Transaction device;
+            if (!device || pending(device, Service::pm) == 0)
                 return;
         }
         sleepMs(1);
@@ -127,35 +129,35 @@ const char *kv_sim_error(void)
 
 int kv_sim_open(void)
 {
-    return control([](Hold &) { return KV_OK; });
+    return control([](Transaction &) { return KV_OK; });
 }
 
 int kv_sim_reset(void)
 {
-    return control([](Hold &hold) {
-        const kvRc code = clearAlarms(hold);
+    return control([](Transaction &device) {
+        const kvRc code = clearAlarms(device);
         if (code != KV_OK)
             return code;
-        hold.keep();
-        redeliver(*hold);
+        device.commit();
+        factoryReset(*device);
         return KV_OK;
     });
 }
 
 int kv_sim_fault_add(const kvSimFault *fault)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         if (fault->function[0] && !isKnownFunction(fault->function))
             return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function);
         if (fault->effect > KV_SIM_GARBAGE)
             return fail(BAD_VALUE, "there is no effect %u", fault->effect);
         if (fault->effect == KV_SIM_CODE && fault->value == KV_OK)
             return fail(BAD_VALUE, "a call can't fail with the code 0, which is success");
-        for (ArmedFault &armed : hold->faults) {
+        for (ArmedFault &armed : device->faults) {
             if (armed.used)
                 continue;
-            hold.edit(armed) = {1, *fault};
-            ++hold.edit(hold->faultCount);
+            device.modify(armed) = {1, *fault};
+            ++device.modify(device->faultCount);
             return KV_OK;
         }
         return fail(FULL, "there are %u faults, no more can be", FAULTS);
@@ -164,21 +166,21 @@ int kv_sim_fault_add(const kvSimFault *fault)
 
 int kv_sim_fault_clear(void)
 {
-    return control([](Hold &hold) {
-        for (ArmedFault &armed : hold->faults)
-            hold.edit(armed.used) = 0;
-        hold.edit(hold->faultCount) = 0;
-        ++hold.edit(hold->faultGeneration);
-        hold.edit(hold->hanging) = 0;
+    return control([](Transaction &device) {
+        for (ArmedFault &armed : device->faults)
+            device.modify(armed.used) = 0;
+        device.modify(device->faultCount) = 0;
+        ++device.modify(device->faultGeneration);
+        device.modify(device->hanging) = 0;
         return KV_OK;
     });
 }
 
 int kv_sim_fault_get(unsigned index, kvSimFault *fault)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         unsigned seen = 0;
-        for (const ArmedFault &armed : hold->faults) {
+        for (const ArmedFault &armed : device->faults) {
             if (armed.used && seen++ == index) {
                 *fault = armed.fault;
                 fault->function[sizeof fault->function - 1] = '\0';
@@ -191,8 +193,8 @@ int kv_sim_fault_get(unsigned index, kvSimFault *fault)
 
 unsigned kv_sim_hanging(void)
 {
-    Hold hold;
-    return hold ? hold->hanging : 0;
+    Transaction device;
+    return device ? device->hanging : 0;
 }
 
 const char *kv_sim_function(unsigned index)
@@ -202,16 +204,16 @@ const char *kv_sim_function(unsigned index)
 
 uint64_t kv_sim_journal_last(void)
 {
-    Hold hold;
-    return hold ? hold->journalLast : 0;
+    Transaction device;
+    return device ? device->journalLast : 0;
 }
 
 int kv_sim_journal_get(uint64_t number, kvSimCall *call)
 {
-    return control([=](Hold &hold) {
-        const JournalEntry &entry = hold->journal[number % JOURNAL];
+    return control([=](Transaction &device) {
+        const JournalEntry &entry = device->journal[number % JOURNAL];
         const char *function = nameOf(entry.function);
-        if (number == 0 || number > hold->journalLast || entry.number != number || !function)
+        if (number == 0 || number > device->journalLast || entry.number != number || !function)
             return fail(NO_OBJECT, "call %llu is not in the journal",
                         static_cast<unsigned long long>(number));
         call->number = entry.number;
@@ -229,35 +231,35 @@ int kv_sim_journal_get(uint64_t number, kvSimCall *call)
 
 uint64_t kv_sim_clock_get(void)
 {
-    Hold hold;
-    return hold ? deviceTime(*hold) : 0;
+    Transaction device;
+    return device ? deviceTime(*device) : 0;
 }
 
 int kv_sim_clock_set(uint64_t microseconds)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         if (microseconds > CLOCK_END)
             return fail(BAD_VALUE, "the device clock ends with the year 9999");
-        return setClock(hold, microseconds);
+        return setClock(device, microseconds);
     });
 }
 
 int kv_sim_clock_stop(int stopped)
 {
-    return control([=](Hold &hold) { return stopClock(hold, stopped != 0); });
+    return control([=](Transaction &device) { return stopClock(device, stopped != 0); });
 }
 
 int kv_sim_clock_stopped(void)
 {
-    Hold hold;
-    return hold && hold->clock.stopped;
+    Transaction device;
+    return device && device->clock.stopped;
 }
 
 int kv_sim_clock_advance(uint64_t microseconds)
 {
     uint64_t target = 0;
-    const int begun = control([&](Hold &hold) {
-        const uint64_t now = deviceTime(*hold);
+    const int begun = control([&](Transaction &device) {
+        const uint64_t now = deviceTime(*device);
         if (microseconds > CLOCK_END - now)
             return fail(BAD_VALUE, "the device clock ends with the year 9999");
         target = now + microseconds;
@@ -267,13 +269,13 @@ int kv_sim_clock_advance(uint64_t microseconds)
         return -1;
     for (;;) {
         bool reached = true;
-        const int moved = control([&](Hold &hold) {
-            const uint64_t next = nextEndUntil(*hold, target);
-            const uint64_t now = deviceTime(*hold);
+        const int moved = control([&](Transaction &device) {
+            const uint64_t next = nextEndUntil(*device, target);
+            const uint64_t now = deviceTime(*device);
             const uint64_t to = next ? next : target;
-            hold.edit(hold->clock.uptime) += to > now ? to - now : 0;
+            device.modify(device->clock.uptime) += to > now ? to - now : 0;
             reached = next == 0;
-            return tick(hold);
+            return tick(device);
         });
         if (moved != 0)
             return -1;
@@ -285,18 +287,18 @@ int kv_sim_clock_advance(uint64_t microseconds)
 
 int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
 {
-    return control([=](Hold &hold) {
-        uint32_t *alarms = alarmsOf(hold, type, number);
+    return control([=](Transaction &device) {
+        uint32_t *alarms = alarmsOf(device, type, number);
         if (!alarms)
             return failureCode();
-        return setAlarms(hold, type, number, *alarms, bits);
+        return setAlarms(device, type, number, *alarms, bits);
     });
 }
 
 int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t delta)
 {
-    return control([=](Hold &hold) {
-        return notify(hold, Service::alarm, {objType{type}, number, status, delta});
+    return control([=](Transaction &device) {
+        return notify(device, Service::alarm, {objType{type}, number, status, delta});
     });
 }
 
@@ -314,8 +316,8 @@ int kv_sim_alarm_burst(uint32_t type, uint32_t number, uint32_t status, uint32_t
 
 int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
 {
-    return control([=](Hold &hold) {
-        const uint32_t *alarms = alarmsOf(hold, type, number);
+    return control([=](Transaction &device) {
+        const uint32_t *alarms = alarmsOf(device, type, number);
         if (!alarms)
             return failureCode();
         *bits = *alarms;
@@ -325,30 +327,30 @@ int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
 
 int kv_sim_interval_end(uint32_t interval)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         if (!isInterval(interval))
             return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
                         KV_SIM_INTERVALS);
-        return endInterval(hold, interval);
+        return endInterval(device, interval);
     });
 }
 
 int kv_sim_interval_send(uint32_t interval)
 {
-    return control([=](Hold &hold) {
-        return notify(hold, Service::pm, {objType{interval}, 0, 0, 0});
+    return control([=](Transaction &device) {
+        return notify(device, Service::pm, {objType{interval}, 0, 0, 0});
     });
 }
 
 int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         if (!isInterval(interval))
             return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
                         KV_SIM_INTERVALS);
-        hold.edit(hold->clock).period[interval - 1] = seconds;
-        scheduleIntervals(*hold);
-        return wake(hold, Service::pm);
+        device.modify(device->clock).period[interval - 1] = seconds;
+        scheduleIntervals(*device);
+        return wake(device, Service::pm);
     });
 }
 
@@ -366,10 +368,10 @@ int kv_sim_pm_get(uint32_t type, uint32_t number, uint32_t interval, uint32_t wo
 
 int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         switch (type) {
         case KV_SIM_SYSTEM: {
-            sysOmStat &om = hold.edit(hold->system.om);
+            sysOmStat &om = device.modify(device->system.om);
             constexpr uint32_t words = sizeof om.words / sizeof om.words[0];
             if (counter >= words)
                 return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter, words - 1);
@@ -379,24 +381,25 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
         case KV_SIM_PW: {
             constexpr uint32_t own = sizeof(pwOmStats::counters) / sizeof(kvCounter);
             constexpr uint32_t entries = sizeof(pwOmStats::entries) / sizeof(pwOmEntry);
-            Pw *pw = pwOf(hold, number);
+            Pw *pw = pwOf(device, number);
             if (!pw)
                 return failureCode();
             if (counter < own)
-                return setCounter(hold, pw->om.counters, own, counter, value);
+                return setCounter(device, pw->om.counters, own, counter, value);
             const uint32_t index = counter - own;
             if (index >= 2 * entries)
                 return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter,
                             own + 2 * entries - 1);
-            return setCounter(hold, pw->om.entries[index / 2].counters, 2, index % 2, value);
+            return setCounter(device, pw->om.entries[index / 2].counters, 2, index % 2, value);
         }
         case KV_SIM_GROUP: {
-            Group *group = groupOf(hold, number);
-            return group ? setCounter(hold, group->om.counters, 2, counter, value) : failureCode();
+            Group *group = groupOf(device, number);
+            return group ? setCounter(device, group->om.counters, 2, counter, value)
+                         : failureCode();
         }
         case KV_SIM_LINK: {
-            Link *link = linkOf(hold, number);
-            return link ? setCounter(hold, link->om.counters, 8, counter, value) : failureCode();
+            Link *link = linkOf(device, number);
+            return link ? setCounter(device, link->om.counters, 8, counter, value) : failureCode();
         }
         default:
             return fail(BAD_VALUE, "object type %u has no OM counters", type);
@@ -406,22 +409,22 @@ int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t val
 
 int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
 {
-    return control([=](Hold &hold) {
-        *waiting = pending(hold, Service::alarm) + pending(hold, Service::pm);
-        *lost = sim::lost(hold);
+    return control([=](Transaction &device) {
+        *waiting = pending(device, Service::alarm) + pending(device, Service::pm);
+        *lost = sim::lost(device);
         return KV_OK;
     });
 }
 
 int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         unsigned left = index;
-        for (const Notifications &all : hold->services) {
+        for (const Notifications &all : device->services) {
             for (const Subscriber &subscriber : all.subscribers) {
                 if (!subscriber.used || left-- > 0)
                     continue;
-                *subscription = {subscriber.process, &all != hold->services,
+                *subscription = {subscriber.process, &all != device->services,
                                  waiting(all, subscriber), lost(all, subscriber)};
                 return KV_OK;
             }
@@ -432,25 +435,25 @@ int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
 
 int kv_sim_upgrade_fail(uint32_t state)
 {
-    return control([=](Hold &hold) {
+    return control([=](Transaction &device) {
         if (state != 0 && (state < 2 || state > 5))
             return fail(BAD_VALUE, "upgrade state %u is not one of 2 to 5", state);
-        hold.edit(hold->upgrade.failState) = state;
+        device.modify(device->upgrade.failState) = state;
         return KV_OK;
     });
 }
 
 uint64_t kv_sim_log_last(void)
 {
-    Hold hold;
-    return hold ? hold->logLast : 0;
+    Transaction device;
+    return device ? device->logLast : 0;
 }
 
 int kv_sim_log_get(uint64_t number, kvSimLog *record)
 {
-    return control([=](Hold &hold) {
-        const kvSimLog &found = hold->log[number % LOG];
-        if (number <= hold->logCleared || number > hold->logLast || found.number != number)
+    return control([=](Transaction &device) {
+        const kvSimLog &found = device->log[number % LOG];
+        if (number <= device->logCleared || number > device->logLast || found.number != number)
             return fail(NO_OBJECT, "record %llu is not in the log",
                         static_cast<unsigned long long>(number));
         *record = found;

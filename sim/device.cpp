@@ -112,7 +112,7 @@ State *openPrivate()
         fail(NO_DEVICE, "no memory for the simulated device: %s", strerror(errno));
         return nullptr;
     }
-    deliver(*state);
+    initialise(*state);
     return state;
 }
 
@@ -218,9 +218,9 @@ State *mapDevice(const char *path, int descriptor, bool missing)
         putBack(*state, state->undo.used);
         forgetProcesses(*state);
         if (blank)
-            deliver(*state);
-        else if (!state->delivered)
-            redeliver(*state);
+            initialise(*state);
+        else if (!state->initialised)
+            factoryReset(*state);
         else
             resumeClock(*state);
         state->head = HEAD;
@@ -267,8 +267,8 @@ bool lock(State &state)
     // Whoever held it before has died in the middle of a change.
     if (state.undo.used)
         putBack(state, state.undo.used);
-    if (!state.delivered)
-        redeliver(state);
+    if (!state.initialised)
+        factoryReset(state);
     return true;
 }
 
@@ -334,19 +334,19 @@ const char *failureText()
     return lastFailure.text;
 }
 
-Hold::Hold() : state_{device()}
+Transaction::Transaction() : state_{device()}
 {
     if (state_)
         regain();
 }
 
-Hold::~Hold()
+Transaction::~Transaction()
 {
     if (state_)
         release();
 }
 
-void Hold::save(void *field, uint32_t size)
+void Transaction::save(void *field, uint32_t size)
 {
     Undo &undo = state_->undo;
     const Mark mark{
@@ -362,27 +362,27 @@ void Hold::save(void *field, uint32_t size)
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-void Hold::keep()
+void Transaction::commit()
 {
     std::atomic_signal_fence(std::memory_order_seq_cst);
     state_->undo.used = used_ = 0;
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-void Hold::revert()
+void Transaction::rollback()
 {
     if (used_)
         putBack(*state_, used_);
     used_ = 0;
 }
 
-void Hold::release()
+void Transaction::release()
 {
-    revert();
+    rollback();
     sim::release(state_->lock);
 }
 
-void Hold::regain()
+void Transaction::regain()
 {
     if (!lock(*state_))
         state_ = nullptr;

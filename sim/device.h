@@ -21,14 +21,14 @@ constexpr kvRc EXISTS = 256;
 constexpr kvRc WRONG_STATE = 512;
 constexpr kvRc NO_DEVICE = 1;
 
-// Holds the device. What edit() returned may be written; unless keep() was called it is put back
-// when the hold ends, and so it is when the process dies meanwhile.
-class Hold
+// A change of the device, with its lock. What modify() returned may be written; what was not
+// committed is rolled back at the end, and when the process dies meanwhile.
+class Transaction
 {
   public:
-    Hold();
-    ~Hold();
-    Hold(const Hold &) = delete;
+    Transaction();
+    ~Transaction();
+    Transaction(const Transaction &) = delete;
 
     // False when the device can't be used; failureText() tells why.
     explicit operator bool() const { return state_ != nullptr; }
@@ -36,16 +36,16 @@ class Hold
     State &operator*() const { return *state_; }
 
     template <class Field>
-    Field &edit(Field &field)
+    Field &modify(Field &field)
     {
         save(&field, sizeof field);
         return field;
     }
 
-    void keep();
-    void revert();
+    void commit();
+    void rollback();
 
-    // Lets others in for a while. When the device can't be had back the hold is one of none.
+    // Lets others in for a while. When the device can't be had back the transaction is false.
     void release();
     void regain();
 
@@ -57,11 +57,11 @@ class Hold
     uint32_t used_ = 0;
 };
 
-// Writes the state of delivery into a state that is all zeros.
-void deliver(State &state);
+// Writes the factory defaults into a state that is all zeros.
+void initialise(State &state);
 // The same for any state. Keeps what belongs to the processes: their lock and their subscriptions;
 // calls that hang go on.
-void redeliver(State &state);
+void factoryReset(State &state);
 
 uint64_t deviceTime(State &state);
 

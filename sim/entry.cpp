@@ -98,25 +98,25 @@ Call::Call(Function function, std::initializer_list<uint32_t> arguments, Bytes i
 // The journal's entry counts as soon as the call's changes do.
 Call::~Call()
 {
-    if (!hold)
+    if (!device)
         return;
     if (code_ != KV_OK)
-        hold.revert();
-    JournalEntry &pending = hold->journal[pending_ % JOURNAL];
+        device.rollback();
+    JournalEntry &pending = device->journal[pending_ % JOURNAL];
     if (pending_ && pending.number == pending_ && pending.process == processId() &&
         pending.thread == threadId()) {
-        hold.edit(pending.code) = code_;
-        hold.edit(pending.thread) = 0;
+        device.modify(pending.code) = code_;
+        device.modify(pending.thread) = 0;
     } else {
         record(0);
     }
-    hold.keep();
+    device.commit();
 }
 
 uint64_t Call::record(uint32_t thread)
 {
-    const uint64_t number = hold->journalLast + 1;
-    JournalEntry &entry = hold->journal[number % JOURNAL];
+    const uint64_t number = device->journalLast + 1;
+    JournalEntry &entry = device->journal[number % JOURNAL];
     entry.number = number;
     entry.function = function_;
     entry.process = processId();
@@ -127,13 +127,13 @@ uint64_t Call::record(uint32_t thread)
     entry.recordSize = std::min<uint32_t>(in_.size, KV_SIM_RECORD_SIZE);
     if (entry.recordSize)
         memcpy(entry.record, in_.start, entry.recordSize);
-    hold.edit(hold->journalLast) = number;
+    device.modify(device->journalLast) = number;
     return number;
 }
 
 ArmedFault *Call::meet()
 {
-    for (ArmedFault &armed : hold->faults) {
+    for (ArmedFault &armed : device->faults) {
         if (!armed.used)
             continue;
         const kvSimFault &fault = armed.fault;
@@ -144,7 +144,7 @@ ArmedFault *Call::meet()
             (count_ == 0 || !hasObject(function_) || arguments_[0] != fault.object))
             continue;
         if (fault.skip > 0) {
-            --hold.edit(armed.fault.skip);
+            --device.modify(armed.fault.skip);
             continue;
         }
         if (!named && !reportsCode(function_))
@@ -157,37 +157,37 @@ ArmedFault *Call::meet()
 void Call::wait(const kvSimFault &fault)
 {
     pending_ = record(threadId());
-    hold.keep();
+    device.commit();
     if (fault.effect == KV_SIM_DELAY) {
-        hold.release();
+        device.release();
         sleepMs(fault.value);
-        hold.regain();
+        device.regain();
         return;
     }
-    const uint32_t generation = hold->faultGeneration;
-    ++hold->hanging;
-    while (hold && hold->faultGeneration == generation) {
-        hold.release();
+    const uint32_t generation = device->faultGeneration;
+    ++device->hanging;
+    while (device && device->faultGeneration == generation) {
+        device.release();
         sleepMs(1);
-        hold.regain();
+        device.regain();
     }
 }
 
 bool Call::enter(Bytes out)
 {
-    if (!hold) {
+    if (!device) {
         code_ = NO_DEVICE;
         return false;
     }
-    tick(hold);
-    if (hold->faultCount == 0)
+    tick(device);
+    if (device->faultCount == 0)
         return true;
     ArmedFault *armed = meet();
-    if (armed && armed->fault.times > 0 && --hold.edit(armed->fault.times) == 0) {
-        hold.edit(armed->used) = 0;
-        --hold.edit(hold->faultCount);
+    if (armed && armed->fault.times > 0 && --device.modify(armed->fault.times) == 0) {
+        device.modify(armed->used) = 0;
+        --device.modify(device->faultCount);
     }
-    hold.keep();
+    device.commit();
     if (!armed)
         return true;
     const kvSimFault fault = armed->fault;
@@ -196,7 +196,7 @@ bool Call::enter(Bytes out)
         code_ = fail(fault.value, "injected fault in %s", nameOf(function_));
         return code_ == KV_OK;
     case KV_SIM_GARBAGE: {
-        std::minstd_rand random{fault.value + static_cast<uint32_t>(hold->journalLast)};
+        std::minstd_rand random{fault.value + static_cast<uint32_t>(device->journalLast)};
         auto *bytes = static_cast<uint8_t *>(const_cast<void *>(out.start));
         for (uint32_t i = 0; i < out.size; ++i)
             bytes[i] = static_cast<uint8_t>(random() >> 8);
@@ -205,7 +205,7 @@ bool Call::enter(Bytes out)
     case KV_SIM_DELAY:
     case KV_SIM_HANG:
         wait(fault);
-        if (!hold)
+        if (!device)
             code_ = NO_DEVICE;
         return code_ == KV_OK;
     }

@@ -33,7 +33,7 @@ class Call
     kvRc code() const { return code_; }
     kvRc finish(kvRc code);
 
-    Hold hold;
+    Transaction device;
 
   private:
     ArmedFault *meet();
@@ -49,7 +49,7 @@ class Call
     uint64_t pending_ = 0; // its number, when it came into the journal before it returned
 };
 
-// Runs a stand-in's body under the hold: it returns a code, and what it changed is kept when that
+// Runs a stand-in's body as a transaction: it returns a code, and what it changed is kept when that
 // is a success.
 template <class Body>
 kvRc call(Function function, std::initializer_list<uint32_t> arguments, Bytes in, Bytes out,
@@ -58,7 +58,7 @@ kvRc call(Function function, std::initializer_list<uint32_t> arguments, Bytes in
     Call entry{function, arguments, in};
     if (!entry.enter(out))
         return entry.code();
-    return entry.finish(body(entry.hold));
+    return entry.finish(body(entry.device));
 }
 
 // The usual kinds: a getter fills a record, a setter is given one, an action neither.
@@ -88,7 +88,7 @@ const char *nameOf(Function function);
 
 // Ends the PM intervals and reaches the states that are due by the device clock. Fails, and leaves
 // them to the next call, when a subscriber can't be told.
-kvRc tick(Hold &hold);
+kvRc tick(Transaction &device);
 
 } // namespace sim
 

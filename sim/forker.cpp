@@ -9,14 +9,14 @@ using namespace sim;
 
 kvRc forker_box_shutdown(void)
 {
-    return action(Function::forker_box_shutdown, {}, [](Hold &hold) {
-        System &system = hold.edit(hold->system);
+    return action(Function::forker_box_shutdown, {}, [](Transaction &device) {
+        System &system = device.modify(device->system);
         ++system.restarts;
         system.loopback.lpbk = NO_LOOPBACK;
         system.tpgmStart = 0;
-        for (Port &port : hold->ports)
-            hold.edit(port.loopback).lpbk = NO_LOOPBACK;
-        hold.edit(hold->upgrade.state) = LOAD_NONE;
+        for (Port &port : device->ports)
+            device.modify(port.loopback).lpbk = NO_LOOPBACK;
+        device.modify(device->upgrade.state) = LOAD_NONE;
         return KV_OK;
     });
 }

@@ -40,8 +40,8 @@ KV_SIM_EXPORT const char *kv_sim_error(void);
  * can't be used; the file is then as it was. */
 KV_SIM_EXPORT int kv_sim_open(void);
 
-/** Puts the device back into the state in which it was delivered: everything, faults, journal, log
- * and clock included. Hanging calls go on; subscriptions stay, with the events that wait. */
+/** Puts the device back to its factory defaults: everything, faults, journal, log and clock
+ * included. Hanging calls go on; subscriptions stay, with the events that wait. */
 KV_SIM_EXPORT int kv_sim_reset(void);
 
 /* Faults: what befalls the calls of the platform's functions */
@@ -153,7 +153,7 @@ KV_SIM_EXPORT int kv_sim_interval_end(uint32_t interval);
 /** Sends the report notification of an interval code, whatever it is, without ending anything. */
 KV_SIM_EXPORT int kv_sim_interval_send(uint32_t interval);
 /** Sets how long an interval (1 to 4) lasts, in seconds of the device clock; 0: it only ends on
- * command. Delivered: 900, 3600, 86400 and 0. */
+ * command. Factory defaults: 900, 3600, 86400 and 0. */
 KV_SIM_EXPORT int kv_sim_interval_period(uint32_t interval, uint32_t seconds);
 /**
  * Sets one word of an object's PM counters in the running interval. The object

@@ -19,9 +19,9 @@ namespace sim
 namespace
 {
 
-Notifications &of(Hold &hold, Service service)
+Notifications &of(Transaction &device, Service service)
 {
-    return hold->services[static_cast<uint32_t>(service)];
+    return device->services[static_cast<uint32_t>(service)];
 }
 
 // The events that a subscriber has not taken, those that are gone included.
@@ -71,23 +71,23 @@ bool ring(Subscriber &subscriber)
 
 } // namespace
 
-kvRc wake(Hold &hold, Service service)
+kvRc wake(Transaction &device, Service service)
 {
-    for (Subscriber &subscriber : of(hold, service).subscribers)
+    for (Subscriber &subscriber : of(device, service).subscribers)
         if (subscriber.used && !subscriber.rung && !ring(subscriber))
             return fail(NO_DEVICE, "process %u can't be notified: %s", subscriber.process,
                         strerror(errno));
     return KV_OK;
 }
 
-kvRc notify(Hold &hold, Service service, const alarmEvent &event)
+kvRc notify(Transaction &device, Service service, const alarmEvent &event)
 {
-    if (const kvRc code = wake(hold, service))
+    if (const kvRc code = wake(device, service))
         return code;
-    Notifications &all = of(hold, service);
+    Notifications &all = of(device, service);
     const uint64_t number = all.last + 1;
-    hold.edit(all.events[number % EVENTS]) = event;
-    hold.edit(all.last) = number;
+    device.modify(all.events[number % EVENTS]) = event;
+    device.modify(all.last) = number;
     return KV_OK;
 }
 
@@ -101,9 +101,9 @@ uint64_t lost(const Notifications &all, const Subscriber &subscriber)
     return subscriber.lost + overwritten(all, subscriber);
 }
 
-uint32_t pending(Hold &hold, Service service)
+uint32_t pending(Transaction &device, Service service)
 {
-    Notifications &all = of(hold, service);
+    Notifications &all = of(device, service);
     uint32_t count = 0;
     for (Subscriber &subscriber : all.subscribers) {
         const uint32_t own = waiting(all, subscriber) + (subscriber.busy ? 1 : 0);
@@ -116,10 +116,10 @@ uint32_t pending(Hold &hold, Service service)
     return count;
 }
 
-uint64_t lost(Hold &hold)
+uint64_t lost(Transaction &device)
 {
-    uint64_t count = hold->lost;
-    for (const Notifications &all : hold->services)
+    uint64_t count = device->lost;
+    for (const Notifications &all : device->services)
         for (const Subscriber &subscriber : all.subscribers)
             if (subscriber.used)
                 count += overwritten(all, subscriber);
@@ -161,22 +161,22 @@ int Subscription::descriptor()
     return poll_;
 }
 
-Subscriber *Subscription::subscriber(Hold &hold) const
+Subscriber *Subscription::subscriber(Transaction &device) const
 {
     if (slot_ >= SUBSCRIBERS)
         return nullptr;
-    Subscriber &mine = of(hold, service_).subscribers[slot_];
+    Subscriber &mine = of(device, service_).subscribers[slot_];
     const bool still = mine.used && mine.process == static_cast<uint32_t>(getpid());
     return still ? &mine : nullptr;
 }
 
-kvRc Subscription::subscribe(Hold &hold)
+kvRc Subscription::subscribe(Transaction &device)
 {
-    if (subscriber(hold))
+    if (subscriber(device))
         return KV_OK;
     if (poll_ < 0 && descriptor() < 0)
         return fail(NO_DEVICE, "no descriptor for notifications: %s", strerror(errno));
-    Notifications &all = of(hold, service_);
+    Notifications &all = of(device, service_);
     // Places of those who are gone are free.
     for (Subscriber &subscriber : all.subscribers)
         if (subscriber.used)
@@ -195,32 +195,32 @@ kvRc Subscription::subscribe(Hold &hold)
         free.rung = free.busy = 0;
         free.taken = all.last;
         free.lost = 0;
-        hold.edit(free.used) = 1;
+        device.modify(free.used) = 1;
         slot_ = i;
-        setTimer(hold);
+        setTimer(device);
         return KV_OK;
     }
     return fail(FULL, "%u processes are subscribed to this already, no more can be", SUBSCRIBERS);
 }
 
-void Subscription::unsubscribe(Hold &hold)
+void Subscription::unsubscribe(Transaction &device)
 {
-    if (Subscriber *mine = subscriber(hold)) {
-        hold->lost += overwritten(of(hold, service_), *mine);
+    if (Subscriber *mine = subscriber(device)) {
+        device->lost += overwritten(of(device, service_), *mine);
         mine->used = 0;
     }
     close();
 }
 
-bool Subscription::take(Hold &hold, alarmEvent &event)
+bool Subscription::take(Transaction &device, alarmEvent &event)
 {
-    Subscriber *mine = subscriber(hold);
-    const Notifications &all = of(hold, service_);
+    Subscriber *mine = subscriber(device);
+    const Notifications &all = of(device, service_);
     if (!mine || waiting(all, *mine) == 0)
         return false;
     const uint64_t gone = overwritten(all, *mine);
     mine->lost += gone;
-    hold->lost += gone;
+    device->lost += gone;
     const uint64_t number = mine->taken + gone + 1;
     event = all.events[number % EVENTS];
     mine->taken = number;
@@ -228,7 +228,7 @@ bool Subscription::take(Hold &hold, alarmEvent &event)
     return true;
 }
 
-uint32_t Subscription::answerDoorbell(Hold &hold)
+uint32_t Subscription::answerDoorbell(Transaction &device)
 {
     char bytes[16];
     while (recv(doorbell_, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
@@ -237,30 +237,30 @@ uint32_t Subscription::answerDoorbell(Hold &hold)
     if (timer_ >= 0)
         while (read(timer_, &expirations, sizeof expirations) > 0) {
         }
-    Subscriber *mine = subscriber(hold);
+    Subscriber *mine = subscriber(device);
     if (!mine)
         return 0;
     mine->rung = 0;
-    return waiting(of(hold, service_), *mine);
+    return waiting(of(device, service_), *mine);
 }
 
-void Subscription::listenOn(Hold &hold)
+void Subscription::listenOn(Transaction &device)
 {
-    if (Subscriber *mine = subscriber(hold)) {
+    if (Subscriber *mine = subscriber(device)) {
         mine->busy = 0;
-        if (waiting(of(hold, service_), *mine) > 0 && !mine->rung)
+        if (waiting(of(device, service_), *mine) > 0 && !mine->rung)
             ring(*mine, doorbell_);
     }
-    setTimer(hold);
+    setTimer(device);
 }
 
-void Subscription::setTimer(Hold &hold)
+void Subscription::setTimer(Transaction &device)
 {
     if (timer_ < 0)
         return;
     constexpr uint64_t LONGEST = 86400 * SECOND; // after that it is set again
     itimerspec next{};
-    if (const uint64_t wait = std::min(untilNextEnd(*hold), LONGEST)) {
+    if (const uint64_t wait = std::min(untilNextEnd(*device), LONGEST)) {
         next.it_value.tv_sec = static_cast<time_t>(wait / SECOND);
         next.it_value.tv_nsec = static_cast<long>(wait % SECOND) * 1000;
     }

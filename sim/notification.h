@@ -1,4 +1,4 @@
-// Delivery of notifications to the processes that listen to the device.
+// Notifications to the processes that listen to the device.
 #ifndef SIM_NOTIFICATION_H
 #define SIM_NOTIFICATION_H
 
@@ -9,19 +9,19 @@ namespace sim
 
 // Queues an event for all subscribers of a service and rings their doorbells. Fails, and queues
 // nothing, when one of them can't be woken.
-kvRc notify(Hold &hold, Service service, const alarmEvent &event);
+kvRc notify(Transaction &device, Service service, const alarmEvent &event);
 
 // Rings the doorbells of a service's subscribers without an event, so that they look at the clock.
-kvRc wake(Hold &hold, Service service);
+kvRc wake(Transaction &device, Service service);
 
 // How many events a subscriber has not taken yet, and how many it has lost.
 uint32_t waiting(const Notifications &all, const Subscriber &subscriber);
 uint64_t lost(const Notifications &all, const Subscriber &subscriber);
 
 // The notifications of a service that have not been taken, or not been dealt with, yet; those that
-// were lost since the device was delivered.
-uint32_t pending(Hold &hold, Service service);
-uint64_t lost(Hold &hold);
+// were lost since the last factory reset.
+uint32_t pending(Transaction &device, Service service);
+uint64_t lost(Transaction &device);
 
 // One service's subscription of this process.
 class Subscription
@@ -31,34 +31,35 @@ class Subscription
 
     // A descriptor that is readable while events wait; -1 when there is none to be had.
     int descriptor();
-    kvRc subscribe(Hold &hold);
-    void unsubscribe(Hold &hold);
+    kvRc subscribe(Transaction &device);
+    void unsubscribe(Transaction &device);
 
     // Hands the events that wait to the handler, with the device let go meanwhile. Those that come
     // in the meantime are for the next time, so that a stream of them does not keep the caller.
     template <class Handler>
-    void handOver(Hold &hold, Handler handler)
+    void handOver(Transaction &device, Handler handler)
     {
         alarmEvent event;
-        for (uint32_t left = answerDoorbell(hold); hold && left > 0 && take(hold, event); --left) {
-            hold.release();
+        for (uint32_t left = answerDoorbell(device); device && left > 0 && take(device, event);
+             --left) {
+            device.release();
             handler(event);
-            hold.regain();
+            device.regain();
         }
-        if (hold)
-            listenOn(hold);
+        if (device)
+            listenOn(device);
     }
 
     // At the library's end, and in a forked child, where the descriptors are its parent's.
     void close();
 
   private:
-    Subscriber *subscriber(Hold &hold) const;
+    Subscriber *subscriber(Transaction &device) const;
     // Gives how many events wait.
-    uint32_t answerDoorbell(Hold &hold);
-    bool take(Hold &hold, alarmEvent &event);
-    void listenOn(Hold &hold);
-    void setTimer(Hold &hold);
+    uint32_t answerDoorbell(Transaction &device);
+    bool take(Transaction &device, alarmEvent &event);
+    void listenOn(Transaction &device);
+    void setTimer(Transaction &device);
 
     const Service service_;
     int doorbell_ = -1;

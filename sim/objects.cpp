@@ -5,18 +5,18 @@
 namespace sim
 {
 
-Port *portOf(Hold &hold, uint32_t port)
+Port *portOf(Transaction &device, uint32_t port)
 {
     if (port >= 1 && port <= KV_SIM_PORTS)
-        return &hold->ports[port - 1];
+        return &device->ports[port - 1];
     fail(NO_OBJECT, "there is no PDH port %u, only 1 to %d", port, KV_SIM_PORTS);
     return nullptr;
 }
 
-Pw *pwOf(Hold &hold, uint32_t pwId)
+Pw *pwOf(Transaction &device, uint32_t pwId)
 {
-    if (pwId >= 1 && pwId <= KV_SIM_PWS && hold->pws[pwId - 1].provisioned)
-        return &hold->pws[pwId - 1];
+    if (pwId >= 1 && pwId <= KV_SIM_PWS && device->pws[pwId - 1].provisioned)
+        return &device->pws[pwId - 1];
     if (pwId >= 1 && pwId <= KV_SIM_PWS)
         fail(KV_NOT_PROVISIONED, "pseudowire %u is not provisioned", pwId);
     else
@@ -24,10 +24,10 @@ Pw *pwOf(Hold &hold, uint32_t pwId)
     return nullptr;
 }
 
-Group *groupOf(Hold &hold, uint32_t group)
+Group *groupOf(Transaction &device, uint32_t group)
 {
-    if (group >= 1 && group <= KV_SIM_GROUPS && hold->groups[group - 1].provisioned)
-        return &hold->groups[group - 1];
+    if (group >= 1 && group <= KV_SIM_GROUPS && device->groups[group - 1].provisioned)
+        return &device->groups[group - 1];
     if (group >= 1 && group <= KV_SIM_GROUPS)
         fail(KV_NOT_PROVISIONED, "IMA group %u is not provisioned", group);
     else
@@ -35,36 +35,36 @@ Group *groupOf(Hold &hold, uint32_t group)
     return nullptr;
 }
 
-Link *linkOf(Hold &hold, uint32_t link)
+Link *linkOf(Transaction &device, uint32_t link)
 {
     if (link >= 1 && link <= KV_SIM_LINKS)
-        return &hold->links[link - 1];
+        return &device->links[link - 1];
     fail(NO_OBJECT, "there is no IMA link %u, only 1 to %d", link, KV_SIM_LINKS);
     return nullptr;
 }
 
-uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number)
+uint32_t *alarmsOf(Transaction &device, uint32_t type, uint32_t number)
 {
     switch (type) {
     case OBJ_SYSTEM:
         if (number == 1)
-            return &hold->system.alarms;
+            return &device->system.alarms;
         fail(NO_OBJECT, "the system is number 1, not %u", number);
         return nullptr;
     case OBJ_PDH: {
-        Port *port = portOf(hold, number);
+        Port *port = portOf(device, number);
         return port ? &port->alarms : nullptr;
     }
     case OBJ_PWE: {
-        Pw *pw = pwOf(hold, number);
+        Pw *pw = pwOf(device, number);
         return pw ? &pw->alarms : nullptr;
     }
     case OBJ_IMA_GROUP: {
-        Group *group = groupOf(hold, number);
+        Group *group = groupOf(device, number);
         return group ? &group->alarms : nullptr;
     }
     case OBJ_IMA_LINK: {
-        Link *link = linkOf(hold, number);
+        Link *link = linkOf(device, number);
         return link ? &link->alarms : nullptr;
     }
     default:
@@ -73,13 +73,13 @@ uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number)
     }
 }
 
-kvRc setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits)
+kvRc setAlarms(Transaction &device, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits)
 {
     const uint32_t delta = alarms ^ bits;
     if (delta == 0)
         return KV_OK;
-    hold.edit(alarms) = bits;
-    return notify(hold, Service::alarm, {objType{type}, number, bits, delta});
+    device.modify(alarms) = bits;
+    return notify(device, Service::alarm, {objType{type}, number, bits, delta});
 }
 
 operState operStateOf(adminStatus status, bool testing, uint32_t alarms)

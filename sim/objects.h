@@ -8,17 +8,18 @@ namespace sim
 {
 
 // These fail() and give null when there is no such object, or none provisioned.
-Port *portOf(Hold &hold, uint32_t port);
-Pw *pwOf(Hold &hold, uint32_t pwId);
-Group *groupOf(Hold &hold, uint32_t group);
-Link *linkOf(Hold &hold, uint32_t link);
+Port *portOf(Transaction &device, uint32_t port);
+Pw *pwOf(Transaction &device, uint32_t pwId);
+Group *groupOf(Transaction &device, uint32_t group);
+Link *linkOf(Transaction &device, uint32_t link);
 
 // The alarm word of an object of the alarm service; null as above.
-uint32_t *alarmsOf(Hold &hold, uint32_t type, uint32_t number);
+uint32_t *alarmsOf(Transaction &device, uint32_t type, uint32_t number);
 
 // Changes the active alarms of an object, which is an event if they differ.
 // Fails, and leaves them to be put back, when a subscriber can't be told.
-kvRc setAlarms(Hold &hold, uint32_t type, uint32_t number, uint32_t &alarms, uint32_t bits);
+kvRc setAlarms(Transaction &device, uint32_t type, uint32_t number, uint32_t &alarms,
+               uint32_t bits);
 
 // Values of the platform as this device understands them.
 constexpr adminStatus ADMIN_DOWN{1};

@@ -37,10 +37,10 @@ kvRc readPm(const State &state, const Pm<Record> &pm, uint32_t interval, uint32_
 
 // The counters of the running interval, to be written.
 template <class Record>
-Record &editPm(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh)
+Record &modifyPm(Transaction &device, Pm<Record> &pm, uint32_t interval, const Record &fresh)
 {
-    const uint32_t running = hold->pmEpoch[interval - 1] + 1;
-    auto &slot = hold.edit(pm.slots[interval - 1][running % 2]);
+    const uint32_t running = device->pmEpoch[interval - 1] + 1;
+    auto &slot = device.modify(pm.slots[interval - 1][running % 2]);
     if (slot.epoch != running) {
         slot.epoch = running;
         slot.record = fresh;
@@ -49,11 +49,11 @@ Record &editPm(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fres
 }
 
 template <class Record>
-kvRc clearPm(Hold &hold, Pm<Record> &pm, uint32_t interval, const Record &fresh)
+kvRc clearPm(Transaction &device, Pm<Record> &pm, uint32_t interval, const Record &fresh)
 {
     if (!isInterval(interval))
         return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
-    editPm(hold, pm, interval, fresh) = fresh;
+    modifyPm(device, pm, interval, fresh) = fresh;
     return KV_OK;
 }
 

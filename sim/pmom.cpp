@@ -23,9 +23,9 @@ struct Lifetime {
 } lifetime;
 
 // A link counts only in a group.
-Link *memberOf(Hold &hold, uint32_t number)
+Link *memberOf(Transaction &device, uint32_t number)
 {
-    Link *link = linkOf(hold, number);
+    Link *link = linkOf(device, number);
     if (!link || link->group)
         return link;
     fail(KV_NOT_PROVISIONED, "IMA link %u is in no group", number);
@@ -36,47 +36,50 @@ Link *memberOf(Hold &hold, uint32_t number)
 
 kvRc pmom_pdh_pm_stat_get(uint32_t port, pmInterval interval, uint32_t which, pdhPmStat *out)
 {
-    return getter(
-        Function::pmom_pdh_pm_stat_get, {port, interval, which}, out, [=](Hold &hold) -> kvRc {
-            const Port *found = portOf(hold, port);
-            return found ? readPm(*hold, found->pm, interval, which, freshPdhPm(port), out)
-                         : failureCode();
-        });
+    return getter(Function::pmom_pdh_pm_stat_get, {port, interval, which}, out,
+                  [=](Transaction &device) -> kvRc {
+                      const Port *found = portOf(device, port);
+                      return found ? readPm(*device, found->pm, interval, which, freshPdhPm(port),
+                                            out)
+                                   : failureCode();
+                  });
 }
 
 kvRc pmom_pdh_pm_stat_clear(uint32_t port, pmInterval interval, uint32_t which)
 {
-    return action(
-        Function::pmom_pdh_pm_stat_clear, {port, interval, which}, [=](Hold &hold) -> kvRc {
-            Port *found = portOf(hold, port);
-            return found ? clearPm(hold, found->pm, interval, freshPdhPm(port)) : failureCode();
-        });
+    return action(Function::pmom_pdh_pm_stat_clear, {port, interval, which},
+                  [=](Transaction &device) -> kvRc {
+                      Port *found = portOf(device, port);
+                      return found ? clearPm(device, found->pm, interval, freshPdhPm(port))
+                                   : failureCode();
+                  });
 }
 
 kvRc pmom_pw_pm_stat_get(uint32_t pwId, pmInterval interval, uint32_t which, pwPmStats *out)
 {
-    return getter(
-        Function::pmom_pw_pm_stat_get, {pwId, interval, which}, out, [=](Hold &hold) -> kvRc {
-            const Pw *pw = pwOf(hold, pwId);
-            return pw ? readPm(*hold, pw->pm, interval, which, freshPwPm(pw->config.pweType), out)
-                      : failureCode();
-        });
+    return getter(Function::pmom_pw_pm_stat_get, {pwId, interval, which}, out,
+                  [=](Transaction &device) -> kvRc {
+                      const Pw *pw = pwOf(device, pwId);
+                      return pw ? readPm(*device, pw->pm, interval, which,
+                                         freshPwPm(pw->config.pweType), out)
+                                : failureCode();
+                  });
 }
 
 kvRc pmom_pw_pm_stat_clear(uint32_t pwId, pmInterval interval, uint32_t which)
 {
     return action(Function::pmom_pw_pm_stat_clear, {pwId, interval, which},
-                  [=](Hold &hold) -> kvRc {
-                      Pw *pw = pwOf(hold, pwId);
-                      return pw ? clearPm(hold, pw->pm, interval, freshPwPm(pw->config.pweType))
+                  [=](Transaction &device) -> kvRc {
+                      Pw *pw = pwOf(device, pwId);
+                      return pw ? clearPm(device, pw->pm, interval, freshPwPm(pw->config.pweType))
                                 : failureCode();
                   });
 }
 
 kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *out)
 {
-    return getter(Function::pmom_pw_om_stat_get, {pwId}, out, [=](Hold &hold) -> kvRc {
-        const Pw *pw = pwOf(hold, pwId);
+    return getter(Function::pmom_pw_om_stat_get, {pwId}, out, [=](Transaction &device) -> kvRc {
+        const Pw *pw = pwOf(device, pwId);
         if (!pw)
             return failureCode();
         *out = pw->om;
@@ -91,11 +94,11 @@ kvRc pmom_pw_om_stat_get(uint32_t pwId, pwOmStats *out)
 
 kvRc pmom_pw_om_stat_clear(uint32_t pwId)
 {
-    return action(Function::pmom_pw_om_stat_clear, {pwId}, [=](Hold &hold) -> kvRc {
-        Pw *pw = pwOf(hold, pwId);
+    return action(Function::pmom_pw_om_stat_clear, {pwId}, [=](Transaction &device) -> kvRc {
+        Pw *pw = pwOf(device, pwId);
         if (!pw)
             return failureCode();
-        hold.edit(pw->om) = {};
+        device.modify(pw->om) = {};
         return KV_OK;
     });
 }
@@ -104,92 +107,98 @@ kvRc pmom_ima_group_pm_stat_get(uint32_t group, pmInterval interval, uint32_t wh
                                 imaGroupPmStat *out)
 {
     return getter(Function::pmom_ima_group_pm_stat_get, {group, interval, which}, out,
-                  [=](Hold &hold) -> kvRc {
-                      const Group *found = groupOf(hold, group);
-                      return found ? readPm(*hold, found->pm, interval, which, freshGroupPm(), out)
-                                   : failureCode();
+                  [=](Transaction &device) -> kvRc {
+                      const Group *found = groupOf(device, group);
+                      return found
+                                 ? readPm(*device, found->pm, interval, which, freshGroupPm(), out)
+                                 : failureCode();
                   });
 }
 
 kvRc pmom_ima_group_pm_stat_clear(uint32_t group, pmInterval interval, uint32_t which)
 {
-    return action(
-        Function::pmom_ima_group_pm_stat_clear, {group, interval, which}, [=](Hold &hold) -> kvRc {
-            Group *found = groupOf(hold, group);
-            return found ? clearPm(hold, found->pm, interval, freshGroupPm()) : failureCode();
-        });
+    return action(Function::pmom_ima_group_pm_stat_clear, {group, interval, which},
+                  [=](Transaction &device) -> kvRc {
+                      Group *found = groupOf(device, group);
+                      return found ? clearPm(device, found->pm, interval, freshGroupPm())
+                                   : failureCode();
+                  });
 }
 
 kvRc pmom_ima_link_pm_stat_get(uint32_t link, pmInterval interval, uint32_t which,
                                imaLinkPmStat *out)
 {
     return getter(Function::pmom_ima_link_pm_stat_get, {link, interval, which}, out,
-                  [=](Hold &hold) -> kvRc {
-                      const Link *found = memberOf(hold, link);
-                      return found ? readPm(*hold, found->pm, interval, which, freshLinkPm(), out)
+                  [=](Transaction &device) -> kvRc {
+                      const Link *found = memberOf(device, link);
+                      return found ? readPm(*device, found->pm, interval, which, freshLinkPm(), out)
                                    : failureCode();
                   });
 }
 
 kvRc pmom_ima_link_pm_stat_clear(uint32_t link, pmInterval interval, uint32_t which)
 {
-    return action(
-        Function::pmom_ima_link_pm_stat_clear, {link, interval, which}, [=](Hold &hold) -> kvRc {
-            Link *found = memberOf(hold, link);
-            return found ? clearPm(hold, found->pm, interval, freshLinkPm()) : failureCode();
-        });
+    return action(Function::pmom_ima_link_pm_stat_clear, {link, interval, which},
+                  [=](Transaction &device) -> kvRc {
+                      Link *found = memberOf(device, link);
+                      return found ? clearPm(device, found->pm, interval, freshLinkPm())
+                                   : failureCode();
+                  });
 }
 
 kvRc pmom_ima_group_om_stat_get(uint32_t group, imaGroupOmStat *out)
 {
-    return getter(Function::pmom_ima_group_om_stat_get, {group}, out, [=](Hold &hold) -> kvRc {
-        const Group *found = groupOf(hold, group);
-        if (!found)
-            return failureCode();
-        *out = found->om;
-        return KV_OK;
-    });
+    return getter(Function::pmom_ima_group_om_stat_get, {group}, out,
+                  [=](Transaction &device) -> kvRc {
+                      const Group *found = groupOf(device, group);
+                      if (!found)
+                          return failureCode();
+                      *out = found->om;
+                      return KV_OK;
+                  });
 }
 
 kvRc pmom_ima_group_om_stat_clear(uint32_t group)
 {
-    return action(Function::pmom_ima_group_om_stat_clear, {group}, [=](Hold &hold) -> kvRc {
-        Group *found = groupOf(hold, group);
-        if (!found)
-            return failureCode();
-        hold.edit(found->om) = {};
-        return KV_OK;
-    });
+    return action(Function::pmom_ima_group_om_stat_clear, {group},
+                  [=](Transaction &device) -> kvRc {
+                      Group *found = groupOf(device, group);
+                      if (!found)
+                          return failureCode();
+                      device.modify(found->om) = {};
+                      return KV_OK;
+                  });
 }
 
 kvRc pmom_ima_link_om_stat_get(uint32_t link, imaLinkOmStat *out)
 {
-    return getter(Function::pmom_ima_link_om_stat_get, {link}, out, [=](Hold &hold) -> kvRc {
-        const Link *found = memberOf(hold, link);
-        if (!found)
-            return failureCode();
-        *out = found->om;
-        return KV_OK;
-    });
+    return getter(Function::pmom_ima_link_om_stat_get, {link}, out,
+                  [=](Transaction &device) -> kvRc {
+                      const Link *found = memberOf(device, link);
+                      if (!found)
+                          return failureCode();
+                      *out = found->om;
+                      return KV_OK;
+                  });
 }
 
 kvRc pmom_ima_link_om_stat_clear(uint32_t link)
 {
-    return action(Function::pmom_ima_link_om_stat_clear, {link}, [=](Hold &hold) -> kvRc {
-        Link *found = memberOf(hold, link);
+    return action(Function::pmom_ima_link_om_stat_clear, {link}, [=](Transaction &device) -> kvRc {
+        Link *found = memberOf(device, link);
         if (!found)
             return failureCode();
-        hold.edit(found->om) = {};
+        device.modify(found->om) = {};
         return KV_OK;
     });
 }
 
 kvRc pmom_sys_om_stat_get(sysOmStat *out, uint32_t clear)
 {
-    return getter(Function::pmom_sys_om_stat_get, {clear}, out, [=](Hold &hold) {
-        *out = hold->system.om;
+    return getter(Function::pmom_sys_om_stat_get, {clear}, out, [=](Transaction &device) {
+        *out = device->system.om;
         if (clear)
-            hold.edit(hold->system.om) = {};
+            device.modify(device->system.om) = {};
         return KV_OK;
     });
 }
@@ -202,26 +211,26 @@ int pmom_notification_sock(void)
 
 kvRc pmom_subscribe(void (*handler)(pmInterval interval))
 {
-    return action(Function::pmom_subscribe, {}, [=](Hold &hold) {
+    return action(Function::pmom_subscribe, {}, [=](Transaction &device) {
         subscribed = handler;
-        return subscription.subscribe(hold);
+        return subscription.subscribe(device);
     });
 }
 
 kvRc pmom_process_notification(void)
 {
-    return action(Function::pmom_process_notification, {}, [](Hold &hold) {
-        subscription.handOver(hold, [handler = subscribed](const alarmEvent &event) {
+    return action(Function::pmom_process_notification, {}, [](Transaction &device) {
+        subscription.handOver(device, [handler = subscribed](const alarmEvent &event) {
             handler(static_cast<pmInterval>(event.objType));
         });
-        return hold ? KV_OK : failureCode();
+        return device ? KV_OK : failureCode();
     });
 }
 
 kvRc pmom_unsubscribe(void)
 {
-    return action(Function::pmom_unsubscribe, {}, [](Hold &hold) {
-        subscription.unsubscribe(hold);
+    return action(Function::pmom_unsubscribe, {}, [](Transaction &device) {
+        subscription.unsubscribe(device);
         return KV_OK;
     });
 }

@@ -29,11 +29,12 @@ int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
 {
     const uint32_t seconds = static_cast<uint32_t>(time->tv_sec);
     const uint32_t microseconds = static_cast<uint32_t>(time->tv_usec);
-    const kvRc code = action(Function::settimeofday, {seconds, microseconds}, [=](Hold &hold) {
-        if (microseconds >= SECOND)
-            return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
-        return setClock(hold, seconds * SECOND + microseconds);
-    });
+    const kvRc code =
+        action(Function::settimeofday, {seconds, microseconds}, [=](Transaction &device) {
+            if (microseconds >= SECOND)
+                return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
+            return setClock(device, seconds * SECOND + microseconds);
+        });
     if (code != KV_OK)
         errno = EINVAL;
     return code == KV_OK ? 0 : -1;
@@ -46,7 +47,7 @@ int deviceGetTimeOfDay(timeval *time, void *)
         errno = EINVAL;
         return entry.code() == KV_OK ? 0 : -1;
     }
-    const uint64_t now = deviceTime(*entry.hold);
+    const uint64_t now = deviceTime(*entry.device);
     time->tv_sec = static_cast<time_t>(now / SECOND);
     time->tv_usec = static_cast<suseconds_t>(now % SECOND);
     return 0;

@@ -15,7 +15,7 @@
 namespace sim
 {
 
-// Counters of one kind and interval. They hold for the interval in which they were last written;
+// Counters of one kind and interval. They device for the interval in which they were last written;
 // ending an interval is therefore one increment, however many objects there are.
 template <class Record>
 struct Pm {
@@ -176,9 +176,9 @@ struct State {
 
     Lock lock;
     Undo undo;
-    uint32_t delivered; // 0 while the state of delivery is being written
+    uint32_t initialised; // 0 while the factory defaults are being written
 
-    // What was edited lies behind here.
+    // What a transaction modified lies behind here.
     uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
     uint32_t hanging;         // calls that have begun to hang since then
 

@@ -154,9 +154,9 @@ int wholeness()
     vexoResult result;
     vexoPdhParamsOut port;
     vexo_cmi_pdh_params_get(&port, 1, &result);
-    const bool delivered = port.cableLength == 133 && port.syncParam == 0;
+    const bool factory = port.cableLength == 133 && port.syncParam == 0;
     if (result.rc != VEXO_RC_OK ||
-        (!delivered && (port.cableLength != port.syncParam || port.syncParam != port.auxParam)))
+        (!factory && (port.cableLength != port.syncParam || port.syncParam != port.auxParam)))
         return TORN_PORT;
     vexoPweParamsInfo pw;
     vexo_cmi_pwe_params_get(&pw, 1, &result);

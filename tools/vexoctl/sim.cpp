@@ -390,7 +390,7 @@ const struct {
     Operation operation;
     const char *help;
 } COMMANDS[] = {
-    {COMMAND(sim_reset), "Puts the device back into the state in which it was delivered."},
+    {COMMAND(sim_reset), "Puts the device back to its factory defaults."},
     {COMMAND(sim_clock), "Shows the device's clock."},
     {COMMAND(sim_clock_set, {"seconds"}, OPTIONAL("microseconds")),
      "Sets the device's clock. The PM intervals that this skips don't end."},

@@ -1,4 +1,4 @@
-// The state in which the device is delivered.
+// The factory defaults, and the way back to them.
 #include "clock.h"
 #include "device.h"
 #include "objects.h"
@@ -17,7 +17,7 @@ namespace sim
 namespace
 {
 
-void deliverVersions(swVersion &version)
+void initialiseVersions(swVersion &version)
 {
     static constexpr const char *texts[10] = {
         "boot 1.4.2", "kernel 5.10.0", "platform 7.3.1", "fpga 0x20210611",
@@ -28,7 +28,7 @@ void deliverVersions(swVersion &version)
         snprintf(version.text[i], sizeof version.text[i], "%s", texts[i]);
 }
 
-void deliverSystem(System &system)
+void initialiseSystem(System &system)
 {
     system.mode = eqptMode{1};
     system.reportMode = alarmMode{2};
@@ -48,7 +48,7 @@ void deliverSystem(System &system)
     params.operState = OPER_UP;
 
     system.status.operState = OPER_UP;
-    deliverVersions(system.status.version);
+    initialiseVersions(system.status.version);
     for (uint32_t i = 0; i < 13; ++i)
         system.status.values1[i] = 100 + i;
     for (uint32_t i = 0; i < 6; ++i)
@@ -70,7 +70,7 @@ void deliverSystem(System &system)
     system.loopback.lpbk = NO_LOOPBACK;
 }
 
-void deliverPort(pdhParams &params, uint32_t port)
+void initialisePort(pdhParams &params, uint32_t port)
 {
     params.adminStatus = ADMIN_DOWN;
     params.clockMode = pdhClockMode{1};
@@ -88,7 +88,7 @@ void zero(void *from, void *to)
 
 } // namespace
 
-void deliver(State &state)
+void initialise(State &state)
 {
     startClock(state);
     state.clock.period[0] = 900;
@@ -97,24 +97,24 @@ void deliver(State &state)
     scheduleIntervals(state);
 
     state.upgrade.state = LOAD_NONE;
-    deliverSystem(state.system);
+    initialiseSystem(state.system);
     for (uint32_t i = 0; i < KV_SIM_PORTS; ++i) {
-        deliverPort(state.ports[i].params, i + 1);
+        initialisePort(state.ports[i].params, i + 1);
         state.ports[i].loopback.lpbk = NO_LOOPBACK;
     }
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    state.delivered = 1;
+    state.initialised = 1;
 }
 
-void redeliver(State &state)
+void factoryReset(State &state)
 {
-    state.delivered = 0;
+    state.initialised = 0;
     std::atomic_signal_fence(std::memory_order_seq_cst);
     ++state.faultGeneration;
     state.hanging = 0;
     zero(&state.system, state.services);
     zero(&state.lost, &state + 1);
-    deliver(state);
+    initialise(state);
 }
 
 } // namespace sim
