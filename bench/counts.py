@@ -3,7 +3,7 @@
 
     counts.py PROGRAM              prints the table
     counts.py PROGRAM --check      compares it with the budget; what is above it is a failure
-    counts.py PROGRAM --update     writes the budget anew
+    counts.py PROGRAM --update     writes the budget anew, and shows what changed
     counts.py PROGRAM --json FILE  writes the counts for other scripts
 
 PROGRAM is bench_counts. With --exports MAP, an operation of the library's list of symbols that is
@@ -11,6 +11,7 @@ not measured is a failure, too.
 """
 
 import argparse
+import difflib
 import json
 import os
 import re
@@ -92,12 +93,21 @@ def read_budget():
     return budget
 
 
-def write_budget(rows):
+def update_budget(rows):
+    """Writes it anew; a count that hardly differs, as on another machine, stays what it was."""
+    recorded = read_budget()
+    counts = {name: added for _, name, _, added in rows}
+    counts |= {name: recorded[name] for name in counts.keys() & recorded.keys()
+               if abs(counts[name] - recorded[name]) <= SLACK_LEAST}
+    with open(BUDGET) as file:
+        old = file.read()
+    new = ("# Instructions that the library adds to an operation's platform calls; of a PM\n"
+           "# report, per object. g++, RelWithDebInfo, x86-64. Written by scripts/bench --record.\n")
+    new += "".join(f"{added:5} {name}\n" for name, added in counts.items())
     with open(BUDGET, "w") as file:
-        file.write("# Instructions that the library adds to an operation's platform calls; of a PM\n"
-                   "# report, per object. g++, RelWithDebInfo, x86-64. Written by counts.py --update.\n")
-        for _, name, _, added in rows:
-            file.write(f"{added:5} {name}\n")
+        file.write(new)
+    sys.stdout.writelines(difflib.unified_diff(
+        old.splitlines(True), new.splitlines(True), "bench/budget.txt, as recorded", "as measured", n=0))
 
 
 def copies_texts_as_budgeted():
@@ -114,18 +124,19 @@ def unmeasured(rows, exports):
     measured = {row[1].split(":")[0] for row in rows}
     for name in names:
         if name not in measured and not re.match(others, name):
-            yield f"{name}: not measured"
+            yield f"{name}: bench/operations.cpp has no row for it"
 
 
 def faults(rows):
     budget = read_budget()
     for name in budget.keys() - {row[1] for row in rows}:
-        yield f"{name}: in the budget, but not measured"
+        yield f"{name}: in bench/budget.txt, but bench/operations.cpp has no such row"
     for kind, name, _, added in rows:
         if name not in budget:
-            yield f"{name}: not in the budget"
+            yield f"{name}: bench/budget.txt has no budget for it; scripts/bench --record measures one"
         elif added > max(budget[name] * SLACK, budget[name] + SLACK_LEAST):
-            yield f"{name}: {added} instructions added, {budget[name]} budgeted"
+            yield (f"{name}: {added} instructions added, {budget[name]} budgeted; what is meant to "
+                   "cost more is recorded by scripts/bench --record")
         if added > LIMITS[kind]:
             yield f"{name}: {added} instructions added, at most {LIMITS[kind]} allowed"
     if mean(rows) > MEAN_LIMIT:
@@ -146,7 +157,10 @@ def main():
             json.dump({"mean": mean(rows), "rows": [
                 dict(zip(("kind", "name", "bare", "added"), row)) for row in rows]}, file, indent=1)
     if options.update:
-        write_budget(rows)
+        if not copies_texts_as_budgeted():
+            sys.exit("Not recorded: without AVX2, the C library copies texts in other ways.")
+        update_budget(rows)
+        return
     for kind, name, bare, added in rows:
         print(f"{added:6} {bare:6}  {kind:15} {name}")
     print(f"{mean(rows):6.1f}         mean over the operations")

@@ -1,4 +1,4 @@
-"""Which version scripts/abi asks for after a change: changes.py SOURCE"""
+"""Which version scripts/abi asks for after a change, and what it records: changes.py SOURCE"""
 import pathlib
 import shutil
 import subprocess
@@ -6,6 +6,7 @@ import sys
 import tempfile
 
 SOURCE = pathlib.Path(sys.argv[1])
+EXPORTS, SYMBOLS = 'src/exports.map', 'debian/libvexo-cmi1.symbols'
 RELEASED, MINOR, MAJOR = '90.4.5', '90.5.0', '91.0.0'
 
 # What is changed: the file, the text in it, what it becomes; the least version that says so.
@@ -54,6 +55,9 @@ def wrong(tree):
     (tree / 'scripts').mkdir()
     shutil.copy(SOURCE / 'scripts/abi', tree / 'scripts')
     shutil.copytree(SOURCE / 'tests/abi/releases', tree / 'tests/abi/releases')
+    for file in (EXPORTS, SYMBOLS):
+        (tree / file).parent.mkdir(exist_ok=True)
+        shutil.copy(SOURCE / file, tree / file)
     # Later than all that is released.
     set_version(tree, RELEASED)
     for option in ((), ('--release',)):
@@ -82,6 +86,14 @@ def wrong(tree):
         path.write_text(text)
 
     path = tree / 'include/vexo_cmi/base.h'
+    path.write_text(path.read_text().replace('void vexo_cmi_fini', 'void vexo_cmi_next', 1))
+    abi(tree)
+    for file, line in ((EXPORTS, '    vexo_cmi_next;'), (SYMBOLS, f' vexo_cmi_next@Base {RELEASED}')):
+        recorded = (tree / file).read_text()
+        if line not in recorded.splitlines() or 'vexo_cmi_fini' in recorded:
+            yield f'a function renamed: {file} has no "{line}", or the old name still'
+    path.write_text(path.read_text().replace('void vexo_cmi_next', 'void vexo_cmi_fini', 1))
+
     path.write_text(path.read_text().replace('void vexo_cmi_fini(void);', '', 1))
     for version, refused in ((RELEASED, True), ('90.9.9', True), (MAJOR, False)):
         set_version(tree, version)
