@@ -37,16 +37,21 @@ struct Operation {
     // "case: function 3*function links*(function function) | case: function". What stands in
     // brackets is called for each link of the group; texts that are fetched are left out.
     const char *calls;
+    // Arguments of a call that succeeds on a new device after the examples of the rows before, as
+    // they are typed; of several, "first | second".
+    const char *example;
     std::span<const Argument> arguments; // but for the result
     void (*call)(void *const *arguments, vexoResult *result);
 };
 
 struct Case {
-    std::string when; // empty: always, but for the cases behind it
+    std::string when; // empty: always
     std::vector<std::string> calls;
+    std::vector<std::string> callsPerLink; // behind them, for each link of the group
 };
 
-// The calls of an operation on a group with so many links.
+std::vector<Case> casesOf(const Operation &operation);
+// The calls on a group with so many links.
 std::vector<Case> casesOf(const Operation &operation, uint32_t links);
 
 std::span<const Operation> operations();
@@ -118,9 +123,9 @@ struct Named {
 };
 
 template <auto function, class Names>
-constexpr Operation operation(const char *name, const char *calls, Names)
+constexpr Operation operation(const char *name, const char *calls, const char *example, Names)
 {
-    return {name, calls, Named<function, Names>::arguments, OperationRow<function>::call};
+    return {name, calls, example, Named<function, Names>::arguments, OperationRow<function>::call};
 }
 
 constexpr std::array<Argument, 0> names()
@@ -134,10 +139,10 @@ constexpr std::array<Argument, count> names(const Argument (&arguments)[count])
     return std::to_array(arguments);
 }
 
-// OPERATION(vexo_cmi_area_object_verb, "calls", {"argument"}, ...): a name for every argument but
-// the result.
-#define OPERATION(function, calls, ...)                                                            \
-    describe::operation<&function>(#function, calls,                                               \
+// OPERATION(vexo_cmi_area_object_verb, "calls", "example", {"argument"}, ...): a name for every
+// argument but the result.
+#define OPERATION(function, calls, example, ...)                                                   \
+    describe::operation<&function>(#function, calls, example,                                      \
                                    [] { return describe::names(__VA_OPT__({__VA_ARGS__})); })
 
 } // namespace describe

@@ -69,12 +69,22 @@ def table(head: list[str], lines: list[list[str]]) -> str:
     return "\n".join(f"| {' | '.join(cells)} |" for cells in rows) + "\n"
 
 
+def calls(page: dict) -> str:
+    lines = []
+    for case in page["calls"]:
+        text = ", ".join(f"`{function}`" for function in case["calls"]) or "nothing"
+        if case["callsPerLink"]:
+            text += "; for each link " + ", ".join(f"`{name}`" for name in case["callsPerLink"])
+        lines.append("Platform calls" + (f" ({case['when']})" if case["when"] else "") + f": {text}")
+    return "\n\n".join(lines) + "\n\n"
+
+
 def chapter(name: str, page: dict) -> str:
     arguments = [[f"`{row['name']}`", row["direction"], kind(row), values(row)]
                  for row in page["arguments"]]
     head = ["argument", "", "type", "values"]
     return (f"### {name}() {{#op_{name}}}\n\n@copydoc {name}()\n\n"
-            f"Command: `vexoctl {page['usage']}`\n\n" + (table(head, arguments) if arguments else ""))
+            f"Command: `vexoctl {page['usage']}`\n\n" + calls(page) + (table(head, arguments) if arguments else ""))
 
 
 def page_of_operations(exported: list[str], pages: dict[str, dict], interface: str) -> str:

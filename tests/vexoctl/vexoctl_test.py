@@ -162,8 +162,14 @@ class Words(Device):
     def test_every_exported_operation_is_listed_explained_and_callable_by_its_words(self):
         pages = self.pages()
         self.assertEqual(set(pages), operations())
+        self.assertEqual(self.document("list")["calls"],
+                         {name: page["calls"] for name, page in pages.items()})
+        known = set(self.document("sim", "functions")["functions"])
         for name, page in pages.items():
             self.assertEqual(page["operation"], name)
+            called = {one for case in page["calls"] for one in case["calls"] + case["callsPerLink"]}
+            self.assertTrue(called, name)
+            self.assertFalse(called - known - {"settimeofday", "gettimeofday"}, name)
             self.assertGreater(len(page["help"]), 20, name)
             self.assertNotRegex(page["help"], r"(?i)@|\*|see |\bnull\b|zero the|the caller|vexo_|"
                                 r"code text|untouched|not written|\bbytes\b", name)
@@ -186,6 +192,16 @@ class Words(Device):
                      f"a.serviceFlag number; {atm}; 1 clears, 2 sets",
                      "t2.serviceFlag number; only with pweType=tdm-2; 1 sets, 2 clears"):
             self.assertIn(text, shown)
+
+    def test_help_shows_the_calls_of_an_operation_case_by_case(self):
+        self.assertIn("\ncalls: config_get_pdh_params and config_set_pdh_params\n",
+                      self.vexoctl("help", "pdh", "frame", "set").stdout)
+        self.assertIn("\ncalls (clear): config_get_ima_params, pmom_ima_group_om_stat_get and "
+                      "pmom_ima_group_om_stat_clear; for each link pmom_ima_link_om_stat_get and "
+                      "pmom_ima_link_om_stat_clear\ncalls (else): ",
+                      self.vexoctl("help", "ima", "om", "get").stdout)
+        self.assertIn("\ncalls (length 0): nothing\n",
+                      self.vexoctl("help", "pdh", "cable_len", "set").stdout)
 
     def test_every_operation_has_an_example_and_all_of_them_succeed_in_turn(self):
         names = [name for area in ([], ["sim"]) for name in self.document("list", *area)["operations"]]

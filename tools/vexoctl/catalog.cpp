@@ -1,30 +1,18 @@
 #include "catalog.h"
 
 #include "invocation.h"
-#include "print.h"
-
-#include <help.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <map>
-#include <sstream>
 
 namespace vexoctl
 {
 
-using describe::Argument;
-using describe::Direction;
-using describe::Kind;
 using describe::Operation;
-using describe::Type;
 
 namespace
 {
-
-constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
-constexpr const char *APPLIED_ALWAYS = "applied always";
 
 constexpr Command COMMANDS[] = {
     {"list", "list [AREA [OBJECT]]", "the operations, with what they take",
@@ -120,57 +108,6 @@ Names nextWords(const Words &words)
     return next;
 }
 
-Json typeRow(const std::string &name, const Type &type, uint32_t count, uint32_t limit)
-{
-    Json row{{"name", name}, {"type", type.name}};
-    if (type.kind == Kind::enumeration && type.first <= type.last) {
-        row["first"] = type.first;
-        row["last"] = type.last;
-    }
-    for (const describe::Member &member : type.members)
-        row["values"][member.name] = member.value;
-    if (limit != UNLIMITED)
-        row["limit"] = limit;
-    if (count > 1)
-        row["count"] = count;
-    return row;
-}
-
-std::string rowText(const Json &row)
-{
-    std::string text = row["type"];
-    if (row.contains("fields"))
-        text = "record";
-    else if (row.contains("first"))
-        text = row["first"].dump() + " to " + row["last"].dump();
-    if (row.contains("limit"))
-        text += row["type"] == "text" ? " up to " + row["limit"].dump()
-                                      : " " + rangeOf(row["limit"].get<uint32_t>());
-    if (row.contains("count"))
-        text += ", " + row["count"].dump() + " of them";
-    std::string separator = ": ";
-    if (row.contains("values"))
-        for (const auto &[name, value] : row["values"].items()) {
-            text += separator + value.dump() + " " + name;
-            separator = ", ";
-        }
-    if (row.contains("condition"))
-        text += "; only with " + row["condition"].get<std::string>();
-    // Without the name that the header has for such a field.
-    if (row.contains("applied")) {
-        const std::string applied = row["applied"];
-        const size_t colon = applied.find(": ");
-        text += "; " + (applied == APPLIED_ALWAYS    ? "must be given"
-                        : colon != std::string::npos ? applied.substr(colon + 2)
-                                                     : applied);
-    }
-    if (row.contains("help"))
-        text += "; " + row["help"].get<std::string>();
-    if (row.contains("optional"))
-        text += "; may be left out";
-    return text;
-}
-
 // Those in the folder that the path is in so far; a folder ends with '/'.
 Names files(const std::string &path)
 {
@@ -239,94 +176,6 @@ std::vector<const Operation *> operationsUnder(const Words &words)
             found.push_back(operation);
     }
     return found;
-}
-
-std::string usage(const Operation &operation)
-{
-    std::string line = spoken(operation.name);
-    std::string fields;
-    for (const Argument &argument : operation.arguments) {
-        if (argument.direction == Direction::out)
-            continue;
-        const std::string name = argument.name;
-        if (argument.type->kind == Kind::record)
-            fields = " FIELD=... | " + name + "=@FILE";
-        else
-            line += argument.optional ? " [" + name + "=...]" : " " + name + "=...";
-    }
-    return line + fields;
-}
-
-Json manual(const Operation &operation)
-{
-    const auto found = describe::help.find(operation.name);
-    const bool isSim = found == describe::help.end();
-    std::istringstream paragraphs{isSim ? simHelp(operation.name) : std::string{found->second}};
-    std::map<std::string, std::string> told; // of the arguments
-    std::string help;
-    for (std::string line; std::getline(paragraphs, line);) {
-        const size_t colon = line.find(": ");
-        const std::string name = line.substr(0, colon);
-        if (std::any_of(operation.arguments.begin(), operation.arguments.end(),
-                        [&](const Argument &argument) { return argument.name == name; }))
-            told[name] = line.substr(colon + 2);
-        else
-            help += (help.empty() ? "" : "\n") + line;
-    }
-    Json page{{"operation", spoken(operation.name)},
-              {"usage", usage(operation)},
-              {"help", help},
-              {"arguments", Json::array()},
-              {"examples", Json::array()}};
-    for (const char *example : examples())
-        if (size_t count; longest(spokenPart(split(example)), count) == &operation)
-            page["examples"].push_back(example);
-    for (const Argument &argument : operation.arguments) {
-        Json row = typeRow(argument.name, *argument.type, argument.count, argument.limit);
-        row["direction"] = argument.direction == Direction::in ? "given" : "returned";
-        if (told.contains(argument.name))
-            row["help"] = told[argument.name];
-        if (argument.optional)
-            row["optional"] = true;
-        for (const Leaf &leaf : leaves(*argument.type)) {
-            Json field = typeRow(leaf.path, *leaf.field->type, leaf.field->count, leaf.limit);
-            if (!leaf.condition.empty())
-                field["condition"] = leaf.condition;
-            if (isGivenRecord(argument))
-                field["applied"] =
-                    leaf.field->options.leftOut ? leaf.field->options.leftOut : APPLIED_ALWAYS;
-            row["fields"].push_back(field);
-        }
-        page["arguments"].push_back(row);
-    }
-    return page;
-}
-
-std::string readableManual(const Json &page)
-{
-    constexpr size_t COLUMN = 28;
-    std::string text = folded(page["usage"], 4) + "\n";
-    std::istringstream paragraphs{page["help"].get<std::string>()};
-    for (std::string line; std::getline(paragraphs, line);)
-        text += "\n" + folded(line) + "\n";
-    for (const char *direction : {"given", "returned"}) {
-        std::string rows;
-        for (const Json &row : page["arguments"]) {
-            if (row["direction"] != direction)
-                continue;
-            rows += aligned("  " + row["name"].get<std::string>(), rowText(row), COLUMN);
-            if (row.contains("fields"))
-                for (const Json &field : row["fields"])
-                    rows +=
-                        aligned("    " + field["name"].get<std::string>(), rowText(field), COLUMN);
-        }
-        if (!rows.empty())
-            text += std::string{"\n"} + direction + ":\n" + rows;
-    }
-    text += page["examples"].size() > 1 ? "\nexamples:\n" : "\nexample:\n";
-    for (const Json &example : page["examples"])
-        text += folded("  vexoctl " + example.get<std::string>(), 6) + "\n";
-    return text;
 }
 
 Names completions(const Words &typed)

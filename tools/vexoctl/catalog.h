@@ -31,16 +31,6 @@ bool isOperation(const Words &words);
 // Those whose names begin with the words.
 std::vector<const describe::Operation *> operationsUnder(const Words &words);
 
-// "pwe params get pwId=..."
-std::string usage(const describe::Operation &operation);
-
-// What an operation does and takes.
-Json manual(const describe::Operation &operation);
-std::string readableManual(const Json &manual);
-
-// Commands that can be tried, in an order in which they can follow one another.
-std::span<const char *const> examples();
-
 // What can stand next after these words, the last of which may be unfinished.
 Names completions(const Words &words);
 

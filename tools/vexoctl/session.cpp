@@ -2,6 +2,7 @@
 
 #include "catalog.h"
 #include "invocation.h"
+#include "manual.h"
 #include "print.h"
 
 #include <algorithm>
@@ -187,11 +188,13 @@ void Session::list(const Words &words) const
         throw UsageError("there is nothing under '" + words[1] +
                          "'; the areas are sys, pdh, pwe, ima and misc" +
                          (isSimulated() ? ", and sim for the simulated device" : ""));
-    Json names = Json::array();
-    for (const Operation *operation : found)
-        names.push_back(spoken(operation->name));
+    Json document{{"operations", Json::array()}, {"calls", Json::object()}};
+    for (const Operation *operation : found) {
+        document["operations"].push_back(spoken(operation->name));
+        document["calls"][spoken(operation->name)] = callsOf(*operation);
+    }
     if (json_)
-        return show(Json{{"operations", names}});
+        return show(document);
     for (const Operation *operation : found)
         std::cout << folded(usage(*operation), 4) << "\n";
 }
@@ -214,11 +217,11 @@ void Session::help(const Words &words) const
     if (operationsUnder(said).size() > 1 && !isOperation(said))
         return list(words);
     size_t count = 0;
-    const Json page = manual(operationOf(said, count));
+    const Operation &operation = operationOf(said, count);
     if (json_)
-        show(page);
+        show(manualDocument(operation));
     else
-        std::cout << readableManual(page);
+        std::cout << manualText(operation);
 }
 
 void Session::dispatch(const Words &words)

@@ -376,7 +376,7 @@ void useDevice(const std::string &file)
 namespace
 {
 
-#define COMMAND(function, ...) OPERATION(function, "", __VA_ARGS__)
+#define COMMAND(function, example, ...) OPERATION(function, "", example, __VA_ARGS__)
 #define BITS(argument)                                                                             \
     {                                                                                              \
         .name = argument, .type = &describe::HEXADECIMAL                                           \
@@ -390,68 +390,74 @@ const struct {
     Operation operation;
     const char *help;
 } COMMANDS[] = {
-    {COMMAND(sim_reset), "Puts the device back to its factory defaults."},
-    {COMMAND(sim_clock), "Shows the device's clock."},
-    {COMMAND(sim_clock_set, {"seconds"}, OPTIONAL("microseconds")),
+    {COMMAND(sim_reset, ""), "Puts the device back to its factory defaults."},
+    {COMMAND(sim_clock, ""), "Shows the device's clock."},
+    {COMMAND(sim_clock_set, "seconds=1767225600", {"seconds"}, OPTIONAL("microseconds")),
      "Sets the device's clock. The PM intervals that this skips don't end."},
-    {COMMAND(sim_clock_stop), "Stops the device's clock."},
-    {COMMAND(sim_clock_run), "Lets the device's clock run on."},
-    {COMMAND(sim_clock_advance, {"seconds"}, OPTIONAL("microseconds")),
+    {COMMAND(sim_clock_stop, ""), "Stops the device's clock."},
+    {COMMAND(sim_clock_run, ""), "Lets the device's clock run on."},
+    {COMMAND(sim_clock_advance, "seconds=900", {"seconds"}, OPTIONAL("microseconds")),
      "Moves the device's clock on; every PM interval whose end lies in between ends."},
-    {COMMAND(sim_functions), "Shows the names of the platform's functions."},
-    {COMMAND(sim_fault_add, OPTIONAL("function"), OPTIONAL("effect"),
-             {.name = "value", .optional = true, .otherwise = 1}, OPTIONAL("object"),
-             OPTIONAL("skip"), OPTIONAL("times")),
+    {COMMAND(sim_functions, ""), "Shows the names of the platform's functions."},
+    {COMMAND(sim_fault_add, "function=config_get_pwe_if value=8 times=1", OPTIONAL("function"),
+             OPTIONAL("effect"), {.name = "value", .optional = true, .otherwise = 1},
+             OPTIONAL("object"), OPTIONAL("skip"), OPTIONAL("times")),
      "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
      "when it is left out, and never 0), take value milliseconds longer, hang until the faults are "
      "cleared, or "
      "give random bytes made from value. Without object it befalls all objects; skip calls are let "
      "pass first, then times calls are met, all when it is left out."},
-    {COMMAND(sim_fault_clear), "Ends all faults and lets the hanging calls go on."},
-    {COMMAND(sim_fault_list), "Shows the faults as they stand, and how many calls hang."},
-    {COMMAND(sim_journal, OPTIONAL("last"), OPTIONAL("records")),
+    {COMMAND(sim_fault_clear, ""), "Ends all faults and lets the hanging calls go on."},
+    {COMMAND(sim_fault_list, ""), "Shows the faults as they stand, and how many calls hang."},
+    {COMMAND(sim_journal, "last=5", OPTIONAL("last"), OPTIONAL("records")),
      "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
      "records=1 also the bytes that they were given. A call that has not returned shows the thread "
      "in which it is pending in place of its code."},
-    {COMMAND(sim_log, OPTIONAL("last")),
+    {COMMAND(sim_log, "last=5", OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
-    {COMMAND(sim_alarm_set, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_set, "type=pdh number=3 bits=0x1", {"type"}, {"number"}, BITS("bits")),
      "Sets the alarm bits that are active on an object. The system is number 1."},
-    {COMMAND(sim_alarm_raise, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_raise, "type=pdh number=3 bits=0x5", {"type"}, {"number"}, BITS("bits")),
      "Raises alarm bits on an object, besides those that are active. The system is number 1."},
-    {COMMAND(sim_alarm_clear, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_clear, "type=pdh number=3 bits=0x4", {"type"}, {"number"}, BITS("bits")),
      "Clears alarm bits of an object."},
-    {COMMAND(sim_alarm_get, {"type"}, {"number"}, BITS("bits")),
+    {COMMAND(sim_alarm_get, "type=pdh number=3", {"type"}, {"number"}, BITS("bits")),
      "Shows the alarm bits that are active on an object."},
-    {COMMAND(sim_alarm_send, {"type"}, {"number"}, BITS("status"), BITS("delta")),
+    {COMMAND(sim_alarm_send, "type=1 number=3 status=0x1 delta=0x1", {"type"}, {"number"},
+             BITS("status"), BITS("delta")),
      "Sends an alarm event as it is, whatever the device's state. The type is any number: 0 is the "
      "system's, 1 a PDH port's, 2 an IMA group's, 3 a pseudowire's and 34 an IMA link's."},
-    {COMMAND(sim_alarm_burst, {"type"}, {"number"}, BITS("status"), BITS("delta"), {"count"},
-             OPTIONAL("milliseconds")),
+    {COMMAND(sim_alarm_burst, "type=pdh number=3 status=0x1 delta=0x1 count=100", {"type"},
+             {"number"}, BITS("status"), BITS("delta"), {"count"}, OPTIONAL("milliseconds")),
      "Sends the same alarm event count times, each after some milliseconds, whatever the device's "
      "state."},
-    {COMMAND(sim_interval_end, {"interval"}), "Ends a PM interval now; 1 to 3 are reported."},
-    {COMMAND(sim_interval_send, {"interval"}),
+    {COMMAND(sim_interval_end, "interval=1", {"interval"}),
+     "Ends a PM interval now; 1 to 3 are reported."},
+    {COMMAND(sim_interval_send, "interval=1", {"interval"}),
      "Sends the report of an interval, whatever its number, without ending anything."},
-    {COMMAND(sim_pending), "Shows how many notifications subscribers have not dealt with yet, and "
-                           "how many were lost because 4095 were waiting."},
-    {COMMAND(sim_interval_period, {"interval"}, {"seconds"}),
+    {COMMAND(sim_pending, ""),
+     "Shows how many notifications subscribers have not dealt with yet, and "
+     "how many were lost because 4095 were waiting."},
+    {COMMAND(sim_interval_period, "interval=1 seconds=60", {"interval"}, {"seconds"}),
      "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
-    {COMMAND(sim_subscriptions), "Shows which processes listen to alarms and PM reports, how "
-                                 "many events wait for each, and how "
-                                 "many it has lost because 4095 were waiting."},
-    {COMMAND(sim_pm_set, {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
+    {COMMAND(sim_subscriptions, ""), "Shows which processes listen to alarms and PM reports, how "
+                                     "many events wait for each, and how "
+                                     "many it has lost because 4095 were waiting."},
+    {COMMAND(sim_pm_set, "type=pdh number=3 interval=1 counter=layout0.counters.4 value=12",
+             {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
      "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
      "get', "
      "'pwe pm get' and 'ima pm get' print it, with its index from 0 where it is one of several: "
      "layout0.counters.4; or it is a word by its number, as kv_sim.h counts them."},
-    {COMMAND(sim_pm_get, {"value"}, {"type"}, {"number"}, {"interval"}, {"counter"}),
+    {COMMAND(sim_pm_get, "type=pdh number=3 interval=1 counter=layout0.counters.4", {"value"},
+             {"type"}, {"number"}, {"interval"}, {"counter"}),
      "Shows a PM counter of an object in the running interval, named as for 'sim pm set'."},
-    {COMMAND(sim_om_set, {"type"}, {"number"}, {"counter"}, {"value"}, OPTIONAL("high")),
+    {COMMAND(sim_om_set, "type=ima-link number=4 counter=counters.0 value=7", {"type"}, {"number"},
+             {"counter"}, {"value"}, OPTIONAL("high")),
      "Sets an OM counter of an object, named as 'misc sys_info get', 'pwe om get' and 'ima om get' "
      "print it, with its index from 0: entries.3.counters.1; or by its number, as kv_sim.h counts "
      "them. High is the upper half of its 64 bits."},
-    {COMMAND(sim_upgrade_fail, {"state"}),
+    {COMMAND(sim_upgrade_fail, "state=4", {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
 };
 

@@ -71,11 +71,13 @@ void checkLength(const std::string &what, size_t length, uint32_t limit);
 // "1, 2 or 3"
 std::string inWords(const Names &names, const std::string &last = "or");
 
+constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
+
 struct Leaf {
     std::string path;
     const describe::Field *field;
     std::string condition; // "pweType=tdm-1", where the field isn't always there
-    uint32_t limit;        // where it is always the same, else 0xFFFFFFFF
+    uint32_t limit;        // where it is always the same, else UNLIMITED
 };
 // The fields that are no records, of a record and of those in it.
 std::vector<Leaf> leaves(const describe::Type &record);
