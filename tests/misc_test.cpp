@@ -124,7 +124,7 @@ TEST_F(Misc, ALoadAdvancesByTimeThatPassesAndItsEndIsAnEnd)
         EXPECT_EQ(upgrade.state, expected);
     };
     const auto expectKept = [&](uint32_t state) {
-        for (const uint64_t year : {30, 80}) {
+        for (const uint64_t year : {30U, 80U}) {
             kv_sim_clock_set(year * 365 * 86400 * SECOND);
             expectState(state);
         }
