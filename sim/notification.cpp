@@ -216,7 +216,7 @@ bool Subscription::take(Transaction &device, alarmEvent &event)
 {
     Subscriber *mine = subscriber(device);
     const Notifications &all = of(device, service_);
-    if (!mine || waiting(all, *mine) == 0)
+    if (waiting(device) == 0)
         return false;
     const uint64_t gone = overwritten(all, *mine);
     mine->lost += gone;
@@ -228,28 +228,25 @@ bool Subscription::take(Transaction &device, alarmEvent &event)
     return true;
 }
 
-uint32_t Subscription::answerDoorbell(Transaction &device)
+uint32_t Subscription::waiting(Transaction &device) const
 {
-    char bytes[16];
-    while (recv(doorbell_, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
-    }
-    uint64_t expirations;
-    if (timer_ >= 0)
-        while (read(timer_, &expirations, sizeof expirations) > 0) {
-        }
-    Subscriber *mine = subscriber(device);
-    if (!mine)
-        return 0;
-    mine->rung = 0;
-    return waiting(of(device, service_), *mine);
+    const Subscriber *mine = subscriber(device);
+    return mine ? sim::waiting(of(device, service_), *mine) : 0;
 }
 
+// The doorbell is silent from now on only if nothing waits: who could not come this far comes
+// again.
 void Subscription::listenOn(Transaction &device)
 {
-    if (Subscriber *mine = subscriber(device)) {
+    Subscriber *mine = subscriber(device);
+    if (mine)
         mine->busy = 0;
-        if (waiting(of(device, service_), *mine) > 0 && !mine->rung)
-            ring(*mine, doorbell_);
+    if (waiting(device) == 0) {
+        char bytes[16];
+        while (recv(doorbell_, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+        }
+        if (mine)
+            mine->rung = 0;
     }
     setTimer(device);
 }

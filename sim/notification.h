@@ -40,8 +40,7 @@ class Subscription
     void handOver(Transaction &device, Handler handler)
     {
         alarmEvent event;
-        for (uint32_t left = answerDoorbell(device); device && left > 0 && take(device, event);
-             --left) {
+        for (uint32_t left = waiting(device); device && left > 0 && take(device, event); --left) {
             device.release();
             handler(event);
             device.regain();
@@ -55,8 +54,7 @@ class Subscription
 
   private:
     Subscriber *subscriber(Transaction &device) const;
-    // Gives how many events wait.
-    uint32_t answerDoorbell(Transaction &device);
+    uint32_t waiting(Transaction &device) const;
     bool take(Transaction &device, alarmEvent &event);
     void listenOn(Transaction &device);
     void setTimer(Transaction &device);

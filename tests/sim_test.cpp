@@ -390,7 +390,7 @@ TEST_F(SimulatedDevice, ReservesItsSpaceOrIsRefusedAndLeavesNothingBehind)
         GTEST_SKIP() << "no file system can be mounted here";
 }
 
-TEST_F(SimulatedDevice, IsRefusedWithATextWhenItsLockIsKeptByAReaderOrAStoppedProcess)
+TEST_F(SimulatedDevice, IsRefusedWithATextWhenAReaderKeepsItsFileLocked)
 {
     run(path, [] { kv_sim_open(); });
     Signal locked;
@@ -411,26 +411,6 @@ TEST_F(SimulatedDevice, IsRefusedWithATextWhenItsLockIsKeptByAReaderOrAStoppedPr
                 << kv_sim_error();
         });
     }
-    Process busy{path, [] {
-                     alarm(0);
-                     for (;;)
-                         kv_sim_reset();
-                 }};
-    const pid_t holder = busy.id();
-    run(path, [&] {
-        EXPECT_TRUE(soon([] { return kv_sim_open() == 0; }));
-        // Sooner or later it is stopped while it holds the device.
-        std::string text;
-        for (int left = 10000; left > 0 && text.empty(); --left) {
-            ::kill(holder, SIGSTOP);
-            if (kv_sim_open() != 0)
-                text = kv_sim_error();
-            ::kill(holder, SIGCONT);
-        }
-        EXPECT_EQ(text, "process " + std::to_string(holder) +
-                            " has held the device for 5 seconds; is it stopped?");
-        EXPECT_EQ(kv_sim_open(), 0) << kv_sim_error();
-    });
 }
 
 TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
@@ -743,6 +723,43 @@ TEST_F(SimulatedDevice, KeepsAnEventWhoseProcessingFailedUntilTheNextTry)
         EXPECT_EQ(events.size(), 0U);
         takeEvents(descriptor, 1);
         EXPECT_FALSE(isReadable(descriptor, 0));
+    });
+}
+
+TEST_F(SimulatedDevice, IsRefusedWhileAStoppedProcessHoldsItAndLosesNoEventByThat)
+{
+    Process busy{path, [] {
+                     alarm(0);
+                     for (;;)
+                         kv_sim_reset();
+                 }};
+    static pid_t holder;
+    holder = busy.id();
+    run(path, [] {
+        const int descriptor = alarm_notification_sock();
+        // Sooner or later it is stopped while it holds the device.
+        EXPECT_EQ(alarm_subscribe(0, 0,
+                                  [](const alarmEvent *event) {
+                                      events.push_back(*event);
+                                      if (events.size() == 1)
+                                          ::kill(holder, SIGSTOP);
+                                  }),
+                  KV_OK);
+        kvRc code = KV_OK;
+        while (code == KV_OK) {
+            EXPECT_EQ(kv_sim_alarm_burst(KV_SIM_PDH, 1, 1, 1, 2, 0), 0);
+            events.clear();
+            code = alarm_process_notification();
+            ::kill(holder, SIGCONT);
+        }
+        EXPECT_EQ(code, 1U);
+        EXPECT_EQ(config_get_error_string(),
+                  "process " + std::to_string(holder) +
+                      " has held the device for 5 seconds; is it stopped?");
+        EXPECT_EQ(events.size(), 1U);
+        EXPECT_TRUE(isReadable(descriptor, 0));
+        EXPECT_EQ(alarm_process_notification(), KV_OK);
+        EXPECT_EQ(events.size(), 2U);
     });
 }
 
