@@ -1,6 +1,7 @@
 #!/bin/sh
-# A project that takes this one in gets no tool unasked; no tests, nothing that is
-# installed, and no build type, even with the tool: parent.sh SOURCE BUILD
+# A project that takes this one in, and hides its own names, has a host that runs on the simulated
+# device. It gets no tool unasked; no tests, nothing that is installed, and no build type, even with
+# the tool: parent.sh SOURCE BUILD
 set -eu
 source=$1 build=$2
 rm -rf "$build"
@@ -10,7 +11,9 @@ configure() {
         -DFETCHCONTENT_SOURCE_DIR_VEXO_CMI="$source" "$@" >/dev/null
     cmake --build "$build" --target help >"$build/targets"
 }
-configure
+configure -DCMAKE_CXX_VISIBILITY_PRESET=hidden
+cmake --build "$build" -j2 >/dev/null
+"$build/consumer"
 if grep vexoctl "$build/targets"; then exit 1; fi
 
 configure -DVEXO_CMI_TOOLS=ON
