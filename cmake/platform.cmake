@@ -12,7 +12,11 @@ endforeach()
 # All of them, as what one lacks can be in another that it needs.
 file(GLOB libraries "${VEXO_CMI_PLATFORM_DIR}/libkv_*.so")
 execute_process(COMMAND ${CMAKE_NM} -D --defined-only --format=posix ${libraries}
-  OUTPUT_VARIABLE defined COMMAND_ERROR_IS_FATAL ANY)
+  OUTPUT_VARIABLE defined ERROR_VARIABLE error RESULT_VARIABLE result)
+if(result)
+  message(FATAL_ERROR
+    "VEXO_CMI_PLATFORM_DIR: not all libraries in ${VEXO_CMI_PLATFORM_DIR} can be read: ${error}")
+endif()
 # A name that has a version is followed by it: NAME@@VERSION.
 string(REGEX REPLACE "@[^ \n]*" "" defined "\n${defined}")
 

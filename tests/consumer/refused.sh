@@ -28,6 +28,10 @@ grep -v 'alarm_\(un\)\?subscribe(' "$stub/alarm.c" |
 refused "the libraries in $work/platform lack alarm_subscribe, alarm_unsubscribe " \
     -DVEXO_CMI_PLATFORM_DIR="$work/platform"
 
+echo bad >"$work/platform/libkv_config.so"
+refused "not all libraries in $work/platform can be read: " \
+    -DVEXO_CMI_PLATFORM_DIR="$work/platform"
+
 rm "$work/platform/libkv_forker.so"
 refused "$work/platform has no libkv_forker.so" -DVEXO_CMI_PLATFORM_DIR="$work/platform"
 
