@@ -7,6 +7,7 @@ import tempfile
 
 SOURCE = pathlib.Path(sys.argv[1])
 EXPORTS, SYMBOLS = 'src/exports.map', 'debian/libvexo-cmi1.symbols'
+CHANGELOG = 'debian/changelog'
 RELEASED, MINOR, MAJOR = '90.4.5', '90.5.0', '91.0.0'
 
 # What is changed: the file, the text in it, what it becomes; the least version that says so.
@@ -41,6 +42,7 @@ def set_version(tree, version):
         text = text.replace(text[start:text.index('\n', start)],
                             f'#define VEXO_CMI_VERSION_{part} {number}')
     path.write_text(text)
+    (tree / CHANGELOG).write_text(f'vexo-cmi ({version}) unstable\n')
 
 
 def abi(tree, *options, **arguments):
@@ -87,8 +89,10 @@ def wrong(tree):
 
     path = tree / 'include/vexo_cmi/base.h'
     path.write_text(path.read_text().replace('void vexo_cmi_fini', 'void vexo_cmi_next', 1))
-    abi(tree)
-    for file, line in ((EXPORTS, '    vexo_cmi_next;'), (SYMBOLS, f' vexo_cmi_next@Base {RELEASED}')):
+    for version in (RELEASED, MAJOR):
+        set_version(tree, version)
+        abi(tree)
+    for file, line in ((EXPORTS, '    vexo_cmi_next;'), (SYMBOLS, f' vexo_cmi_next@Base {MAJOR}')):
         recorded = (tree / file).read_text()
         if line not in recorded.splitlines() or 'vexo_cmi_fini' in recorded:
             yield f'a function renamed: {file} has no "{line}", or the old name still'
@@ -100,6 +104,11 @@ def wrong(tree):
         abi(tree)
         if bool(abi(tree, '--check').returncode) != refused:
             yield f'a function removed, recorded, as {version}: refused is not {refused}'
+    (tree / CHANGELOG).write_text(f'vexo-cmi ({RELEASED}) unstable\n')
+    if not abi(tree, '--check').returncode:
+        yield f'with another version in {CHANGELOG} the check passes'
+    if not abi(tree, '--chek').returncode:
+        yield 'an option that there is none of passes'
     if not abi(tree, '--check', env={'PATH': str(tree)}).returncode:
         yield 'without castxml nothing is checked, and that passes'
 
