@@ -5,6 +5,8 @@
 #include <memory>
 #include <mutex>
 
+#include <fcntl.h>
+
 namespace
 {
 
@@ -37,6 +39,18 @@ int select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval
     }
     return DEVICES(select)(count, reading, writing, failing,
                            pauses.size() > PAUSES.size() ? nullptr : left);
+}
+
+int fcntl(int descriptor, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    void *const argument = va_arg(arguments, void *);
+    va_end(arguments);
+    void (*const also)() = twist.atMark;
+    if (also && command == F_SETFD)
+        also();
+    return DEVICES(fcntl)(descriptor, command, argument);
 }
 
 static kvRc process(kvRc (*real)())

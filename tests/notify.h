@@ -43,6 +43,7 @@ struct Twist {
     std::atomic<bool> processHeld{false};  // waits meanwhile, and takes nothing
     std::atomic<int> holding{0};
     std::atomic<void (*)()> atAlarmLog{nullptr}; // done before an alarm event is logged
+    std::atomic<void (*)()> atMark{nullptr};     // done before a descriptor's flags are set
     std::atomic<void *> pwRecord{nullptr}, groupRecord{nullptr}; // where they were last read to
 };
 inline Twist twist;

@@ -205,6 +205,25 @@ TEST_P(NotifyService, AForkedChildEndsWithoutHarmAndCanHaveServicesOfItsOwn)
     EXPECT_EQ(callsOf(service.subscribe), 1);
 }
 
+// By another thread of the host's, say: the pipe is there, the service's thread isn't.
+TEST_P(NotifyService, AChildForkedDuringTheFirstRegistrationCanHaveAServiceOfItsOwn)
+{
+    SKIP_UNDER_TSAN();
+    static std::function<int()> body;
+    static std::vector<int> codes;
+    codes.clear();
+    body = [&] {
+        twist.atMark = nullptr;
+        REQUIRE(works());
+        service.stop();
+        REQUIRE(threads() == 1);
+        return 0;
+    };
+    twist.atMark = [] { codes.push_back(inChild(body)); };
+    ASSERT_TRUE(works());
+    EXPECT_EQ(codes, (std::vector{0, 0})) << "one child for each end of the pipe";
+}
+
 TEST_F(Notify, UnloadAndEndStopBothServicesAlarmsFirstAndNeverHang)
 {
     Dl_info library;

@@ -60,7 +60,8 @@
  * **fork().** The child has no service, whatever the parent had, and may
  * register its own; its end does not touch the parent's, which goes on. That
  * holds for fork(); what is made by vfork() or clone() must execute a program or
- * call _exit().
+ * call _exit(). A child that is forked inside a callback must not return from it:
+ * it would run on as the service, beside the parent's.
  *
  * **Unloading.** dlclose() and the end of the process wait for a callback in
  * progress. The thread that calls dlclose() holds the loader's lock meanwhile: a

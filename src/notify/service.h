@@ -105,12 +105,13 @@ void registerCallback(typename Service::Callback callback)
         return;
     if (Service::stopPipe[0] != 0)
         return;
+    // Before there is a pipe: another thread may fork as soon as there is.
+    const bool watching = watchForks<Service>();
     if (!openStopPipe<Service>()) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::PIPE_FAILURE);
         return;
     }
-    if (!watchForks<Service>() ||
-        pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
+    if (!watching || pthread_create(&Service::thread, nullptr, Service::body, nullptr) != 0) {
         CMI_LOG_AS(Service::REGISTER_NAME, frame::LOG_ERROR, Service::THREAD_FAILURE);
         Service::thread = 0;
         closeStopPipe<Service>();
