@@ -98,7 +98,11 @@ inline constexpr auto on = &On<function>::call;
 
 // What an enumeration or a record is: specialised by its row.
 template <class T>
-struct Row;
+struct Row {
+    static_assert(sizeof(T) == 0,
+                  "this type needs a row, ENUMERATION or RECORD: in describe/records.h, "
+                  "or of the platform's in describe/platform.cpp");
+};
 
 // The same for those who don't see the row.
 template <class T>

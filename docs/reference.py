@@ -125,8 +125,10 @@ def main() -> None:
     pages = {"vexo_cmi_" + re.sub("[ -]", "_", name): page for name, page in zip(spoken, manuals)}
 
     wanted = {name for name in exported if name.startswith("vexo_cmi_")}
-    if disagreeing := wanted ^ (pages.keys() | set(HOST_ONLY)):
-        sys.exit("exported or described, not both: " + ", ".join(sorted(disagreeing)))
+    if missing := wanted - pages.keys() - set(HOST_ONLY):
+        sys.exit("without a row in describe/operations.cpp: " + ", ".join(sorted(missing)))
+    if missing := pages.keys() - wanted:
+        sys.exit("not in src/exports.map, which scripts/abi writes: " + ", ".join(sorted(missing)))
     if silent := [name for name, page in pages.items() if not page["help"]]:
         sys.exit("without a comment in include/vexo_cmi: " + ", ".join(silent))
 

@@ -192,12 +192,13 @@ TEST(Converters, GiveTheirTableAndTheDefaultBesideItEachOfThem)
         }
     }
 
-    std::set<std::string> exported;
     std::ifstream map{EXPORTS};
     for (std::string name; map >> name;)
-        if (name.find("_to_") != name.npos)
-            exported.insert(name.substr(0, name.find(';')));
-    EXPECT_EQ(tested, exported);
+        if (name.find("_to_") != name.npos) {
+            name.pop_back();
+            EXPECT_TRUE(tested.contains(name))
+                << name << "() needs a row CONVERSION(" << name << ", ...) in tests/frame_test.cpp";
+        }
 }
 
 TEST(Converters, ReadTheAlarmReportModeBitByBit)

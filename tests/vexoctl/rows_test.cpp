@@ -104,52 +104,107 @@ TEST(Rows, LoseNothingOfAGivenRecordOnItsWayThroughADocument)
         }
 }
 
-// A function of the platform with the names of its arguments, as it is declared or as its row says.
-std::string signature(const std::string &name, const std::vector<std::string> &arguments)
-{
-    std::string text = name + "(";
-    for (const std::string &argument : arguments)
-        text += (text.ends_with('(') ? "" : ", ") + argument;
-    return text + ")";
-}
+// A name, and all that the interface's record says of it.
+struct Declaration {
+    std::string header, name;
+    std::vector<std::string> parts; // a function's arguments, an enumeration's values
+};
 
-std::string rowOf(const std::string &name)
+std::vector<Declaration> declarations(const std::string &folder, const std::regex &first,
+                                      const std::regex &part)
 {
-    const describe::platform::Function *row = describe::platform::find(name);
-    if (!row)
-        return "no row";
-    std::vector<std::string> arguments;
-    for (const describe::platform::Argument &argument : row->arguments)
-        arguments.emplace_back(argument.name);
-    return signature(name, arguments);
-}
-
-TEST(Rows, OfThePlatformNameEveryFunctionThatItsHeadersDeclareAndItsArguments)
-{
-    static const std::regex FUNCTION{R"([\w *]+?(\w+)\((.*)\))"};
-    static const std::regex ARGUMENT{R"((?:\(\*(\w+)\)\([^)]*\)|(\w+))(?:,|$))"};
+    std::vector<Declaration> found;
     std::ifstream interface {
         INTERFACE
     };
     std::string header;
-    size_t functions = 0;
+    bool within = false;
     for (std::string line; std::getline(interface, line);) {
-        std::smatch found;
-        if (line.starts_with("=="))
+        std::smatch match;
+        if (line.starts_with("== "))
             header = line.substr(3);
-        if (!header.starts_with("platform/") || !std::regex_match(line, found, FUNCTION))
-            continue;
-        ++functions;
-        std::vector<std::string> arguments;
-        const std::string list = found[2] == "void" ? "" : found[2].str();
-        for (std::sregex_iterator one{list.begin(), list.end(), ARGUMENT}, end; one != end; ++one)
-            arguments.push_back((*one)[1].str() + (*one)[2].str());
-        EXPECT_EQ(rowOf(found[1]), signature(found[1], arguments))
-            << found[1] << "() of " << header
-            << " needs a row in describe/platform.h that names these";
+        within &= line.starts_with(' ');
+        std::string parts = line;
+        if (header.starts_with(folder) && std::regex_match(line, match, first)) {
+            found.push_back({header, match[1], {}});
+            within = true;
+            parts = match[2];
+        }
+        for (std::sregex_iterator one{parts.begin(), parts.end(), part}, end; within && one != end;
+             ++one)
+            found.back().parts.push_back((*one)[1].str() + (*one)[2].str());
     }
-    // The clock is the host's.
-    EXPECT_EQ(functions + 2, describe::platform::FUNCTION_COUNT);
+    EXPECT_FALSE(found.empty());
+    return found;
+}
+
+std::vector<Declaration> functions(const std::string &folder)
+{
+    static const std::regex FUNCTION{R"([\w *]+?(\w+)\((?:void)?(.*)\))"};
+    static const std::regex ARGUMENT{R"((?:\(\*(\w+)\)\([^)]*\)|(\w+)(?:\[\d*\])?)(?:,|$))"};
+    return declarations(folder, FUNCTION, ARGUMENT);
+}
+
+using Names = std::vector<std::string>;
+
+template <class Row>
+Names argumentsOf(const Row *row)
+{
+    Names names;
+    for (size_t i = 0; row && i < row->arguments.size(); ++i)
+        names.emplace_back(row->arguments[i].name);
+    return row ? names : Names{"no row"};
+}
+
+TEST(Rows, NameEveryDeclaredOperationAndItsArgumentsInTheirOrder)
+{
+    for (Declaration &operation : functions("include/")) {
+        if (operation.parts.empty() || operation.parts.back() != "result")
+            continue;
+        operation.parts.pop_back();
+        EXPECT_EQ(argumentsOf(describe::find(operation.name)), operation.parts)
+            << operation.name << "() of " << operation.header
+            << " needs a row in describe/operations.cpp that names these arguments";
+    }
+}
+
+TEST(Rows, NameEveryDeclaredFunctionOfThePlatformAndItsArgumentsInTheirOrder)
+{
+    for (const Declaration &function : functions("platform/"))
+        EXPECT_EQ(argumentsOf(describe::platform::find(function.name)), function.parts)
+            << function.name << "() of " << function.header
+            << " needs a row in describe/platform.h that names these arguments";
+}
+
+// The row of an enumeration as it would be written.
+std::string row(const std::string &name, const std::string &first, const std::string &last)
+{
+    return "ENUMERATION(" + name + ", " + first + ", " + last + ")";
+}
+
+TEST(Rows, GiveEveryDeclaredEnumerationFromItsFirstToItsLastMember)
+{
+    std::set<std::string> rows{row("vexoRc", "0", "128")}; // which is no argument, nor in a record
+    const auto add = [&](const Type &type) {
+        if (type.kind == Kind::enumeration)
+            rows.insert(row(type.name, std::to_string(type.first), std::to_string(type.last)));
+    };
+    for (const describe::Operation &operation : describe::operations())
+        for (const describe::Argument &argument : operation.arguments)
+            add(*argument.type);
+    for (const Type *record : describe::records())
+        for (const Field &field : record->fields)
+            add(*field.type);
+    static const std::regex ENUMERATION{R"(enum (\w+) : .*())"};
+    static const std::regex MEMBER{R"(^ *(\d+) ()\w+$)"};
+    for (const Declaration &one : declarations("include/", ENUMERATION, MEMBER)) {
+        if (one.parts.empty()) // the platform's
+            continue;
+        const std::string wanted = row(one.name, one.parts.front(), one.parts.back());
+        EXPECT_TRUE(rows.contains(wanted))
+            << one.name << " of " << one.header << " needs a row " << wanted
+            << " in describe/records.h, and an operation that gives or takes it";
+    }
 }
 
 } // namespace
