@@ -1,4 +1,6 @@
-"""Checks the documents: check.py links | check.py figures | check.py manual VEXOCTL"""
+"""Checks the documents: check.py links | check.py figures | check.py manual VEXOCTL |
+check.py values VEXOCTL"""
+import json
 import re
 import subprocess
 import sys
@@ -41,5 +43,15 @@ def missing_words(vexoctl: str) -> list[str]:
     return complaints + [f"vexoctl.1 does not name {word}" for word in has if word not in named]
 
 
-checks = {"links": broken_links, "figures": other_figures, "manual": missing_words}
+def other_values(vexoctl: str) -> list[str]:
+    """The table of what values mean to the simulated device, unless its document has it."""
+    rows = json.loads(output(vexoctl, "--json", "sim", "values"))["values"]
+    table = "| of | value | meaning |\n| --- | --- | --- |\n" + "".join(
+        f"| `{row['of']}` | {row['value']} | {row['meaning']} |\n" for row in rows)
+    document = (PROJECT / "docs/simulated-device.md").read_text()
+    return [] if f"\n\n{table}\n" in document else ["docs/simulated-device.md lacks", table]
+
+
+checks = {"links": broken_links, "figures": other_figures, "manual": missing_words,
+          "values": other_values}
 sys.exit("\n".join(checks[sys.argv[1]](*sys.argv[2:])) or 0)

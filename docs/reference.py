@@ -87,7 +87,8 @@ def chapter(name: str, page: dict) -> str:
             f"Command: `vexoctl {page['usage']}`\n\n" + calls(page) + (table(head, arguments) if arguments else ""))
 
 
-def page_of_operations(exported: list[str], pages: dict[str, dict], interface: str) -> str:
+def page_of_operations(exported: list[str], pages: dict[str, dict], meanings: list[dict],
+                       interface: str) -> str:
     text = [INTRODUCTION]
     for area, title in AREAS.items():
         text.append(f"## {title} {{#area_{area}}}\n")
@@ -109,6 +110,12 @@ def page_of_operations(exported: list[str], pages: dict[str, dict], interface: s
     text += [f"### {name} {{#layout_{name}}}\n\n```\n{lines}```\n"
              for lines, name in RECORD.findall(interface)]
 
+    text.append("## Values to the simulated device {#area_simulated}\n\nWhere the meaning of a value "
+                "is the platform's, the simulated device has chosen one. Another device may take it "
+                "otherwise.\n")
+    text.append(table(["of", "value", "meaning"],
+                      [[f"`{row['of']}`", row["value"], row["meaning"]] for row in meanings]))
+
     others = [name for name in exported if not name.startswith("vexo_cmi_")]
     text.append("## Everything else that is exported {#area_others}\n")
     text.append(table(["function", ""], [[f"{name}()", f"@copydetails {name}()"] for name in others]))
@@ -120,7 +127,8 @@ def main() -> None:
     exports = (PROJECT / "src/exports.map").read_text()
     exported = re.findall(r"^    (\w+);", exports, re.MULTILINE)
     interface = (PROJECT / "tests/abi/interface.txt").read_text()
-    spoken = ask(vexoctl, ["list"])[0]["operations"]
+    listed, simulated = ask(vexoctl, ["list", "sim values"])
+    spoken = listed["operations"]
     manuals = ask(vexoctl, [f"help {name}" for name in spoken])
     pages = {"vexo_cmi_" + re.sub("[ -]", "_", name): page for name, page in zip(spoken, manuals)}
 
@@ -133,7 +141,7 @@ def main() -> None:
         sys.exit("without a comment in include/vexo_cmi: " + ", ".join(silent))
 
     folder.mkdir(parents=True, exist_ok=True)
-    (folder / "operations.md").write_text(page_of_operations(exported, pages, interface))
+    (folder / "operations.md").write_text(page_of_operations(exported, pages, simulated["values"], interface))
     subprocess.run(["doxygen", "docs/Doxyfile"], cwd=PROJECT, check=True,
                    env={**os.environ, "REFERENCE": str(folder)})
 

@@ -4,6 +4,7 @@
 
 #include <describe.h>
 #include <kv_alarm.h>
+#include <meaning.h>
 
 #include <array>
 #include <chrono>
@@ -1095,4 +1096,404 @@ TEST_F(SimulatedDevice, CountsEveryCallOfManyThreadsAndCanBeResetMeanwhile)
             }
         }
     });
+}
+
+// The rows of describe/meaning.cpp against the device. What it does is told in the rows' words, so
+// that a row that says otherwise, and one that is missing here, shows by its name.
+class Meanings : public Device
+{
+  protected:
+    using Told = std::map<std::pair<std::string, std::string>, std::string>;
+
+    // One reads, with whatever is needed besides its outputs.
+    template <class Value, class Getter, class... Arguments>
+    Value read(Getter getter, Arguments... arguments)
+    {
+        Value value{};
+        getter(&value, arguments..., &result);
+        EXPECT_OK(result);
+        return value;
+    }
+
+    vexoOperState stateOfPort()
+    {
+        return read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1).operState;
+    }
+
+    void setAdmin(uint32_t status)
+    {
+        vexo_cmi_pdh_admin_set(vexoAdminStatus{status}, 1, &result);
+        EXPECT_OK(result);
+    }
+
+    // All that the getters tell, without what has the name, as a type, a field or an argument.
+    std::map<std::string, std::string> everythingBut(const std::string &of)
+    {
+        std::map<std::string, std::string> all;
+        for (const describe::Operation &operation : describe::operations())
+            for (const uint32_t object : {1u, 2u})
+                if (std::string_view{operation.name}.ends_with("_get"))
+                    add(operation, object, of, all);
+        return all;
+    }
+
+  private:
+    void add(const describe::Operation &operation, uint32_t object, const std::string &of,
+             std::map<std::string, std::string> &all)
+    {
+        std::vector<std::vector<uint32_t>> storage;
+        std::vector<void *> arguments;
+        for (const describe::Argument &argument : operation.arguments) {
+            const bool isOut = argument.direction == describe::Direction::out;
+            const bool clears = argument.name == std::string_view{"clear"};
+            storage.emplace_back(argument.type->size * argument.count / 4 + 1,
+                                 isOut    ? describe::UNTOUCHED
+                                 : clears ? 0
+                                          : object);
+            arguments.push_back(storage.back().data());
+        }
+        operation.call(arguments.data(), &result);
+        for (size_t i = 0; i < storage.size(); ++i)
+            for (uint32_t k = 0; k < operation.arguments[i].count; ++k) {
+                const describe::Argument &argument = operation.arguments[i];
+                const std::string name = operation.name + std::to_string(object) + argument.name;
+                const char *bytes = reinterpret_cast<char *>(storage[i].data());
+                if (of != argument.name)
+                    add(*argument.type, name, bytes + k * argument.type->size, of, all);
+            }
+    }
+
+    static void add(const describe::Type &type, const std::string &name, const char *bytes,
+                    const std::string &of, std::map<std::string, std::string> &all)
+    {
+        if (of == type.name)
+            return;
+        if (type.kind != describe::Kind::record)
+            all[name] += std::string(bytes, type.size);
+        for (const describe::Field &field : type.fields)
+            if (of != type.name + std::string{"."} + field.name &&
+                !(field.options.when && !field.options.when(bytes)))
+                for (uint32_t i = 0; i < field.count; ++i)
+                    add(*field.type, name + "." + field.name,
+                        bytes + field.offset + i * field.type->size, of, all);
+    }
+};
+
+TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
+{
+    Told told;
+    const std::string kept = "kept, without effect";
+    kv_sim_clock_stop(1);
+    kv_sim_clock_set(1700006400 * 1000000ull); // a day begins
+    createPwe(VEXO_PWE_TYPE_TDM_1, 1);
+    createPwe(VEXO_PWE_TYPE_ATM_3, 2);
+    createGroup(1, {1, 2});
+
+    // A state of neither an up port nor one with an alarm is that of a test.
+    setAdmin(1);
+    const vexoOperState up = stateOfPort();
+    kv_sim_alarm_set(KV_SIM_PDH, 1, 1);
+    const vexoOperState down = stateOfPort();
+    std::map<uint32_t, std::string> names{{up, "up"}, {down, "down"}};
+    for (const uint32_t status : {1u, 2u, 3u}) {
+        setAdmin(status);
+        kv_sim_alarm_set(KV_SIM_PDH, 1, 0);
+        const vexoOperState quiet = stateOfPort();
+        names.emplace(quiet, "in test");
+        kv_sim_alarm_set(KV_SIM_PDH, 1, 1);
+        EXPECT_EQ(stateOfPort(), status == 1 ? down : quiet);
+        told[{"vexoAdminStatus", std::to_string(status)}] = names[quiet];
+    }
+    for (const auto &[state, name] : names)
+        told[{"vexoOperState", std::to_string(state)}] = name;
+    setAdmin(1);
+    kv_sim_alarm_set(KV_SIM_PDH, 1, 0);
+    for (const uint32_t loopback : {2u, 3u, 4u, 1u}) {
+        vexo_cmi_pdh_lpbk_set(vexoLpbk{loopback}, 1, &result);
+        told[{"vexoLpbk", std::to_string(loopback)}] =
+            stateOfPort() == up                 ? "no loopback"
+            : names[stateOfPort()] == "in test" ? "a loopback, which puts a port that is up in test"
+                                                : "";
+    }
+    for (const uint32_t temperature : {60u, 0u}) {
+        uint32_t current, first, second;
+        vexo_cmi_sys_temp_set(temperature, temperature, &result);
+        vexo_cmi_sys_temp_get(&current, &first, &second, &result);
+        told[{"current", std::to_string(current)}] = "the temperature, always";
+    }
+
+    // Every bit takes a port, a pseudowire, a group and a link down.
+    vexo_cmi_pwe_admin_set(VEXO_ADMIN_STATUS_1, 1, &result);
+    uint32_t taken = 0;
+    std::set<uint32_t> groupStates, linkStates;
+    for (uint32_t bits = 1; bits; bits <<= 1) {
+        for (const uint32_t set : {0u, bits}) {
+            for (const uint32_t type : {KV_SIM_PDH, KV_SIM_PW, KV_SIM_LINK})
+                kv_sim_alarm_set(type, 1, set);
+            const auto pw = read<vexoPweParamsInfo>(vexo_cmi_pwe_params_get, 1);
+            taken += (stateOfPort() == down) + (pw.operState == down);
+            const auto group = read<vexoImaParams>(vexo_cmi_ima_get, 1);
+            EXPECT_EQ(group.groupState.words[1], set ? 1u : 2u);
+            linkStates.insert({group.links[0].words[0], group.links[1].words[0]});
+            EXPECT_NE(group.links[0].words[0] == group.links[1].words[0], set != 0);
+            kv_sim_alarm_set(KV_SIM_GROUP, 1, set);
+            groupStates.insert(read<vexoImaGroupState>(vexo_cmi_ima_group_state_get, 1).words[0]);
+        }
+        kv_sim_alarm_set(KV_SIM_GROUP, 1, 0);
+    }
+    for (const uint32_t type : {KV_SIM_PDH, KV_SIM_PW, KV_SIM_LINK})
+        kv_sim_alarm_set(type, 1, 0);
+    if (taken == 64)
+        told[{"alarmBits", "any bit"}] = "an alarm: the object is down";
+    const auto twoStates = [](const std::set<uint32_t> &states) {
+        return std::to_string(*states.begin()) + " down, " + std::to_string(*states.rbegin()) +
+               " up";
+    };
+    told[{"vexoImaGroupState.words", "word 0"}] = twoStates(groupStates);
+    told[{"vexoImaGroupState.words", "word 1"}] = "how many of its links are up";
+    told[{"vexoImaLinkState.words", "word 0"}] = twoStates(linkStates);
+
+    // The system is up whatever alarms it has.
+    std::set<uint32_t> moduleStates;
+    for (uint32_t bit = 0; bit < 15; ++bit) {
+        vexo_cmi_sys_alarm_set(1U << bit, &result);
+        moduleStates.insert(read<vexoModuleState>(vexo_cmi_sys_oper_state_get));
+    }
+    EXPECT_EQ(moduleStates.size(), 1u);
+    told[{"vexoModuleState", std::to_string(*moduleStates.begin())}] =
+        "up, which the system always is";
+    vexo_cmi_sys_alarm_set(0, &result);
+    vexo_cmi_misc_log_reset(&result);
+    uint32_t records = 0;
+    while (read<unsigned>(vexo_cmi_sys_alarm_get) == 0 && records < 2000) {
+        vexo_cmi_misc_dbg_mode_set(0, &result);
+        ++records;
+    }
+    for (uint32_t bit = 0; bit < 15; ++bit)
+        if (read<unsigned>(vexo_cmi_sys_alarm_get) == 1U << bit)
+            told[{"bits", "bit " + std::to_string(bit)}] =
+                "the log has taken " + std::to_string(records) + " records since it was cleared";
+
+    // An interval's counters are there as long as it runs.
+    for (const vexoPmType type : {VEXO_PM_TYPE_1, VEXO_PM_TYPE_2, VEXO_PM_TYPE_3, VEXO_PM_TYPE_4}) {
+        const auto counted = [&] {
+            vexoPdhPm pm;
+            vexo_cmi_pdh_pm_get(&pm, type, 1, &result);
+            return pm.lineCounters[0];
+        };
+        std::string &meaning = told[{"vexoPmType", std::to_string(type)}];
+        for (const uint64_t seconds : {900, 3600, 86400, 86400 * 40}) {
+            kv_sim_clock_set(1700006400 * 1000000ull);
+            ASSERT_EQ(kv_sim_pm_set(KV_SIM_PDH, 1, type, 1, 7), 0);
+            kv_sim_clock_advance(seconds * 1000000 - 1);
+            const bool before = counted() == 7;
+            kv_sim_clock_advance(1);
+            if (before && counted() == 0)
+                meaning = "the running " + std::to_string(seconds) + " seconds";
+        }
+        if (meaning.empty() && counted() == 7) {
+            kv_sim_interval_end(type);
+            meaning = counted() == 0 ? "all since it was ended by command" : "";
+        }
+    }
+
+    // Loads, of which the second fails.
+    const auto stateOfLoad = [&] {
+        return read<vexoUpgradeInfo>(vexo_cmi_misc_upgrade_info_get).state;
+    };
+    vexoUpgradeInfo load{};
+    load.mode = VEXO_UPGRADE_MODE_1;
+    strcpy_n(load.fileName, "file", sizeof load.fileName);
+    const auto under = [&](vexoUpgradeState state) -> std::string & {
+        return told[{"vexoUpgradeState", std::to_string(state)}];
+    };
+    vexo_cmi_misc_upgrade_init(&load, &result);
+    vexo_cmi_sys_reset(&result);
+    const vexoUpgradeState none = stateOfLoad();
+    vexo_cmi_misc_upgrade_init(&load, &result);
+    for (;;) {
+        const vexoUpgradeState state = stateOfLoad();
+        kv_sim_clock_advance(5000000 - 1);
+        EXPECT_EQ(stateOfLoad(), state);
+        kv_sim_clock_advance(1);
+        const bool isOver = stateOfLoad() == state;
+        under(state) = isOver ? "final: done" : "under way, for 5 seconds";
+        if (isOver)
+            break;
+    }
+    kv_sim_upgrade_fail(3);
+    vexo_cmi_misc_upgrade_init(&load, &result);
+    kv_sim_clock_advance(3600 * 1000000ull);
+    under(stateOfLoad()) = "final: failed";
+    kv_sim_upgrade_fail(0);
+    vexo_cmi_sys_reset(&result);
+    kv_sim_clock_advance(3600 * 1000000ull);
+    under(stateOfLoad()) = "none was begun since the device was reset or shut down";
+    EXPECT_EQ(stateOfLoad(), none);
+    kv_sim_reset();
+    EXPECT_EQ(stateOfLoad(), none);
+    kv_sim_clock_stop(1);
+    createPwe(VEXO_PWE_TYPE_TDM_1, 1);
+    createPwe(VEXO_PWE_TYPE_ATM_3, 2);
+    createGroup(1, {1, 2});
+    const auto debugging = [&] {
+        return std::to_string(read<vexoDebugInfo>(vexo_cmi_misc_dbg_info_get).state);
+    };
+    told[{"vexoDebugState", debugging()}] = "no text has been set";
+    vexo_cmi_misc_dbg_init("a text", &result);
+    told[{"vexoDebugState", debugging()}] = "a text has been set";
+
+    // The test pattern generator.
+    const auto pattern = [&] {
+        vexoTpgmStatus status;
+        vexo_cmi_misc_tpgm_stat_get(&status, 0, &result);
+        return std::vector<uint32_t>(std::begin(status.words), std::end(status.words));
+    };
+    EXPECT_EQ(pattern()[0], 0u);
+    vexo_cmi_misc_tpgm_init(71, 72, 73, &result);
+    kv_sim_clock_advance(5000 * 1000000ull);
+    const std::vector<uint32_t> sent = pattern();
+    if (sent[0] == 1)
+        told[{"vexoTpgmStatus.words", "word 0"}] = "1 when it was set up";
+    if (std::vector<uint32_t>(sent.begin() + 1, sent.begin() + 4) ==
+        std::vector<uint32_t>{71, 72, 73})
+        told[{"vexoTpgmStatus.words", "words 1 to 3"}] = "the parameters";
+    if (sent[4] == 5000)
+        told[{"vexoTpgmStatus.words", "word 4"}] = "seconds since it was set up or cleared";
+    told[{"vexoTpgmStatus.words", "words 5 and 6"}] =
+        std::to_string((static_cast<uint64_t>(sent[6]) << 32 | sent[5]) / 5000) +
+        " bits for each of them, low half first";
+
+    // What a pseudowire of each type gets when it is created without sizes.
+    for (const uint32_t type : {1u, 2u, 3u, 4u}) {
+        createPwe(vexoPweType{type}, 10 + type);
+        const auto info = read<vexoPweParamsInfo>(vexo_cmi_pwe_params_get, 10 + type);
+        const auto &service = info.service;
+        const auto sizes = [](uint32_t payload, uint32_t buffer) {
+            return "if no sizes are given, " + std::to_string(payload) + " of payload, " +
+                   std::to_string(buffer) + " of jitter buffer";
+        };
+        told[{"vexoPweType", std::to_string(type)}] =
+            type == 1 ? sizes(service.t1.payloadSize, service.t1.jitterBufferSize)
+            : type == 2
+                ? sizes(service.t2.payloadSize, service.t2.jitterBufferSize)
+                : "if no size is given, " + std::to_string(service.a.payloadSize) + " of payload";
+    }
+
+    // What is set and changes nothing else that can be read.
+    const auto setPort = [&](auto change) {
+        const auto now = read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1);
+        vexoPdhParamsIn in{now.adminStatus, now.frameMode, now.lineCode, now.cableLength,
+                           now.syncMode,    now.syncParam, now.niuMode,  now.auxParam};
+        change(in);
+        vexo_cmi_pdh_params_set(&in, 1, &result);
+    };
+    const auto setAtm = [&](auto change) {
+        vexoPweParams params = newPwe(VEXO_PWE_TYPE_ATM_3);
+        params.pweAction = VEXO_PWE_ACTION_MODIFY;
+        change(params.service.a);
+        vexo_cmi_pwe_params_set(&params, 2, &result);
+    };
+    const auto setPsn = [&](vexoPwePsnType type, auto change) {
+        vexoPwePsn psn{};
+        psn.psnType = type;
+        psn.udpMode = vexoPweUdpMode{type == VEXO_PWE_PSN_TYPE_3};
+        change(psn);
+        vexo_cmi_pwe_psn_set(&psn, 1, &result);
+    };
+    const auto connect =
+        [&, present = vexoPweAtmXc{VEXO_PWE_ATM_XC_TYPE_1, 1, 2, 3, 4}](uint32_t type) mutable {
+            vexo_cmi_pwe_atmop_xc_delete(&present, 2, &result);
+            present.xcType = vexoPweAtmXcType{type};
+            vexo_cmi_pwe_atmop_xc_set(&present, 2, &result);
+        };
+    const auto upgrade = [&](uint32_t mode) {
+        load.mode = vexoUpgradeMode{mode};
+        vexo_cmi_sys_reset(&result);
+        vexo_cmi_misc_upgrade_init(&load, &result);
+    };
+    const struct {
+        const char *of;
+        std::vector<uint32_t> values;
+        std::function<void(uint32_t)> set;
+    } rows[] = {
+        {"vexoTdmMode",
+         {1, 2, 3},
+         [&](auto v) { vexo_cmi_sys_tdm_mode_set(vexoTdmMode{v}, &result); }},
+        {"vexoNetQuality",
+         {1, 2},
+         [&](auto v) { vexo_cmi_sys_net_type_set(vexoNetQuality{v}, &result); }},
+        {"vexoAlarmMode",
+         {1, 2},
+         [&](auto v) { vexo_cmi_sys_rpt_mode_set(vexoAlarmMode{v}, 0, &result); }},
+        {"bits", {1, 2, 0x1000, 0x4000}, [&](auto v) { vexo_cmi_sys_alarm_set(v, &result); }},
+        {"vexoPdhFrameMode",
+         {1, 2, 3, 4, 5, 6},
+         [&](auto v) { setPort([&](auto &port) { port.frameMode = vexoPdhFrameMode{v}; }); }},
+        {"vexoPdhCode",
+         {1, 2, 3, 4},
+         [&](auto v) { setPort([&](auto &port) { port.lineCode = vexoPdhCode{v}; }); }},
+        {"vexoPdhNiuMode",
+         {1, 2, 3, 4},
+         [&](auto v) { setPort([&](auto &port) { port.niuMode = vexoPdhNiuMode{v}; }); }},
+        {"vexoPdhSyncMode",
+         {1, 2, 3, 4, 5},
+         [&](auto v) { setPort([&](auto &port) { port.syncMode = vexoPdhSyncMode{v}; }); }},
+        {"vexoAtmMode",
+         {1, 2},
+         [&](auto v) { setAtm([&](auto &service) { service.atmMode = vexoAtmMode{v}; }); }},
+        {"vexoAtmType",
+         {1, 2},
+         [&](auto v) { setAtm([&](auto &service) { service.atmType = vexoAtmType{v}; }); }},
+        {"vexoAtmClpMode",
+         {1, 2, 3, 4},
+         [&](auto v) { setAtm([&](auto &service) { service.atmClpMode = vexoAtmClpMode{v}; }); }},
+        {"vexoPweAtmXcType", {1, 2, 3}, connect},
+        {"vexoUpgradeMode", {1, 2}, upgrade},
+        {"vexoPweUdpMode",
+         {1, 2, 3},
+         [&](auto v) {
+             setPsn(VEXO_PWE_PSN_TYPE_3, [&](auto &psn) { psn.udpMode = vexoPweUdpMode{v}; });
+         }},
+        {"vexoPwePsn.param1",
+         {0, 1, 0xFFFFFFFF},
+         [&](auto v) {
+             setPsn(VEXO_PWE_PSN_TYPE_2, [&](auto &psn) { psn.param1 = v, psn.param1Valid = 1; });
+         }},
+        {"vexoPwePsn.param2",
+         {0, 1, 0xFFFFFFFF},
+         [&](auto v) {
+             setPsn(VEXO_PWE_PSN_TYPE_2, [&](auto &psn) { psn.param2 = v, psn.param2Valid = 1; });
+         }},
+        {"vexoPwePsn.param3",
+         {0, 1, 0xFF},
+         [&](auto v) {
+             setPsn(VEXO_PWE_PSN_TYPE_1, [&](auto &psn) { psn.param3 = v, psn.param3Valid = 1; });
+         }},
+        {"vexoPwePsn.param4",
+         {0, 1, 0xFF},
+         [&](auto v) {
+             setPsn(VEXO_PWE_PSN_TYPE_1, [&](auto &psn) { psn.param4 = v, psn.param4Valid = 1; });
+         }},
+    };
+    for (const auto &row : rows) {
+        row.set(row.values.front());
+        const auto before = everythingBut(row.of);
+        std::set<std::map<std::string, std::string>> states;
+        for (const uint32_t value : row.values) {
+            row.set(value);
+            ASSERT_OK(result) << row.of;
+            EXPECT_EQ(everythingBut(row.of), before) << row.of << " " << value;
+            states.insert(everythingBut(""));
+        }
+        if (states.size() == row.values.size())
+            told[{row.of, row.of == std::string{"bits"} ? "other bits" : "any"}] = kept;
+    }
+
+    for (const describe::Meaning &row : describe::meanings()) {
+        const auto found = told.extract({std::string{row.of}, std::string{row.value}});
+        EXPECT_EQ(row.meaning, found ? found.mapped() : "not shown by the device")
+            << row.of << " " << row.value;
+    }
+    EXPECT_EQ(told, Told{}) << "not in the table";
 }

@@ -203,6 +203,20 @@ class Words(Device):
         self.assertIn("\ncalls (length 0): nothing\n",
                       self.vexoctl("help", "pdh", "cable_len", "set").stdout)
 
+    def test_help_tells_what_values_mean_on_the_simulated_device(self):
+        shown = re.sub(r"\s+", " ", self.vexoctl("help", "pwe", "params", "set").stdout)
+        self.assertIn("on the simulated device, by its own choice: pweType 1: if no sizes are given, "
+                      "256 of payload", shown)
+        self.assertIn(" adminStatus 1: up; 2: down; 3: in test ", shown)
+        self.assertIn(" psn.param1 any: kept, without effect ", shown)
+        told = set()
+        for page in self.pages().values():
+            for row in page["arguments"]:
+                for one in [row, *row.get("fields", [])]:
+                    told |= set(one.get("simulated", {}).items())
+        values = self.document("sim", "values")["values"]
+        self.assertEqual(told, {(row["value"], row["meaning"]) for row in values})
+
     def test_every_operation_has_an_example_and_all_of_them_succeed_in_turn(self):
         names = [name for area in ([], ["sim"]) for name in self.document("list", *area)["operations"]]
         tried = []
@@ -1132,6 +1146,7 @@ class Surroundings(Device):
         self.assertEqual(document["rc"], 1)
         self.assertEqual(document["message"], "not on this platform")
         self.assertEqual(set(self.document("list")["operations"]), operations())
+        self.assertNotIn("simulated", self.vexoctl("help", "pdh", "admin", "set").stdout)
         for words in (["sim", "clock"], ["help", "sim", "clock"], ["--device", "x", "list"]):
             self.assertIn("real platform libraries", self.document(*words, status=2)["error"])
         self.assertNotIn("sim", self.vexoctl("complete", "").stdout.split())

@@ -5,6 +5,7 @@
 #include "session.h"
 
 #include <help.h>
+#include <meaning.h>
 
 #include <map>
 #include <sstream>
@@ -30,7 +31,8 @@ struct Row {
     const Argument *argument = nullptr;
     std::string help{};
     std::string condition{};
-    std::string applied{}; // of a field that is given
+    std::string applied{};                     // of a field that is given
+    std::vector<describe::Meaning> meanings{}; // for the simulated device, where there is one
     std::vector<Row> fields{};
 
     bool hasRange() const { return type->kind == Kind::enumeration && type->first <= type->last; }
@@ -58,6 +60,15 @@ Names examplesOf(const Operation &operation)
     return examples;
 }
 
+// By the name of the field or the argument, or by that of the enumeration.
+std::vector<describe::Meaning> meaningsOf(const std::string &name, const Type &type)
+{
+    if (!isSimulated())
+        return {};
+    const auto own = describe::meaningsOf(name);
+    return own.empty() && type.kind == Kind::enumeration ? describe::meaningsOf(type.name) : own;
+}
+
 std::vector<Row> fieldsOf(const Argument &argument)
 {
     std::vector<Row> rows;
@@ -65,6 +76,8 @@ std::vector<Row> fieldsOf(const Argument &argument)
         Row &row =
             rows.emplace_back(Row{leaf.path, leaf.field->type, leaf.field->count, leaf.limit});
         row.condition = leaf.condition;
+        row.meanings =
+            meaningsOf(std::string{leaf.record->name} + "." + leaf.field->name, *row.type);
         if (const char *leftOut = leaf.field->options.leftOut; isGivenRecord(argument))
             row.applied = leftOut ? leftOut : APPLIED_ALWAYS;
     }
@@ -95,6 +108,7 @@ Page pageOf(const Operation &operation)
                                   .limit = argument.limit,
                                   .argument = &argument,
                                   .help = told[argument.name],
+                                  .meanings = meaningsOf(argument.name, *argument.type),
                                   .fields = fieldsOf(argument)});
     return page;
 }
@@ -118,6 +132,8 @@ Json document(const Row &row)
             json[name] = text;
     if (row.argument && row.argument->optional)
         json["optional"] = true;
+    for (const auto &[of, value, meaning] : row.meanings)
+        json["simulated"][std::string{value}] = meaning;
     for (const Row &field : row.fields)
         json["fields"].push_back(document(field));
     return json;
@@ -152,6 +168,21 @@ std::string text(const Row &row)
     if (row.argument && row.argument->optional)
         text += "; may be left out";
     return text;
+}
+
+std::string meaningsText(const std::vector<Row> &rows, size_t column)
+{
+    std::string lines;
+    for (const Row &row : rows) {
+        std::string meanings;
+        for (const auto &[of, value, meaning] : row.meanings)
+            meanings +=
+                (meanings.empty() ? "" : "; ") + std::string{value} + ": " + std::string{meaning};
+        if (!meanings.empty())
+            lines += aligned("  " + row.name, meanings, column);
+        lines += meaningsText(row.fields, column);
+    }
+    return lines;
 }
 
 std::string callsText(const Operation &operation)
@@ -232,6 +263,8 @@ std::string manualText(const Operation &operation)
         if (!rows.empty())
             shown += (direction == Direction::in ? "\ngiven:\n" : "\nreturned:\n") + rows;
     }
+    if (const std::string meanings = meaningsText(page.arguments, COLUMN); !meanings.empty())
+        shown += "\non the simulated device, by its own choice:\n" + meanings;
     if (const std::string calls = callsText(operation); !calls.empty())
         shown += "\n" + calls;
     shown += page.examples.size() > 1 ? "\nexamples:\n" : "\nexample:\n";

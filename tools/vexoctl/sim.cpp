@@ -6,6 +6,7 @@
 #include "invocation.h"
 
 #include <kv_sim.h>
+#include <meaning.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -335,6 +336,15 @@ void sim_subscriptions(vexoResult *result)
     output = Json{{"subscriptions", rows}};
 }
 
+void sim_values(vexoResult *result)
+{
+    report(SIM(kv_sim_open)(), result);
+    Json rows = Json::array();
+    for (const auto &[of, value, meaning] : describe::meanings())
+        rows.push_back(Json{{"of", of}, {"value", value}, {"meaning", meaning}});
+    output = Json{{"values", rows}};
+}
+
 void sim_upgrade_fail(uint32_t state, vexoResult *result)
 {
     report(SIM(kv_sim_upgrade_fail)(state), result);
@@ -459,6 +469,9 @@ const struct {
      "them. High is the upper half of its 64 bits."},
     {COMMAND(sim_upgrade_fail, "state=4", {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
+    {COMMAND(sim_values, ""), "Shows what values mean to the simulated device where that is the "
+                              "platform's to say. These are "
+                              "its own choices: a device may take them otherwise."},
 };
 
 } // namespace

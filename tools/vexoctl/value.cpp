@@ -225,7 +225,7 @@ void addLeaves(const Type &record, const std::string &prefix, const std::string 
         if (field.type->kind == Kind::record && field.count == 1)
             addLeaves(*field.type, prefix + field.name + ".", told, all);
         else
-            all.push_back({prefix + field.name, &field, told, limitOf(field, record)});
+            all.push_back({prefix + field.name, &record, &field, told, limitOf(field, record)});
     }
 }
 

@@ -75,6 +75,7 @@ constexpr uint32_t UNLIMITED = 0xFFFFFFFF;
 
 struct Leaf {
     std::string path;
+    const describe::Type *record; // that the field is in
     const describe::Field *field;
     std::string condition; // "pweType=tdm-1", where the field isn't always there
     uint32_t limit;        // where it is always the same, else UNLIMITED

@@ -1,0 +1,94 @@
+#include "meaning.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace describe
+{
+
+namespace
+{
+
+constexpr std::string_view ANY = "any";
+constexpr std::string_view KEPT = "kept, without effect";
+
+constexpr Meaning MEANINGS[] = {
+    {"vexoAdminStatus", "1", "up"},
+    {"vexoAdminStatus", "2", "down"},
+    {"vexoAdminStatus", "3", "in test"},
+    {"vexoOperState", "1", "up"},
+    {"vexoOperState", "2", "down"},
+    {"vexoOperState", "3", "in test"},
+    {"current", "41", "the temperature, always"},
+    {"vexoModuleState", "3", "up, which the system always is"},
+    {"vexoLpbk", "1", "no loopback"},
+    {"vexoLpbk", "2", "a loopback, which puts a port that is up in test"},
+    {"vexoLpbk", "3", "a loopback, which puts a port that is up in test"},
+    {"vexoLpbk", "4", "a loopback, which puts a port that is up in test"},
+
+    {"bits", "bit 13", "the log has taken 512 records since it was cleared"},
+    {"bits", "other bits", KEPT},
+    {"alarmBits", "any bit", "an alarm: the object is down"},
+    {"vexoAlarmMode", ANY, KEPT},
+
+    {"vexoPmType", "1", "the running 900 seconds"},
+    {"vexoPmType", "2", "the running 3600 seconds"},
+    {"vexoPmType", "3", "the running 86400 seconds"},
+    {"vexoPmType", "4", "all since it was ended by command"},
+
+    {"vexoTdmMode", ANY, KEPT},
+    {"vexoNetQuality", ANY, KEPT},
+    {"vexoPdhFrameMode", ANY, KEPT},
+    {"vexoPdhCode", ANY, KEPT},
+    {"vexoPdhNiuMode", ANY, KEPT},
+    {"vexoPdhSyncMode", ANY, KEPT},
+
+    {"vexoPwePsn.param1", ANY, KEPT},
+    {"vexoPwePsn.param2", ANY, KEPT},
+    {"vexoPwePsn.param3", ANY, KEPT},
+    {"vexoPwePsn.param4", ANY, KEPT},
+    {"vexoPweUdpMode", ANY, KEPT},
+    {"vexoPweType", "1", "if no sizes are given, 256 of payload, 5000 of jitter buffer"},
+    {"vexoPweType", "2", "if no sizes are given, 192 of payload, 3000 of jitter buffer"},
+    {"vexoPweType", "3", "if no size is given, 48 of payload"},
+    {"vexoPweType", "4", "if no size is given, 48 of payload"},
+    {"vexoAtmMode", ANY, KEPT},
+    {"vexoAtmType", ANY, KEPT},
+    {"vexoAtmClpMode", ANY, KEPT},
+    {"vexoPweAtmXcType", ANY, KEPT},
+
+    {"vexoImaGroupState.words", "word 0", "1 down, 3 up"},
+    {"vexoImaGroupState.words", "word 1", "how many of its links are up"},
+    {"vexoImaLinkState.words", "word 0", "1 down, 3 up"},
+
+    {"vexoUpgradeMode", ANY, KEPT},
+    {"vexoUpgradeState", "1", "none was begun since the device was reset or shut down"},
+    {"vexoUpgradeState", "2", "under way, for 5 seconds"},
+    {"vexoUpgradeState", "3", "under way, for 5 seconds"},
+    {"vexoUpgradeState", "4", "under way, for 5 seconds"},
+    {"vexoUpgradeState", "5", "final: done"},
+    {"vexoUpgradeState", "6", "final: failed"},
+    {"vexoDebugState", "1", "no text has been set"},
+    {"vexoDebugState", "2", "a text has been set"},
+    {"vexoTpgmStatus.words", "word 0", "1 when it was set up"},
+    {"vexoTpgmStatus.words", "words 1 to 3", "the parameters"},
+    {"vexoTpgmStatus.words", "word 4", "seconds since it was set up or cleared"},
+    {"vexoTpgmStatus.words", "words 5 and 6", "2048000 bits for each of them, low half first"},
+};
+
+} // namespace
+
+std::span<const Meaning> meanings()
+{
+    return MEANINGS;
+}
+
+std::vector<Meaning> meaningsOf(std::string_view of)
+{
+    std::vector<Meaning> found;
+    std::ranges::copy_if(MEANINGS, std::back_inserter(found),
+                         [of](const Meaning &meaning) { return meaning.of == of; });
+    return found;
+}
+
+} // namespace describe

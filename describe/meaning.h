@@ -1,0 +1,25 @@
+// What the simulated device takes values to mean where their meaning is the platform's. Another
+// device may take them otherwise.
+#ifndef DESCRIBE_MEANING_H
+#define DESCRIBE_MEANING_H
+
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace describe
+{
+
+struct Meaning {
+    std::string_view of; // an enumeration, a record's field, or an argument of whichever operation
+    std::string_view value;
+    std::string_view meaning;
+};
+
+std::span<const Meaning> meanings();
+// Those of one of them.
+std::vector<Meaning> meaningsOf(std::string_view of);
+
+} // namespace describe
+
+#endif
