@@ -240,12 +240,6 @@ std::span<const Type *const> records()
     return all;
 }
 
-template <>
-const Type &typeOf<uint32_t>()
-{
-    return Row<uint32_t>::type;
-}
-
 std::vector<Case> casesOf(const Operation &operation)
 {
     constexpr std::string_view EACH = "links*(";

@@ -104,9 +104,11 @@ struct Row {
                   "or of the platform's in describe/platform.cpp");
 };
 
-// The same for those who don't see the row.
 template <class T>
-const Type &typeOf();
+constexpr const Type &typeOf()
+{
+    return Row<T>::type;
+}
 
 template <>
 struct Row<uint32_t> {
@@ -202,12 +204,7 @@ constexpr Field field(const char *name, size_t offset, Options options = {})
         static constexpr std::initializer_list<Member> members{__VA_ARGS__};                       \
         static constexpr Type type{                                                                \
             Kind::enumeration, #T, sizeof(T), {members.begin(), members.size()}, {}, first, last}; \
-    };                                                                                             \
-    template <>                                                                                    \
-    const Type &typeOf<T>()                                                                        \
-    {                                                                                              \
-        return Row<T>::type;                                                                       \
-    }
+    };
 
 #define RECORD(T, ...)                                                                             \
     template <>                                                                                    \
@@ -215,12 +212,7 @@ constexpr Field field(const char *name, size_t offset, Options options = {})
         using Record = T;                                                                          \
         static constexpr Field fields[] = {__VA_ARGS__};                                           \
         static constexpr Type type{Kind::record, #T, sizeof(T), {}, fields};                       \
-    };                                                                                             \
-    template <>                                                                                    \
-    const Type &typeOf<T>()                                                                        \
-    {                                                                                              \
-        return Row<T>::type;                                                                       \
-    }
+    };
 
 // A field; what is particular to it follows as designated initialisers of Options.
 #define F(member, ...)                                                                             \

@@ -1,7 +1,10 @@
 #include <vexo_cmi/base.h>
 #include <vexo_cmi/notify.h>
 
-#include <stdlib.h>
+// What atexit() of an object that can be unloaded calls; under ThreadSanitizer it calls something
+// that forgets the object.
+extern "C" int __cxa_atexit(void (*function)(void *), void *argument, void *object);
+extern "C" void *__dso_handle;
 
 void vexo_cmi_init(void) {}
 
@@ -16,5 +19,5 @@ void vexo_cmi_fini(void)
 [[gnu::constructor]] static void load()
 {
     vexo_cmi_init();
-    atexit(vexo_cmi_fini); // or when the library is unloaded
+    __cxa_atexit([](void *) { vexo_cmi_fini(); }, nullptr, &__dso_handle);
 }

@@ -3,6 +3,8 @@
 
 #include "print.h"
 
+#include <records.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -265,7 +267,7 @@ bool addGroup(Exposition &out, Reader &reader, uint32_t groupId)
 // Of a list with commas.
 Names familiesOf(const std::string &list)
 {
-    const Names known = metricFamilies();
+    Names known = metricFamilies();
     if (list == "all")
         return known;
     Names wanted;

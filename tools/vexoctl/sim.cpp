@@ -39,12 +39,6 @@ struct Row<vexoctl::SimType> {
 };
 
 template <>
-const Type &typeOf<vexoctl::SimType>()
-{
-    return Row<vexoctl::SimType>::type;
-}
-
-template <>
 struct Row<vexoctl::SimEffect> {
     static constexpr Member members[] = {{KV_SIM_CODE, "code"},
                                          {KV_SIM_DELAY, "delay"},
@@ -52,12 +46,6 @@ struct Row<vexoctl::SimEffect> {
                                          {KV_SIM_GARBAGE, "garbage"}};
     static constexpr Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}, 1, 0};
 };
-
-template <>
-const Type &typeOf<vexoctl::SimEffect>()
-{
-    return Row<vexoctl::SimEffect>::type;
-}
 
 } // namespace describe
 

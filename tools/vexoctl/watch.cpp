@@ -2,6 +2,8 @@
 
 #include "print.h"
 
+#include <records.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
