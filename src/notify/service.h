@@ -1,11 +1,5 @@
 // The notification machine: one thread that waits for the platform's notifications until it is told
-// to stop. A service is what the two kinds of notification differ in:
-//
-//   Callback                             type of the agent's callback
-//   callback, thread, stopPipe           its state, all zero at load
-//   socket, subscribe, process, unsubscribe   the platform's calls
-//   body                                 the thread's function, which runs serve<Service>()
-//   BODY_NAME, REGISTER_NAME, PIPE_FAILURE, THREAD_FAILURE   for the log
+// to stop. A service is what the two kinds of notification differ in.
 //
 // The stop pipe is open exactly as long as there is a thread to be joined.
 #ifndef NOTIFY_SERVICE_H
@@ -15,6 +9,8 @@
 #include "frame/outcome.h"
 
 #include <algorithm>
+#include <atomic>
+#include <concepts>
 
 #include <errno.h>
 #include <fcntl.h>
@@ -25,6 +21,29 @@
 
 namespace notify
 {
+
+// Version 14 takes apart what a concept requires.
+// clang-format off
+template <class T>
+concept IsService = requires {
+    // What the outside may see by name, all zero at load.
+    requires std::same_as<decltype(T::callback), std::atomic<typename T::Callback> &>;
+    requires std::same_as<decltype(T::thread), pthread_t &>;
+    requires std::same_as<decltype(T::stopPipe), int (&)[2]>;
+    // The platform's calls.
+    { T::socket() } -> std::same_as<int>;
+    { T::subscribe() } -> std::same_as<kvRc>;
+    { T::process() } -> std::same_as<kvRc>;
+    { T::unsubscribe() } -> std::same_as<void>;
+    // The thread's function, which runs serve<T>().
+    requires std::same_as<decltype(T::body), void *(&)(void *)>;
+    // For the log.
+    { T::BODY_NAME } -> std::convertible_to<const char *>;
+    { T::REGISTER_NAME } -> std::convertible_to<const char *>;
+    { T::PIPE_FAILURE } -> std::convertible_to<const char *>;
+    { T::THREAD_FAILURE } -> std::convertible_to<const char *>;
+};
+// clang-format on
 
 constexpr int WAIT_SECONDS = 30;
 constexpr char STOP_BYTE = 'e';
@@ -50,7 +69,7 @@ inline int moved(int descriptor)
     return other;
 }
 
-template <class Service>
+template <IsService Service>
 void closeStopPipe()
 {
     close(Service::stopPipe[0]);
@@ -59,7 +78,7 @@ void closeStopPipe()
     Service::stopPipe[1] = 0;
 }
 
-template <class Service>
+template <IsService Service>
 bool openStopPipe()
 {
     int ends[2];
@@ -77,7 +96,7 @@ bool openStopPipe()
 
 // A forked child has the state of its parent's service, but not its thread. The inherited pipe is
 // left alone: the child may have closed it along with all else, and use its numbers otherwise.
-template <class Service>
+template <IsService Service>
 void forgetInChild()
 {
     Service::thread = 0;
@@ -86,7 +105,7 @@ void forgetInChild()
 }
 
 // Once for all; the C library forgets it when this library is unloaded.
-template <class Service>
+template <IsService Service>
 bool watchForks()
 {
     static bool watching;
@@ -97,7 +116,7 @@ bool watchForks()
 
 // May run on the service's own thread, which can be there before its handle is: so it is the pipe
 // that tells whether the service runs.
-template <class Service>
+template <IsService Service>
 void registerCallback(typename Service::Callback callback)
 {
     Service::callback.store(callback);
@@ -118,7 +137,7 @@ void registerCallback(typename Service::Callback callback)
     }
 }
 
-template <class Service>
+template <IsService Service>
 void unregisterCallback()
 {
     if (Service::stopPipe[0] == 0)
@@ -159,7 +178,7 @@ inline bool stopsWithin(int milliseconds, int stop)
 }
 
 // Hands notifications on until the stop pipe becomes readable and nothing is pending.
-template <class Service>
+template <IsService Service>
 void waitForStop(int socket)
 {
     const int stop = Service::stopPipe[0];
@@ -193,7 +212,7 @@ void waitForStop(int socket)
     }
 }
 
-template <class Service>
+template <IsService Service>
 void serve()
 {
     const int socket = Service::socket();
