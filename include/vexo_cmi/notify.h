@@ -30,15 +30,15 @@
  * is pending: alarm events or whole PM reports, until the platform has no more,
  * 1000 times, or until its call fails twice in a row: then the rest is lost. When
  * it has returned, no callback is running and none will come; events that come
- * later are lost. After registering
- * null or another callback, a call of the old one that had begun may still be
- * running, and of a PM report the rest still goes to it.
+ * later are lost. After registering null or another callback, a call of the old
+ * one that had begun may still be running, and the rest of a PM report still goes
+ * to it.
  *
  * **At the same time.** Register, unregister and vexo_cmi_fini() take no lock,
- * and must not run at the same time as each other in two threads. Excepted are
- * registrations while the service is running: they only replace the callback,
- * may come from any thread at any time, and each event goes whole to one of the
- * callbacks.
+ * so two threads must not call any of them at the same time. A registration
+ * while the service is running is different: it only replaces the callback and
+ * may come from any thread at any time; each event goes to one of the callbacks,
+ * whole.
  *
  * **Failure.** Nothing is reported to the caller when a service can't start or
  * ends by itself: the platform's log tells (module 29, level 3). A service that

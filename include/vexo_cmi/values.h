@@ -2,7 +2,7 @@
  * @file values.h
  * @brief The enumerations of the interface.
  *
- * 0 is no member of them (vexoModuleState and the actions excepted): it is what
+ * 0 is no member of them (except of vexoModuleState and the actions): it is what
  * a platform value becomes that the library does not know, but for the states of
  * system, upgrade and debugging, which become 1. Where only the platform knows
  * what a value means, the members are numbered.
