@@ -22,7 +22,7 @@
 namespace notify
 {
 
-// Version 14 takes apart what a concept requires.
+// What clang-format 14 makes of a concept can't be read.
 // clang-format off
 template <class T>
 concept IsService = requires {
@@ -104,7 +104,7 @@ void forgetInChild()
     Service::stopPipe[1] = 0;
 }
 
-// Once for all; the C library forgets it when this library is unloaded.
+// Once and for all; the C library forgets it when this library is unloaded.
 template <IsService Service>
 bool watchForks()
 {
