@@ -1,8 +1,9 @@
-"""Does literally what a guide says, in an empty folder: try-guide.py GUIDE BUILD FOLDER
+"""Does literally what a guide says: try-guide.py GUIDE BUILD FOLDER
 
-The library is installed from BUILD into `$HOME/vexo`, and `$HOME/vexo_cmi` is the checkout: this is
-where the guides expect them. A block ```LANGUAGE FILE is written to that file, a block ```sh is run,
-and a block ```text behind one must be what that printed.
+By default in an empty folder: the library is installed from BUILD into `$HOME/vexo`, and
+`$HOME/vexo_cmi` is the checkout, as the guides expect them. Where BUILD is "sources", in a copy of
+the checkout. A block ```LANGUAGE FILE is written to that file, a block ```diff FILE changes it, a
+block ```sh is run, and a block ```text behind one must be what that printed.
 """
 import os
 import re
@@ -11,22 +12,49 @@ import subprocess
 import sys
 from pathlib import Path
 
-BLOCK = re.compile(r"^```(\w+)(?: (\S+))?\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(r"^( *)```(\w+)(?: (\S+))?\n(.*?)^ *```$", re.MULTILINE | re.DOTALL)
+CHECKOUT = Path(__file__).resolve().parent.parent
 END = "==== end of block\n"
 
 
+def change(file: str, lines: list[str]) -> None:
+    """Puts the lines with a + next to those that are there, and takes out those with a -."""
+    old, new = ("".join(line[1:] for line in lines if line[0] in kind) for kind in (" -", " +"))
+    text = Path(file).read_text()
+    if text.count(old) != 1:
+        sys.exit(f"{file} has this {text.count(old)} times:\n{old}")
+    Path(file).write_text(text.replace(old, new))
+
+
+def copy_sources(to: Path) -> None:
+    """Without what was built from them."""
+    shutil.copytree(CHECKOUT, to, ignore=lambda folder, names: [
+        name for name in names if name in (".git", "build")
+        or Path(folder, name, "CMakeCache.txt").exists()])
+
+
 def main() -> None:
+    if sys.argv[1] == "change":
+        change(sys.argv[2], sys.stdin.read().splitlines(keepends=True))
+        return
     guide, build, folder = Path(sys.argv[1]), sys.argv[2], Path(sys.argv[3]).resolve()
     shutil.rmtree(folder, ignore_errors=True)
     work = folder / "work"
-    work.mkdir(parents=True)
-    subprocess.run(["cmake", "--install", build, "--prefix", folder / "vexo"], check=True,
-                   stdout=subprocess.DEVNULL)
-    (folder / "vexo_cmi").symlink_to(Path(__file__).resolve().parent.parent)
+    if build == "sources":
+        copy_sources(work)
+    else:
+        work.mkdir(parents=True)
+        subprocess.run(["cmake", "--install", build, "--prefix", folder / "vexo"], check=True,
+                       stdout=subprocess.DEVNULL)
+        (folder / "vexo_cmi").symlink_to(CHECKOUT)
 
     script, expected = "set -eu\nexec 2>&1\n", []
-    for language, file, text in BLOCK.findall(guide.read_text()):
-        if file:
+    for indent, language, file, text in BLOCK.findall(guide.read_text()):
+        text = re.sub(f"^{indent}", "", text, flags=re.MULTILINE)
+        if language == "diff":
+            script += f"python3 {Path(__file__).resolve()} change {file} <<'{END.strip()}'\n"
+            script += text + END
+        elif file:
             script += f"mkdir -p $(dirname {file})\ncat >{file} <<'{END.strip()}'\n{text}{END}"
         elif language == "sh":
             script += f"{text}echo '{END.strip()}'\n"
