@@ -15,14 +15,6 @@ using describe::Field;
 using describe::Kind;
 using describe::Type;
 
-const Field *fieldOf(const Type &record, const char *name)
-{
-    for (const Field &field : record.fields)
-        if (field.name == std::string_view{name})
-            return &field;
-    return nullptr;
-}
-
 std::vector<const Type *> recordsOfBothLayers()
 {
     const auto upper = describe::records(), lower = describe::platform::records();
@@ -55,7 +47,7 @@ TEST(Rows, NameOtherFieldsOnlyWhereTheseAreWords)
             for (const char *other : {field.options.flag, field.options.count, field.options.by}) {
                 if (!other)
                     continue;
-                const Field *found = fieldOf(*record, other);
+                const Field *found = vexoctl::fieldOf(*record, other);
                 ASSERT_NE(found, nullptr) << record->name << "." << field.name << ": " << other;
                 EXPECT_TRUE(found->type->kind == Kind::word ||
                             found->type->kind == Kind::enumeration);

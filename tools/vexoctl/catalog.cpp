@@ -3,8 +3,10 @@
 #include "invocation.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <sstream>
 
 namespace vexoctl
 {
@@ -26,17 +28,24 @@ constexpr Command COMMANDS[] = {
      "Prints alarm events and PM reports as they come, one line each, until N lines have been "
      "printed, the time is over or SIGINT or SIGTERM comes. Without 'alarms' or 'pm', both. The "
      "exit status is 1 when the subscription is refused and when events were lost, which standard "
-     "error tells."},
+     "error tells.",
+     watch},
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state is none of "
-     "2, 3 and 4. The exit status is 1 when that is 6: the load failed."},
+     "2, 3 and 4. The exit status is 1 when that is 6: the load failed.",
+     follow},
     {"metrics", "metrics [families=NAME,...|all] [form=FORM] [pwes=N] [groups=N]",
      "counters and alarms once, for Prometheus",
-     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N (1024) and "
-     "the IMA groups 1 to N (8), as far as there are. The form is text, as node_exporter reads it "
-     "from a file, or openmetrics. PM counters are those of the running interval; what there is no "
-     "data for is left out. Where something can't be read, the rest is printed and the status is "
-     "1."},
+     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N "
+     "(1024) and "
+     "the IMA groups 1 to N (8), as far as there are. The form is text, as node_exporter "
+     "reads it "
+     "from a file, or openmetrics. PM counters are those of the running interval; what there "
+     "is no "
+     "data for is left out. Where something can't be read, the rest is printed and the status "
+     "is "
+     "1.",
+     metrics},
     {"exit", "exit", "ends the prompt or a script",
      "Ends the prompt, or a script, with success. 'quit' does the same."},
 };
@@ -108,6 +117,26 @@ Names nextWords(const Words &words)
     return next;
 }
 
+// What a command can be given, by its usage: what stands in brackets may be left out.
+Names wordsOf(const Command &command, bool optional)
+{
+    std::istringstream usage{command.usage + strlen(command.name)};
+    Names words;
+    for (std::string word; usage >> word;)
+        if (word.starts_with('[') == optional)
+            words.push_back(optional ? word.substr(1, word.size() - 2) : word);
+    return words;
+}
+
+// "count=" of "count=N".
+Names namesOf(Names words)
+{
+    for (std::string &word : words)
+        if (const size_t sign = word.find('='); sign != word.npos)
+            word.erase(sign + 1);
+    return words;
+}
+
 // Those in the folder that the path is in so far; a folder ends with '/'.
 Names files(const std::string &path)
 {
@@ -129,6 +158,63 @@ Names files(const std::string &path)
 std::span<const Command> commands()
 {
     return COMMANDS;
+}
+
+const Command *commandNamed(const std::string &name)
+{
+    const auto found =
+        std::ranges::find_if(COMMANDS, [&](const Command &one) { return one.name == name; });
+    return found == std::end(COMMANDS) ? nullptr : &*found;
+}
+
+Options::Options(const Words &words)
+{
+    const Command &command = *commandNamed(words[0]);
+    const Names required = wordsOf(command, false);
+    Names expected = required;
+    std::ranges::copy(wordsOf(command, true), std::back_inserter(expected));
+    const Names known = namesOf(expected);
+    const auto refuse = [&](const std::string &given) {
+        throw UsageError("expected " + inWords(expected) + given);
+    };
+    for (size_t i = 1; i < words.size(); ++i) {
+        const bool isOption = words[i].starts_with("--");
+        const std::string word = words[i].substr(isOption ? 2 : 0);
+        const size_t sign = word.find('=');
+        const std::string name = word.substr(0, sign);
+        const bool takesValue = std::ranges::count(known, name + "=") > 0;
+        if (!takesValue && (isOption || !std::ranges::count(known, word)))
+            refuse(", not '" + words[i] + "'");
+        if (takesValue && sign == word.npos && !isOption)
+            refuse(", not '" + words[i] + "'");
+        if (takesValue && sign == word.npos && i + 1 == words.size())
+            throw UsageError(name + ": expected a value behind it");
+        const std::string value = !takesValue         ? ""
+                                  : sign == word.npos ? words[++i]
+                                                      : word.substr(sign + 1);
+        if (!given_.emplace(name, value).second && takesValue)
+            throw UsageError(name + ": given twice");
+    }
+    for (const std::string &word : required)
+        if (!has(word))
+            refuse("");
+}
+
+std::string Options::text(const std::string &name, const std::string &otherwise) const
+{
+    const auto found = given_.find(name);
+    return found == given_.end() ? otherwise : found->second;
+}
+
+uint32_t Options::number(const std::string &name, uint32_t otherwise) const
+{
+    uint32_t number = otherwise;
+    if (has(name)) {
+        parse(describe::typeOf<uint32_t>(), name, text(name, ""), {}, &number);
+        if (number == 0)
+            throw UsageError(name + ": expected a number from 1, not 0");
+    }
+    return number;
 }
 
 Names commandNames()
@@ -186,12 +272,9 @@ Names completions(const Words &typed)
         before.pop_back();
     Names next;
     const std::string command = before.empty() ? "" : before[0];
-    if (command == "watch") {
-        next = {"alarms", "pm", "count=", "for="};
-    } else if (command == "follow") {
-        next = before.size() == 1 ? Names{"upgrade"} : Names{"count=", "for="};
-    } else if (command == "metrics") {
-        next = {"families=", "form=", "pwes=", "groups="};
+    if (const Command *own = commandNamed(command); own && own->run) {
+        const Names first = before.size() == 1 ? namesOf(wordsOf(*own, false)) : Names{};
+        next = first.empty() ? namesOf(wordsOf(*own, true)) : first;
         for (const std::string &family : metricFamilies())
             if (begun.starts_with("families="))
                 next.push_back("families=" + family);

@@ -16,9 +16,12 @@ struct Command {
     const char *usage;
     const char *purpose;
     const char *more;
+    void (*run)(const Words &words, bool json) = nullptr; // of those in files of their own
 };
 
 std::span<const Command> commands();
+// The one with this name; null when there is none.
+const Command *commandNamed(const std::string &name);
 Names commandNames();
 
 // The operation that the words begin with; `count` is how many of them name it. Throws UsageError

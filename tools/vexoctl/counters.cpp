@@ -1,6 +1,6 @@
 #include "counters.h"
 
-#include "value.h"
+#include "codec.h"
 
 #include <kv_sim.h>
 

@@ -57,6 +57,11 @@ size_t givenRecord(const Operation &operation)
 
 } // namespace
 
+bool isDocument(const Argument &argument)
+{
+    return argument.type == &describe::Row<Json>::type;
+}
+
 bool isGivenRecord(const Argument &argument)
 {
     return argument.direction == Direction::in && argument.type->kind == Kind::record;
@@ -203,7 +208,9 @@ const vexoResult &Invocation::call()
         const Argument &argument = operation_.arguments[i];
         const bool isText =
             argument.type->kind == Kind::text && argument.direction == Direction::in;
-        arguments.push_back(isText ? storage_[i].text.data() : storage_[i].bytes());
+        arguments.push_back(isDocument(argument) ? &storage_[i].document
+                            : isText             ? storage_[i].text.data()
+                                                 : storage_[i].bytes());
     }
     operation_.call(arguments.data(), &result_);
     return result_;
@@ -226,9 +233,12 @@ Json Invocation::outputs(Style style) const
         if (argument.direction == Direction::in)
             continue;
         const void *bytes = storage_[i].bytes();
-        json[argument.name] = argument.isArray()
-                                  ? toJson(*argument.type, bytes, countOf(argument), style)
-                                  : toJson(*argument.type, bytes, style);
+        if (isDocument(argument))
+            json.update(storage_[i].document);
+        else
+            json[argument.name] = argument.isArray()
+                                      ? toJson(*argument.type, bytes, countOf(argument), style)
+                                      : toJson(*argument.type, bytes, style);
     }
     return json;
 }

@@ -2,9 +2,15 @@
 #ifndef VEXOCTL_INVOCATION_H
 #define VEXOCTL_INVOCATION_H
 
-#include "value.h"
+#include "checks.h"
 
 #include <istream>
+
+// A document that is shown as it is; no operation of the library has one.
+template <>
+struct describe::Row<vexoctl::Json> {
+    static constexpr Type type{Kind::record, "document", sizeof(vexoctl::Json)};
+};
 
 namespace vexoctl
 {
@@ -28,6 +34,7 @@ class Invocation
     struct Storage {
         std::vector<uint32_t> words; // aligned as every record is
         std::string text;
+        Json document = Json::object();
         void *bytes() { return words.data(); }
         const void *bytes() const { return words.data(); }
     };
@@ -49,6 +56,7 @@ class Invocation
     vexoResult result_{};
 };
 
+bool isDocument(const describe::Argument &argument);
 bool isGivenRecord(const describe::Argument &argument);
 
 // What may stand before the '=', and what is expected behind it.

@@ -102,14 +102,15 @@ Page pageOf(const Operation &operation)
             page.help += (page.help.empty() ? "" : "\n") + line;
     }
     for (const Argument &argument : operation.arguments)
-        page.arguments.push_back({.name = argument.name,
-                                  .type = argument.type,
-                                  .count = argument.count,
-                                  .limit = argument.limit,
-                                  .argument = &argument,
-                                  .help = told[argument.name],
-                                  .meanings = meaningsOf(argument.name, *argument.type),
-                                  .fields = fieldsOf(argument)});
+        if (!isDocument(argument))
+            page.arguments.push_back({.name = argument.name,
+                                      .type = argument.type,
+                                      .count = argument.count,
+                                      .limit = argument.limit,
+                                      .argument = &argument,
+                                      .help = told[argument.name],
+                                      .meanings = meaningsOf(argument.name, *argument.type),
+                                      .fields = fieldsOf(argument)});
     return page;
 }
 

@@ -2,7 +2,7 @@
 #ifndef VEXOCTL_MANUAL_H
 #define VEXOCTL_MANUAL_H
 
-#include "value.h"
+#include "codec.h"
 
 namespace vexoctl
 {

@@ -302,20 +302,15 @@ std::string metricFamiliesHelp()
     return text;
 }
 
-void metrics(const Words &given, bool json)
+void metrics(const Words &words, bool json)
 {
-    Words words{given.begin() + 1, given.end()};
-    uint32_t pseudowires = 1024;
-    uint32_t groups = 8;
-    takeNumbers(words, {{"pwes", &pseudowires}, {"groups", &groups}});
-    const auto options = takeOptions(words, {"families", "form"});
-    if (!words.empty())
-        throw UsageError("expected families=NAME,..., form=FORM, pwes=N or groups=N, not '" +
-                         words[0] + "'");
-    const std::string form = options.contains("form") ? options.at("form") : "text";
+    const Options options{words};
+    const uint32_t pseudowires = options.number("pwes", 1024);
+    const uint32_t groups = options.number("groups", 8);
+    const std::string form = options.text("form", "text");
     if (form != "text" && form != "openmetrics")
         throw UsageError("form: expected text or openmetrics, not '" + form + "'");
-    Exposition out{options.contains("families") ? familiesOf(options.at("families")) : Names{}};
+    Exposition out{options.has("families") ? familiesOf(options.text("families", "")) : Names{}};
     if (json)
         throw UsageError("what Prometheus reads has no form in JSON");
     Reader reader;

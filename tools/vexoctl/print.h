@@ -2,7 +2,7 @@
 #ifndef VEXOCTL_PRINT_H
 #define VEXOCTL_PRINT_H
 
-#include "value.h"
+#include "codec.h"
 
 namespace vexoctl
 {

@@ -166,8 +166,7 @@ void Session::operate(const Words &words)
         operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}, force_};
     tellOfPrivateDevice();
     const vexoResult &result = invocation.call();
-    Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
-    outputs.update(takeSimOutput());
+    const Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
     if (result.rc != VEXO_RC_OK)
         throw Failure{operation_, result};
     if (json_) {
@@ -209,10 +208,9 @@ void Session::help(const Words &words) const
     };
     if (words.size() < 2)
         return showText(overview());
-    for (const Command &command : commands())
-        if (words[1] == command.name)
-            return showText(folded(command.usage, 4) + "\n\n" + folded(command.more) + "\n" +
-                            (words[1] == "metrics" ? metricFamiliesHelp() : ""));
+    if (const Command *command = commandNamed(words[1]))
+        return showText(folded(command->usage, 4) + "\n\n" + folded(command->more) + "\n" +
+                        (words[1] == "metrics" ? metricFamiliesHelp() : ""));
     const Words said{words.begin() + 1, words.end()};
     if (operationsUnder(said).size() > 1 && !isOperation(said))
         return list(words);
@@ -226,11 +224,9 @@ void Session::help(const Words &words) const
 
 void Session::dispatch(const Words &words)
 {
-    static const std::map<std::string, void (*)(const Words &, bool)> own{
-        {"watch", watch}, {"follow", follow}, {"metrics", metrics}};
-    if (const auto found = own.find(words[0]); found != own.end()) {
+    if (const Command *own = commandNamed(words[0]); own && own->run) {
         tellOfPrivateDevice();
-        return found->second(words, json_);
+        return own->run(words, json_);
     }
     refuseOptions(words);
     if (words[0] == "list")
@@ -262,8 +258,7 @@ Status Session::run(Words words)
         }
         if (words.empty())
             throw UsageError("there is no command");
-        const Names names = commandNames();
-        if (std::find(names.begin(), names.end(), words[0]) != names.end())
+        if (commandNamed(words[0]))
             operation_ = words[0];
         dispatch(words);
         return SUCCESS;
@@ -377,42 +372,6 @@ Words split(const std::string &line)
     if (lexed.isQuoteOpen)
         throw UsageError("a quote is left open: " + line);
     return lexed.words;
-}
-
-std::map<std::string, std::string> takeOptions(Words &words, const Names &names)
-{
-    Words others;
-    std::map<std::string, std::string> options;
-    for (size_t i = 0; i < words.size(); ++i) {
-        const bool isOption = words[i].starts_with("--");
-        const std::string word = words[i].substr(isOption ? 2 : 0);
-        const size_t sign = word.find('=');
-        const std::string name = word.substr(0, sign);
-        if (!std::ranges::count(names, name) || (sign == std::string::npos && !isOption)) {
-            others.push_back(words[i]);
-            continue;
-        }
-        if (sign == std::string::npos && i + 1 == words.size())
-            throw UsageError(name + ": expected a value behind it");
-        const std::string value = sign == std::string::npos ? words[++i] : word.substr(sign + 1);
-        if (!options.emplace(name, value).second)
-            throw UsageError(name + ": given twice");
-    }
-    words = others;
-    return options;
-}
-
-void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers)
-{
-    Names names;
-    for (const auto &[name, number] : numbers)
-        names.push_back(name);
-    for (const auto &[name, value] : takeOptions(words, names)) {
-        uint32_t &number = *numbers.at(name);
-        parse(describe::typeOf<uint32_t>(), name, value, {}, &number);
-        if (number == 0)
-            throw UsageError(name + ": expected a number from 1, not 0");
-    }
 }
 
 } // namespace vexoctl

@@ -2,7 +2,7 @@
 #ifndef VEXOCTL_SESSION_H
 #define VEXOCTL_SESSION_H
 
-#include "value.h"
+#include "codec.h"
 
 #include <istream>
 #include <map>
@@ -74,10 +74,21 @@ Lexed lex(const std::string &line);
 // The words of a whole line. Throws UsageError when a quote is left open.
 Words split(const std::string &line);
 
-// Takes name=VALUE, also as --name VALUE and --name=VALUE, out of the words.
-std::map<std::string, std::string> takeOptions(Words &words, const Names &names);
-// The same for numbers from 1.
-void takeNumbers(Words &words, const std::map<std::string, uint32_t *> &numbers);
+// What a command of those below is given: words, and name=VALUE, also as --name VALUE and
+// --name=VALUE, as its usage has them. Throws UsageError at anything else.
+class Options
+{
+  public:
+    explicit Options(const Words &words);
+
+    bool has(const std::string &name) const { return given_.contains(name); }
+    std::string text(const std::string &name, const std::string &otherwise) const;
+    // From 1.
+    uint32_t number(const std::string &name, uint32_t otherwise) const;
+
+  private:
+    std::map<std::string, std::string> given_;
+};
 
 // ---- Commands of their own files ----
 
@@ -100,8 +111,6 @@ uint64_t lostEvents();
 void useDevice(const std::string &file);
 const std::vector<describe::Operation> &simOperations();
 std::string simHelp(const std::string &operation);
-// What the last of them has to show besides its outputs.
-Json takeSimOutput();
 
 } // namespace vexoctl
 

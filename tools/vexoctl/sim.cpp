@@ -27,25 +27,17 @@ namespace describe
 {
 
 // All have a name: there is no range of others.
-template <>
-struct Row<vexoctl::SimType> {
-    static constexpr Member members[] = {{KV_SIM_SYSTEM, "system"},
-                                         {KV_SIM_PDH, "pdh"},
-                                         {KV_SIM_PW, "pwe"},
-                                         {KV_SIM_GROUP, "ima-group"},
-                                         {KV_SIM_LINK, "ima-link"}};
-    static constexpr Type type{
-        Kind::enumeration, "object type", sizeof(uint32_t), members, {}, 1, 0};
-};
+#define NAMED(T, title, ...)                                                                       \
+    template <>                                                                                    \
+    struct Row<T> {                                                                                \
+        static constexpr Member members[] = {__VA_ARGS__};                                         \
+        static constexpr Type type{Kind::enumeration, title, sizeof(T), members, {}, 1, 0};        \
+    };
 
-template <>
-struct Row<vexoctl::SimEffect> {
-    static constexpr Member members[] = {{KV_SIM_CODE, "code"},
-                                         {KV_SIM_DELAY, "delay"},
-                                         {KV_SIM_HANG, "hang"},
-                                         {KV_SIM_GARBAGE, "garbage"}};
-    static constexpr Type type{Kind::enumeration, "effect", sizeof(uint32_t), members, {}, 1, 0};
-};
+NAMED(vexoctl::SimType, "object type", {KV_SIM_SYSTEM, "system"}, {KV_SIM_PDH, "pdh"},
+      {KV_SIM_PW, "pwe"}, {KV_SIM_GROUP, "ima-group"}, {KV_SIM_LINK, "ima-link"})
+NAMED(vexoctl::SimEffect, "effect", {KV_SIM_CODE, "code"}, {KV_SIM_DELAY, "delay"},
+      {KV_SIM_HANG, "hang"}, {KV_SIM_GARBAGE, "garbage"})
 
 } // namespace describe
 
@@ -56,8 +48,6 @@ using describe::Operation;
 
 namespace
 {
-
-Json output = Json::object();
 
 template <class Function>
 Function *lookUp(const char *name)
@@ -80,11 +70,11 @@ void sim_reset(vexoResult *result)
     report(SIM(kv_sim_reset)(), result);
 }
 
-void sim_clock(vexoResult *result)
+void sim_clock(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     const uint64_t time = SIM(kv_sim_clock_get)();
-    output = Json{{"seconds", time / SECOND},
+    *shown = Json{{"seconds", time / SECOND},
                   {"microseconds", time % SECOND},
                   {"stopped", SIM(kv_sim_clock_stopped)() != 0}};
 }
@@ -117,10 +107,10 @@ Names functionNames()
     return names;
 }
 
-void sim_functions(vexoResult *result)
+void sim_functions(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
-    output = Json{{"functions", functionNames()}};
+    *shown = Json{{"functions", functionNames()}};
 }
 
 void sim_fault_add(const char *function, SimEffect effect, uint32_t value, uint32_t object,
@@ -145,7 +135,7 @@ void sim_fault_clear(vexoResult *result)
     report(SIM(kv_sim_fault_clear)(), result);
 }
 
-void sim_fault_list(vexoResult *result)
+void sim_fault_list(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     Json faults = Json::array();
@@ -155,13 +145,13 @@ void sim_fault_list(vexoResult *result)
         if (fault.object)
             row["object"] = fault.object;
         const SimEffect effect{static_cast<uint32_t>(fault.effect)};
-        row["effect"] = toJson(describe::typeOf<SimEffect>(), &effect);
+        row["effect"] = toJson(describe::Row<SimEffect>::type, &effect);
         row["value"] = fault.value;
         row["skip"] = fault.skip;
         row["times"] = fault.times;
         faults.push_back(row);
     }
-    output = Json{{"faults", faults}, {"hanging", SIM(kv_sim_hanging)()}};
+    *shown = Json{{"faults", faults}, {"hanging", SIM(kv_sim_hanging)()}};
 }
 
 Json callOf(const kvSimCall &call, bool withRecord)
@@ -186,7 +176,7 @@ Json callOf(const kvSimCall &call, bool withRecord)
     return row;
 }
 
-void sim_journal(uint32_t last, uint32_t records, vexoResult *result)
+void sim_journal(Json *shown, uint32_t last, uint32_t records, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     const uint64_t end = SIM(kv_sim_journal_last)();
@@ -196,10 +186,10 @@ void sim_journal(uint32_t last, uint32_t records, vexoResult *result)
     for (uint64_t n = end > count ? end - count + 1 : 1; n <= end; ++n)
         if (SIM(kv_sim_journal_get)(n, &call) == 0)
             calls.push_back(callOf(call, records != 0));
-    output = Json{{"calls", calls}};
+    *shown = Json{{"calls", calls}};
 }
 
-void sim_log(uint32_t last, vexoResult *result)
+void sim_log(Json *shown, uint32_t last, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     const uint64_t end = SIM(kv_sim_log_last)();
@@ -215,7 +205,7 @@ void sim_log(uint32_t last, vexoResult *result)
                                    {"function", record.function},
                                    {"line", record.line},
                                    {"text", record.text}});
-    output = Json{{"records", records}};
+    *shown = Json{{"records", records}};
 }
 
 void changeAlarms(SimType type, uint32_t number, uint32_t bits, bool raise, vexoResult *result)
@@ -268,12 +258,12 @@ void sim_interval_send(uint32_t interval, vexoResult *result)
     report(SIM(kv_sim_interval_send)(interval), result);
 }
 
-void sim_pending(vexoResult *result)
+void sim_pending(Json *shown, vexoResult *result)
 {
     uint32_t waiting = 0;
     uint64_t lost = 0;
     report(SIM(kv_sim_pending)(&waiting, &lost), result);
-    output = Json{{"waiting", waiting}, {"lost", lost}};
+    *shown = Json{{"waiting", waiting}, {"lost", lost}};
 }
 
 void sim_interval_period(uint32_t interval, uint32_t seconds, vexoResult *result)
@@ -311,7 +301,7 @@ void sim_om_set(SimType type, uint32_t number, const char *name, uint32_t value,
     report(SIM(kv_sim_om_set)(type, number, counter, whole), result);
 }
 
-void sim_subscriptions(vexoResult *result)
+void sim_subscriptions(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     Json rows = Json::array();
@@ -321,16 +311,16 @@ void sim_subscriptions(vexoResult *result)
                             {"service", subscription.pm ? "pm" : "alarms"},
                             {"waiting", subscription.waiting},
                             {"lost", subscription.lost}});
-    output = Json{{"subscriptions", rows}};
+    *shown = Json{{"subscriptions", rows}};
 }
 
-void sim_values(vexoResult *result)
+void sim_values(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
     Json rows = Json::array();
     for (const auto &[of, value, meaning] : describe::meanings())
         rows.push_back(Json{{"of", of}, {"value", value}, {"meaning", meaning}});
-    output = Json{{"values", rows}};
+    *shown = Json{{"values", rows}};
 }
 
 void sim_upgrade_fail(uint32_t state, vexoResult *result)
@@ -389,14 +379,14 @@ const struct {
     const char *help;
 } COMMANDS[] = {
     {COMMAND(sim_reset, ""), "Puts the device back to its factory defaults."},
-    {COMMAND(sim_clock, ""), "Shows the device's clock."},
+    {COMMAND(sim_clock, "", {"shown"}), "Shows the device's clock."},
     {COMMAND(sim_clock_set, "seconds=1767225600", {"seconds"}, OPTIONAL("microseconds")),
      "Sets the device's clock. The PM intervals that this skips don't end."},
     {COMMAND(sim_clock_stop, ""), "Stops the device's clock."},
     {COMMAND(sim_clock_run, ""), "Lets the device's clock run on."},
     {COMMAND(sim_clock_advance, "seconds=900", {"seconds"}, OPTIONAL("microseconds")),
      "Moves the device's clock on; every PM interval whose end lies in between ends."},
-    {COMMAND(sim_functions, ""), "Shows the names of the platform's functions."},
+    {COMMAND(sim_functions, "", {"shown"}), "Shows the names of the platform's functions."},
     {COMMAND(sim_fault_add, "function=config_get_pwe_if value=8 times=1", OPTIONAL("function"),
              OPTIONAL("effect"), {.name = "value", .optional = true, .otherwise = 1},
              OPTIONAL("object"), OPTIONAL("skip"), OPTIONAL("times")),
@@ -406,12 +396,13 @@ const struct {
      "give random bytes made from value. Without object it befalls all objects; skip calls are let "
      "pass first, then times calls are met, all when it is left out."},
     {COMMAND(sim_fault_clear, ""), "Ends all faults and lets the hanging calls go on."},
-    {COMMAND(sim_fault_list, ""), "Shows the faults as they stand, and how many calls hang."},
-    {COMMAND(sim_journal, "last=5", OPTIONAL("last"), OPTIONAL("records")),
+    {COMMAND(sim_fault_list, "", {"shown"}),
+     "Shows the faults as they stand, and how many calls hang."},
+    {COMMAND(sim_journal, "last=5", {"shown"}, OPTIONAL("last"), OPTIONAL("records")),
      "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
      "records=1 also the bytes that they were given. A call that has not returned shows the thread "
      "in which it is pending in place of its code."},
-    {COMMAND(sim_log, "last=5", OPTIONAL("last")),
+    {COMMAND(sim_log, "last=5", {"shown"}, OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
     {COMMAND(sim_alarm_set, "type=pdh number=3 bits=0x1", {"type"}, {"number"}, BITS("bits")),
      "Sets the alarm bits that are active on an object. The system is number 1."},
@@ -433,14 +424,15 @@ const struct {
      "Ends a PM interval now; 1 to 3 are reported."},
     {COMMAND(sim_interval_send, "interval=1", {"interval"}),
      "Sends the report of an interval, whatever its number, without ending anything."},
-    {COMMAND(sim_pending, ""),
+    {COMMAND(sim_pending, "", {"shown"}),
      "Shows how many notifications subscribers have not dealt with yet, and "
      "how many were lost because 4095 were waiting."},
     {COMMAND(sim_interval_period, "interval=1 seconds=60", {"interval"}, {"seconds"}),
      "Sets how long a PM interval lasts by the device's clock; 0: it only ends on command."},
-    {COMMAND(sim_subscriptions, ""), "Shows which processes listen to alarms and PM reports, how "
-                                     "many events wait for each, and how "
-                                     "many it has lost because 4095 were waiting."},
+    {COMMAND(sim_subscriptions, "", {"shown"}),
+     "Shows which processes listen to alarms and PM reports, how "
+     "many events wait for each, and how "
+     "many it has lost because 4095 were waiting."},
     {COMMAND(sim_pm_set, "type=pdh number=3 interval=1 counter=layout0.counters.4 value=12",
              {"type"}, {"number"}, {"interval"}, {"counter"}, {"value"}),
      "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
@@ -457,9 +449,10 @@ const struct {
      "them. High is the upper half of its 64 bits."},
     {COMMAND(sim_upgrade_fail, "state=4", {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
-    {COMMAND(sim_values, ""), "Shows what values mean to the simulated device where that is the "
-                              "platform's to say. These are "
-                              "its own choices: a device may take them otherwise."},
+    {COMMAND(sim_values, "", {"shown"}),
+     "Shows what values mean to the simulated device where that is the "
+     "platform's to say. These are "
+     "its own choices: a device may take them otherwise."},
 };
 
 } // namespace
@@ -481,13 +474,6 @@ std::string simHelp(const std::string &operation)
         if (operation == command.operation.name)
             return command.help;
     return "";
-}
-
-Json takeSimOutput()
-{
-    Json taken = Json::object();
-    std::swap(taken, output);
-    return taken;
 }
 
 } // namespace vexoctl

@@ -25,10 +25,13 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 struct Limits {
-    uint32_t count = 0; // 0: none
-    uint32_t seconds = 0;
+    const uint32_t count; // 0: none
+    const uint32_t seconds;
 
-    explicit Limits(Words &words) { takeNumbers(words, {{"count", &count}, {"for", &seconds}}); }
+    explicit Limits(const Options &options)
+        : count{options.number("count", 0)}, seconds{options.number("for", 0)}
+    {
+    }
 };
 
 // SIGINT and SIGTERM end a watch: blocked in all threads, and waited for by this one.
@@ -293,15 +296,12 @@ bool isOver(const Limits &limits, Clock::time_point start)
 
 } // namespace
 
-void watch(const Words &given, bool json)
+void watch(const Words &words, bool json)
 {
-    Words words{given.begin() + 1, given.end()};
-    const Limits limits{words};
-    for (const std::string &word : words)
-        if (word != "alarms" && word != "pm")
-            throw UsageError("expected alarms, pm, count=N or for=SECONDS, not '" + word + "'");
-    const bool alarms = std::find(words.begin(), words.end(), "alarms") != words.end();
-    const bool pm = std::find(words.begin(), words.end(), "pm") != words.end();
+    const Options options{words};
+    const Limits limits{options};
+    const bool alarms = options.has("alarms");
+    const bool pm = options.has("pm");
     asJson = json;
     printed = 0;
     allowed = limits.count;
@@ -350,12 +350,9 @@ void turnWheel(bool on)
 
 } // namespace
 
-void follow(const Words &given, bool json)
+void follow(const Words &words, bool json)
 {
-    Words words{given.begin() + 1, given.end()};
-    const Limits limits{words};
-    if (words != Words{"upgrade"})
-        throw UsageError("expected upgrade, and count=N or for=SECONDS");
+    const Limits limits{Options{words}};
     asJson = json;
     printed = 0;
     allowed = limits.count;

@@ -1,9 +1,8 @@
-#include "value.h"
+#include "codec.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <numeric>
 
 namespace vexoctl
 {
@@ -16,35 +15,6 @@ using describe::Type;
 namespace
 {
 
-uint32_t wordAt(const void *at)
-{
-    uint32_t word;
-    memcpy(&word, at, sizeof word);
-    return word;
-}
-
-void putWord(void *at, uint32_t word)
-{
-    memcpy(at, &word, sizeof word);
-}
-
-const void *at(const void *record, const Field &field)
-{
-    return static_cast<const char *>(record) + field.offset;
-}
-
-void *at(void *record, const Field &field)
-{
-    return static_cast<char *>(record) + field.offset;
-}
-
-std::string hexadecimal(uint32_t word)
-{
-    char text[11];
-    snprintf(text, sizeof text, "0x%x", word);
-    return text;
-}
-
 std::string macText(const void *value)
 {
     const auto *mac = static_cast<const uint8_t *>(value);
@@ -52,11 +22,6 @@ std::string macText(const void *value)
     snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
              mac[4], mac[5]);
     return text;
-}
-
-bool isLowBits(uint32_t bits)
-{
-    return (bits & (bits + 1)) == 0;
 }
 
 // Six times two digits.
@@ -73,25 +38,12 @@ bool readMac(const std::string &text, uint8_t *mac)
     return true;
 }
 
-// What was given, for a message.
-std::string quoted(const std::string &text)
-{
-    constexpr size_t LONGEST = 60;
-    return "'" + (text.size() > LONGEST ? text.substr(0, LONGEST) + "..." : text) + "'";
-}
-
 const char *nameOf(const Type &type, uint32_t value)
 {
     for (const Member &member : type.members)
         if (member.value == value)
             return member.name;
     return nullptr;
-}
-
-std::string valueText(const Type &type, uint32_t value)
-{
-    const char *name = nameOf(type, value);
-    return name ? name : std::to_string(value);
 }
 
 std::string expectedOf(const Type &type)
@@ -147,15 +99,7 @@ void putText(const std::string &what, const std::string &text, uint32_t size, vo
     memcpy(value, text.data(), text.size());
 }
 
-const Field *fieldOf(const Type &record, std::string_view name)
-{
-    for (const Field &field : record.fields)
-        if (name == field.name)
-            return &field;
-    return nullptr;
-}
-
-// What a person may name.
+// What may be named in a command.
 const Field &settable(const Type &record, const std::string &path, const std::string &name)
 {
     const Field *field = fieldOf(record, name);
@@ -190,94 +134,6 @@ void raiseFlag(const Field &field, const Type &type, void *record)
 {
     if (field.options.flag)
         putWord(at(record, *fieldOf(type, field.options.flag)), 1);
-}
-
-// Which values of the telling field make this one be there: "pweType=atm-3 or atm-4".
-std::string conditionOf(const Field &field, const Type &record, const std::string &prefix)
-{
-    if (!field.options.by)
-        return "";
-    const Field &by = *fieldOf(record, field.options.by);
-    std::vector<uint32_t> probe((record.size + 3) / 4);
-    Names values;
-    for (uint32_t value = by.type->first; value <= by.type->last; ++value) {
-        putWord(at(probe.data(), by), value);
-        if (field.options.when(probe.data()))
-            values.push_back(valueText(*by.type, value));
-    }
-    return prefix + by.name + "=" + inWords(values);
-}
-
-uint32_t limitOf(const Field &field, const Type &record)
-{
-    const std::vector<uint32_t> zero((record.size + 3) / 4);
-    return field.options.limit ? field.options.limit(zero.data()) : 0xFFFFFFFF;
-}
-
-void addLeaves(const Type &record, const std::string &prefix, const std::string &condition,
-               std::vector<Leaf> &all)
-{
-    for (const Field &field : record.fields) {
-        if (field.options.hidden)
-            continue;
-        const std::string own = conditionOf(field, record, prefix);
-        const std::string &told = own.empty() ? condition : own;
-        if (field.type->kind == Kind::record && field.count == 1)
-            addLeaves(*field.type, prefix + field.name + ".", told, all);
-        else
-            all.push_back({prefix + field.name, &record, &field, told, limitOf(field, record)});
-    }
-}
-
-bool isGiven(const Paths &given, const std::string &path)
-{
-    const auto found = given.lower_bound(path);
-    return found != given.end() &&
-           (*found == path || (found->starts_with(path) && (*found)[path.size()] == '.'));
-}
-
-void checkFields(const Type &record, const std::string &prefix, const Paths &given,
-                 const void *value)
-{
-    for (const Field &field : record.fields) {
-        const describe::Options &options = field.options;
-        const std::string path = prefix + field.name;
-        if (options.hidden)
-            continue;
-        if (options.when && !options.when(value)) {
-            if (!isGiven(given, path))
-                continue;
-            const Field &by = *fieldOf(record, options.by);
-            throw UsageError(path + ": only with " + conditionOf(field, record, prefix) +
-                             ", not with " + valueText(*by.type, wordAt(at(value, by))));
-        }
-        if (field.type->kind == Kind::record && field.count == 1)
-            checkFields(*field.type, path + ".", given, at(value, field));
-        else if (options.limit && field.type->kind == Kind::text)
-            checkLength(path,
-                        strnlen(static_cast<const char *>(at(value, field)), field.type->size),
-                        options.limit(value));
-        else if (options.limit)
-            checkLimit(path, wordAt(at(value, field)), options.limit(value));
-    }
-}
-
-void addMissing(const Type &record, const std::string &prefix, const Paths &given,
-                const void *value, Names &names)
-{
-    for (const Field &field : record.fields)
-        if (field.options.alone && field.options.alone(value))
-            return;
-    for (const Field &field : record.fields) {
-        const describe::Options &options = field.options;
-        const std::string path = prefix + field.name;
-        if (options.hidden || options.leftOut || (options.when && !options.when(value)))
-            continue;
-        if (field.type->kind == Kind::record && field.count == 1)
-            addMissing(*field.type, path + ".", given, at(value, field), names);
-        else if (!given.contains(path))
-            names.push_back(path);
-    }
 }
 
 void fillFrom(const Type &type, const std::string &path, const Json &json, Leniency leniency,
@@ -319,6 +175,49 @@ void fillFrom(const Type &type, const std::string &path, const Json &json, Lenie
 }
 
 } // namespace
+
+uint32_t wordAt(const void *at)
+{
+    uint32_t word;
+    memcpy(&word, at, sizeof word);
+    return word;
+}
+
+const void *at(const void *record, const Field &field)
+{
+    return static_cast<const char *>(record) + field.offset;
+}
+
+void putWord(void *at, uint32_t word)
+{
+    memcpy(at, &word, sizeof word);
+}
+
+void *at(void *record, const Field &field)
+{
+    return static_cast<char *>(record) + field.offset;
+}
+
+const Field *fieldOf(const Type &record, std::string_view name)
+{
+    for (const Field &field : record.fields)
+        if (name == field.name)
+            return &field;
+    return nullptr;
+}
+
+std::string hexadecimal(uint32_t word)
+{
+    char text[11];
+    snprintf(text, sizeof text, "0x%x", word);
+    return text;
+}
+
+std::string valueText(const Type &type, uint32_t value)
+{
+    const char *name = nameOf(type, value);
+    return name ? name : std::to_string(value);
+}
 
 Json toJson(const Type &type, const void *value, Style style)
 {
@@ -440,53 +339,6 @@ void fromJson(const Type &record, const Json &json, Leniency leniency, void *val
     fillFrom(record, "", json, leniency, value, given);
 }
 
-void check(const Type &record, const Paths &given, const void *value)
-{
-    checkFields(record, "", given, value);
-}
-
-Names missing(const Type &record, const Paths &given, const void *value)
-{
-    Names names;
-    addMissing(record, "", given, value, names);
-    return names;
-}
-
-std::string rangeOf(uint32_t limit)
-{
-    return isLowBits(limit) ? "from 0 to " + std::to_string(limit)
-                            : "made of the bits " + hexadecimal(limit);
-}
-
-void checkLimit(const std::string &what, uint32_t number, uint32_t limit)
-{
-    if (number & ~limit)
-        throw UsageError(what + ": expected a number " + rangeOf(limit) + ", not " +
-                         (isLowBits(limit) ? std::to_string(number) : hexadecimal(number)));
-}
-
-void checkLength(const std::string &what, size_t length, uint32_t limit)
-{
-    if (length > limit)
-        throw UsageError(what + ": " + std::to_string(length) + " characters, at most " +
-                         std::to_string(limit) + " are used");
-}
-
-std::string inWords(const Names &names, const std::string &last)
-{
-    std::string text;
-    for (size_t i = 0; i < names.size(); ++i)
-        text += (i == 0 ? "" : i + 1 == names.size() ? " " + last + " " : ", ") + names[i];
-    return text;
-}
-
-std::vector<Leaf> leaves(const Type &record)
-{
-    std::vector<Leaf> all;
-    addLeaves(record, "", "", all);
-    return all;
-}
-
 Names valuesOf(const Type &type)
 {
     Names names;
@@ -496,39 +348,6 @@ Names valuesOf(const Type &type)
         if (!nameOf(type, value))
             names.push_back(std::to_string(value));
     return names;
-}
-
-std::string hint(const std::string &name, const Names &names)
-{
-    constexpr size_t LONGEST = 64;
-    constexpr size_t SHORTEST_BEGINNING = 3;
-    if (name.size() > LONGEST)
-        return "";
-    std::string best;
-    // One letter in three may be wrong; but whoever stopped before the end has none wrong.
-    size_t bestDistance = (name.size() + 2) / 3 + 1;
-    for (const std::string &candidate : names) {
-        if (name.size() >= SHORTEST_BEGINNING && candidate.starts_with(name)) {
-            best = candidate;
-            break;
-        }
-        std::vector<size_t> row(candidate.size() + 1);
-        std::iota(row.begin(), row.end(), 0);
-        for (size_t i = 0; i < name.size(); ++i) {
-            size_t diagonal = row[0];
-            row[0] = i + 1;
-            for (size_t k = 0; k < candidate.size(); ++k) {
-                const size_t replaced = diagonal + (name[i] != candidate[k]);
-                diagonal = row[k + 1];
-                row[k + 1] = std::min({replaced, row[k] + 1, row[k + 1] + 1});
-            }
-        }
-        if (row.back() < bestDistance) {
-            bestDistance = row.back();
-            best = candidate;
-        }
-    }
-    return best.empty() ? "" : "; did you mean '" + best + "'?";
 }
 
 } // namespace vexoctl
