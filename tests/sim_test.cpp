@@ -1117,7 +1117,7 @@ class Meanings : public Device
 
     vexoOperState stateOfPort()
     {
-        return read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1).operState;
+        return read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1u).operState;
     }
 
     void setAdmin(uint32_t status)
@@ -1230,14 +1230,14 @@ TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
         for (const uint32_t set : {0u, bits}) {
             for (const uint32_t type : {KV_SIM_PDH, KV_SIM_PW, KV_SIM_LINK})
                 kv_sim_alarm_set(type, 1, set);
-            const auto pw = read<vexoPweParamsInfo>(vexo_cmi_pwe_params_get, 1);
+            const auto pw = read<vexoPweParamsInfo>(vexo_cmi_pwe_params_get, 1u);
             taken += (stateOfPort() == down) + (pw.operState == down);
-            const auto group = read<vexoImaParams>(vexo_cmi_ima_get, 1);
+            const auto group = read<vexoImaParams>(vexo_cmi_ima_get, 1u);
             EXPECT_EQ(group.groupState.words[1], set ? 1u : 2u);
             linkStates.insert({group.links[0].words[0], group.links[1].words[0]});
             EXPECT_NE(group.links[0].words[0] == group.links[1].words[0], set != 0);
             kv_sim_alarm_set(KV_SIM_GROUP, 1, set);
-            groupStates.insert(read<vexoImaGroupState>(vexo_cmi_ima_group_state_get, 1).words[0]);
+            groupStates.insert(read<vexoImaGroupState>(vexo_cmi_ima_group_state_get, 1u).words[0]);
         }
         kv_sim_alarm_set(KV_SIM_GROUP, 1, 0);
     }
@@ -1282,7 +1282,7 @@ TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
             return pm.lineCounters[0];
         };
         std::string &meaning = told[{"vexoPmType", std::to_string(type)}];
-        for (const uint64_t seconds : {900, 3600, 86400, 86400 * 40}) {
+        for (const uint64_t seconds : {900u, 3600u, 86400u, 40 * 86400u}) {
             kv_sim_clock_set(1700006400 * 1000000ull);
             ASSERT_EQ(kv_sim_pm_set(KV_SIM_PDH, 1, type, 1, 7), 0);
             kv_sim_clock_advance(seconds * 1000000 - 1);
@@ -1382,7 +1382,7 @@ TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
 
     // What is set and changes nothing else that can be read.
     const auto setPort = [&](auto change) {
-        const auto now = read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1);
+        const auto now = read<vexoPdhParamsOut>(vexo_cmi_pdh_params_get, 1u);
         vexoPdhParamsIn in{now.adminStatus, now.frameMode, now.lineCode, now.cableLength,
                            now.syncMode,    now.syncParam, now.niuMode,  now.auxParam};
         change(in);

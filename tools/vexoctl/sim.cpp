@@ -393,7 +393,8 @@ const struct {
      "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
      "when it is left out, and never 0), take value milliseconds longer, hang until the faults are "
      "cleared, or "
-     "give random bytes made from value. Without object it befalls all objects; skip calls are let "
+     "give random bytes made from value. Without object it meets calls for any object; skip calls "
+     "are let "
      "pass first, then times calls are met, all when it is left out."},
     {COMMAND(sim_fault_clear, ""), "Ends all faults and lets the hanging calls go on."},
     {COMMAND(sim_fault_list, "", {"shown"}),
