@@ -476,7 +476,7 @@ BAD_INPUT = [
     (["pwe", "psn", "set", "pwId=1", 'psn={"psnType":1,"psnType":2}'], "'psnType' is there twice"),
     (["pwe", "psn", "set", "pwId=1", "psn=" + 20 * '{"a":' + "1" + 20 * "}"], "nested too deep"),
     (["pwe", "psn", "set", "pwId=1", 'psn={"operation":"x","rc":1}'], "holds no record"),
-    (["list", "nonsense"], "nothing under 'nonsense'"),
+    (["list", "pwe", "nonsense"], "nothing under 'pwe nonsense'"),
     (["watch", "everything"], "expected alarms, pm, count=N or for=SECONDS"),
     (["watch", "--count"], "count: expected a value"),
     (["watch", "count=0"], "from 1, not 0"),

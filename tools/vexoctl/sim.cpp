@@ -231,7 +231,7 @@ void sim_alarm_set(SimType type, uint32_t number, uint32_t bits, vexoResult *res
     report(SIM(kv_sim_alarm_set)(type, number, bits), result);
 }
 
-void sim_alarm_send(uint32_t type, uint32_t number, uint32_t status, uint32_t delta,
+void sim_alarm_send(SimType type, uint32_t number, uint32_t status, uint32_t delta,
                     vexoResult *result)
 {
     report(SIM(kv_sim_alarm_send)(type, number, status, delta), result);
@@ -413,14 +413,14 @@ const struct {
      "Clears alarm bits of an object."},
     {COMMAND(sim_alarm_get, "type=pdh number=3", {"type"}, {"number"}, BITS("bits")),
      "Shows the alarm bits that are active on an object."},
-    {COMMAND(sim_alarm_send, "type=1 number=3 status=0x1 delta=0x1", {"type"}, {"number"},
+    {COMMAND(sim_alarm_send, "type=pdh number=3 status=0x1 delta=0x1", {"type"}, {"number"},
              BITS("status"), BITS("delta")),
-     "Sends an alarm event as it is, whatever the device's state. The type is any number: 0 is the "
-     "system's, 1 a PDH port's, 2 an IMA group's, 3 a pseudowire's and 34 an IMA link's."},
+     "Sends an alarm event as it is, whatever the device's state; with --force also of a type that "
+     "there isn't."},
     {COMMAND(sim_alarm_burst, "type=pdh number=3 status=0x1 delta=0x1 count=100", {"type"},
              {"number"}, BITS("status"), BITS("delta"), {"count"}, OPTIONAL("milliseconds")),
-     "Sends the same alarm event count times, each after some milliseconds, whatever the device's "
-     "state."},
+     "Sends the same alarm event count times, each after some milliseconds, as 'sim alarm send' "
+     "does."},
     {COMMAND(sim_interval_end, "interval=1", {"interval"}),
      "Ends a PM interval now; 1 to 3 are reported."},
     {COMMAND(sim_interval_send, "interval=1", {"interval"}),
