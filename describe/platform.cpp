@@ -6,32 +6,6 @@
 namespace describe
 {
 
-// The values are those that the simulated device knows; what else a device has is not known.
-ENUMERATION(eqptMode, 1, 3)
-ENUMERATION(operState, 1, 5)
-ENUMERATION(adminStatus, 1, 3)
-ENUMERATION(pdhFrameMode, 1, 6)
-ENUMERATION(pdhCode, 1, 4)
-ENUMERATION(pdhNiuMode, 1, 4)
-ENUMERATION(pdhClockMode, 1, 5)
-ENUMERATION(lpbk, 1, 7)
-ENUMERATION(pmInterval, 1, 4)
-ENUMERATION(tagMode, 1, 4)
-ENUMERATION(pweIpUdpMode, 1, 3)
-ENUMERATION(pweType, 1, 6)
-ENUMERATION(pweEncType, 1, 5)
-ENUMERATION(pweAtmXcType, 1, 3)
-ENUMERATION(alarmMode, 2, 4)
-ENUMERATION(atmMode, 1, 2)
-ENUMERATION(atmType, 1, 2)
-ENUMERATION(atmClpMap, 1, 4)
-ENUMERATION(psnNetType, 1, 2)
-ENUMERATION(UpgradeMode, 1, 2)
-ENUMERATION(UpgradeState, 1, 6)
-ENUMERATION(DebugState, 1, 3)
-ENUMERATION(objType, 0, 34, {OBJ_SYSTEM, "system"}, {OBJ_PDH, "pdh"}, {OBJ_IMA_GROUP, "ima-group"},
-            {OBJ_PWE, "pwe"}, {OBJ_IMA_LINK, "ima-link"})
-
 template <>
 struct Row<kvCounter> {
     static constexpr Type type{.kind = Kind::word, .name = "counter", .size = sizeof(kvCounter)};

@@ -1,5 +1,5 @@
-// One row per function of the platform's libraries and per field of their records. What stands in
-// for the platform, or between it and the library, is made from these rows.
+// One row per function of the platform's libraries, enumeration and field of a record. What stands
+// in for the platform, or between it and the library, is made from these rows.
 #ifndef DESCRIBE_PLATFORM_H
 #define DESCRIBE_PLATFORM_H
 
@@ -13,6 +13,37 @@
 #include <kv_upgrade.h>
 
 #include <sys/time.h>
+
+namespace describe
+{
+
+// The values are those that the simulated device knows; what else a device has is not known.
+TITLED_ENUMERATION(eqptMode, "TDM mode", 1, 3)
+TITLED_ENUMERATION(operState, "operational state", 1, 5)
+TITLED_ENUMERATION(adminStatus, "administrative status", 1, 3)
+TITLED_ENUMERATION(pdhFrameMode, "frame mode", 1, 6)
+TITLED_ENUMERATION(pdhCode, "line code", 1, 4)
+TITLED_ENUMERATION(pdhNiuMode, "NIU mode", 1, 4)
+TITLED_ENUMERATION(pdhClockMode, "clock mode", 1, 5)
+TITLED_ENUMERATION(lpbk, "loopback", 1, 7)
+TITLED_ENUMERATION(pmInterval, "PM interval", 1, 4)
+TITLED_ENUMERATION(tagMode, "tag mode", 1, 4)
+TITLED_ENUMERATION(pweIpUdpMode, "UDP mode", 1, 3)
+TITLED_ENUMERATION(pweType, "pseudowire type", 1, 6)
+TITLED_ENUMERATION(pweEncType, "encapsulation", 1, 5)
+TITLED_ENUMERATION(pweAtmXcType, "cross-connect type", 1, 3)
+TITLED_ENUMERATION(alarmMode, "alarm report mode", 2, 4)
+TITLED_ENUMERATION(atmMode, "ATM mode", 1, 2)
+TITLED_ENUMERATION(atmType, "ATM type", 1, 2)
+TITLED_ENUMERATION(atmClpMap, "ATM CLP map", 1, 4)
+TITLED_ENUMERATION(psnNetType, "network type", 1, 2)
+TITLED_ENUMERATION(UpgradeMode, "upgrade mode", 1, 2)
+TITLED_ENUMERATION(UpgradeState, "upgrade state", 1, 6)
+TITLED_ENUMERATION(DebugState, "debug state", 1, 3)
+TITLED_ENUMERATION(objType, "object type", 0, 34, {OBJ_SYSTEM, "system"}, {OBJ_PDH, "pdh"},
+                   {OBJ_IMA_GROUP, "ima-group"}, {OBJ_PWE, "pwe"}, {OBJ_IMA_LINK, "ima-link"})
+
+} // namespace describe
 
 namespace describe::platform
 {
@@ -185,12 +216,12 @@ std::span<const Type *const> records();
 FailureText failureTextOf(const Function &function);
 
 // Defines a function of the platform from its row, for use in a macro that is given to those above:
-// what it does is Body<&function>::call(), with the arguments that are declared.
-#define PLATFORM_DEFINE(Body, function, ...)                                                       \
+// it passes its arguments on to another.
+#define PLATFORM_DEFINE(callee, function, ...)                                                     \
     PLATFORM_RESULT(function)                                                                      \
     function(PLATFORM_COUNT(PLATFORM_PARAMETERS, __VA_ARGS__)(function))                           \
     {                                                                                              \
-        return Body<&function>::call(PLATFORM_COUNT(PLATFORM_GIVEN, __VA_ARGS__));                 \
+        return callee(PLATFORM_COUNT(PLATFORM_GIVEN, __VA_ARGS__));                                \
     }
 
 #define PLATFORM_RESULT(function) describe::Signature<decltype(function)>::Result

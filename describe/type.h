@@ -37,7 +37,8 @@ struct Type {
     std::span<const Field> fields{}; // of a record
     uint32_t first = 0;              // of an enumeration: its members' values
     uint32_t last = 0xFFFFFFFF;
-    bool hexadecimal = false; // as a person wants to see it
+    const char *title = nullptr; // what a person calls it
+    bool hexadecimal = false;    // as a person wants to see it
 };
 
 struct Options {
@@ -101,7 +102,7 @@ template <class T>
 struct Row {
     static_assert(sizeof(T) == 0,
                   "this type needs a row, ENUMERATION or RECORD: in describe/records.h, "
-                  "or of the platform's in describe/platform.cpp");
+                  "or of the platform's in describe/platform.h or describe/platform.cpp");
 };
 
 template <class T>
@@ -198,12 +199,20 @@ constexpr Field field(const char *name, size_t offset, Options options = {})
     return {name, type, static_cast<uint32_t>(offset), Element<T>::count, options};
 }
 
-#define ENUMERATION(T, first, last, ...)                                                           \
+#define ENUMERATION(T, first, last, ...) TITLED_ENUMERATION(T, nullptr, first, last, __VA_ARGS__)
+
+#define TITLED_ENUMERATION(T, title, first, last, ...)                                             \
     template <>                                                                                    \
     struct Row<T> {                                                                                \
         static constexpr std::initializer_list<Member> members{__VA_ARGS__};                       \
-        static constexpr Type type{                                                                \
-            Kind::enumeration, #T, sizeof(T), {members.begin(), members.size()}, {}, first, last}; \
+        static constexpr Type type{Kind::enumeration,                                              \
+                                   #T,                                                             \
+                                   sizeof(T),                                                      \
+                                   {members.begin(), members.size()},                              \
+                                   {},                                                             \
+                                   first,                                                          \
+                                   last,                                                           \
+                                   title};                                                         \
     };
 
 #define RECORD(T, ...)                                                                             \

@@ -1,5 +1,5 @@
 // libkv_alarm.
-#include "entry.h"
+#include "bodies.h"
 #include "notification.h"
 #include "objects.h"
 
@@ -45,102 +45,80 @@ kvRc overlayAll(Transaction &device, objType type, Object (&objects)[COUNT], uin
 
 } // namespace
 
-kvRc alarm_get_active_bits(objType type, uint32_t number, uint32_t *bits)
+kvRc body::alarm_get_active_bits(Transaction &device, objType type, uint32_t number, uint32_t *bits)
 {
-    return call(Function::alarm_get_active_bits, {number, type}, {}, bytesOf(bits),
-                [=](Transaction &device) {
-                    const uint32_t *alarms = alarmsOf(device, type, number);
-                    if (!alarms)
-                        return failureCode();
-                    *bits = *alarms;
-                    return KV_OK;
-                });
+    const uint32_t *alarms = alarmsOf(device, type, number);
+    return alarms ? answer(bits, *alarms) : failureCode();
 }
 
 // The status bits under the mask, of every object of the type that exists.
-kvRc alarm_set_status_bits(objType type, uint32_t mask, uint32_t bits)
+kvRc body::alarm_set_status_bits(Transaction &device, objType type, uint32_t mask, uint32_t bits)
 {
-    return action(Function::alarm_set_status_bits, {type, mask, bits}, [=](Transaction &device) {
-        switch (type) {
-        case OBJ_SYSTEM:
-            return overlay(device, type, 1, device->system.alarms, mask, bits);
-        case OBJ_PDH:
-            return overlayAll(device, type, device->ports, mask, bits, [](Port &) { return true; });
-        case OBJ_PWE:
-            return overlayAll(device, type, device->pws, mask, bits,
-                              [](Pw &pw) { return pw.provisioned != 0; });
-        case OBJ_IMA_GROUP:
-            return overlayAll(device, type, device->groups, mask, bits,
-                              [](Group &group) { return group.provisioned != 0; });
-        case OBJ_IMA_LINK:
-            return overlayAll(device, type, device->links, mask, bits,
-                              [](Link &link) { return link.group != 0; });
-        }
-        return fail(NO_OBJECT, "there are no alarms of object type %u", type);
-    });
+    switch (type) {
+    case OBJ_SYSTEM:
+        return overlay(device, type, 1, device->system.alarms, mask, bits);
+    case OBJ_PDH:
+        return overlayAll(device, type, device->ports, mask, bits, [](Port &) { return true; });
+    case OBJ_PWE:
+        return overlayAll(device, type, device->pws, mask, bits,
+                          [](Pw &pw) { return pw.provisioned != 0; });
+    case OBJ_IMA_GROUP:
+        return overlayAll(device, type, device->groups, mask, bits,
+                          [](Group &group) { return group.provisioned != 0; });
+    case OBJ_IMA_LINK:
+        return overlayAll(device, type, device->links, mask, bits,
+                          [](Link &link) { return link.group != 0; });
+    }
+    return fail(NO_OBJECT, "there are no alarms of object type %u", type);
 }
 
-kvRc alarm_set_notification(alarmMode mode, uint32_t value)
+kvRc body::alarm_set_notification(Transaction &device, alarmMode mode, uint32_t value)
 {
-    return action(Function::alarm_set_notification, {mode, value}, [=](Transaction &device) {
-        if (mode != 2 && mode != 4)
-            return fail(BAD_VALUE, "alarm report mode %u is neither 2 nor 4", mode);
-        device.modify(device->system.reportMode) = mode;
-        device.modify(device->system.reportValue) = value;
-        return KV_OK;
-    });
+    if (mode != 2 && mode != 4)
+        return fail(BAD_VALUE, "alarm report mode %u is neither 2 nor 4", mode);
+    store(device, device->system.reportMode, mode);
+    return store(device, device->system.reportValue, value);
 }
 
-kvRc alarm_get_notification(alarmMode *mode, uint32_t *value)
+kvRc body::alarm_get_notification(Transaction &device, alarmMode *mode, uint32_t *value)
 {
-    return getter(Function::alarm_get_notification, {}, mode, [=](Transaction &device) {
-        *mode = device->system.reportMode;
-        *value = device->system.reportValue;
-        return KV_OK;
-    });
+    answer(mode, device->system.reportMode);
+    return answer(value, device->system.reportValue);
 }
 
-kvRc alarm_raise_alarm(objType type, uint32_t number, uint32_t alarm, uint32_t state)
+kvRc body::alarm_raise_alarm(Transaction &device, objType type, uint32_t number, uint32_t alarm,
+                             uint32_t state)
 {
-    return action(Function::alarm_raise_alarm, {number, type, alarm, state},
-                  [=](Transaction &device) {
-                      uint32_t *alarms = alarmsOf(device, type, number);
-                      if (!alarms)
-                          return failureCode();
-                      if (alarm > 31)
-                          return fail(BAD_VALUE, "there is no alarm %u", alarm);
-                      const uint32_t bit = 1U << alarm;
-                      return overlay(device, type, number, *alarms, bit, state ? bit : 0);
-                  });
+    uint32_t *alarms = alarmsOf(device, type, number);
+    if (!alarms)
+        return failureCode();
+    if (alarm > 31)
+        return fail(BAD_VALUE, "there is no alarm %u", alarm);
+    const uint32_t bit = 1U << alarm;
+    return overlay(device, type, number, *alarms, bit, state ? bit : 0);
 }
 
-int alarm_notification_sock(void)
+int body::alarm_notification_sock(Transaction &)
 {
-    Call entry{Function::alarm_notification_sock, {}};
-    return entry.enter() ? subscription.descriptor() : -1;
+    return subscription.descriptor();
 }
 
-kvRc alarm_subscribe(uint32_t first, uint32_t second, void (*handler)(const alarmEvent *))
+kvRc body::alarm_subscribe(Transaction &device, uint32_t, uint32_t,
+                           void (*handler)(const alarmEvent *))
 {
-    return action(Function::alarm_subscribe, {first, second}, [=](Transaction &device) {
-        subscribed = handler;
-        return subscription.subscribe(device);
-    });
+    subscribed = handler;
+    return subscription.subscribe(device);
 }
 
-kvRc alarm_process_notification(void)
+kvRc body::alarm_process_notification(Transaction &device)
 {
-    return action(Function::alarm_process_notification, {}, [](Transaction &device) {
-        subscription.handOver(device,
-                              [handler = subscribed](const alarmEvent &event) { handler(&event); });
-        return device ? KV_OK : failureCode();
-    });
+    subscription.handOver(device,
+                          [handler = subscribed](const alarmEvent &event) { handler(&event); });
+    return device ? KV_OK : failureCode();
 }
 
-kvRc alarm_unsubscribe(void)
+kvRc body::alarm_unsubscribe(Transaction &device)
 {
-    return action(Function::alarm_unsubscribe, {}, [](Transaction &device) {
-        subscription.unsubscribe(device);
-        return KV_OK;
-    });
+    subscription.unsubscribe(device);
+    return KV_OK;
 }

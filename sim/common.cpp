@@ -1,8 +1,7 @@
 // libkv_common: log and return-code texts.
+#include "bodies.h"
 #include "entry.h"
 #include "objects.h"
-
-#include <kv_common.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -17,7 +16,7 @@ constexpr int LOG_DEBUG = 7;
 
 } // namespace
 
-const char *kv_rc_to_string(kvRc code)
+const char *body::kv_rc_to_string(Transaction &, kvRc code)
 {
     static constexpr struct {
         kvRc code;
@@ -39,10 +38,6 @@ const char *kv_rc_to_string(kvRc code)
         {KV_NO_COUNTERS, "no counters"},
         {KV_NOT_PROVISIONED, "not provisioned"},
     };
-    Call entry{Function::kv_rc_to_string, {code}};
-    entry.enter();
-    if (entry.code() != KV_OK && entry.device)
-        return nullptr;
     for (const auto &known : texts)
         if (known.code == code)
             return known.text;
@@ -63,9 +58,11 @@ int kv_log(int level, int module, const char *file, const char *function, int li
     vsnprintf(record.text, sizeof record.text, format, arguments);
     va_end(arguments);
 
-    const auto size = static_cast<uint32_t>(strlen(record.text));
     const auto number = [](int argument) { return static_cast<uint32_t>(argument); };
-    const auto write = [&](Transaction &device) {
+    const auto *text = reinterpret_cast<const uint8_t *>(record.text);
+    Call call{Index::kv_log, number(level), number(module), number(line),
+              std::span{text, strlen(record.text)}};
+    return static_cast<int>(call.run([&](Transaction &device) {
         record.number = device->logLast + 1;
         device->log[record.number % LOG] = record;
         device.modify(device->logLast) = record.number;
@@ -75,16 +72,11 @@ int kv_log(int level, int module, const char *file, const char *function, int li
             return KV_OK;
         uint32_t &alarms = device->system.alarms;
         return setAlarms(device, OBJ_SYSTEM, 1, alarms, alarms | 1U << EV_LOG_FULL_ALM);
-    };
-    return static_cast<int>(call(Function::kv_log, {number(level), number(module), number(line)},
-                                 {record.text, size}, {}, write));
+    }));
 }
 
-kvRc kv_log_clear(void)
+kvRc body::kv_log_clear(Transaction &device)
 {
-    return action(Function::kv_log_clear, {}, [](Transaction &device) {
-        device.modify(device->logCleared) = device->logLast;
-        device.modify(device->logCounted) = 0;
-        return KV_OK;
-    });
+    device.modify(device->logCleared) = device->logLast;
+    return store(device, device->logCounted, 0);
 }

@@ -1,20 +1,13 @@
 // libkv_config: IMA groups and their links.
-#include "entry.h"
+#include "bodies.h"
 #include "objects.h"
+
+#include <algorithm>
 
 using namespace sim;
 
 namespace
 {
-
-template <class Body>
-auto withGroup(uint32_t group, Body body)
-{
-    return [=](Transaction &device) -> kvRc {
-        Group *found = groupOf(device, group);
-        return found ? body(device, *found) : failureCode();
-    };
-}
 
 // The group's record with its states as they are now: word 0 tells whether the group or link is
 // up, word 1 of the group how many of its links are.
@@ -35,97 +28,86 @@ imaParams present(const State &state, const Group &group)
 
 } // namespace
 
-kvRc config_get_ima_params(imaParams *out, uint32_t group)
+kvRc body::config_get_ima_params(Transaction &device, imaParams *params, uint32_t group)
 {
-    return getter(Function::config_get_ima_params, {group}, out,
-                  withGroup(group, [=](Transaction &device, Group &found) {
-                      *out = present(*device, found);
-                      return KV_OK;
-                  }));
+    const Group *found = groupOf(device, group);
+    return found ? answer(params, present(*device, *found)) : failureCode();
 }
 
 // Takes the parameters; states and links are the device's.
-kvRc config_set_ima_params(const imaParams *in, uint32_t group)
+kvRc body::config_set_ima_params(Transaction &device, const imaParams *params, uint32_t group)
 {
-    return setter(Function::config_set_ima_params, {group}, in,
-                  withGroup(group, [=](Transaction &device, Group &found) {
-                      imaParams &params = device.modify(found.params);
-                      params.groupParam1 = in->groupParam1;
-                      params.groupParam2 = in->groupParam2;
-                      params.groupParam3 = in->groupParam3;
-                      return KV_OK;
-                  }));
+    Group *found = groupOf(device, group);
+    if (!found)
+        return failureCode();
+    imaParams &own = device.modify(found->params);
+    own.groupParam1 = params->groupParam1;
+    own.groupParam2 = params->groupParam2;
+    own.groupParam3 = params->groupParam3;
+    return KV_OK;
 }
 
-kvRc config_add_ima(const imaParams *in, uint32_t group)
+kvRc body::config_add_ima(Transaction &device, const imaParams *params, uint32_t group)
 {
-    return setter(Function::config_add_ima, {group}, in, [=](Transaction &device) {
-        if (group < 1 || group > KV_SIM_GROUPS)
-            return fail(NO_OBJECT, "there is no IMA group %u, only 1 to %d", group, KV_SIM_GROUPS);
-        if (device->groups[group - 1].provisioned)
-            return fail(EXISTS, "IMA group %u is provisioned already", group);
-        if (in->linkCount != 0)
-            return fail(BAD_VALUE, "IMA group %u: links are added one by one", group);
-        Group &added = device.modify(device->groups[group - 1]);
-        added = {};
-        added.params = *in;
-        added.provisioned = 1;
-        return KV_OK;
-    });
+    if (group < 1 || group > KV_SIM_GROUPS)
+        return fail(NO_OBJECT, "there is no IMA group %u, only 1 to %d", group, KV_SIM_GROUPS);
+    if (device->groups[group - 1].provisioned)
+        return fail(EXISTS, "IMA group %u is provisioned already", group);
+    if (params->linkCount != 0)
+        return fail(BAD_VALUE, "IMA group %u: links are added one by one", group);
+    Group &added = device.modify(device->groups[group - 1]);
+    added = {};
+    added.params = *params;
+    added.provisioned = 1;
+    return KV_OK;
 }
 
-kvRc config_del_ima(uint32_t group)
+kvRc body::config_del_ima(Transaction &device, uint32_t group)
 {
-    return action(Function::config_del_ima, {group},
-                  withGroup(group, [=](Transaction &device, Group &found) {
-                      for (Link &link : device->links)
-                          if (link.group == group)
-                              device.modify(link.group) = 0;
-                      device.modify(found.provisioned) = 0;
-                      return setAlarms(device, OBJ_IMA_GROUP, group, found.alarms, 0);
-                  }));
+    Group *found = groupOf(device, group);
+    if (!found)
+        return failureCode();
+    for (Link &link : device->links)
+        if (link.group == group)
+            device.modify(link.group) = 0;
+    device.modify(found->provisioned) = 0;
+    return setAlarms(device, OBJ_IMA_GROUP, group, found->alarms, 0);
 }
 
-kvRc config_add_ima_link(uint32_t link, uint32_t group)
+kvRc body::config_add_ima_link(Transaction &device, uint32_t link, uint32_t group)
 {
-    return action(
-        Function::config_add_ima_link, {link, group},
-        withGroup(group, [=](Transaction &device, Group &found) {
-            Link *added = linkOf(device, link);
-            if (!added)
-                return failureCode();
-            if (added->group)
-                return fail(EXISTS, "IMA link %u is in group %u already", link, added->group);
-            const uint32_t count = found.params.linkCount;
-            if (count >= IMA_LINK_MAX)
-                return fail(FULL, "IMA group %u has %u links, no more can be", group, IMA_LINK_MAX);
-            imaParams &params = device.modify(found.params);
-            params.links[count] = {link, {}};
-            params.linkCount = count + 1;
-            device.modify(added->group) = group;
-            return KV_OK;
-        }));
+    Group *found = groupOf(device, group);
+    Link *added = found ? linkOf(device, link) : nullptr;
+    if (!added)
+        return failureCode();
+    if (added->group)
+        return fail(EXISTS, "IMA link %u is in group %u already", link, added->group);
+    const uint32_t count = found->params.linkCount;
+    if (count >= IMA_LINK_MAX)
+        return fail(FULL, "IMA group %u has %u links, no more can be", group, IMA_LINK_MAX);
+    imaParams &params = device.modify(found->params);
+    params.links[count] = {link, {}};
+    params.linkCount = count + 1;
+    return store(device, added->group, group);
 }
 
-kvRc config_del_ima_link(uint32_t link, uint32_t group)
+kvRc body::config_del_ima_link(Transaction &device, uint32_t link, uint32_t group)
 {
-    return action(Function::config_del_ima_link, {link, group},
-                  withGroup(group, [=](Transaction &device, Group &found) {
-                      const uint32_t count = found.params.linkCount < IMA_LINK_MAX
-                                                 ? found.params.linkCount
-                                                 : IMA_LINK_MAX;
-                      for (uint32_t i = 0; i < count; ++i) {
-                          if (found.params.links[i].linkId != link)
-                              continue;
-                          imaParams &params = device.modify(found.params);
-                          for (uint32_t k = i; k + 1 < count; ++k)
-                              params.links[k] = params.links[k + 1];
-                          params.linkCount = count - 1;
-                          params.links[count - 1] = {};
-                          if (Link *removed = linkOf(device, link))
-                              device.modify(removed->group) = 0;
-                          return KV_OK;
-                      }
-                      return fail(NO_OBJECT, "IMA link %u is not in group %u", link, group);
-                  }));
+    Group *found = groupOf(device, group);
+    if (!found)
+        return failureCode();
+    const uint32_t count = std::min(found->params.linkCount, IMA_LINK_MAX);
+    uint32_t i = 0;
+    while (i < count && found->params.links[i].linkId != link)
+        ++i;
+    if (i == count)
+        return fail(NO_OBJECT, "IMA link %u is not in group %u", link, group);
+    imaParams &params = device.modify(found->params);
+    for (; i + 1 < count; ++i)
+        params.links[i] = params.links[i + 1];
+    params.linkCount = count - 1;
+    params.links[count - 1] = {};
+    if (Link *removed = linkOf(device, link))
+        device.modify(removed->group) = 0;
+    return KV_OK;
 }

@@ -1,6 +1,6 @@
 // libkv_config: the system.
+#include "bodies.h"
 #include "clock.h"
-#include "entry.h"
 #include "objects.h"
 
 #include <cstring>
@@ -13,237 +13,165 @@ namespace
 constexpr uint16_t TPID_MIN = 0x0600;
 constexpr uint32_t TEMPERATURE_MAX = 150;
 
-// Every setter of one value: a check, then the value.
-template <class Value>
-kvRc store(Transaction &device, Value &field, const Value &value)
+} // namespace
+
+const char *body::config_get_error_string(Transaction &)
 {
-    device.modify(field) = value;
+    return failureText();
+}
+
+kvRc body::config_set_system_mode(Transaction &device, eqptMode mode)
+{
+    return isMember(mode) ? store(device, device->system.mode, mode) : BAD_VALUE;
+}
+
+kvRc body::config_get_system_mode(Transaction &device, eqptMode *mode)
+{
+    return answer(mode, device->system.mode);
+}
+
+kvRc body::config_set_pwe_src_mac_addr(Transaction &device, const unsigned char *mac)
+{
+    if (mac[0] & 1)
+        return fail(BAD_VALUE, "source MAC address %02X:%02X:%02X:%02X:%02X:%02X is a group's",
+                    mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    auto &own = device.modify(device->system.interface.srcMac);
+    memcpy(own, mac, sizeof own);
     return KV_OK;
 }
 
-} // namespace
-
-const char *config_get_error_string(void)
+kvRc body::config_get_pwe_if(Transaction &device, pweIf *interface)
 {
-    Call entry{Function::config_get_error_string, {}};
-    entry.enter();
-    return entry.code() == KV_OK || !entry.device ? failureText() : nullptr;
+    return answer(interface, device->system.interface);
 }
 
-kvRc config_set_system_mode(eqptMode mode)
+kvRc body::config_system_tpid_set(Transaction &device, unsigned short tpid)
 {
-    return action(Function::config_set_system_mode, {mode}, [=](Transaction &device) {
-        return inRange("TDM mode", mode, 3) ? store(device, device->system.mode, mode) : BAD_VALUE;
-    });
+    if (tpid < TPID_MIN)
+        return fail(BAD_VALUE, "TPID 0x%04X is below 0x%04X", tpid, TPID_MIN);
+    return store(device, device->system.params.tpid, tpid);
 }
 
-kvRc config_get_system_mode(eqptMode *mode)
+kvRc body::config_get_system_params(Transaction &device, sysParams *params)
 {
-    return getter(Function::config_get_system_mode, {}, mode, [=](Transaction &device) {
-        *mode = device->system.mode;
-        return KV_OK;
-    });
+    return answer(params, device->system.params);
 }
 
-kvRc config_set_pwe_src_mac_addr(const unsigned char *mac)
+kvRc body::config_set_pwe_src_ip_addr(Transaction &device, const unsigned *address)
 {
-    const Bytes in{mac, 6};
-    return call(Function::config_set_pwe_src_mac_addr, {}, in, {}, [=](Transaction &device) {
-        if (mac[0] & 1)
-            return fail(BAD_VALUE, "source MAC address %02X:%02X:%02X:%02X:%02X:%02X is a group's",
-                        mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-        memcpy(device.modify(device->system.interface.srcMac), mac, 6);
-        return KV_OK;
-    });
+    if (*address == 0)
+        return fail(BAD_VALUE, "source IPv4 address 0 is none");
+    return store(device, device->system.interface.srcIp, *address);
 }
 
-kvRc config_get_pwe_if(pweIf *out)
+kvRc body::config_set_pwe_lops_threshold(Transaction &device, const lopsThreshold *threshold)
 {
-    return getter(Function::config_get_pwe_if, {}, out, [=](Transaction &device) {
-        *out = device->system.interface;
-        return KV_OK;
-    });
+    store(device, device->system.interface.lops1, threshold->first);
+    return store(device, device->system.interface.lops2, threshold->second);
 }
 
-kvRc config_system_tpid_set(unsigned short tpid)
+kvRc body::config_set_clk_out(Transaction &device, const clkOut *clocks)
 {
-    return action(Function::config_system_tpid_set, {tpid}, [=](Transaction &device) {
-        if (tpid < TPID_MIN)
-            return fail(BAD_VALUE, "TPID 0x%04X is below 0x%04X", tpid, TPID_MIN);
-        return store<uint16_t>(device, device->system.params.tpid, tpid);
-    });
+    store(device, device->system.params.clkOut1, clocks->first);
+    return store(device, device->system.params.clkOut2, clocks->second);
 }
 
-kvRc config_get_system_params(sysParams *out)
+kvRc body::config_set_psn_net_type(Transaction &device, psnNetType type)
 {
-    return getter(Function::config_get_system_params, {}, out, [=](Transaction &device) {
-        *out = device->system.params;
-        return KV_OK;
-    });
+    return isMember(type) ? store(device, device->system.params.psnNetType, type) : BAD_VALUE;
 }
 
-kvRc config_set_pwe_src_ip_addr(const unsigned *address)
+kvRc body::config_set_temperature_thr(Transaction &device, const temperatureThr *threshold)
 {
-    return setter(Function::config_set_pwe_src_ip_addr, {}, address, [=](Transaction &device) {
-        if (*address == 0)
-            return fail(BAD_VALUE, "source IPv4 address 0 is none");
-        return store(device, device->system.interface.srcIp, *address);
-    });
+    if (threshold->first > TEMPERATURE_MAX || threshold->second > TEMPERATURE_MAX)
+        return fail(BAD_VALUE, "temperature thresholds %u and %u: at most %u each",
+                    threshold->first, threshold->second, TEMPERATURE_MAX);
+    store(device, device->system.params.temperatureThr1, threshold->first);
+    return store(device, device->system.params.temperatureThr2, threshold->second);
 }
 
-kvRc config_set_pwe_lops_threshold(const lopsThreshold *in)
+kvRc body::config_get_temperature(Transaction &device, unsigned *temperature)
 {
-    return setter(Function::config_set_pwe_lops_threshold, {}, in, [=](Transaction &device) {
-        store(device, device->system.interface.lops1, in->first);
-        return store(device, device->system.interface.lops2, in->second);
-    });
+    return answer(temperature, device->system.temperature);
 }
 
-kvRc config_set_clk_out(const clkOut *in)
+kvRc body::config_get_sys_status(Transaction &device, sysStatus *status)
 {
-    return setter(Function::config_set_clk_out, {}, in, [=](Transaction &device) {
-        store(device, device->system.params.clkOut1, in->first);
-        return store(device, device->system.params.clkOut2, in->second);
-    });
+    return answer(status, device->system.status);
 }
 
-kvRc config_set_psn_net_type(psnNetType type)
+kvRc body::config_get_sys_version(Transaction &device, swVersion *version)
 {
-    return action(Function::config_set_psn_net_type, {type}, [=](Transaction &device) {
-        return inRange("network type", type, 2)
-                   ? store(device, device->system.params.psnNetType, type)
-                   : BAD_VALUE;
-    });
+    return answer(version, device->system.status.version);
 }
 
-kvRc config_set_temperature_thr(const temperatureThr *in)
+kvRc body::config_get_sys_link_status(Transaction &device, sysLinkStatus *status)
 {
-    return setter(Function::config_set_temperature_thr, {}, in, [=](Transaction &device) {
-        if (in->first > TEMPERATURE_MAX || in->second > TEMPERATURE_MAX)
-            return fail(BAD_VALUE, "temperature thresholds %u and %u: at most %u each", in->first,
-                        in->second, TEMPERATURE_MAX);
-        store(device, device->system.params.temperatureThr1, in->first);
-        return store(device, device->system.params.temperatureThr2, in->second);
-    });
+    return answer(status, device->system.link);
 }
 
-kvRc config_get_temperature(unsigned *temperature)
+kvRc body::config_get_peer_server_params(Transaction &device, peerServer *server)
 {
-    return getter(Function::config_get_temperature, {}, temperature, [=](Transaction &device) {
-        *temperature = device->system.temperature;
-        return KV_OK;
-    });
-}
-
-kvRc config_get_sys_status(sysStatus *out)
-{
-    return getter(Function::config_get_sys_status, {}, out, [=](Transaction &device) {
-        *out = device->system.status;
-        return KV_OK;
-    });
-}
-
-kvRc config_get_sys_version(swVersion *out)
-{
-    return getter(Function::config_get_sys_version, {}, out, [=](Transaction &device) {
-        *out = device->system.status.version;
-        return KV_OK;
-    });
-}
-
-kvRc config_get_sys_link_status(sysLinkStatus *out)
-{
-    return getter(Function::config_get_sys_link_status, {}, out, [=](Transaction &device) {
-        *out = device->system.link;
-        return KV_OK;
-    });
-}
-
-kvRc config_get_peer_server_params(peerServer *out)
-{
-    return getter(Function::config_get_peer_server_params, {}, out, [=](Transaction &device) {
-        *out = device->system.server;
-        return KV_OK;
-    });
+    return answer(server, device->system.server);
 }
 
 // The state word of the record is not looked at; a text turns debugging on.
-kvRc config_set_debug_info_params(const debugInfo *in)
+kvRc body::config_set_debug_info_params(Transaction &device, const debugInfo *info)
 {
-    return setter(Function::config_set_debug_info_params, {}, in, [=](Transaction &device) {
-        debugInfo &debug = device.modify(device->system.debug);
-        memcpy(debug.text, in->text, sizeof debug.text);
-        debug.state = DebugState{debug.text[0] ? 2U : 1U};
-        return KV_OK;
-    });
+    debugInfo &debug = device.modify(device->system.debug);
+    memcpy(debug.text, info->text, sizeof debug.text);
+    debug.state = DebugState{debug.text[0] ? 2U : 1U};
+    return KV_OK;
 }
 
-kvRc config_get_debug_info_params(debugInfo *out)
+kvRc body::config_get_debug_info_params(Transaction &device, debugInfo *info)
 {
-    return getter(Function::config_get_debug_info_params, {}, out, [=](Transaction &device) {
-        *out = device->system.debug;
-        return KV_OK;
-    });
+    return answer(info, device->system.debug);
 }
 
-kvRc config_set_sys_lpbk(const sysLpbk *in)
+kvRc body::config_set_sys_lpbk(Transaction &device, const sysLpbk *loopback)
 {
-    return setter(Function::config_set_sys_lpbk, {}, in, [=](Transaction &device) {
-        return isLoopback(in->lpbk) ? store(device, device->system.loopback, *in) : BAD_VALUE;
-    });
+    return isLoopback(loopback->lpbk) ? store(device, device->system.loopback, *loopback)
+                                      : BAD_VALUE;
 }
 
-kvRc config_get_sys_lpbk(sysLpbk *out)
+kvRc body::config_get_sys_lpbk(Transaction &device, sysLpbk *loopback)
 {
-    return getter(Function::config_get_sys_lpbk, {}, out, [=](Transaction &device) {
-        *out = device->system.loopback;
-        return KV_OK;
-    });
+    return answer(loopback, device->system.loopback);
 }
 
-kvRc config_init_tpgm(const tpgmSetup *in)
+kvRc body::config_init_tpgm(Transaction &device, const tpgmSetup *setup)
 {
-    return setter(Function::config_init_tpgm, {}, in, [=](Transaction &device) {
-        store(device, device->system.tpgm, *in);
-        return store(device, device->system.tpgmStart, uptime(*device));
-    });
+    store(device, device->system.tpgm, *setup);
+    return store(device, device->system.tpgmStart, uptime(*device));
 }
 
 // Words: whether it runs, the three set-up values, seconds since it was set up or cleared, and the
 // bits sent in that time at 2048 kbit/s, low half and high half.
-kvRc config_get_tpgm_status(tpgmStatus *out)
+kvRc body::config_get_tpgm_status(Transaction &device, tpgmStatus *status)
 {
-    return getter(Function::config_get_tpgm_status, {}, out, [=](Transaction &device) {
-        const System &system = device->system;
-        *out = {};
-        if (system.tpgmStart == 0)
-            return KV_OK;
-        const uint64_t seconds = (uptime(*device) - system.tpgmStart) / SECOND;
-        const uint64_t bits = seconds * 2048000;
-        out->words[0] = 1;
-        memcpy(&out->words[1], system.tpgm.params, sizeof system.tpgm.params);
-        out->words[4] = static_cast<uint32_t>(seconds);
-        out->words[5] = static_cast<uint32_t>(bits);
-        out->words[6] = static_cast<uint32_t>(bits >> 32);
+    const System &system = device->system;
+    *status = {};
+    if (system.tpgmStart == 0)
         return KV_OK;
-    });
+    const uint64_t seconds = (uptime(*device) - system.tpgmStart) / SECOND;
+    const uint64_t bits = seconds * 2048000;
+    status->words[0] = 1;
+    memcpy(&status->words[1], system.tpgm.params, sizeof system.tpgm.params);
+    status->words[4] = static_cast<uint32_t>(seconds);
+    status->words[5] = static_cast<uint32_t>(bits);
+    status->words[6] = static_cast<uint32_t>(bits >> 32);
+    return KV_OK;
 }
 
-kvRc config_clear_tpgm_status(uint32_t clear)
+kvRc body::config_clear_tpgm_status(Transaction &device, uint32_t clear)
 {
-    return action(Function::config_clear_tpgm_status, {clear}, [=](Transaction &device) {
-        if (clear && device->system.tpgmStart)
-            store(device, device->system.tpgmStart, uptime(*device));
-        return KV_OK;
-    });
+    const bool restarts = clear && device->system.tpgmStart;
+    return restarts ? store(device, device->system.tpgmStart, uptime(*device)) : KV_OK;
 }
 
-uint32_t GetObjectCount(objType type)
+uint32_t body::GetObjectCount(Transaction &, objType type)
 {
-    Call entry{Function::GetObjectCount, {type}};
-    uint32_t instead = 0;
-    if (!entry.enter(bytesOf(&instead)))
-        return entry.device && entry.code() != KV_OK ? entry.code() : instead;
     switch (type) {
     case OBJ_SYSTEM:
         return 1;

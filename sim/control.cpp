@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 using namespace sim;
+using describe::platform::FUNCTION_COUNT;
+using describe::platform::functions;
 
 namespace
 {
@@ -28,14 +31,6 @@ int control(Command command)
     return 0;
 }
 
-bool isKnownFunction(const char (&name)[sizeof kvSimFault::function])
-{
-    for (unsigned i = 0; i < FUNCTION_COUNT; ++i)
-        if (strncmp(nameOf(static_cast<Function>(i)), name, sizeof name) == 0)
-            return true;
-    return false;
-}
-
 // Uses a word of an object's PM counters in the running interval, behind those that every record
 // begins with.
 template <class Record, class Use>
@@ -44,8 +39,8 @@ kvRc useWord(Transaction &device, Pm<Record> &pm, uint32_t interval, const Recor
 {
     constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
     constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
-    if (!isInterval(interval))
-        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
+    if (!isMember(pmInterval{interval}))
+        return BAD_VALUE;
     if (word >= words)
         return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1);
     auto *record = reinterpret_cast<unsigned char *>(&modifyPm(device, pm, interval, fresh));
@@ -147,7 +142,9 @@ int kv_sim_reset(void)
 int kv_sim_fault_add(const kvSimFault *fault)
 {
     return control([=](Transaction &device) {
-        if (fault->function[0] && !isKnownFunction(fault->function))
+        const std::string_view name{fault->function,
+                                    strnlen(fault->function, sizeof fault->function)};
+        if (!name.empty() && !describe::platform::find(name))
             return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function);
         if (fault->effect > KV_SIM_GARBAGE)
             return fail(BAD_VALUE, "there is no effect %u", fault->effect);
@@ -199,7 +196,7 @@ unsigned kv_sim_hanging(void)
 
 const char *kv_sim_function(unsigned index)
 {
-    return nameOf(static_cast<Function>(index));
+    return index < FUNCTION_COUNT ? functions()[index].name : nullptr;
 }
 
 uint64_t kv_sim_journal_last(void)
@@ -212,19 +209,24 @@ int kv_sim_journal_get(uint64_t number, kvSimCall *call)
 {
     return control([=](Transaction &device) {
         const JournalEntry &entry = device->journal[number % JOURNAL];
-        const char *function = nameOf(entry.function);
-        if (number == 0 || number > device->journalLast || entry.number != number || !function)
+        if (number == 0 || number > device->journalLast || entry.number != number ||
+            entry.function >= FUNCTION_COUNT)
             return fail(NO_OBJECT, "call %llu is not in the journal",
                         static_cast<unsigned long long>(number));
+        *call = {};
         call->number = entry.number;
         call->process = entry.process;
         call->pending = entry.thread;
         call->code = entry.code;
-        call->argCount = std::min<uint32_t>(entry.argCount, 4);
-        memcpy(call->args, entry.args, sizeof call->args);
+        call->function = functions()[entry.function].name;
+        for (const auto &argument : functions()[entry.function].arguments) {
+            if (argument.isPointer)
+                continue;
+            call->args[call->argCount] = entry.args[call->argCount];
+            call->argNames[call->argCount++] = argument.name;
+        }
         call->recordSize = std::min<uint32_t>(entry.recordSize, KV_SIM_RECORD_SIZE);
         memcpy(call->record, entry.record, sizeof call->record);
-        call->function = function;
         return KV_OK;
     });
 }
@@ -328,9 +330,8 @@ int kv_sim_alarm_get(uint32_t type, uint32_t number, uint32_t *bits)
 int kv_sim_interval_end(uint32_t interval)
 {
     return control([=](Transaction &device) {
-        if (!isInterval(interval))
-            return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
-                        KV_SIM_INTERVALS);
+        if (!isMember(pmInterval{interval}))
+            return BAD_VALUE;
         return endInterval(device, interval);
     });
 }
@@ -345,9 +346,8 @@ int kv_sim_interval_send(uint32_t interval)
 int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
 {
     return control([=](Transaction &device) {
-        if (!isInterval(interval))
-            return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval,
-                        KV_SIM_INTERVALS);
+        if (!isMember(pmInterval{interval}))
+            return BAD_VALUE;
         device.modify(device->clock).period[interval - 1] = seconds;
         scheduleIntervals(*device);
         return wake(device, Service::pm);
@@ -436,8 +436,8 @@ int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
 int kv_sim_upgrade_fail(uint32_t state)
 {
     return control([=](Transaction &device) {
-        if (state != 0 && (state < 2 || state > 5))
-            return fail(BAD_VALUE, "upgrade state %u is not one of 2 to 5", state);
+        if (state != 0 && !inRange("upgrade state", state, LOAD_FIRST, LOAD_DONE))
+            return BAD_VALUE;
         device.modify(device->upgrade.failState) = state;
         return KV_OK;
     });

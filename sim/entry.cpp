@@ -16,53 +16,9 @@ namespace sim
 namespace
 {
 
-#define SIM_FUNCTION_NAME(name) #name,
-constexpr const char *NAMES[] = {SIM_FUNCTIONS(SIM_FUNCTION_NAME)};
-#undef SIM_FUNCTION_NAME
-
-// Functions without a code of their own, or whose code nobody looks at, are only met by a fault
-// that names them; one that names none counts their calls all the same.
-bool reportsCode(Function function)
+const Function &rowOf(Index function)
 {
-    switch (function) {
-    case Function::config_get_error_string:
-    case Function::config_pwe_srv_type_to_string:
-    case Function::kv_rc_to_string:
-    case Function::kv_log:
-    case Function::kv_log_clear:
-    case Function::GetObjectCount:
-    case Function::alarm_notification_sock:
-    case Function::pmom_notification_sock:
-    case Function::settimeofday:
-    case Function::gettimeofday:
-        return false;
-    default:
-        return true;
-    }
-}
-
-// The first argument of these is something else than the number of an object.
-bool hasObject(Function function)
-{
-    switch (function) {
-    case Function::config_set_system_mode:
-    case Function::config_system_tpid_set:
-    case Function::config_set_psn_net_type:
-    case Function::config_pwe_srv_type_to_string:
-    case Function::config_clear_tpgm_status:
-    case Function::GetObjectCount:
-    case Function::alarm_set_status_bits:
-    case Function::alarm_set_notification:
-    case Function::alarm_subscribe:
-    case Function::pmom_sys_om_stat_get:
-    case Function::upgrade_status_get:
-    case Function::kv_rc_to_string:
-    case Function::kv_log:
-    case Function::settimeofday:
-        return false;
-    default:
-        return true;
-    }
+    return describe::platform::functions()[static_cast<uint32_t>(function)];
 }
 
 uint32_t processId()
@@ -80,19 +36,6 @@ uint32_t threadId()
 void sleepMs(uint32_t milliseconds)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
-}
-
-const char *nameOf(Function function)
-{
-    const auto index = static_cast<uint32_t>(function);
-    return index < FUNCTION_COUNT ? NAMES[index] : nullptr;
-}
-
-Call::Call(Function function, std::initializer_list<uint32_t> arguments, Bytes in)
-    : function_{function}, in_{in}
-{
-    for (uint32_t argument : arguments)
-        arguments_[count_++] = argument;
 }
 
 // The journal's entry counts as soon as the call's changes do.
@@ -118,36 +61,47 @@ uint64_t Call::record(uint32_t thread)
     const uint64_t number = device->journalLast + 1;
     JournalEntry &entry = device->journal[number % JOURNAL];
     entry.number = number;
-    entry.function = function_;
+    entry.function = static_cast<uint32_t>(function_);
     entry.process = processId();
     entry.thread = thread;
     entry.code = code_;
-    entry.argCount = count_;
-    memcpy(entry.args, arguments_, sizeof entry.args);
-    entry.recordSize = std::min<uint32_t>(in_.size, KV_SIM_RECORD_SIZE);
+    memcpy(entry.args, arguments_.numbers, sizeof entry.args);
+    entry.recordSize = static_cast<uint32_t>(std::min(arguments_.in.size(), sizeof entry.record));
     if (entry.recordSize)
-        memcpy(entry.record, in_.start, entry.recordSize);
+        memcpy(entry.record, arguments_.in.data(), entry.recordSize);
     device.modify(device->journalLast) = number;
     return number;
 }
 
+bool Call::isAbout(uint32_t object) const
+{
+    const Function &row = rowOf(function_);
+    if (row.object < 0)
+        return false;
+    const auto before = row.arguments.first(static_cast<size_t>(row.object));
+    return arguments_.numbers[std::ranges::count(
+               before, false, &describe::platform::Argument::isPointer)] == object;
+}
+
 ArmedFault *Call::meet()
 {
+    const Function &row = rowOf(function_);
     for (ArmedFault &armed : device->faults) {
         if (!armed.used)
             continue;
         const kvSimFault &fault = armed.fault;
         const bool named = fault.function[0] != '\0';
-        if (named && strncmp(fault.function, nameOf(function_), sizeof fault.function) != 0)
+        if (named && strncmp(fault.function, row.name, sizeof fault.function) != 0)
             continue;
-        if (fault.object != 0 &&
-            (count_ == 0 || !hasObject(function_) || arguments_[0] != fault.object))
+        if (fault.object != 0 && !isAbout(fault.object))
             continue;
         if (fault.skip > 0) {
             --device.modify(armed.fault.skip);
             continue;
         }
-        if (!named && !reportsCode(function_))
+        // Functions without a code of their own, or whose code nobody looks at, are only met by a
+        // fault that names them; one that names none counts their calls all the same.
+        if (!named && failureTextOf(row) == describe::platform::FailureText::none)
             continue;
         return &armed;
     }
@@ -173,7 +127,7 @@ void Call::wait(const kvSimFault &fault)
     }
 }
 
-bool Call::enter(Bytes out)
+bool Call::enter()
 {
     if (!device) {
         code_ = NO_DEVICE;
@@ -193,13 +147,13 @@ bool Call::enter(Bytes out)
     const kvSimFault fault = armed->fault;
     switch (fault.effect) {
     case KV_SIM_CODE:
-        code_ = fail(fault.value, "injected fault in %s", nameOf(function_));
+        code_ = fail(fault.value, "injected fault in %s", rowOf(function_).name);
         return code_ == KV_OK;
     case KV_SIM_GARBAGE: {
         std::minstd_rand random{fault.value + static_cast<uint32_t>(device->journalLast)};
-        auto *bytes = static_cast<uint8_t *>(const_cast<void *>(out.start));
-        for (uint32_t i = 0; i < out.size; ++i)
-            bytes[i] = static_cast<uint8_t>(random() >> 8);
+        for (const auto &out : arguments_.out)
+            for (uint8_t &byte : out)
+                byte = static_cast<uint8_t>(random() >> 8);
         return false;
     }
     case KV_SIM_DELAY:
@@ -210,12 +164,6 @@ bool Call::enter(Bytes out)
         return code_ == KV_OK;
     }
     return true;
-}
-
-kvRc Call::finish(kvRc code)
-{
-    code_ = code;
-    return code;
 }
 
 } // namespace sim

@@ -60,9 +60,9 @@ typedef struct kvSimFault {
     /** Name of the platform function; empty: all that report a code, while `skip` counts the calls
      * of the others, too, as the journal does. */
     char function[40];
-    /** Number of the object: the first of a call's `args`. Of a link that is added to or removed
-     * from a group, the link. A call without an object is not met. 0: whatever the object, also
-     * when there is none. */
+    /** Number of the object: of a call's `args`, the first that is named port, pwId, group, link or
+     * number. A call without an object is not met. 0: whatever the object, also when there is
+     * none. */
     uint32_t object;
     uint32_t skip;   /**< how many calls it lets pass first */
     uint32_t times;  /**< how many calls it meets then; 0: all */
@@ -94,11 +94,12 @@ typedef struct kvSimCall {
      * died; 0: it has returned. */
     uint32_t pending;
     uint32_t code;                      /**< what the call returned */
-    uint32_t argCount;                  /**< how many of the arguments are scalars */
-    uint32_t args[4];                   /**< these; the object, where there is one, first */
+    uint32_t argCount;                  /**< how many of the arguments are numbers */
+    uint32_t args[4];                   /**< these, in the function's order */
     uint32_t recordSize;                /**< size of the record that the call was given; 0: none */
     uint8_t record[KV_SIM_RECORD_SIZE]; /**< of kv_log, the text */
-    const char *function;               /**< its name, which stays valid */
+    const char *function;               /**< its name; this and the next ones stay valid */
+    const char *argNames[4];            /**< port, pwId, group, link and number are objects */
 } kvSimCall;
 
 /** Number of the latest call; 0: none yet. */

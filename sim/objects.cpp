@@ -89,11 +89,11 @@ operState operStateOf(adminStatus status, bool testing, uint32_t alarms)
     return status == ADMIN_UP && alarms == 0 ? OPER_UP : OPER_DOWN;
 }
 
-bool inRange(const char *what, uint32_t value, uint32_t last)
+bool inRange(const char *what, uint32_t value, uint32_t first, uint32_t last)
 {
-    if (value >= 1 && value <= last)
+    if (value >= first && value <= last)
         return true;
-    fail(BAD_VALUE, "%s %u is not one of 1 to %u", what, value, last);
+    fail(BAD_VALUE, "%s %u is not one of %u to %u", what, value, first, last);
     return false;
 }
 

@@ -4,6 +4,8 @@
 
 #include "device.h"
 
+#include <platform.h>
+
 namespace sim
 {
 
@@ -32,9 +34,16 @@ constexpr lpbk NO_LOOPBACK{1};
 
 operState operStateOf(adminStatus status, bool testing, uint32_t alarms);
 
-// Whether a value is one of 1 to last; fail()s when it isn't.
-bool inRange(const char *what, uint32_t value, uint32_t last);
+// These fail() when the value isn't one of those that this device knows.
+bool inRange(const char *what, uint32_t value, uint32_t first, uint32_t last);
 bool isLoopback(lpbk value);
+
+template <class Enumeration>
+bool isMember(Enumeration value)
+{
+    const describe::Type &type = describe::typeOf<Enumeration>();
+    return inRange(type.title, value, type.first, type.last);
+}
 
 } // namespace sim
 

@@ -2,7 +2,7 @@
 #ifndef SIM_PM_H
 #define SIM_PM_H
 
-#include "device.h"
+#include "objects.h"
 
 #include <cstring>
 
@@ -13,19 +13,14 @@ namespace sim
 constexpr uint32_t PM_RUNNING = 0;
 constexpr uint32_t PM_ENDED = 1;
 
-inline bool isInterval(uint32_t interval)
-{
-    return interval >= 1 && interval <= KV_SIM_INTERVALS;
-}
-
 // Fills `out` with the counters of an interval. `fresh` is what the record is without any count.
 // Counters of an interval that has not ended yet, asked for as ended, are not there.
 template <class Record>
 kvRc readPm(const State &state, const Pm<Record> &pm, uint32_t interval, uint32_t which,
             const Record &fresh, Record *out)
 {
-    if (!isInterval(interval))
-        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
+    if (!isMember(pmInterval{interval}))
+        return BAD_VALUE;
     const uint32_t running = state.pmEpoch[interval - 1] + 1;
     if (which == PM_ENDED && running == 1)
         return fail(KV_NO_COUNTERS, "no PM interval %u has ended yet", interval);
@@ -51,8 +46,8 @@ Record &modifyPm(Transaction &device, Pm<Record> &pm, uint32_t interval, const R
 template <class Record>
 kvRc clearPm(Transaction &device, Pm<Record> &pm, uint32_t interval, const Record &fresh)
 {
-    if (!isInterval(interval))
-        return fail(BAD_VALUE, "PM interval %u is not one of 1 to %d", interval, KV_SIM_INTERVALS);
+    if (!isMember(pmInterval{interval}))
+        return BAD_VALUE;
     modifyPm(device, pm, interval, fresh) = fresh;
     return KV_OK;
 }

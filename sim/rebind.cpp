@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 #include <dlfcn.h>
@@ -27,14 +26,14 @@ namespace
 
 int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
 {
-    const uint32_t seconds = static_cast<uint32_t>(time->tv_sec);
-    const uint32_t microseconds = static_cast<uint32_t>(time->tv_usec);
-    const kvRc code =
-        action(Function::settimeofday, {seconds, microseconds}, [=](Transaction &device) {
-            if (microseconds >= SECOND)
-                return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
-            return setClock(device, seconds * SECOND + microseconds);
-        });
+    Call call{Index::settimeofday, time};
+    const kvRc code = call.run([=](Transaction &device) {
+        const uint32_t seconds = static_cast<uint32_t>(time->tv_sec);
+        const uint32_t microseconds = static_cast<uint32_t>(time->tv_usec);
+        if (microseconds >= SECOND)
+            return fail(BAD_VALUE, "%u microseconds are not less than a second", microseconds);
+        return setClock(device, seconds * SECOND + microseconds);
+    });
     if (code != KV_OK)
         errno = EINVAL;
     return code == KV_OK ? 0 : -1;
@@ -42,12 +41,12 @@ int deviceSetTimeOfDay(const timeval *time, const struct timezone *)
 
 int deviceGetTimeOfDay(timeval *time, void *)
 {
-    Call entry{Function::gettimeofday, {}};
-    if (!entry.enter(bytesOf(time))) {
+    Call call{Index::gettimeofday, time};
+    if (!call.enter()) {
         errno = EINVAL;
-        return entry.code() == KV_OK ? 0 : -1;
+        return call.code() == KV_OK ? 0 : -1;
     }
-    const uint64_t now = deviceTime(*entry.device);
+    const uint64_t now = deviceTime(*call.device);
     time->tv_sec = static_cast<time_t>(now / SECOND);
     time->tv_usec = static_cast<suseconds_t>(now % SECOND);
     return 0;
@@ -87,13 +86,16 @@ int refuseDescriptor()
     return -1;
 }
 
-void *refusalOf(const std::string_view function)
+void *refusalOf(const Function &function)
 {
-    if (function.ends_with("_string"))
+    switch (function.returns) {
+    case describe::platform::Returns::text:
         return reinterpret_cast<void *>(mixture);
-    if (function.ends_with("_sock"))
+    case describe::platform::Returns::descriptor:
         return reinterpret_cast<void *>(refuseDescriptor);
-    return reinterpret_cast<void *>(refuse);
+    default:
+        return reinterpret_cast<void *>(refuse);
+    }
 }
 
 constexpr char LIBRARY[] = "libvexo_cmi.so";
@@ -248,11 +250,9 @@ void sim::bindLibrary()
     dlclose(libc);
     lookForMixture();
     if (*mixture()) {
-        bindings.push_back({"kv_log", nullptr, refusalOf("kv_log")});
-        for (uint32_t i = 0; i < PLATFORM_FUNCTION_COUNT; ++i) {
-            const char *name = nameOf(static_cast<Function>(i));
-            bindings.push_back({name, nullptr, refusalOf(name)});
-        }
+        for (const Function &function : describe::platform::functions())
+            if (function.library != describe::platform::Library::clock)
+                bindings.push_back({function.name, nullptr, refusalOf(function)});
     }
     dl_iterate_phdr(rebind, &bindings);
 }

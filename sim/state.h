@@ -3,7 +3,6 @@
 #ifndef SIM_STATE_H
 #define SIM_STATE_H
 
-#include "functions.h"
 #include "kv_sim.h"
 #include "lock.h"
 
@@ -142,12 +141,11 @@ constexpr uint32_t LOG = 512;
 
 struct JournalEntry {
     uint64_t number;
-    Function function;
+    uint32_t function; // the index of its row
     uint32_t process;
     uint32_t thread; // that has not returned from the call yet; 0: it has
     uint32_t code;
-    uint32_t argCount;
-    uint32_t args[4];
+    uint32_t args[4]; // the numbers among the arguments
     uint32_t recordSize;
     uint8_t record[KV_SIM_RECORD_SIZE];
 };
@@ -162,7 +160,7 @@ struct Undo {
 };
 
 constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
-constexpr uint32_t VERSION = 2;
+constexpr uint32_t VERSION = 3;
 
 // The first bytes of a device in a file, of whatever version. A size of 0: it is just being made.
 struct Head {

@@ -1,6 +1,6 @@
 // libkv_upgrade.
+#include "bodies.h"
 #include "clock.h"
-#include "entry.h"
 #include "objects.h"
 
 #include <cstring>
@@ -14,30 +14,27 @@ constexpr uint32_t UPGRADE_OBJECT = 2;
 
 } // namespace
 
-kvRc upgrade_load(const upgradeRequest *request)
+kvRc body::upgrade_load(Transaction &device, const upgradeRequest *request)
 {
-    return setter(Function::upgrade_load, {}, request, [=](Transaction &device) {
-        if (isLoading(device->upgrade))
-            return fail(WRONG_STATE, "a software load is under way");
-        if (!inRange("upgrade mode", request->mode, 2))
-            return BAD_VALUE;
-        if (request->fileName[0] == '\0')
-            return fail(BAD_VALUE, "a software load needs the name of a file");
-        device.modify(device->upgrade.request) = *request;
-        reachLoadState(device, LOAD_FIRST, uptime(*device));
-        return KV_OK;
-    });
+    if (isLoading(device->upgrade))
+        return fail(WRONG_STATE, "a software load is under way");
+    if (!isMember(request->mode))
+        return BAD_VALUE;
+    if (request->fileName[0] == '\0')
+        return fail(BAD_VALUE, "a software load needs the name of a file");
+    device.modify(device->upgrade.request) = *request;
+    reachLoadState(device, LOAD_FIRST, uptime(*device));
+    return KV_OK;
 }
 
-kvRc upgrade_status_get(uint32_t constant, upgradeStatus *out)
+kvRc body::upgrade_status_get(Transaction &device, uint32_t constant, upgradeStatus *status)
 {
-    return getter(Function::upgrade_status_get, {constant}, out, [=](Transaction &device) {
-        if (constant != UPGRADE_OBJECT)
-            return fail(NO_OBJECT, "there is no upgrade object %u", constant);
-        *out = {};
-        out->state = UpgradeState{device->upgrade.state};
-        out->mode = device->upgrade.request.mode;
-        memcpy(out->fileName, device->upgrade.request.fileName, sizeof out->fileName);
-        return KV_OK;
-    });
+    if (constant != UPGRADE_OBJECT)
+        return fail(NO_OBJECT, "there is no upgrade object %u", constant);
+    const Upgrade &load = device->upgrade;
+    *status = {};
+    status->state = UpgradeState{load.state};
+    status->mode = load.request.mode;
+    memcpy(status->fileName, load.request.fileName, sizeof status->fileName);
+    return KV_OK;
 }

@@ -4,6 +4,7 @@
 
 #include <describe.h>
 #include <kv_alarm.h>
+#include <kv_upgrade.h>
 #include <meaning.h>
 
 #include <array>
@@ -263,8 +264,8 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
         {device.substr(0, device.size() - 1), "cut off"},
         {device.substr(0, 4096), "cut off"},
         {device + "x", "cut off or grown"},
-        {ofVersion(1), "made by version 1, this is 2: remove it to begin anew"},
-        {ofVersion(3), "made by version 3, this is 2: remove it to begin anew"},
+        {ofVersion(2), "made by version 2, this is 3: remove it to begin anew"},
+        {ofVersion(4), "made by version 4, this is 3: remove it to begin anew"},
         {build, "made by another build: remove it to begin anew"},
     };
     // Those that succeed whatever the platform answers.
@@ -459,6 +460,11 @@ TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
         EXPECT_EQ(config_get_sys_version(&versions[1]), KV_OK);
         for (int i = 0; i < 10; ++i)
             EXPECT_NE(memcmp(versions[0].text[i], versions[1].text[i], 128), 0) << i;
+        add(faultOf("alarm_get_notification", KV_SIM_GARBAGE, 3, 1), 0);
+        alarmMode mode{2};
+        uint32_t value = 0;
+        EXPECT_EQ(alarm_get_notification(&mode, &value), KV_OK);
+        EXPECT_TRUE(mode != 2 && value != 0) << "all that it answers";
 
         add(faultOf("GetObjectCount", KV_SIM_CODE, 4711, 1), 0);
         EXPECT_EQ(GetObjectCount(OBJ_PDH), 4711U);
@@ -513,6 +519,46 @@ TEST_F(SimulatedDevice, MeetsTheCallThatItsJournalNumbersWhateverWasCalledBefore
         EXPECT_EQ((std::vector<uint32_t>{log.args, log.args + log.argCount}),
                   (std::vector<uint32_t>{3, 29, 7}));
         EXPECT_EQ((std::string{log.record, log.record + log.recordSize}), "8");
+    });
+}
+
+TEST_F(SimulatedDevice, NamesTheNumbersOfACallAndKnowsWhichOfThemIsTheObject)
+{
+    run("", [] {
+        pwConfig config;
+        const pwDefaultsKey key{PWE_TYPE_TDM_1, pweEncType{2}};
+        pdhPmStat stat;
+        upgradeStatus status;
+        const struct {
+            std::function<kvRc()> call;
+            std::string numbers;
+            uint32_t object; // 0: none
+        } rows[] = {
+            {[] { return config_set_pdh_admin(adminStatus{2}, 5); }, " status=2 port=5", 5},
+            {[&] { return config_get_pw_defaults(&config, &key, 7); }, " pwId=7", 7},
+            {[] { return config_add_ima_link(9, 2); }, " link=9 group=2", 9},
+            {[&] { return pmom_pdh_pm_stat_get(3, pmInterval{2}, 1, &stat); },
+             " port=3 interval=2 which=1", 3},
+            {[] { return alarm_raise_alarm(OBJ_PDH, 4, 3, 0); }, " type=1 number=4 alarm=3 state=0",
+             4},
+            {[] { return alarm_set_status_bits(OBJ_PDH, 2, 0); }, " type=1 mask=2 bits=0", 0},
+            {[&] { return upgrade_status_get(2, &status); }, " constant=2", 0},
+        };
+        for (const auto &row : rows) {
+            for (uint32_t object = 1; object < 10; ++object) {
+                kvSimFault fault = faultOf("", KV_SIM_CODE, 64);
+                fault.object = object;
+                EXPECT_EQ(kv_sim_fault_add(&fault), 0);
+                EXPECT_EQ(row.call() == 64, object == row.object) << row.numbers << ' ' << object;
+                EXPECT_EQ(kv_sim_fault_clear(), 0);
+            }
+            kvSimCall call;
+            EXPECT_EQ(kv_sim_journal_get(kv_sim_journal_last(), &call), 0);
+            std::string numbers;
+            for (uint32_t i = 0; i < call.argCount; ++i)
+                numbers += std::string{" "} + call.argNames[i] + "=" + std::to_string(call.args[i]);
+            EXPECT_EQ(numbers, row.numbers);
+        }
     });
 }
 

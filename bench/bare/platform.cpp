@@ -221,7 +221,8 @@ using bare::Body;
 
 extern "C" {
 
-#define STAND_IN(library, kind, returns, function, ...) PLATFORM_DEFINE(Body, function, __VA_ARGS__)
+#define STAND_IN(library, kind, returns, function, ...)                                            \
+    PLATFORM_DEFINE(Body<&function>::call, function, __VA_ARGS__)
 CONFIG_FUNCTIONS(STAND_IN)
 ALARM_FUNCTIONS(STAND_IN)
 PMOM_FUNCTIONS(STAND_IN)

@@ -340,7 +340,7 @@ class Words(Device):
         self.wait_for(lambda: self.document("sim", "fault", "list")["hanging"])
         shown = set().union(*self.document("sim", "journal", "records=1")["calls"])
         self.assertEqual(shown - {"arguments"},
-                         set(members("kvSimCall")) - {"args", "argCount", "recordSize"})
+                         set(members("kvSimCall")) - {"args", "argNames", "argCount", "recordSize"})
         self.assertEqual(set(self.document("sim", "log")["records"][0]), set(members("kvSimLog")))
         self.document("sim", "fault", "clear")
         self.assertEqual(hanging.wait(), 0)
@@ -523,7 +523,7 @@ class Input(Device):
             row = self.manual(*setter.split())["arguments"][0]
             before = self.calls()
             self.document(*setter.split(), f"{row['name']}={row['limit']}")
-            masks = [call["arguments"][1] for call in self.document("sim", "journal")["calls"]
+            masks = [call["arguments"]["mask"] for call in self.document("sim", "journal")["calls"]
                      if call["number"] > before and call["function"] == "alarm_set_status_bits"]
             self.assertEqual(functools.reduce(operator.or_, masks), row["limit"], setter)
 

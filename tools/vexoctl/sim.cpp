@@ -157,9 +157,9 @@ void sim_fault_list(Json *shown, vexoResult *result)
 Json callOf(const kvSimCall &call, bool withRecord)
 {
     Json row{{"number", call.number}, {"process", call.process}, {"function", call.function}};
-    row["arguments"] = Json::array();
+    row["arguments"] = Json::object();
     for (uint32_t i = 0; i < call.argCount; ++i)
-        row["arguments"].push_back(call.args[i]);
+        row["arguments"][call.argNames[i]] = call.args[i];
     if (call.pending)
         row["pending"] = call.pending;
     else
