@@ -18,11 +18,17 @@ END = "==== end of block\n"
 
 
 def change(file: str, lines: list[str]) -> None:
-    """Puts the lines with a + next to those that are there, and takes out those with a -."""
+    """Puts the lines with a + next to those that are there, and takes out those with a -.
+
+    What is replaced already stays: a version may have been raised since the last release.
+    """
     old, new = ("".join(line[1:] for line in lines if line[0] in kind) for kind in (" -", " +"))
     text = Path(file).read_text()
+    if old not in text and new in text:
+        return
     if text.count(old) != 1:
-        sys.exit(f"{file} has this {text.count(old)} times:\n{old}")
+        sys.exit(f"The guide changes these lines of {file}, which has them {text.count(old)} times; "
+                 f"bring the guide up to date:\n{old}")
     Path(file).write_text(text.replace(old, new))
 
 

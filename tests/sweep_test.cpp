@@ -388,7 +388,9 @@ TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
             const Leaves read = get.leaves(Direction::out);
             for (const auto &[leaf, value] : set.leaves(Direction::in))
                 if (!notReadBack.contains(leaf)) {
-                    ASSERT_TRUE(read.contains(leaf)) << leaf;
+                    ASSERT_TRUE(read.contains(leaf)) << name << " has no output " << leaf
+                                                     << "; one that is not read back stands "
+                                                     << "in notReadBack in tests/sweep_test.cpp";
                     EXPECT_EQ(read.at(leaf), value) << leaf << ", variant " << variant;
                 }
         }

@@ -26,7 +26,7 @@ exports)
     comm -23 "$work/exports.map" "$work/library" |
         sed 's/$/: in src\/exports.map, but no source in src\/ defines it/' >"$work/wrong"
     comm -13 "$work/exports.map" "$work/library" |
-        sed 's/$/: exported, but not in src\/exports.map/' >>"$work/wrong"
+        sed 's/$/: exported, but not in src\/exports.map, which scripts\/abi writes/' >>"$work/wrong"
     cat "$work/wrong"
     [ ! -s "$work/wrong" ]
     ;;
