@@ -77,7 +77,8 @@ class Editor
         el_set(editor, EL_SIGNAL, 1);
         el_set(editor, EL_SAFEREAD, 1);
         el_set(editor, EL_HIST, ::history, history_.get());
-        el_set(editor, EL_ADDFN, "complete", "Complete a word", complete);
+        // Of narrow texts libedit would make copies that it never frees.
+        el_wset(editor, EL_ADDFN, L"complete", L"Complete a word", complete);
         el_source(editor, nullptr);
         el_set(editor, EL_BIND, "^I", "complete", nullptr);
         // While a line is typed, Ctrl-C empties it.
