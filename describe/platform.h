@@ -63,7 +63,7 @@ enum class Returns { code, count, text, descriptor, status };
 // the alarm calls of IMA objects the library takes the latter, see the operations' rows.
 enum class FailureText { none, config, code };
 
-enum class Object { none, system, port, pw, group, link, alarm, objects };
+enum class Object { none, port, pw, group, link, alarm };
 
 struct Argument {
     const char *name;
@@ -190,13 +190,16 @@ struct Function {
 // The only one that takes more than its row names.
 #define LOG_FUNCTION(F) F(common, acts, status, kv_log, level, module, file, function, line, format)
 
-#define PLATFORM_FUNCTIONS(F)                                                                      \
+#define LIBRARY_FUNCTIONS(F)                                                                       \
     CONFIG_FUNCTIONS(F)                                                                            \
     ALARM_FUNCTIONS(F)                                                                             \
     PMOM_FUNCTIONS(F)                                                                              \
     UPGRADE_FUNCTIONS(F)                                                                           \
     FORKER_FUNCTIONS(F)                                                                            \
-    COMMON_FUNCTIONS(F)                                                                            \
+    COMMON_FUNCTIONS(F)
+
+#define PLATFORM_FUNCTIONS(F)                                                                      \
+    LIBRARY_FUNCTIONS(F)                                                                           \
     LOG_FUNCTION(F)                                                                                \
     CLOCK_FUNCTIONS(F)
 

@@ -21,12 +21,7 @@ namespace body
 {
 
 #define BODY(library, kind, returns, function, ...) BodyOf<decltype(::function)>::Type function;
-CONFIG_FUNCTIONS(BODY)
-ALARM_FUNCTIONS(BODY)
-PMOM_FUNCTIONS(BODY)
-UPGRADE_FUNCTIONS(BODY)
-FORKER_FUNCTIONS(BODY)
-COMMON_FUNCTIONS(BODY)
+LIBRARY_FUNCTIONS(BODY)
 #undef BODY
 
 } // namespace body

@@ -223,12 +223,7 @@ extern "C" {
 
 #define STAND_IN(library, kind, returns, function, ...)                                            \
     PLATFORM_DEFINE(Body<&function>::call, function, __VA_ARGS__)
-CONFIG_FUNCTIONS(STAND_IN)
-ALARM_FUNCTIONS(STAND_IN)
-PMOM_FUNCTIONS(STAND_IN)
-UPGRADE_FUNCTIONS(STAND_IN)
-FORKER_FUNCTIONS(STAND_IN)
-COMMON_FUNCTIONS(STAND_IN)
+LIBRARY_FUNCTIONS(STAND_IN)
 
 int kv_log(int, int, const char *, const char *, int, const char *, ...)
 {
