@@ -167,3 +167,10 @@ bool Call::enter()
 }
 
 } // namespace sim
+
+const char **kv_sim_operation(void)
+{
+    // Initial-exec: the notification threads must not need the loader's lock for it.
+    __attribute__((tls_model("initial-exec"))) static thread_local const char *operation;
+    return &operation;
+}

@@ -107,6 +107,11 @@ KV_SIM_EXPORT uint64_t kv_sim_journal_last(void);
 /** The call with this number. -1 when there is none, or no longer. */
 KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
 
+/** Where the calling thread keeps the name of the library's operation that is in progress in it,
+ * null for none. Whoever knows it, such as a recorder between the caller and the library, sets it
+ * for as long as the operation runs, to a text that stays valid. */
+KV_SIM_EXPORT const char **kv_sim_operation(void);
+
 /* Clock: the device has its own; the host's is never set */
 
 /** Reads the device clock: microseconds since the epoch. It begins with the host's time of day and
