@@ -324,7 +324,8 @@ class Words(Device):
         header = re.sub(r"/\*.*?\*/", "", (SOURCE / "sim/kv_sim.h").read_text(), flags=re.DOTALL)
         tool = (SOURCE / "tools/vexoctl/sim.cpp").read_text()
         self.assertEqual(set(re.findall(r"(kv_sim_\w+)\(", header)),
-                         set(re.findall(r"SIM\((kv_sim_\w+)\)", tool)))
+                         set(re.findall(r"\bSIM\((kv_sim_\w+)\)", tool)) |
+                         {"kv_" + name for name in re.findall(r"\bFORWARD\((sim_\w+)", tool)})
 
         def members(name):
             body = re.search(rf"typedef \w+ {name} {{(.*?)}}", header, re.DOTALL)[1]

@@ -56,8 +56,8 @@ std::vector<const Operation *> allOperations()
     for (const Operation &operation : describe::operations())
         all.push_back(&operation);
     if (isSimulated())
-        for (const Operation &operation : simOperations())
-            all.push_back(&operation);
+        for (const SimCommand &command : simCommands())
+            all.push_back(&command.operation);
     return all;
 }
 

@@ -87,8 +87,10 @@ std::vector<Row> fieldsOf(const Argument &argument)
 Page pageOf(const Operation &operation)
 {
     const auto found = describe::help.find(operation.name);
-    const std::string help =
-        found == describe::help.end() ? simHelp(operation.name) : std::string{found->second};
+    std::string help{found == describe::help.end() ? "" : found->second};
+    for (const SimCommand &command : simCommands())
+        if (&command.operation == &operation)
+            help = command.help;
     Page page{{}, {}, examplesOf(operation)};
     std::map<std::string, std::string> told; // of the arguments
     for (const Argument &argument : operation.arguments)

@@ -109,8 +109,11 @@ bool isPrivateDevice();
 uint64_t lostEvents();
 // Names the device's file; before anything else.
 void useDevice(const std::string &file);
-const std::vector<describe::Operation> &simOperations();
-std::string simHelp(const std::string &operation);
+struct SimCommand {
+    describe::Operation operation;
+    const char *help;
+};
+std::span<const SimCommand> simCommands();
 
 } // namespace vexoctl
 
