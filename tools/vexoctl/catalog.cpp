@@ -36,14 +36,10 @@ constexpr Command COMMANDS[] = {
      follow},
     {"metrics", "metrics [families=NAME,...|all] [form=FORM] [pwes=N] [groups=N]",
      "counters and alarms once, for Prometheus",
-     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N "
-     "(1024) and "
-     "the IMA groups 1 to N (8), as far as there are. The form is text, as node_exporter "
-     "reads it "
-     "from a file, or openmetrics. PM counters are those of the running interval; what there "
-     "is no "
-     "data for is left out. Where something can't be read, the rest is printed and the status "
-     "is "
+     "Prints counters and alarms once, of the PDH ports 1 to 16, the pseudowires 1 to N (1024) and "
+     "the IMA groups 1 to N (8), as far as there are. The form is text, as node_exporter reads it "
+     "from a file, or openmetrics. PM counters are those of the running interval; what there is no "
+     "data for is left out. Where something can't be read, the rest is printed and the status is "
      "1.",
      metrics},
     {"exit", "exit", "ends the prompt or a script",
@@ -61,32 +57,15 @@ std::vector<const Operation *> allOperations()
     return all;
 }
 
-std::string joined(const Words &words, size_t count, char separator)
+const Operation *find(const Words &words)
 {
-    std::string text;
-    for (size_t i = 0; i < count; ++i)
-        text += (i ? std::string(1, separator) : "") + words[i];
-    return text;
-}
-
-const Operation *find(const Words &words, size_t count)
-{
-    std::string name = joined(words, count, '_');
+    std::string name = joined(words, "_");
     std::replace_if(
         name.begin(), name.end(), [](char c) { return c == '-' || c == ' '; }, '_');
     const bool isSim = name.starts_with("sim_");
     for (const Operation *operation : allOperations())
         if (operation->name == name || operation->name == "vexo_cmi_" + name ||
             (isSim && operation->name + std::string{"_get"} == name))
-            return operation;
-    return nullptr;
-}
-
-// The operation with the longest name that the words begin with.
-const Operation *longest(const Words &words, size_t &count)
-{
-    for (count = words.size(); count > 0; --count)
-        if (const Operation *operation = find(words, count))
             return operation;
     return nullptr;
 }
@@ -103,7 +82,7 @@ Words spokenPart(const Words &words)
 // The words that can follow in the names of operations.
 Names nextWords(const Words &words)
 {
-    const std::string said = joined(words, words.size(), ' ') + (words.empty() ? "" : " ");
+    const std::string said = joined(words, " ") + (words.empty() ? "" : " ");
     Names next;
     for (const Operation *operation : allOperations()) {
         const std::string name = spoken(operation->name);
@@ -228,17 +207,16 @@ Names commandNames()
 const Operation &operationOf(const Words &words, size_t &count)
 {
     const Words said = spokenPart(words);
-    if (const Operation *operation = longest(said, count))
-        return *operation;
+    for (count = said.size(); count > 0; --count)
+        if (const Operation *operation =
+                find({said.begin(), said.begin() + static_cast<ptrdiff_t>(count)}))
+            return *operation;
     if (!said.empty() && said[0] == "sim" && !isSimulated())
         throw UsageError("there is no simulated device: these are the real platform libraries");
-    const std::string text = joined(said, said.size(), ' ');
-    if (const Names next = nextWords(said); !said.empty() && !next.empty()) {
-        std::string expected;
-        for (const std::string &word : next)
-            expected += (expected.empty() ? "" : ", ") + word;
-        throw UsageError("'" + text + "' is not all of a command; next can be: " + expected);
-    }
+    const std::string text = joined(said, " ");
+    if (const Names next = nextWords(said); !said.empty() && !next.empty())
+        throw UsageError("'" + text +
+                         "' is not all of a command; next can be: " + joined(next, ", "));
     Names names = commandNames();
     for (const Operation *operation : allOperations())
         names.push_back(spoken(operation->name));
@@ -248,19 +226,17 @@ const Operation &operationOf(const Words &words, size_t &count)
 
 bool isOperation(const Words &words)
 {
-    return find(words, words.size()) != nullptr;
+    return find(words) != nullptr;
 }
 
 std::vector<const Operation *> operationsUnder(const Words &words)
 {
-    const std::string said = joined(words, words.size(), ' ');
-    std::vector<const Operation *> found;
-    for (const Operation *operation : allOperations()) {
+    const std::string said = joined(words, " ");
+    std::vector<const Operation *> found = allOperations();
+    std::erase_if(found, [&](const Operation *operation) {
         const std::string name = spoken(operation->name);
-        const bool isSim = name.starts_with("sim ");
-        if ((said.empty() && !isSim) || name == said || name.starts_with(said + " "))
-            found.push_back(operation);
-    }
+        return said.empty() ? name.starts_with("sim ") : !(name + " ").starts_with(said + " ");
+    });
     return found;
 }
 
@@ -289,7 +265,7 @@ Names completions(const Words &typed)
         if (before.empty())
             std::ranges::copy(commandNames(), std::back_inserter(next));
         const Words said = spokenPart(before);
-        const Operation *operation = find(said, said.size());
+        const Operation *operation = find(said);
         const size_t sign = begun.find('=');
         const auto names = operation ? assignable(*operation) : std::vector<Assignable>{};
         for (const auto &[name, type] : names) {

@@ -1,6 +1,8 @@
 #include "checks.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace vexoctl
 {
@@ -39,21 +41,6 @@ uint32_t limitOf(const Field &field, const Type &record)
     return field.options.limit ? field.options.limit(zero.data()) : 0xFFFFFFFF;
 }
 
-void addLeaves(const Type &record, const std::string &prefix, const std::string &condition,
-               std::vector<Leaf> &all)
-{
-    for (const Field &field : record.fields) {
-        if (field.options.hidden)
-            continue;
-        const std::string own = conditionOf(field, record, prefix);
-        const std::string &told = own.empty() ? condition : own;
-        if (field.type->kind == Kind::record && field.count == 1)
-            addLeaves(*field.type, prefix + field.name + ".", told, all);
-        else
-            all.push_back({prefix + field.name, &record, &field, told, limitOf(field, record)});
-    }
-}
-
 bool isGiven(const Paths &given, const std::string &path)
 {
     const auto found = given.lower_bound(path);
@@ -61,8 +48,9 @@ bool isGiven(const Paths &given, const std::string &path)
            (*found == path || (found->starts_with(path) && (*found)[path.size()] == '.'));
 }
 
-void checkFields(const Type &record, const std::string &prefix, const Paths &given,
-                 const void *value)
+} // namespace
+
+void check(const Type &record, const Paths &given, const void *value, const std::string &prefix)
 {
     for (const Field &field : record.fields) {
         const describe::Options &options = field.options;
@@ -77,7 +65,7 @@ void checkFields(const Type &record, const std::string &prefix, const Paths &giv
                              ", not with " + valueText(*by.type, wordAt(at(value, by))));
         }
         if (field.type->kind == Kind::record && field.count == 1)
-            checkFields(*field.type, path + ".", given, at(value, field));
+            check(*field.type, given, at(value, field), path + ".");
         else if (options.limit && field.type->kind == Kind::text)
             checkLength(path,
                         strnlen(static_cast<const char *>(at(value, field)), field.type->size),
@@ -87,35 +75,23 @@ void checkFields(const Type &record, const std::string &prefix, const Paths &giv
     }
 }
 
-void addMissing(const Type &record, const std::string &prefix, const Paths &given,
-                const void *value, Names &names)
+Names missing(const Type &record, const Paths &given, const void *value, const std::string &prefix)
 {
+    Names names;
     for (const Field &field : record.fields)
         if (field.options.alone && field.options.alone(value))
-            return;
+            return names;
     for (const Field &field : record.fields) {
         const describe::Options &options = field.options;
         const std::string path = prefix + field.name;
         if (options.hidden || options.leftOut || (options.when && !options.when(value)))
             continue;
         if (field.type->kind == Kind::record && field.count == 1)
-            addMissing(*field.type, path + ".", given, at(value, field), names);
+            std::ranges::copy(missing(*field.type, given, at(value, field), path + "."),
+                              std::back_inserter(names));
         else if (!given.contains(path))
             names.push_back(path);
     }
-}
-
-} // namespace
-
-void check(const Type &record, const Paths &given, const void *value)
-{
-    checkFields(record, "", given, value);
-}
-
-Names missing(const Type &record, const Paths &given, const void *value)
-{
-    Names names;
-    addMissing(record, "", given, value, names);
     return names;
 }
 
@@ -139,10 +115,21 @@ void checkLength(const std::string &what, size_t length, uint32_t limit)
                          std::to_string(limit) + " are used");
 }
 
-std::vector<Leaf> leaves(const Type &record)
+std::vector<Leaf> leaves(const Type &record, const std::string &prefix,
+                         const std::string &condition)
 {
     std::vector<Leaf> all;
-    addLeaves(record, "", "", all);
+    for (const Field &field : record.fields) {
+        if (field.options.hidden)
+            continue;
+        const std::string own = conditionOf(field, record, prefix);
+        const std::string &told = own.empty() ? condition : own;
+        if (field.type->kind == Kind::record && field.count == 1)
+            std::ranges::copy(leaves(*field.type, prefix + field.name + ".", told),
+                              std::back_inserter(all));
+        else
+            all.push_back({prefix + field.name, &record, &field, told, limitOf(field, record)});
+    }
     return all;
 }
 

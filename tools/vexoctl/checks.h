@@ -9,10 +9,12 @@ namespace vexoctl
 
 // Refuses fields that were given though the record doesn't have them, being what it is, and numbers
 // and texts that would be cut.
-void check(const describe::Type &record, const Paths &given, const void *value);
+void check(const describe::Type &record, const Paths &given, const void *value,
+           const std::string &prefix = "");
 
 // The fields that were not given though the record, being what it is, can't do without.
-Names missing(const describe::Type &record, const Paths &given, const void *value);
+Names missing(const describe::Type &record, const Paths &given, const void *value,
+              const std::string &prefix = "");
 
 // Which numbers aren't cut: "from 0 to 255", or "made of the bits 0x30f".
 std::string rangeOf(uint32_t limit);
@@ -33,7 +35,8 @@ struct Leaf {
     uint32_t limit;        // where it is always the same, else UNLIMITED
 };
 // The fields that are no records, of a record and of those in it.
-std::vector<Leaf> leaves(const describe::Type &record);
+std::vector<Leaf> leaves(const describe::Type &record, const std::string &prefix = "",
+                         const std::string &condition = "");
 
 } // namespace vexoctl
 

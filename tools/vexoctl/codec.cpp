@@ -48,19 +48,10 @@ const char *nameOf(const Type &type, uint32_t value)
 
 std::string expectedOf(const Type &type)
 {
-    switch (type.kind) {
-    case Kind::word:
-        return "a number";
-    case Kind::enumeration:
-        return inWords(valuesOf(type));
-    case Kind::text:
-        return "a text";
-    case Kind::mac:
-        return "a MAC address";
-    case Kind::record:
-        break;
-    }
-    return "an object";
+    static constexpr const char *OF_KIND[] = {"a number", "", "a text", "a MAC address",
+                                              "an object"};
+    return type.kind == Kind::enumeration ? inWords(valuesOf(type))
+                                          : OF_KIND[static_cast<size_t>(type.kind)];
 }
 
 uint32_t parseWord(const Type &type, const std::string &what, const std::string &text,
@@ -130,15 +121,6 @@ uint32_t shownCount(const Field &field, const Type &type, const void *record)
     return std::min(field.count, wordAt(at(record, *fieldOf(type, field.options.count))));
 }
 
-void raiseFlag(const Field &field, const Type &type, void *record)
-{
-    if (field.options.flag)
-        putWord(at(record, *fieldOf(type, field.options.flag)), 1);
-}
-
-void fillFrom(const Type &type, const std::string &path, const Json &json, Leniency leniency,
-              void *value, Paths &given);
-
 void fillFields(const Type &type, const std::string &path, const Json &json, Leniency leniency,
                 void *value, Paths &given)
 {
@@ -149,29 +131,18 @@ void fillFields(const Type &type, const std::string &path, const Json &json, Len
         const Field &field = settable(type, inner, name);
         void *place = at(value, field);
         if (field.count == 1) {
-            fillFrom(*field.type, inner, element, leniency, place, given);
+            fromJson(*field.type, element, leniency, place, given, inner);
         } else {
             if (!element.is_array() || element.size() > field.count)
                 throw UsageError(inner + ": expected a list of at most " +
                                  std::to_string(field.count));
             for (size_t i = 0; i < element.size(); ++i)
-                fillFrom(*field.type, inner, element[i], leniency,
-                         static_cast<char *>(place) + i * field.type->size, given);
+                fromJson(*field.type, element[i], leniency,
+                         static_cast<char *>(place) + i * field.type->size, given, inner);
         }
-        raiseFlag(field, type, value);
+        if (field.options.flag)
+            putWord(at(value, *fieldOf(type, field.options.flag)), 1);
     }
-}
-
-void fillFrom(const Type &type, const std::string &path, const Json &json, Leniency leniency,
-              void *value, Paths &given)
-{
-    if (type.kind == Kind::record && json.is_object())
-        return fillFields(type, path, json, leniency, value, given);
-    if (type.kind == Kind::record || !(json.is_number_unsigned() || json.is_string()))
-        throw UsageError((path.empty() ? type.name : path) + ": expected " + expectedOf(type) +
-                         ", not " + quoted(json.dump()));
-    parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), leniency, value);
-    given.insert(path);
 }
 
 } // namespace
@@ -284,30 +255,6 @@ void parse(const Type &type, const std::string &what, const std::string &text, L
     }
 }
 
-void setField(const Type &record, const std::string &path, const std::string &text,
-              Leniency leniency, void *value)
-{
-    const Type *type = &record;
-    size_t begin = 0;
-    for (;;) {
-        const size_t dot = path.find('.', begin);
-        const Field &field = settable(*type, path, path.substr(begin, dot - begin));
-        void *place = at(value, field);
-        if (dot == std::string::npos) {
-            if (field.count > 1)
-                throw UsageError(path + ": a list, which only a JSON document can set");
-            parse(*field.type, path, text, leniency, place);
-            raiseFlag(field, *type, value);
-            return;
-        }
-        if (field.type->kind != Kind::record || field.count > 1)
-            throw UsageError(path + ": " + field.name + " has no fields");
-        type = field.type;
-        value = place;
-        begin = dot + 1;
-    }
-}
-
 Json readJson(const std::string &what, const std::string &text)
 {
     constexpr int DEEPEST = 16;
@@ -334,9 +281,18 @@ Json readJson(const std::string &what, const std::string &text)
     }
 }
 
-void fromJson(const Type &record, const Json &json, Leniency leniency, void *value, Paths &given)
+void fromJson(const Type &type, const Json &json, Leniency leniency, void *value, Paths &given,
+              const std::string &path)
 {
-    fillFrom(record, "", json, leniency, value, given);
+    if (type.kind == Kind::record && json.is_object())
+        return fillFields(type, path, json, leniency, value, given);
+    if (json.is_object())
+        throw UsageError(path + " has no fields");
+    if (!(json.is_number_unsigned() || json.is_string()))
+        throw UsageError((path.empty() ? type.name : path) + ": expected " + expectedOf(type) +
+                         ", not " + quoted(json.dump()));
+    parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), leniency, value);
+    given.insert(path);
 }
 
 Names valuesOf(const Type &type)

@@ -35,16 +35,13 @@ void parse(const describe::Type &type, const std::string &what, const std::strin
 // The paths of the fields that were given ("psn.param1").
 using Paths = std::set<std::string>;
 
-// Sets a field of a record by its path, and with it the flag that makes it count.
-void setField(const describe::Type &record, const std::string &path, const std::string &text,
-              Leniency leniency, void *value);
-
 // Reads a JSON document; one that repeats a name or is nested deeper than any record is refused.
 Json readJson(const std::string &what, const std::string &text);
 
-// Fills a record from JSON.
-void fromJson(const describe::Type &record, const Json &json, Leniency leniency, void *value,
-              Paths &given);
+// Fills a record, or another value, from JSON, and the flags that make its fields count. The path
+// is where it is in the whole.
+void fromJson(const describe::Type &type, const Json &json, Leniency leniency, void *value,
+              Paths &given, const std::string &path = "");
 
 // What an enumeration's value can be written as.
 Names valuesOf(const describe::Type &type);

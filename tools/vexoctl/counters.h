@@ -11,8 +11,8 @@ namespace vexoctl
 // The word of the control interface that goes with a name ("layout0.counters.4"), or with a number,
 // which is the word itself. `kind` is word 0 of the object's PM counters, which tells how they are
 // arranged. Throws UsageError when the object has no such counter.
-uint32_t pmWord(uint32_t type, uint32_t kind, const std::string &name);
-uint32_t omWord(uint32_t type, uint32_t kind, const std::string &name);
+enum class Counters { pm, om };
+uint32_t counterWord(Counters set, uint32_t type, uint32_t kind, const std::string &name);
 
 } // namespace vexoctl
 

@@ -48,6 +48,14 @@ size_t indexOf(const Operation &operation, std::string_view name)
     return static_cast<size_t>(found - arguments.begin());
 }
 
+// {"psn": {"param1": "7"}} of "psn.param1" and "7".
+Json nested(std::string path, Json value)
+{
+    for (size_t dot; (dot = path.rfind('.')) != path.npos; path.erase(dot))
+        value = Json{{path.substr(dot + 1), value}};
+    return Json{{path, value}};
+}
+
 size_t givenRecord(const Operation &operation)
 {
     const auto &arguments = operation.arguments;
@@ -186,8 +194,7 @@ void Invocation::assign(const Assignment &assignment)
     const Argument &argument = operation_.arguments[index];
     Storage &storage = storage_[index];
     if (!path.empty()) {
-        setField(*argument.type, path, value, {.members = force_}, storage.bytes());
-        given_.insert(path);
+        fromJson(*argument.type, nested(path, value), {.members = force_}, storage.bytes(), given_);
     } else if (argument.type->kind == Kind::record &&
                (value.starts_with('@') || value.starts_with('{'))) {
         load(index, value);

@@ -154,11 +154,10 @@ std::string text(const Row &row)
                                              : " " + rangeOf(row.limit);
     if (row.count > 1)
         text += ", " + std::to_string(row.count) + " of them";
-    const char *separator = ": ";
-    for (const describe::Member &member : row.type->members) {
-        text += separator + std::to_string(member.value) + " " + member.name;
-        separator = ", ";
-    }
+    Names members;
+    for (const describe::Member &member : row.type->members)
+        members.push_back(std::to_string(member.value) + " " + member.name);
+    text += (members.empty() ? "" : ": ") + joined(members, ", ");
     if (!row.condition.empty())
         text += "; only with " + row.condition;
     // Without the name that the header has for such a field.
@@ -177,12 +176,11 @@ std::string meaningsText(const std::vector<Row> &rows, size_t column)
 {
     std::string lines;
     for (const Row &row : rows) {
-        std::string meanings;
+        Names meanings;
         for (const auto &[of, value, meaning] : row.meanings)
-            meanings +=
-                (meanings.empty() ? "" : "; ") + std::string{value} + ": " + std::string{meaning};
+            meanings.push_back(std::string{value} + ": " + std::string{meaning});
         if (!meanings.empty())
-            lines += aligned("  " + row.name, meanings, column);
+            lines += aligned("  " + row.name, joined(meanings, "; "), column);
         lines += meaningsText(row.fields, column);
     }
     return lines;

@@ -12,11 +12,6 @@ namespace vexoctl
 namespace
 {
 
-bool isScalar(const Json &json)
-{
-    return !json.is_structured();
-}
-
 std::string scalarText(const Json &json)
 {
     return json.is_string() ? printable(json.get<std::string>()) : json.dump();
@@ -32,7 +27,7 @@ bool isFlat(const Json &json)
 bool isFlatRecord(const Json &json)
 {
     return json.is_object() && std::all_of(json.begin(), json.end(), [](const Json &item) {
-               return isScalar(item) || isFlat(item);
+               return item.is_primitive() || isFlat(item);
            });
 }
 
@@ -42,7 +37,7 @@ std::string lineOf(const Json &json)
     for (const auto &[name, item] : json.items()) {
         if (json.is_object())
             line += (line.empty() ? " " : ", ") + name;
-        line += isScalar(item) ? " " + scalarText(item) : lineOf(item);
+        line += item.is_primitive() ? " " + scalarText(item) : lineOf(item);
     }
     return line.empty() ? " none" : line;
 }
@@ -107,7 +102,7 @@ std::string readable(const Json &document, size_t indent)
     std::string text;
     for (const auto &[name, element] : document.items()) {
         const std::string head = margin + (document.is_array() ? "-" : name + ":");
-        if (isScalar(element))
+        if (element.is_primitive())
             text += head + " " + scalarText(element) + "\n";
         else if (element.empty() || isFlat(element) ||
                  (document.is_array() && isFlatRecord(element)))

@@ -183,11 +183,9 @@ void Session::operate(const Words &words)
 void Session::list(const Words &words) const
 {
     const auto found = operationsUnder({words.begin() + 1, words.end()});
-    std::string said;
-    for (size_t i = 1; i < words.size(); ++i)
-        said += (i > 1 ? " " : "") + words[i];
     if (found.empty())
-        throw UsageError("there is nothing under '" + said +
+        throw UsageError("there is nothing under '" +
+                         joined({words.begin() + 1, words.end()}, " ") +
                          "'; the areas are sys, pdh, pwe, ima and misc" +
                          (isSimulated() ? ", and sim for the simulated device" : ""));
     Json document{{"operations", Json::array()}, {"calls", Json::object()}};

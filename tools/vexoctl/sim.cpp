@@ -228,7 +228,8 @@ void sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, const char *c
 {
     uint32_t kind = 0;
     report(SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) ||
-               SIM(kv_sim_pm_set)(type, number, interval, pmWord(type, kind, counter), value),
+               SIM(kv_sim_pm_set)(type, number, interval,
+                                  counterWord(Counters::pm, type, kind, counter), value),
            result);
 }
 
@@ -237,7 +238,8 @@ void sim_pm_get(uint32_t *value, uint32_t type, uint32_t number, uint32_t interv
 {
     uint32_t kind = 0;
     report(SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) ||
-               SIM(kv_sim_pm_get)(type, number, interval, pmWord(type, kind, counter), value),
+               SIM(kv_sim_pm_get)(type, number, interval,
+                                  counterWord(Counters::pm, type, kind, counter), value),
            result);
 }
 
@@ -247,7 +249,7 @@ void sim_om_set(uint32_t type, uint32_t number, const char *name, uint32_t value
     uint32_t kind = 0;
     if (type == KV_SIM_PW && SIM(kv_sim_pm_get)(type, number, 1, 0, &kind) != 0)
         return report(-1, result);
-    const uint32_t counter = omWord(type, kind, name);
+    const uint32_t counter = counterWord(Counters::om, type, kind, name);
     const uint64_t whole = static_cast<uint64_t>(high) << 32 | value;
     report(SIM(kv_sim_om_set)(type, number, counter, whole), result);
 }

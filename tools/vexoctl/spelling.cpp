@@ -12,12 +12,19 @@ std::string quoted(const std::string &text)
     return "'" + (text.size() > LONGEST ? text.substr(0, LONGEST) + "..." : text) + "'";
 }
 
-std::string inWords(const Names &names, const std::string &last)
+std::string joined(const Names &names, const std::string &separator)
 {
     std::string text;
-    for (size_t i = 0; i < names.size(); ++i)
-        text += (i == 0 ? "" : i + 1 == names.size() ? " " + last + " " : ", ") + names[i];
+    for (const std::string &name : names)
+        text += (&name == names.data() ? "" : separator) + name;
     return text;
+}
+
+std::string inWords(const Names &names, const std::string &last)
+{
+    if (names.size() < 2)
+        return joined(names, "");
+    return joined({names.begin(), names.end() - 1}, ", ") + " " + last + " " + names.back();
 }
 
 std::string hint(const std::string &name, const Names &names)

@@ -19,6 +19,8 @@ struct UsageError : std::runtime_error {
 // What was given, for a message; shortened when it is long.
 std::string quoted(const std::string &text);
 
+std::string joined(const Names &names, const std::string &separator);
+
 // "1, 2 or 3"
 std::string inWords(const Names &names, const std::string &last = "or");
 

@@ -88,9 +88,8 @@ Failure failureOf(const char *command, const std::string &text)
 
 std::string hex(uint32_t bits)
 {
-    char text[11];
-    snprintf(text, sizeof text, "0x%08x", bits);
-    return text;
+    const std::string digits = hexadecimal(bits).substr(2);
+    return "0x" + std::string(8 - digits.size(), '0') + digits;
 }
 
 std::string listed(const Json &numbers)
@@ -150,19 +149,16 @@ std::string kindOf(const std::string &kind, const Json &flag)
 // What a port counted; empty when that is nothing.
 std::string countsOf(const Json &port)
 {
-    std::string kind = "no line counters";
-    std::string flagged;
-    std::string counters;
+    std::string line = " (no line counters)";
     for (const char *layout : {"layout0", "layout1"})
-        if (port.contains(layout)) {
-            flagged = kindOf(layout, port[layout]["intervalFlag"]);
-            counters = " line" + listed(port[layout]["counters"]);
-        }
-    counters += " common" + listed(port["commonCounters"]);
-    if (counters.find_first_of("123456789") == std::string::npos)
-        return "";
-    return "port " + port["port"].dump() + (flagged.empty() ? " (" + kind + ")" : flagged) +
-           counters;
+        if (port.contains(layout))
+            line = kindOf(layout, port[layout]["intervalFlag"]) + " line" +
+                   listed(port[layout]["counters"]);
+    const std::string common = " common" + listed(port["commonCounters"]);
+    const std::string counters = line.substr(line.find(')')) + common;
+    return counters.find_first_of("123456789") == counters.npos
+               ? ""
+               : "port " + port["port"].dump() + line + common;
 }
 
 void onPorts(const vexoPmNotification &pm)
