@@ -46,20 +46,21 @@ void fillAndPrint(const Type &type, const Json &json, Leniency leniency)
         fail(type, printed.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
-void setFields(const Type &type, const std::string &text)
+void setField(const Type &type, const std::string &path, const std::string &text)
 {
-    for (const Leaf &leaf : leaves(type)) {
-        Bytes record((type.size + 3) / 4);
-        try {
-            setField(type, leaf.path, text, {}, record.data());
-        } catch (const UsageError &) {
-        }
-    }
     Bytes record((type.size + 3) / 4);
+    Paths given;
     try {
-        setField(type, text, "1", {}, record.data());
+        fromJson(type, nested(path, text), {}, record.data(), given);
     } catch (const UsageError &) {
     }
+}
+
+void setFields(const Type &type, const std::string &text)
+{
+    for (const Leaf &leaf : leaves(type))
+        setField(type, leaf.path, text);
+    setField(type, text, "1");
 }
 
 } // namespace

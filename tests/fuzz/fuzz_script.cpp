@@ -64,12 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::streambuf *const usual = std::cout.rdbuf(answer.rdbuf());
     session.execute(Words{"sim", "reset"});
     for (std::string line; std::getline(lines, line);) {
-        Words words;
-        try {
-            words = split(line);
-        } catch (const UsageError &) {
-            continue;
-        }
+        const Words words = lex(line).words;
         completions(words);
         if (words.empty() || isLeftOut(words))
             continue;

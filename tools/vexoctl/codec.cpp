@@ -281,6 +281,13 @@ Json readJson(const std::string &what, const std::string &text)
     }
 }
 
+Json nested(std::string path, Json value)
+{
+    for (size_t dot; (dot = path.rfind('.')) != path.npos; path.erase(dot))
+        value = Json{{path.substr(dot + 1), value}};
+    return Json{{path, value}};
+}
+
 void fromJson(const Type &type, const Json &json, Leniency leniency, void *value, Paths &given,
               const std::string &path)
 {

@@ -38,6 +38,9 @@ using Paths = std::set<std::string>;
 // Reads a JSON document; one that repeats a name or is nested deeper than any record is refused.
 Json readJson(const std::string &what, const std::string &text);
 
+// {"psn": {"param1": "7"}} of "psn.param1" and "7".
+Json nested(std::string path, Json value);
+
 // Fills a record, or another value, from JSON, and the flags that make its fields count. The path
 // is where it is in the whole.
 void fromJson(const describe::Type &type, const Json &json, Leniency leniency, void *value,

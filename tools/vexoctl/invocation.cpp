@@ -48,14 +48,6 @@ size_t indexOf(const Operation &operation, std::string_view name)
     return static_cast<size_t>(found - arguments.begin());
 }
 
-// {"psn": {"param1": "7"}} of "psn.param1" and "7".
-Json nested(std::string path, Json value)
-{
-    for (size_t dot; (dot = path.rfind('.')) != path.npos; path.erase(dot))
-        value = Json{{path.substr(dot + 1), value}};
-    return Json{{path, value}};
-}
-
 size_t givenRecord(const Operation &operation)
 {
     const auto &arguments = operation.arguments;

@@ -3,11 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,17 +29,6 @@ void occupyStandardDescriptors()
             open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
-Status runScript(Session &session, const std::string &file)
-{
-    session.setCompact(true);
-    if (file == "-")
-        return session.script(std::cin, file);
-    std::ifstream stream{file};
-    if (!stream)
-        return session.refuse("cannot read " + file + ": " + strerror(errno));
-    return session.script(stream, file);
-}
-
 Status run(Session &session, const std::string &device, const std::string &script,
            const Words &words)
 {
@@ -57,8 +43,8 @@ Status run(Session &session, const std::string &device, const std::string &scrip
     if (!words.empty())
         return session.execute(words);
     if (!script.empty())
-        return runScript(session, script);
-    return isatty(STDIN_FILENO) ? session.prompt() : runScript(session, "-");
+        return session.script(script);
+    return isatty(STDIN_FILENO) ? session.prompt() : session.script("-");
 }
 
 } // namespace
@@ -87,11 +73,11 @@ int main(int argc, char **argv)
     app.allow_extras();
     // The words to be completed are not looked into.
     if (argc > 1 && strcmp(argv[1], "complete") == 0)
-        return Session{false, false}.execute(Words{argv + 1, argv + argc});
+        return Session{false}.execute(Words{argv + 1, argv + argc});
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &help) {
-        Session session{json, false};
+        Session session{json};
         Words words = app.remaining();
         if (!words.empty()) {
             words.emplace_back("--help");
@@ -104,8 +90,8 @@ int main(int argc, char **argv)
         return finish(SUCCESS);
     } catch (const CLI::ParseError &error) {
         const bool inJson = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
-        return Session{inJson, false}.refuse(error.what());
+        return Session{inJson}.refuse(error.what());
     }
-    Session session{json, false};
+    Session session{json};
     return run(session, device, script, app.remaining());
 }

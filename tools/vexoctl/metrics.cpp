@@ -174,15 +174,13 @@ bool addPort(Exposition &out, Reader &reader, uint32_t port)
             continue;
         isThere = true;
         const std::string labels = label("port", port) + "," + label("interval", type);
-        const Json shown = toJson(describe::typeOf<vexoPdhPm>(), &pm);
-        for (const uint32_t layout : {0u, 1u}) {
-            const auto found = shown.find("layout" + std::to_string(layout));
-            if (found == shown.end() || found->at("intervalFlag") != 1)
-                continue;
-            out.addAll("pdh_pm", labels + ",set=\"line\"," + label("layout", layout),
-                       {pm.lineCounters, found->at("counters").size()});
-            out.addAll("pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
-        }
+        const bool is0 = describe::isLayout0(pm);
+        const size_t count = is0 ? describe::PDH_FLAG_0 : describe::PDH_FLAG_1;
+        if ((!is0 && !describe::isLayout1(pm)) || pm.lineCounters[count] != 1)
+            continue;
+        out.addAll("pdh_pm", labels + ",set=\"line\"," + label("layout", is0 ? 0 : 1),
+                   {pm.lineCounters, count});
+        out.addAll("pdh_pm", labels + ",set=\"common\"", pm.commonCounters);
     }
     return isThere;
 }
@@ -209,20 +207,18 @@ void addPseudowire(Exposition &out, Reader &reader, uint32_t pwId)
             continue;
         }
         const std::string labels = label("pw", pwId) + "," + label("interval", type);
-        const Json shown = toJson(describe::typeOf<vexoPwePm>(), &pm);
-        if (shown.contains("generic") && pm.body.generic.valid)
+        if (pm.body.generic.valid == 1)
             out.addAll("pwe_pm", labels + ",set=\"generic\"", pm.body.generic.counters);
-        else if (shown.contains("atm") && pm.body.atm.valid)
+        else if (describe::isAtmBody(pm) && pm.body.atm.valid == 1)
             out.addAll("pwe_pm", labels + ",set=\"atm\"", pm.body.atm.counters);
     }
     auto om = untouched<vexoPweOm>();
     if (!out.wants({"pwe_om"}) || !reader.read("OM of " + name, vexo_cmi_pwe_om_get, &om, 0u, pwId))
         return;
-    const Json shown = toJson(describe::typeOf<vexoPweOm>(), &om);
-    for (const std::string set : {"tdm", "atm"})
-        if (const auto found = shown.find(set + "Counters"); found != shown.end())
-            out.addAll("pwe_om", label("pw", pwId) + ",set=\"" + set + "\"",
-                       {om.counters, found->size()});
+    if (describe::hasTdmCounters(om))
+        out.addAll("pwe_om", label("pw", pwId) + ",set=\"tdm\"", {om.counters, 2});
+    if (describe::hasAtmCounters(om))
+        out.addAll("pwe_om", label("pw", pwId) + ",set=\"atm\"", om.counters);
 }
 
 // Whether anything of the group could be read.

@@ -154,7 +154,7 @@ Status Session::prompt()
     if (!setlocale(LC_CTYPE, "C.UTF-8"))
         setlocale(LC_CTYPE, "");
     Editor editor;
-    setCompact(true);
+    compact_ = true;
     for (std::string line; !isOver_ && editor.read("vexoctl> ", line);) {
         for (std::string next; lex(line).isContinued && editor.read("> ", next);)
             line.replace(line.size() - 1, 1, next);

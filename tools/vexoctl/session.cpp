@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <utility>
 
@@ -290,18 +291,23 @@ Status Session::execute(const Words &given)
 
 Status Session::execute(const std::string &line)
 {
-    Words words;
-    try {
-        words = split(line);
-    } catch (const UsageError &error) {
-        operation_.clear();
-        return refuse(error.what());
-    }
-    return words.empty() ? SUCCESS : execute(words);
+    const bool isWhole = line.find('\0') == line.npos;
+    const Lexed lexed = lex(line);
+    if (isWhole && !lexed.isQuoteOpen)
+        return lexed.words.empty() ? SUCCESS : execute(lexed.words);
+    operation_.clear();
+    return refuse(isWhole ? "a quote is left open: " + line : "there is a NUL in the line");
 }
 
-Status Session::script(std::istream &stream, const std::string &file)
+Status Session::script(const std::string &file)
 {
+    std::ifstream opened;
+    if (file != "-")
+        opened.open(file);
+    std::istream &stream = file == "-" ? std::cin : opened;
+    if (!stream)
+        return refuse("cannot read " + file + ": " + strerror(errno));
+    compact_ = true;
     file_ = file;
     size_t number = 0;
     for (std::string line; readLine(stream, line);) {
@@ -363,16 +369,6 @@ Lexed lex(const std::string &line)
     if (open)
         lexed.words.push_back(word);
     return lexed;
-}
-
-Words split(const std::string &line)
-{
-    if (line.find('\0') != std::string::npos)
-        throw UsageError("there is a NUL in the line");
-    const Lexed lexed = lex(line);
-    if (lexed.isQuoteOpen)
-        throw UsageError("a quote is left open: " + line);
-    return lexed.words;
 }
 
 } // namespace vexoctl

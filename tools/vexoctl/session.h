@@ -4,7 +4,6 @@
 
 #include "codec.h"
 
-#include <istream>
 #include <map>
 #include <optional>
 
@@ -27,20 +26,19 @@ Status finish(Status status);
 class Session
 {
   public:
-    // JSON documents are printed on one line each with `compact`.
-    Session(bool json, bool compact) : json_{json}, compact_{compact} {}
+    // JSON documents are printed on one line each with `compact`, and by scripts and the prompt.
+    explicit Session(bool json, bool compact = false) : json_{json}, compact_{compact} {}
 
     Status execute(const Words &words);
     // A line of a script, which may be empty.
     Status execute(const std::string &line);
-    // Commands line by line, up to the first that doesn't succeed. The file is named in errors.
-    Status script(std::istream &stream, const std::string &file);
+    // Commands line by line, up to the first that doesn't succeed; of standard input when the file
+    // is '-'.
+    Status script(const std::string &file);
     // Commands from the terminal.
     Status prompt();
     // Says what is wrong with the command.
     Status refuse(const std::string &text) const;
-
-    void setCompact(bool compact) { compact_ = compact; }
 
   private:
     void dispatch(const Words &words);
@@ -70,9 +68,6 @@ struct Lexed {
     bool isContinued; // by a backslash at the end, with the next line in its place
 };
 Lexed lex(const std::string &line);
-
-// The words of a whole line. Throws UsageError when a quote is left open.
-Words split(const std::string &line);
 
 // What a command of those below is given: words, and name=VALUE, also as --name VALUE and
 // --name=VALUE, as its usage has them. Throws UsageError at anything else.
