@@ -1,31 +1,13 @@
-#include "device.h"
+#include "instead.h"
 
 #include <kv_upgrade.h>
 
 #include <algorithm>
-#include <optional>
 
 namespace
 {
 
-// The link's words in place of the device's.
-std::optional<sysLinkStatus> linkWords;
-
-} // namespace
-
-// The executable's functions come first.
-kvRc config_get_sys_link_status(sysLinkStatus *out)
-{
-    if (!linkWords)
-        return DEVICES(config_get_sys_link_status)(out);
-    *out = *linkWords;
-    return KV_OK;
-}
-
-namespace
-{
-
-using Misc = Device;
+using Misc = Twisted;
 
 TEST_F(Misc, TheLinksCodesAreTranslatedOrLeaveTheFieldAlone)
 {
@@ -38,7 +20,8 @@ TEST_F(Misc, TheLinksCodesAreTranslatedOrLeaveTheFieldAlone)
         {7, KEPT, 0, 1, 4, KEPT},       {0xFFFFFFFF, KEPT, 2, 2, 0xFFFFFFFF, KEPT},
     };
     for (const auto &row : rows) {
-        linkWords = {{11, row.speedCode, 22, 99, row.flagWord, row.modeWord, 99}};
+        answer<config_get_sys_link_status>(
+            sysLinkStatus{{11, row.speedCode, 22, 99, row.flagWord, row.modeWord, 99}});
         vexoSysInfo info;
         memset(&info, 0x5A, sizeof info);
         vexo_cmi_misc_sys_info_get(&info, 0, &result);
@@ -49,7 +32,6 @@ TEST_F(Misc, TheLinksCodesAreTranslatedOrLeaveTheFieldAlone)
         EXPECT_EQ(info.linkFlag, row.flag) << row.flagWord;
         EXPECT_EQ(info.linkMode, row.mode) << row.modeWord;
     }
-    linkWords.reset();
 }
 
 constexpr uint64_t SECOND = 1000000;

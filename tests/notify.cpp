@@ -22,10 +22,33 @@ std::vector<int> pausesSoFar()
     return pauses;
 }
 
+static kvRc process(kvRc (*real)())
+{
+    ++twist.processCalls;
+    if (twist.processFails > 0) {
+        --twist.processFails;
+        return 16;
+    }
+    if (twist.processStuck)
+        return KV_OK;
+    if (!twist.processHeld)
+        return real();
+    ++twist.holding;
+    while (twist.processHeld)
+        std::this_thread::sleep_for(1ms);
+    --twist.holding;
+    return KV_OK;
+}
+
 void untwist()
 {
     std::construct_at(&twist);
     pauses.clear();
+    insteadOfNothing();
+    instead<alarm_process_notification> = [] {
+        return process(DEVICES(alarm_process_notification));
+    };
+    instead<pmom_process_notification> = [] { return process(DEVICES(pmom_process_notification)); };
 }
 
 // The executable's functions come first.
@@ -54,24 +77,6 @@ int fcntl(int descriptor, int command, ...)
     return DEVICES(fcntl)(descriptor, command, argument);
 }
 
-static kvRc process(kvRc (*real)())
-{
-    ++twist.processCalls;
-    if (twist.processFails > 0) {
-        --twist.processFails;
-        return 16;
-    }
-    if (twist.processStuck)
-        return KV_OK;
-    if (!twist.processHeld)
-        return real();
-    ++twist.holding;
-    while (twist.processHeld)
-        std::this_thread::sleep_for(1ms);
-    --twist.holding;
-    return KV_OK;
-}
-
 int kv_log(int level, int module, const char *file, const char *function, int line,
            const char *format, ...)
 {
@@ -84,49 +89,6 @@ int kv_log(int level, int module, const char *file, const char *function, int li
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return DEVICES(kv_log)(level, module, file, function, line, "%s", text);
-}
-
-kvRc pmom_process_notification()
-{
-    return process(DEVICES(pmom_process_notification));
-}
-
-kvRc alarm_process_notification()
-{
-    return process(DEVICES(alarm_process_notification));
-}
-
-uint32_t GetObjectCount(objType type)
-{
-    if (type == OBJ_PDH && twist.noPorts)
-        return 0;
-    const uint32_t count = type == OBJ_PDH ? twist.ports : twist.groups;
-    return count ? count : DEVICES(GetObjectCount)(type);
-}
-
-kvRc config_get_pw_all_prov(pwProvList *out)
-{
-    const kvRc code = DEVICES(config_get_pw_all_prov)(out);
-    if (twist.listTooLong) {
-        std::fill(std::begin(out->pwIds), std::end(out->pwIds), uint16_t{1});
-        out->count = 0xFFFF;
-    }
-    return code;
-}
-
-kvRc config_get_pw(pwConfig *out, uint32_t pwId)
-{
-    twist.pwRecord = out;
-    return DEVICES(config_get_pw)(out, pwId);
-}
-
-kvRc config_get_ima_params(imaParams *out, uint32_t group)
-{
-    twist.groupRecord = out;
-    const kvRc code = DEVICES(config_get_ima_params)(out, group);
-    if (twist.groupsTooLong)
-        out->linkCount = 0x80000001;
-    return code;
 }
 
 static std::set<std::string> namesIn(const char *folder)

@@ -2,7 +2,7 @@
 #ifndef TESTS_NOTIFY_H
 #define TESTS_NOTIFY_H
 
-#include "device.h"
+#include "instead.h"
 
 #include <kv_alarm.h>
 
@@ -34,9 +34,6 @@ using namespace std::chrono_literals;
 
 // What the platform's functions do here beyond what they do by themselves.
 struct Twist {
-    std::atomic<uint32_t> ports{0}, groups{0}; // not 0: counts of objects
-    std::atomic<bool> listTooLong{false}, groupsTooLong{false};
-    std::atomic<bool> noPorts{false};
     std::atomic<int> processCalls{0};
     std::atomic<int> processFails{0};      // so many calls fail, and take nothing
     std::atomic<bool> processStuck{false}; // succeeds, and takes nothing
@@ -44,7 +41,6 @@ struct Twist {
     std::atomic<int> holding{0};
     std::atomic<void (*)()> atAlarmLog{nullptr}; // done before an alarm event is logged
     std::atomic<void (*)()> atMark{nullptr};     // done before a descriptor's flags are set
-    std::atomic<void *> pwRecord{nullptr}, groupRecord{nullptr}; // where they were last read to
 };
 inline Twist twist;
 

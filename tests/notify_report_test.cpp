@@ -81,8 +81,17 @@ TEST_F(NotifyReport, AReportHoldsTheCountersOfAllPortsThenPseudowiresThenGroups)
     for (const uint32_t link : {1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 60U})
         fillCounters(KV_SIM_LINK, link, INTERVAL, 0, 15);
 
+    static std::atomic<void *> pwRecord, groupRecord;
+    instead<config_get_pw> = [](pwConfig *out, uint32_t pwId) {
+        pwRecord = out;
+        return DEVICES(config_get_pw)(out, pwId);
+    };
+    instead<config_get_ima_params> = [](imaParams *out, uint32_t group) {
+        groupRecord = out;
+        return DEVICES(config_get_ima_params)(out, group);
+    };
     const auto told = report(INTERVAL);
-    EXPECT_EQ(twist.groupRecord, twist.pwRecord) << "they have one buffer, as large as the larger";
+    EXPECT_EQ(groupRecord, pwRecord) << "they have one buffer, as large as the larger";
     ASSERT_EQ(told.size(), 7u);
     auto record = told.begin();
 
@@ -227,9 +236,17 @@ TEST_F(NotifyReport, MoreObjectsThanTheRecordsHoldAreLeftOutWithALogRecord)
 {
     createPwe(VEXO_PWE_TYPE_TDM_1, 1);
     createGroup(1, {1, 2, 3, 4, 5, 6, 7, 8});
-    twist.ports = 0xFFFFFFFF;
-    twist.groups = 0xFFFFFFFF;
-    twist.listTooLong = twist.groupsTooLong = true;
+    instead<GetObjectCount> = [](objType) { return 0xFFFFFFFF; };
+    instead<config_get_pw_all_prov> = [](pwProvList *out) {
+        std::fill(std::begin(out->pwIds), std::end(out->pwIds), uint16_t{1});
+        out->count = 0xFFFF;
+        return KV_OK;
+    };
+    instead<config_get_ima_params> = [](imaParams *out, uint32_t group) {
+        const kvRc code = DEVICES(config_get_ima_params)(out, group);
+        out->linkCount = 0x80000001;
+        return code;
+    };
     failing("config_get_ima_params", 0x20000, 1, 0); // there is but the first group
 
     const auto told = report(1);
@@ -276,7 +293,7 @@ TEST_F(NotifyReport, AnEmptyDeviceReportsPortsAllTheSameAndWithoutAListenerNothi
     failing("pmom_pdh_pm_stat_get", 0x1000, 0, 0);
     const std::string noPort = "ports-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16";
     EXPECT_EQ(outline(report(1)), noPort);
-    twist.noPorts = true;
+    instead<GetObjectCount> = [](objType) { return 0U; };
     EXPECT_EQ(outline(report(1)), noPort) << "no port at all";
     vexo_cmi_pm_callback_register(nullptr);
     const int lists = callsOf("config_get_pw_all_prov");

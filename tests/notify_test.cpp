@@ -209,7 +209,7 @@ TEST_P(NotifyService, ItsCallbackCanBeReplacedFromOutsideAndFromInsideAtOnce)
     static std::atomic<uint32_t> inside;
     replaced = GetParam();
     inside = 0;
-    twist.ports = twist.groups = 1;
+    instead<GetObjectCount> = [](objType) { return 1U; };
     ASSERT_TRUE(start());
     inCallback = [] { (++inside % 10 ? replaced->start : replaced->mute)(); };
     std::atomic<bool> over{false};

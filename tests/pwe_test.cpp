@@ -1,4 +1,4 @@
-#include "device.h"
+#include "instead.h"
 
 #include <vexo_cmi/convert.h>
 
@@ -6,56 +6,6 @@
 #include <ostream>
 #include <set>
 #include <span>
-
-namespace
-{
-
-// What the platform answers instead of the device, and what it was sent.
-std::optional<pwConfig> stored;
-std::optional<pwConfig> added, changed;
-
-} // namespace
-
-// The executable's functions come first: records that no device holds can be put under the library.
-kvRc config_get_pw(pwConfig *out, uint32_t pwId)
-{
-    if (!stored)
-        return DEVICES(config_get_pw)(out, pwId);
-    *out = *stored;
-    return KV_OK;
-}
-
-kvRc config_get_pw_defaults(pwConfig *out, const pwDefaultsKey *key, uint32_t pwId)
-{
-    if (!stored)
-        return DEVICES(config_get_pw_defaults)(out, key, pwId);
-    *out = *stored;
-    return KV_OK;
-}
-
-kvRc config_add_pw(const pwConfig *in, uint32_t pwId)
-{
-    if (!stored)
-        return DEVICES(config_add_pw)(in, pwId);
-    added = *in;
-    return KV_OK;
-}
-
-kvRc config_set_pw(const pwConfig *in, uint32_t pwId)
-{
-    if (!stored)
-        return DEVICES(config_set_pw)(in, pwId);
-    changed = *in;
-    return KV_OK;
-}
-
-kvRc config_get_pw_oper_state(operState *out, uint32_t pwId)
-{
-    if (!stored)
-        return DEVICES(config_get_pw_oper_state)(out, pwId);
-    *out = operState{3};
-    return KV_OK;
-}
 
 namespace
 {
@@ -279,10 +229,32 @@ std::vector<Case> cases(bool read)
     return all;
 }
 
-class PweRecord : public Device
+class PweRecord : public Twisted
 {
   protected:
-    void TearDown() override { stored.reset(); }
+    void SetUp() override
+    {
+        Twisted::SetUp();
+        added.reset();
+        changed.reset();
+        answer<config_get_pw_oper_state>(operState{3});
+        instead<config_add_pw> = [](const pwConfig *in, uint32_t) {
+            added = *in;
+            return KV_OK;
+        };
+        instead<config_set_pw> = [](const pwConfig *in, uint32_t) {
+            changed = *in;
+            return KV_OK;
+        };
+    }
+
+    // What the platform has, and what it was sent.
+    static void store(const pwConfig &record)
+    {
+        answer<config_get_pw>(record);
+        answer<config_get_pw_defaults>(record);
+    }
+    static inline std::optional<pwConfig> added, changed;
 
     static constexpr uint8_t PLATFORMS = 0x77;
 
@@ -309,13 +281,14 @@ class PweRecord : public Device
 TEST_F(PweRecord, IsSetFieldByField)
 {
     constexpr uint32_t PW = 77;
-    stored = filled<pwConfig>(PLATFORMS);
+    const auto before = filled<pwConfig>(PLATFORMS);
+    store(before);
     for (const Case &set : cases(false))
         for (const uint32_t action : {0u, 2u, 3u}) {
             SCOPED_TRACE(set);
             vexoPweParams params = set.params();
             params.pweAction = vexoPweAction{action};
-            pwConfig expected = *stored;
+            pwConfig expected = before;
             expected.pweType = vexoPweType_to_pweType(params.pweType);
             expected.adminStatus = adminStatus{2};
             expected.pwId = PW;
@@ -338,7 +311,7 @@ TEST_F(PweRecord, IsReadFieldByField)
 {
     for (const Case &read : cases(true)) {
         SCOPED_TRACE(read);
-        stored = holding(read);
+        store(holding(read));
         vexoPweParamsInfo expected{};
         expected.pweType = vexoPweType{read.type};
         expected.pweAction = VEXO_PWE_ACTION_CREATE;
@@ -368,7 +341,7 @@ TEST_F(PweRecord, ChangesOnlyInASingleAttributeThatIsSet)
         SCOPED_TRACE(set);
         auto before = filled<pwConfig>(PLATFORMS);
         before.pweType = vexoPweType_to_pweType(vexoPweType{set.type});
-        stored = before;
+        store(before);
         changed.reset();
         const vexoPweParams params = set.params();
 
@@ -413,11 +386,12 @@ TEST_F(PweRecord, GivesSingleAttributesAsInTheWhole)
 {
     for (const Case &read : cases(true)) {
         SCOPED_TRACE(read);
-        stored = holding(read);
+        pwConfig record = holding(read);
         if (read.isTdm()) {
-            stored->jitterBufferSize = 1111;
-            stored->payloadSize = 2222;
+            record.jitterBufferSize = 1111;
+            record.payloadSize = 2222;
         }
+        store(record);
         vexoPweParamsInfo whole{};
         read.extract(whole, {VLAN, PSN, RTP});
         struct {
@@ -450,9 +424,10 @@ TEST_F(PweRecord, IsReadAsOffOrClearWhereAFieldIsNot1)
 {
     for (const uint32_t word : {0u, 2u}) {
         const auto read = [&](pweType type) {
-            stored = pwConfig{};
-            stored->pweType = type;
-            stored->rtpEnable = stored->serviceFlag = stored->atmFlag1 = stored->atmFlag2 = word;
+            pwConfig record{};
+            record.pweType = type;
+            record.rtpEnable = record.serviceFlag = record.atmFlag1 = record.atmFlag2 = word;
+            store(record);
             vexoPweParamsInfo info;
             vexo_cmi_pwe_params_get(&info, 1, &result);
             return info.service;
@@ -476,7 +451,7 @@ TEST_F(PweRecord, HasItsCrossConnectsClampedToItsRoom)
         for (uint16_t i = 0; i < PW_ATM_XC_MAX; ++i)
             record.atmXc[i] = {uint16_t(i + 100), uint16_t(i + 200), uint16_t(i + 300),
                                uint16_t(i + 400), pweAtmXcType{i}};
-        stored = record;
+        store(record);
         vexoPweAtmXc xc[VEXO_PWE_ATM_XC_MAX + 1];
         memset(xc, 0x5A, sizeof xc);
         uint32_t used = 99;

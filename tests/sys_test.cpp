@@ -1,37 +1,9 @@
-#include "device.h"
-
-#include <optional>
+#include "instead.h"
 
 namespace
 {
 
-// Records in place of the device's.
-std::optional<sysParams> params;
-std::optional<sysStatus> status;
-
-} // namespace
-
-// The executable's functions come first.
-kvRc config_get_system_params(sysParams *out)
-{
-    if (!params)
-        return DEVICES(config_get_system_params)(out);
-    *out = *params;
-    return KV_OK;
-}
-
-kvRc config_get_sys_status(sysStatus *out)
-{
-    if (!status)
-        return DEVICES(config_get_sys_status)(out);
-    *out = *status;
-    return KV_OK;
-}
-
-namespace
-{
-
-using Sys = Device;
+using Sys = Twisted;
 
 TEST_F(Sys, ARefusalCarriesThePlatformsText)
 {
@@ -58,10 +30,11 @@ TEST_F(Sys, InventoryTakesEachTextFromItsPlaceAndSplitsTheNumber)
 
 TEST_F(Sys, TextsAndNumbersAreCutToTheirFields)
 {
-    params.emplace();
-    memset(&*params, 'x', sizeof *params);
-    params->number = 0xFFFFFFFF;
-    params->operState = operState{6};
+    sysParams params;
+    memset(&params, 'x', sizeof params);
+    params.number = 0xFFFFFFFF;
+    params.operState = operState{6};
+    answer<config_get_system_params>(params);
     vexoSysInventory inventory;
     vexo_cmi_sys_inventory_get(&inventory, &result);
     EXPECT_EQ(inventory.text1, std::string(31, 'x'));
@@ -74,7 +47,6 @@ TEST_F(Sys, TextsAndNumbersAreCutToTheirFields)
     vexoModuleState state;
     vexo_cmi_sys_oper_state_get(&state, &result);
     EXPECT_EQ(state, VEXO_MODULE_STATE_5);
-    params.reset();
 }
 
 TEST_F(Sys, StatusPutsTheVersionsBehindTheFirstValues)
@@ -82,10 +54,9 @@ TEST_F(Sys, StatusPutsTheVersionsBehindTheFirstValues)
     sysStatus record;
     ASSERT_EQ(config_get_sys_status(&record), KV_OK);
     record.operState = operState{6};
-    status = record;
+    answer<config_get_sys_status>(record);
     vexoSysStatus read;
     vexo_cmi_sys_status_get(&read, &result);
-    status.reset();
     EXPECT_OK(result);
     EXPECT_EQ(read.state, VEXO_MODULE_STATE_5);
     for (uint32_t i = 0; i < 13; ++i)
