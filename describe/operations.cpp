@@ -101,8 +101,9 @@ constexpr Operation OPERATIONS[] = {
               "adminStatus=1 dstMac=02:00:5e:00:00:12 vlan.mode=untagged psn.psnType=2 a.circuit=1 "
               "a.atmMode=1 a.atmType=1 a.atmClpMode=1 a.atmParam1=0 a.atmParam2=0",
               {"params"}, {"pwId"}),
-    OPERATION(vexo_cmi_pwe_params_get, "config_get_pw config_get_pw_oper_state", "pwId=17",
-              {"info"}, {"pwId"}),
+    OPERATION(vexo_cmi_pwe_params_get,
+              "provisioned: config_get_pw config_get_pw_oper_state | else: config_get_pw",
+              "pwId=17", {"info"}, {"pwId"}),
     OPERATION(vexo_cmi_pwe_admin_set, "config_set_pw_admin", "pwId=17 status=2", {"status"},
               {"pwId"}),
     OPERATION(vexo_cmi_pwe_admin_get, "config_get_pw_admin", "pwId=17", {"status"}, {"pwId"}),
