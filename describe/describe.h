@@ -31,6 +31,23 @@ struct Argument {
     bool isArray() const { return count > 1; }
 };
 
+// What an operation is to the configuration of its object or, without one, of the system.
+enum class Use {
+    action,  // does something that is not read back as a setting
+    state,   // tells what changes by itself
+    setting, // sets what is kept, or tells it: of what a getter tells, what a setter takes
+    part,    // the same of what another operation sets or tells with more, or without a side effect
+    adds,    // an element of a list that a setting tells
+    removes, // such an element
+};
+
+struct Role {
+    Use use = Use::action;
+    // The list; or the setting of the system, where that isn't what the operation's name tells.
+    const char *name = nullptr;
+    const char *with = nullptr; // the part that an object must have for this setting
+};
+
 struct Operation {
     const char *name;
     // The platform's functions that it calls when all goes well, by the cases in which they differ:
@@ -42,6 +59,7 @@ struct Operation {
     const char *example;
     std::span<const Argument> arguments; // but for the result
     void (*call)(void *const *arguments, vexoResult *result);
+    Role role = {};
 };
 
 struct Case {
@@ -56,6 +74,8 @@ std::vector<Case> casesOf(const Operation &operation, uint32_t links);
 
 std::span<const Operation> operations();
 const Operation *find(std::string_view name);
+// The argument that is the number of a port, pseudowire or group; null when there is none.
+const Argument *objectOf(const Operation &operation);
 
 // All records, for checks over the rows.
 std::span<const Type *const> records();
@@ -123,9 +143,11 @@ struct Named {
 };
 
 template <auto function, class Names>
-constexpr Operation operation(const char *name, const char *calls, const char *example, Names)
+constexpr Operation operation(const char *name, Role role, const char *calls, const char *example,
+                              Names)
 {
-    return {name, calls, example, Named<function, Names>::arguments, OperationRow<function>::call};
+    return {name, calls, example, Named<function, Names>::arguments, OperationRow<function>::call,
+            role};
 }
 
 constexpr std::array<Argument, 0> names()
@@ -139,10 +161,10 @@ constexpr std::array<Argument, count> names(const Argument (&arguments)[count])
     return std::to_array(arguments);
 }
 
-// OPERATION(vexo_cmi_area_object_verb, "calls", "example", {"argument"}, ...): a name for every
-// argument but the result.
-#define OPERATION(function, calls, example, ...)                                                   \
-    describe::operation<&function>(#function, calls, example,                                      \
+// OPERATION(vexo_cmi_area_object_verb, ROLE, "calls", "example", {"argument"}, ...): a name for
+// every argument but the result.
+#define OPERATION(function, role, calls, example, ...)                                             \
+    describe::operation<&function>(#function, role, calls, example,                                \
                                    [] { return describe::names(__VA_OPT__({__VA_ARGS__})); })
 
 } // namespace describe

@@ -218,7 +218,7 @@ constexpr bool deletesGroup(const vexoImaGroupSet &group)
 }
 
 constexpr const char *MODIFY = "left out, it is modify";
-RECORD(vexoPweParams, F(pweType), F(pweAction, .leftOut = MODIFY, .alone = on<deletes>),
+RECORD(vexoPweParams, F(pweType, .fixed = true), F(pweAction, .leftOut = MODIFY, .alone = on<deletes>),
        F(adminStatus), F(dstMac), F(reserved, .hidden = true), F(vlan), F(psn), T1<Record>,
        T2<Record>, ATM<Record>)
 

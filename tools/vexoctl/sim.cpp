@@ -312,7 +312,7 @@ namespace
 {
 
 #define CALL(name, function, example, ...)                                                         \
-    describe::operation<&function>(name, "", example,                                              \
+    describe::operation<&function>(name, {}, "", example,                                          \
                                    [] { return describe::names(__VA_OPT__({__VA_ARGS__})); })
 #define COMMAND(function, ...) CALL(#function, function, __VA_ARGS__)
 #define FORWARD(function, ...)                                                                     \
