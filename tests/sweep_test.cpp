@@ -1,6 +1,6 @@
 // What holds for every operation, over the rows that describe them: a new operation joins by its
 // row.
-#include "device.h"
+#include "instead.h"
 
 #include <describe.h>
 #include <platform.h>
@@ -23,6 +23,7 @@ constexpr uint8_t UNTOUCHED = 0xFF;
 constexpr size_t RED_ZONE = 64;
 constexpr size_t TEXT_SIZE = 32;
 constexpr uint32_t GROUP_LINKS = 2;
+constexpr uint32_t USED = 5; // the variant of what is there before
 constexpr kvRc INJECTED = 128;
 constexpr vexoRc INJECTED_RC = VEXO_RC_FAILURE_8;
 
@@ -62,6 +63,16 @@ bool hasCodeText(const std::string &operation, const std::string &function)
            operation.starts_with("vexo_cmi_ima_alarms");
 }
 
+// What follows from what other functions of the platform tell; and the field that the setters of
+// the administrative status change in a record that their getters don't read.
+const std::set<std::string> FOLLOWING = {"config_get_pdh_admin", "config_get_pdh_oper_state",
+                                         "config_get_pw_admin", "config_get_pw_oper_state",
+                                         "config_get_pw_all_prov"};
+bool isToldTwice(const std::string &setter, const std::string &field)
+{
+    return setter.ends_with("_admin_set") && field == ".adminStatus";
+}
+
 // Fills what is given with numbers of their own and members of the enumerations; another variant
 // gives others.
 class Filler
@@ -99,7 +110,7 @@ class Filler
         else if (type.kind == Kind::text)
             snprintf(reinterpret_cast<char *>(value), TEXT_SIZE, "text %u", variant_);
         else if (type.kind == Kind::enumeration && name.ends_with("Action"))
-            put(value, variant_ == 0 ? VEXO_PWE_ACTION_MODIFY : VEXO_PWE_ACTION_CREATE);
+            put(value, variant_ % USED == 0 ? VEXO_PWE_ACTION_MODIFY : VEXO_PWE_ACTION_CREATE);
         else if (type.kind == Kind::enumeration)
             put(value, type.first + variant_ % (type.last - type.first + 1));
         else if (name == "tpid")
@@ -134,20 +145,23 @@ class Filler
     uint32_t filled_ = 0;
 };
 
-// Bytes by their names, "params.vlan.mode" without what stands for the whole.
-using Leaves = std::map<std::string, std::vector<uint8_t>>;
-
-void addLeaves(Leaves &leaves, const describe::Type &type, const std::string &name,
-               const uint8_t *value)
+// Hands what a value is made of to `use`, by its name, ".vlan.mode" of a record, its type and where
+// it stands.
+template <class Use>
+void forEachLeaf(const describe::Type &type, const std::string &name, const uint8_t *value, Use use)
 {
-    if (type.kind == Kind::text)
-        leaves[name] = {value, value + strlen(reinterpret_cast<const char *>(value))};
-    else if (type.kind != Kind::record)
-        leaves[name] = {value, value + type.size};
+    if (type.kind != Kind::record)
+        use(name, type, value);
     for (const describe::Field &field : type.fields)
-        if (!field.options.when || field.options.when(value))
-            addLeaves(leaves, *field.type, name + "." + field.name, value + field.offset);
+        for (uint32_t i = 0; i < field.count; ++i)
+            if (!field.options.when || field.options.when(value))
+                forEachLeaf(*field.type,
+                            name + "." + field.name + (i ? " " + std::to_string(i) : ""),
+                            value + field.offset + i * field.type->size, use);
 }
+
+using Bytes = std::vector<uint8_t>;
+using Leaves = std::map<std::string, Bytes>;
 
 // One call with outputs between red zones.
 class Invocation
@@ -204,8 +218,13 @@ class Invocation
             const Argument &argument = operation_.arguments[i];
             const bool isRecord = argument.type->kind == Kind::record;
             if (argument.direction == direction)
-                addLeaves(found, *argument.type, isRecord ? "" : "." + std::string{argument.name},
-                          value(i));
+                forEachLeaf(*argument.type, isRecord ? "" : "." + std::string{argument.name},
+                            value(i), [&](auto &name, auto &type, const uint8_t *leaf) {
+                                const auto *text = reinterpret_cast<const char *>(leaf);
+                                const size_t size =
+                                    type.kind == Kind::text ? strlen(text) : type.size;
+                                found[name] = {leaf, leaf + size};
+                            });
         }
         return found;
     }
@@ -215,7 +234,83 @@ class Invocation
     std::vector<std::vector<uint8_t>> storage_;
 };
 
-class EveryOperation : public Device
+// A function of the platform that fills a value, of an object or of the system.
+struct Reader {
+    std::string name;
+    const describe::Type &type;
+    std::function<bool(Bytes &value, uint32_t object)> read; // false: it has none
+    void (*answer)(const Bytes &value);                      // instead of the device, from now on
+};
+
+template <class Value>
+concept Filled = std::is_object_v<Value> && !std::is_const_v<Value>;
+
+template <auto function, Filled Value, std::same_as<uint32_t>... Object>
+void addReader(std::vector<Reader> &readers, const describe::platform::Function &row,
+               kvRc (*)(Value *, Object...))
+{
+    const auto read = [](Bytes &value, auto... object) {
+        value.resize(sizeof(Value));
+        return function(reinterpret_cast<Value *>(value.data()), object...) == KV_OK;
+    };
+    const auto answerBytes = [](const Bytes &value) {
+        answer<function>(*reinterpret_cast<const Value *>(value.data()));
+    };
+    if constexpr (sizeof...(Object) == 0)
+        readers.push_back({row.name, *row.arguments[0].type,
+                           [=](Bytes &value, uint32_t object) { return !object && read(value); },
+                           answerBytes});
+    else if constexpr (sizeof...(Object) == 1)
+        readers.push_back({row.name, *row.arguments[0].type, read, answerBytes});
+}
+
+template <auto function>
+void addReader(std::vector<Reader> &, const describe::platform::Function &, ...)
+{
+}
+
+std::vector<Reader> allReaders()
+{
+    std::vector<Reader> readers;
+#define READER(library, kind, returns, function, ...)                                              \
+    if (!FOLLOWING.contains(#function))                                                            \
+        addReader<&function>(readers, *describe::platform::find(#function), &function);
+    LIBRARY_FUNCTIONS(READER)
+    return readers;
+}
+
+// By the function that tells it, and the object.
+using State = std::map<std::pair<const Reader *, uint32_t>, Bytes>;
+
+State state()
+{
+    static const std::vector<Reader> readers = allReaders();
+    State found;
+    for (const Reader &reader : readers)
+        for (const uint32_t object : {0U, 1U, 2U, 3U})
+            if (Bytes value; reader.read(value, object))
+                found[{&reader, object}] = value;
+    return found;
+}
+
+// Of the getter of what an operation sets; empty when it sets nothing, or that can't be read.
+std::string getterNameOf(const Operation &setter)
+{
+    // Of the alarms of IMA groups and links both are set, and one read.
+    static const std::set<std::string> withoutGetter = {
+        "vexo_cmi_sys_tod_set", "vexo_cmi_ima_alarms_set", "vexo_cmi_misc_dbg_mode_set",
+        "vexo_cmi_misc_tpgm_init"};
+    std::string name = setter.name;
+    const auto replaceEnd = [&](const std::string &end, const char *by) {
+        if (name.ends_with(end))
+            name.replace(name.size() - end.size(), end.size(), by);
+    };
+    replaceEnd("_set", "_get");
+    replaceEnd("_init", "_info_get");
+    return name == setter.name || withoutGetter.contains(setter.name) ? "" : name;
+}
+
+class EveryOperation : public Twisted
 {
   protected:
     // A device on which every operation of the sweep succeeds.
@@ -229,9 +324,13 @@ class EveryOperation : public Device
         createGroup(1, {1, 2}); // GROUP_LINKS
     }
 
-    void prepareFor(const Operation &operation, uint32_t variant = 0)
+    // On a used device all else that can be set has been set.
+    void prepareFor(const Operation &operation, uint32_t variant = 0, bool used = false)
     {
         ASSERT_NO_FATAL_FAILURE(prepare());
+        for (const Operation &setter : describe::operations())
+            if (used && &setter != &operation && !getterNameOf(setter).empty())
+                Invocation{setter, USED}.call(nullptr);
         const std::string name = operation.name;
         // What is added or created must not be there.
         if (name == "vexo_cmi_pwe_atmop_xc_set")
@@ -355,24 +454,14 @@ TEST_F(EveryOperation, StopsAtTheFirstFailureAndReportsIt)
 // Whatever was delivered, it can't be all of the values.
 TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
 {
-    const std::set<std::string> notReadBack = {".pweAction", ".imaAction", ".reserved", ".state",
-                                               ".port",      ".pwId",      ".groupId"};
-    // Those that no getter gives back; of the alarms of IMA groups and links both are set, and one
-    // read.
-    const std::set<std::string> withoutGetter = {"vexo_cmi_sys_tod_set", "vexo_cmi_ima_alarms_set",
-                                                 "vexo_cmi_misc_dbg_mode_set",
-                                                 "vexo_cmi_misc_tpgm_init"};
+    const std::set<std::string> notReadBack = {".pweAction",  ".imaAction", ".reserved",
+                                               ".reserved 1", ".state",     ".port",
+                                               ".pwId",       ".groupId"};
     for (const Operation &setter : describe::operations()) {
-        std::string name = setter.name;
-        const auto replaceEnd = [&](const std::string &end, const char *by) {
-            if (name.ends_with(end))
-                name.replace(name.size() - end.size(), end.size(), by);
-        };
-        replaceEnd("_set", "_get");
-        replaceEnd("_init", "_info_get");
-        if (name == setter.name || withoutGetter.contains(setter.name))
-            continue;
         SCOPED_TRACE(setter.name);
+        const std::string name = getterNameOf(setter);
+        if (name.empty())
+            continue;
         const Operation *getter = describe::find(name);
         ASSERT_NE(getter, nullptr)
             << "describe/operations.cpp has no row of " << name << "; if there is no getter, "
@@ -395,6 +484,59 @@ TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
                 }
         }
     }
+}
+
+// Whether a getter answers otherwise when some bytes of what it reads are those of another value.
+bool tells(const Operation &getter, const Reader &reader, const Bytes &value, const Bytes &other,
+           ptrdiff_t offset, size_t size)
+{
+    const auto answerOn = [&](const Bytes &read) {
+        reader.answer(read);
+        Invocation get{getter};
+        get.call(nullptr);
+        insteadOfNothing();
+        return get.outputs();
+    };
+    Bytes mixed = value;
+    std::copy_n(other.begin() + offset, size, mixed.begin() + offset);
+    return answerOn(mixed) != answerOn(value);
+}
+
+// A neighbour that changes as well would be a field that makes no difference to the getter.
+TEST_F(EveryOperation, ThatSetsChangesNothingOnThePlatformButWhatItsGetterTells)
+{
+    for (const Operation &setter : describe::operations())
+        for (const uint32_t variant : {0U, 1U}) {
+            const Operation *getter = describe::find(getterNameOf(setter));
+            if (!getter)
+                continue;
+            ASSERT_NO_FATAL_FAILURE(prepareFor(setter, variant, true));
+            const State before = state();
+            Invocation{setter, variant}.call(&result);
+            ASSERT_OK(result) << setter.name;
+            const State after = state();
+            for (const auto &[place, was] : before) {
+                if (!after.contains(place))
+                    continue;
+                const auto &[reader, object] = place;
+                const Bytes &is = after.at(place);
+                const auto check = [&](auto &name, auto &type, ptrdiff_t offset) {
+                    if (!isToldTwice(setter.name, name) &&
+                        memcmp(&was[offset], &is[offset], type.size) != 0) {
+                        EXPECT_TRUE(tells(*getter, *reader, was, is, offset, type.size) ||
+                                    tells(*getter, *reader, is, was, offset, type.size))
+                            << setter.name << " changes " << name << " of what " << reader->name
+                            << " tells of " << object << ", and " << getter->name
+                            << " doesn't tell that";
+                    }
+                };
+                for (const Bytes *value : {&was, &is}) // a field may be there in one of them only
+                    forEachLeaf(reader->type, "", value->data(),
+                                [&](auto &name, auto &type, const uint8_t *leaf) {
+                                    check(name, type, leaf - value->data());
+                                });
+            }
+        }
 }
 
 // What is passed on without being read first: the calls as "function argument ... record word ...".
