@@ -1,6 +1,9 @@
 // Files of the simulated device: a used one, cut or grown, with other bytes in places.
 #include "../hostile/device_use.h"
 
+#include <state.h>
+
+#include <cstddef>
 #include <cstring>
 
 namespace
@@ -11,8 +14,23 @@ using namespace hostile;
 std::string folder, path;
 Bytes sound;
 
-// What an input is read as: the size of the file, then places and what is there instead. Zeros, and
-// an input that ends early, change nothing.
+// Where the parts of a device begin, so that an input means the same whatever the layout; only ever
+// added to.
+constexpr size_t PARTS[] = {
+    offsetof(sim::State, head),     offsetof(sim::State, lock),
+    offsetof(sim::State, undo),     offsetof(sim::State, initialised),
+    offsetof(sim::State, system),   offsetof(sim::State, ports),
+    offsetof(sim::State, pws),      offsetof(sim::State, groups),
+    offsetof(sim::State, links),    offsetof(sim::State, pmEpoch),
+    offsetof(sim::State, upgrade),  offsetof(sim::State, clock),
+    offsetof(sim::State, services), offsetof(sim::State, faultCount),
+    offsetof(sim::State, faults),   offsetof(sim::State, journalLast),
+    offsetof(sim::State, logLast),  offsetof(sim::State, log),
+};
+
+// What an input is read as: the size of the file, negative by how much it is too long; then places,
+// each a part and how far behind its beginning, and what is there instead. Zeros, and an input that
+// ends early, change nothing.
 class Recipe
 {
   public:
@@ -21,10 +39,13 @@ class Recipe
     Bytes applied()
     {
         Bytes bytes = sound;
-        if (const uint32_t size = word())
-            bytes.resize(size % (sound.size() + 4096));
+        if (const auto size = static_cast<int32_t>(word()); size < 0)
+            bytes.resize(sound.size() + static_cast<size_t>(-int64_t{size}) % 4096);
+        else if (size > 0)
+            bytes.resize(static_cast<size_t>(size) % sound.size());
         while (at_ < end_ && !bytes.empty()) {
-            const size_t place = word() % bytes.size();
+            const size_t part = PARTS[word() % std::size(PARTS)];
+            const size_t place = (part + word()) % bytes.size();
             const size_t count = std::min<size_t>(word() % 64, static_cast<size_t>(end_ - at_));
             const size_t room = std::min(count, bytes.size() - place);
             memcpy(&bytes[place], at_, room);
