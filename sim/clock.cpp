@@ -21,11 +21,12 @@ constexpr uint32_t REPORTED_INTERVALS = 3;
 
 constexpr uint64_t LOAD_STATE_TIME = 5 * SECOND;
 
+// In nanoseconds.
 uint64_t hostTime(clockid_t clock)
 {
     timespec now;
     clock_gettime(clock, &now);
-    return static_cast<uint64_t>(now.tv_sec) * SECOND + static_cast<uint64_t>(now.tv_nsec) / 1000;
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
 // Tells one run of the host from another; empty where the host doesn't say.
@@ -43,7 +44,7 @@ void readBoot(char (&boot)[sizeof Clock::boot])
 void anchor(Clock &clock, uint64_t uptime)
 {
     clock.uptime = uptime;
-    clock.anchor = hostTime(CLOCK_MONOTONIC);
+    clock.anchor = hostMonotonic() / 1000;
 }
 
 void schedule(Clock &clock, uint32_t index, uint64_t now)
@@ -56,23 +57,45 @@ void schedule(Clock &clock, uint32_t index, uint64_t now)
 void advanceLoad(Transaction &device)
 {
     const Upgrade &load = device->upgrade;
-    while (isLoading(load) && uptime(*device) - load.since >= LOAD_STATE_TIME)
+    while (isLoading(load) && device->clock.seen - load.since >= LOAD_STATE_TIME)
         reachLoadState(device, load.state + 1, load.since + LOAD_STATE_TIME);
 }
 
 } // namespace
 
-uint64_t uptime(State &state)
+uint64_t hostMonotonic()
+{
+    return hostTime(CLOCK_MONOTONIC);
+}
+
+uint64_t hostTimeOfDay(uint64_t monotonic)
+{
+    constexpr uint64_t AGE = 10000000;
+    static std::atomic<uint64_t> difference, until;
+    if (monotonic >= until.load(std::memory_order_acquire)) {
+        difference.store(hostTime(CLOCK_REALTIME) - monotonic, std::memory_order_relaxed);
+        until.store(monotonic + AGE, std::memory_order_release);
+    }
+    return (monotonic + difference.load(std::memory_order_relaxed)) / 1000;
+}
+
+uint64_t uptime(State &state, uint64_t monotonic)
 {
     Clock &clock = state.clock;
-    const uint64_t host = clock.stopped ? 0 : hostTime(CLOCK_MONOTONIC);
+    const uint64_t host = clock.stopped ? 0 : monotonic / 1000;
     clock.seen = clock.uptime + (host > clock.anchor ? host - clock.anchor : 0);
     return clock.seen;
 }
 
+uint64_t seenTime(const State &state)
+{
+    return std::min(state.clock.offset + state.clock.seen, CLOCK_END);
+}
+
 uint64_t deviceTime(State &state)
 {
-    return std::min(state.clock.offset + uptime(state), CLOCK_END);
+    uptime(state);
+    return seenTime(state);
 }
 
 void startClock(State &state)
@@ -80,7 +103,7 @@ void startClock(State &state)
     Clock &clock = state.clock;
     anchor(clock, 1);
     clock.seen = clock.uptime;
-    clock.offset = hostTime(CLOCK_REALTIME) / SECOND * SECOND - clock.uptime;
+    clock.offset = hostTime(CLOCK_REALTIME) / 1000 / SECOND * SECOND - clock.uptime;
     readBoot(clock.boot);
 }
 
@@ -152,10 +175,11 @@ kvRc endInterval(Transaction &device, uint32_t interval, uint64_t times)
                : KV_OK;
 }
 
-kvRc tick(Transaction &device)
+kvRc tick(Transaction &device, uint64_t monotonic)
 {
+    uptime(*device, monotonic);
     advanceLoad(device);
-    const uint64_t now = deviceTime(*device);
+    const uint64_t now = seenTime(*device);
     if (nextEndUntil(*device, now)) {
         Clock &clock = device.modify(device->clock);
         for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {

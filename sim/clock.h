@@ -12,8 +12,13 @@ constexpr uint64_t SECOND = 1000000;
 // The device clock stops there: at the end of the year 9999.
 constexpr uint64_t CLOCK_END = 253402300799 * SECOND;
 
+// The host's clock that is never set, in nanoseconds; and its time of day, in microseconds, at a
+// time of that one: when it is set this shows within 10 ms.
+uint64_t hostMonotonic();
+uint64_t hostTimeOfDay(uint64_t monotonic);
+
 // The device time that has passed, however the clock was set meanwhile; never 0.
-uint64_t uptime(State &state);
+uint64_t uptime(State &state, uint64_t monotonic = hostMonotonic());
 
 // Starts the clock of a new device by the host's time; lets that of a device that nobody used go on
 // from where it was last seen when the host has been started anew since.

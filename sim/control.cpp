@@ -1,6 +1,7 @@
 // Control of the simulated device.
+#include "control.h"
+
 #include "clock.h"
-#include "entry.h"
 #include "notification.h"
 #include "objects.h"
 #include "pm.h"
@@ -15,21 +16,6 @@ using describe::platform::functions;
 
 namespace
 {
-
-// Runs a command as a transaction, by the device clock as it stands; committed when it returns
-// KV_OK.
-template <class Command>
-int control(Command command)
-{
-    Transaction device;
-    if (!device)
-        return -1;
-    tick(device);
-    if (command(device) != KV_OK)
-        return -1;
-    device.commit();
-    return 0;
-}
 
 // Uses a word of an object's PM counters in the running interval, behind those that every record
 // begins with.
@@ -197,38 +183,6 @@ unsigned kv_sim_hanging(void)
 const char *kv_sim_function(unsigned index)
 {
     return index < FUNCTION_COUNT ? functions()[index].name : nullptr;
-}
-
-uint64_t kv_sim_journal_last(void)
-{
-    Transaction device;
-    return device ? device->journalLast : 0;
-}
-
-int kv_sim_journal_get(uint64_t number, kvSimCall *call)
-{
-    return control([=](Transaction &device) {
-        const JournalEntry &entry = device->journal[number % JOURNAL];
-        if (number == 0 || number > device->journalLast || entry.number != number ||
-            entry.function >= FUNCTION_COUNT)
-            return fail(NO_OBJECT, "call %llu is not in the journal",
-                        static_cast<unsigned long long>(number));
-        *call = {};
-        call->number = entry.number;
-        call->process = entry.process;
-        call->pending = entry.thread;
-        call->code = entry.code;
-        call->function = functions()[entry.function].name;
-        for (const auto &argument : functions()[entry.function].arguments) {
-            if (argument.isPointer)
-                continue;
-            call->args[call->argCount] = entry.args[call->argCount];
-            call->argNames[call->argCount++] = argument.name;
-        }
-        call->recordSize = std::min<uint32_t>(entry.recordSize, KV_SIM_RECORD_SIZE);
-        memcpy(call->record, entry.record, sizeof call->record);
-        return KV_OK;
-    });
 }
 
 uint64_t kv_sim_clock_get(void)

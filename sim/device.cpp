@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -34,6 +35,7 @@ __attribute__((tls_model("initial-exec"))) thread_local struct {
 
 std::mutex openMutex;
 State *opened;
+uint32_t callsKept; // by the opened device's journal, whatever the file says later
 bool inFile;
 bool heldForFork;
 
@@ -70,6 +72,11 @@ struct Mark {
     uint32_t size;
 };
 
+size_t deviceSize()
+{
+    return sizeof(State) + journalSize(callsKept);
+}
+
 void putBack(State &state, uint32_t used)
 {
     auto *base = reinterpret_cast<uint8_t *>(&state);
@@ -80,7 +87,7 @@ void putBack(State &state, uint32_t used)
         used -= static_cast<uint32_t>(sizeof mark);
         memcpy(&mark, state.undo.bytes + used, sizeof mark);
         if (mark.size > used || mark.offset < offsetof(State, faultGeneration) ||
-            mark.offset > sizeof(State) || mark.size > sizeof(State) - mark.offset)
+            mark.offset > deviceSize() || mark.size > deviceSize() - mark.offset)
             break; // nothing that this device wrote
         used -= mark.size;
         memcpy(base + mark.offset, state.undo.bytes + used, mark.size);
@@ -101,12 +108,30 @@ void forgetProcesses(State &state)
 
 State *map(int flags, int descriptor)
 {
-    void *memory = mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, flags, descriptor, 0);
+    void *memory = mmap(nullptr, deviceSize(), PROT_READ | PROT_WRITE, flags, descriptor, 0);
     return memory == MAP_FAILED ? nullptr : static_cast<State *>(memory);
+}
+
+// KV_SIM_JOURNAL: how many calls the journal of a device that is being made holds.
+bool readCalls()
+{
+    const char *given = getenv("KV_SIM_JOURNAL");
+    callsKept = JOURNAL_CALLS;
+    if (!given || !*given)
+        return true;
+    const char *end = given + strlen(given);
+    const auto [stopped, error] = std::from_chars(given, end, callsKept);
+    if (error == std::errc{} && stopped == end && callsKept > 0 && callsKept <= JOURNAL_LARGEST)
+        return true;
+    fail(NO_DEVICE, "KV_SIM_JOURNAL is '%.20s', not a number of calls from 1 to %u", given,
+         JOURNAL_LARGEST);
+    return false;
 }
 
 State *openPrivate()
 {
+    if (!readCalls())
+        return nullptr;
     State *state = map(MAP_PRIVATE | MAP_ANONYMOUS, -1);
     if (!state) {
         fail(NO_DEVICE, "no memory for the simulated device: %s", strerror(errno));
@@ -166,9 +191,14 @@ bool isDevice(const char *path, int descriptor, bool inUse, bool &blank)
     blank = head.size == 0;
     if (blank && inUse)
         return refuse(path, "others use it, and it has been emptied");
-    if (!blank && head.size != sizeof(State))
+    if (blank)
+        return true;
+    if (head.size != sizeof(State))
         return refuse(path, "made by another build: remove it to begin anew, or keep to that one");
-    if (!blank && status.st_size != sizeof(State))
+    const bool known =
+        pread(descriptor, &callsKept, sizeof callsKept, offsetof(State, calls)) == sizeof callsKept;
+    if (!known || callsKept == 0 || callsKept > JOURNAL_LARGEST ||
+        status.st_size != static_cast<off_t>(deviceSize()))
         return refuse(path, "cut off or grown: remove it to begin anew");
     return true;
 }
@@ -178,10 +208,10 @@ bool isDevice(const char *path, int descriptor, bool inUse, bool &blank)
 int reserve(int descriptor)
 {
     rlimit limit;
-    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < sizeof(State))
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < deviceSize())
         return EFBIG;
     int error;
-    while ((error = posix_fallocate(descriptor, 0, sizeof(State))) == EINTR) {
+    while ((error = posix_fallocate(descriptor, 0, static_cast<off_t>(deviceSize()))) == EINTR) {
     }
     return error;
 }
@@ -201,6 +231,10 @@ State *mapDevice(const char *path, int descriptor, bool missing)
     bool blank = false;
     if (!isDevice(path, descriptor, inUse, blank))
         return nullptr;
+    if (blank && !readCalls()) {
+        takeBack(path, descriptor, missing);
+        return nullptr;
+    }
     const bool begun =
         !blank || (ftruncate(descriptor, 0) == 0 && writeHead(descriptor, UNFINISHED));
     const int error = !begun ? errno : inUse ? 0 : reserve(descriptor);
@@ -332,6 +366,11 @@ kvRc failureCode()
 const char *failureText()
 {
     return lastFailure.text;
+}
+
+uint32_t journalCalls()
+{
+    return callsKept;
 }
 
 Transaction::Transaction() : state_{device()}

@@ -63,7 +63,9 @@ void initialise(State &state);
 // calls that hang go on.
 void factoryReset(State &state);
 
+// The device's clock, and what it showed when it was last looked at.
 uint64_t deviceTime(State &state);
+uint64_t seenTime(const State &state);
 
 } // namespace sim
 

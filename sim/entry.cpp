@@ -16,19 +16,12 @@ namespace sim
 namespace
 {
 
+// Room for a text that is returned.
+constexpr size_t TEXT_SIZE = 256;
+
 const Function &rowOf(Index function)
 {
     return describe::platform::functions()[static_cast<uint32_t>(function)];
-}
-
-uint32_t processId()
-{
-    return static_cast<uint32_t>(getpid());
-}
-
-uint32_t threadId()
-{
-    return static_cast<uint32_t>(gettid());
 }
 
 } // namespace
@@ -38,39 +31,46 @@ void sleepMs(uint32_t milliseconds)
     std::this_thread::sleep_for(std::chrono::milliseconds{milliseconds});
 }
 
-// The journal's entry counts as soon as the call's changes do.
+// What it returned counts as soon as its changes do.
 Call::~Call()
 {
     if (!device)
         return;
     if (code_ != KV_OK)
         device.rollback();
-    JournalEntry &pending = device->journal[pending_ % JOURNAL];
-    if (pending_ && pending.number == pending_ && pending.process == processId() &&
-        pending.thread == threadId()) {
-        device.modify(pending.code) = code_;
-        device.modify(pending.thread) = 0;
-    } else {
-        record(0);
-    }
+    finish();
     device.commit();
 }
 
-uint64_t Call::record(uint32_t thread)
+JournalRecord &Call::record()
 {
-    const uint64_t number = device->journalLast + 1;
-    JournalEntry &entry = device->journal[number % JOURNAL];
-    entry.number = number;
-    entry.function = static_cast<uint32_t>(function_);
-    entry.process = processId();
-    entry.thread = thread;
-    entry.code = code_;
-    memcpy(entry.args, arguments_.numbers, sizeof entry.args);
-    entry.recordSize = static_cast<uint32_t>(std::min(arguments_.in.size(), sizeof entry.record));
-    if (entry.recordSize)
-        memcpy(entry.record, arguments_.in.data(), entry.recordSize);
-    device.modify(device->journalLast) = number;
-    return number;
+    const char *operation = *kv_sim_operation();
+    const std::string_view name{operation ? operation : ""};
+    size_t room = rowOf(function_).returns == describe::platform::Returns::text ? TEXT_SIZE : 0;
+    for (const auto &out : arguments_.out)
+        room += out.size();
+    JournalRecord &added =
+        addCall(*device, record_, {reinterpret_cast<const uint8_t *>(name.data()), name.size()},
+                arguments_.in, room);
+    record_.number = added.number;
+    return added;
+}
+
+// The ring may have overtaken the call, or a reset may have emptied it.
+void Call::finish()
+{
+    JournalRecord *mine = findCall(*device, record_.number);
+    if (!mine || mine->process != record_.process || mine->thread != record_.thread ||
+        !mine->pending)
+        mine = &record();
+    mine->code = code_;
+    mine->duration = hostMonotonic() - begun_;
+    if (code_ == KV_OK) {
+        const auto bytes = reinterpret_cast<const uint8_t *>(text_);
+        const Bytes text{bytes, text_ ? strnlen(text_, TEXT_SIZE) : 0};
+        keepOut(*device, *mine, {{arguments_.out[0], arguments_.out[1], text}});
+    }
+    device.modify(mine->pending) = 0;
 }
 
 bool Call::isAbout(uint32_t object) const
@@ -110,8 +110,6 @@ ArmedFault *Call::meet()
 
 void Call::wait(const kvSimFault &fault)
 {
-    pending_ = record(threadId());
-    device.commit();
     if (fault.effect == KV_SIM_DELAY) {
         device.release();
         sleepMs(fault.value);
@@ -133,14 +131,21 @@ bool Call::enter()
         code_ = NO_DEVICE;
         return false;
     }
-    tick(device);
-    if (device->faultCount == 0)
-        return true;
-    ArmedFault *armed = meet();
+    begun_ = hostMonotonic();
+    tick(device, begun_);
+    ArmedFault *armed = device->faultCount ? meet() : nullptr;
     if (armed && armed->fault.times > 0 && --device.modify(armed->fault.times) == 0) {
         device.modify(armed->used) = 0;
         --device.modify(device->faultCount);
     }
+    record_.deviceTime = seenTime(*device);
+    record_.hostTime = hostTimeOfDay(begun_);
+    record_.process = thisProcess();
+    record_.thread = thisThread();
+    record_.pending = 1;
+    record_.function = static_cast<uint32_t>(function_);
+    std::ranges::copy(arguments_.numbers, record_.args);
+    record();
     device.commit();
     if (!armed)
         return true;
@@ -150,7 +155,7 @@ bool Call::enter()
         code_ = fail(fault.value, "injected fault in %s", rowOf(function_).name);
         return code_ == KV_OK;
     case KV_SIM_GARBAGE: {
-        std::minstd_rand random{fault.value + static_cast<uint32_t>(device->journalLast)};
+        std::minstd_rand random{fault.value + static_cast<uint32_t>(device->journal.last)};
         for (const auto &out : arguments_.out)
             for (uint8_t &byte : out)
                 byte = static_cast<uint8_t>(random() >> 8);

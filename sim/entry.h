@@ -2,6 +2,7 @@
 #ifndef SIM_ENTRY_H
 #define SIM_ENTRY_H
 
+#include "clock.h"
 #include "device.h"
 
 #include <platform.h>
@@ -69,6 +70,9 @@ class Call
     bool enter();
     kvRc code() const { return code_; }
 
+    // What a function that returns a text has returned, which the journal takes for filled.
+    void filled(const char *text) { text_ = text; }
+
     // Runs a body that returns a code: what it changed is kept when that is a success.
     template <class Body>
     kvRc run(Body body)
@@ -84,20 +88,24 @@ class Call
     bool isAbout(uint32_t object) const;
     ArmedFault *meet();
     void wait(const kvSimFault &fault);
-    // Adds the call to the journal, as pending in a thread or (0) with what it returned.
-    uint64_t record(uint32_t thread);
+    // Adds the call to the journal.
+    JournalRecord &record();
+    // Tells the journal what it returned.
+    void finish();
 
     const Index function_;
     const Arguments arguments_;
     kvRc code_ = KV_OK;
-    uint64_t pending_ = 0; // its number, when it came into the journal before it returned
+    const char *text_ = nullptr;
+    uint64_t begun_ = 0; // by the host's clock, in nanoseconds
+    JournalRecord record_{};
 };
 
 void sleepMs(uint32_t milliseconds);
 
 // Ends the PM intervals and reaches the states that are due by the device clock. Fails, and leaves
 // them to the next call, when a subscriber can't be told.
-kvRc tick(Transaction &device);
+kvRc tick(Transaction &device, uint64_t monotonic = hostMonotonic());
 
 } // namespace sim
 

@@ -90,6 +90,7 @@ void zero(void *from, void *to)
 
 void initialise(State &state)
 {
+    state.calls = journalCalls();
     startClock(state);
     state.clock.period[0] = 900;
     state.clock.period[1] = 3600;
@@ -111,6 +112,7 @@ void factoryReset(State &state)
     state.initialised = 0;
     std::atomic_signal_fence(std::memory_order_seq_cst);
     ++state.faultGeneration;
+    ++state.resets;
     state.hanging = 0;
     zero(&state.system, state.services);
     zero(&state.lost, &state + 1);

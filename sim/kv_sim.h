@@ -83,23 +83,36 @@ KV_SIM_EXPORT unsigned kv_sim_hanging(void);
 /** Name of a platform function, by an index from 0; null when there are no more. */
 KV_SIM_EXPORT const char *kv_sim_function(unsigned index);
 
-/* Journal: the calls of the platform's functions, the last 1024 of them */
+/*
+ * Journal: the calls of the platform's functions. It holds the latest 4096, or as many as the
+ * environment variable KV_SIM_JOURNAL says when the device is made, up to 1000000. There are 320
+ * bytes for each: where calls with long records take more, fewer are held.
+ */
 
-enum { KV_SIM_RECORD_SIZE = 512 };
+enum { KV_SIM_RECORD_SIZE = 512, KV_SIM_OUT_SIZE = 2560, KV_SIM_NAME_SIZE = 64 };
 
 typedef struct kvSimCall {
-    uint64_t number; /**< counts all calls of the device, from 1 */
+    uint64_t number;     /**< counts all calls of the device, from 1 */
+    uint64_t deviceTime; /**< by the device clock, when it began; microseconds since the epoch */
+    uint64_t hostTime;   /**< by the host's time of day, to 10 ms when that was just set */
+    uint64_t duration; /**< in nanoseconds, from when the device was free for it; 0 while pending */
     uint32_t process;
-    /** The thread of that process in which the call is held up or hangs, or was when the process
-     * died; 0: it has returned. */
+    uint32_t thread; /**< of that process */
+    /** The thread, too, while the call is held up, hangs or delivers notifications, or did when the
+     * process died; 0: it has returned. */
     uint32_t pending;
     uint32_t code;                      /**< what the call returned */
+    uint32_t fault;                     /**< id of the fault that met it; 0: none */
     uint32_t argCount;                  /**< how many of the arguments are numbers */
     uint32_t args[4];                   /**< these, in the function's order */
     uint32_t recordSize;                /**< size of the record that the call was given; 0: none */
-    uint8_t record[KV_SIM_RECORD_SIZE]; /**< of kv_log, the text */
-    const char *function;               /**< its name; this and the next ones stay valid */
-    const char *argNames[4];            /**< port, pwId, group, link and number are objects */
+    uint32_t outSize;                   /**< size of what it filled; 0 when it failed, too */
+    uint8_t record[KV_SIM_RECORD_SIZE]; /**< of kv_log, the text; nothing behind its size */
+    /** The record that it filled, several one behind the other, or the text that it returned. */
+    uint8_t out[KV_SIM_OUT_SIZE];
+    char operation[KV_SIM_NAME_SIZE]; /**< see kv_sim_operation(); empty: not known */
+    const char *function;             /**< its name; this and the next ones stay valid */
+    const char *argNames[4];          /**< port, pwId, group, link and number are objects */
 } kvSimCall;
 
 /** Number of the latest call; 0: none yet. */
@@ -107,9 +120,41 @@ KV_SIM_EXPORT uint64_t kv_sim_journal_last(void);
 /** The call with this number. -1 when there is none, or no longer. */
 KV_SIM_EXPORT int kv_sim_journal_get(uint64_t number, kvSimCall *call);
 
+/** A place in the journal; all zeros: at the oldest call that there is. */
+typedef struct kvSimCursor {
+    uint64_t next;   /**< number of the call to be read next */
+    uint64_t lost;   /**< calls that the journal dropped before they were read */
+    uint64_t resets; /**< of the device; one that was reset is read from its first call on */
+} kvSimCursor;
+
+/** Puts a cursor behind the latest call. */
+KV_SIM_EXPORT int kv_sim_journal_end(kvSimCursor *cursor);
+/**
+ * Reads the call at a cursor, and moves it on; waits for one up to the given time. 1 when there was
+ * one, 0 when there was none, -1 for a failure. A call is read once, though it may be pending; what
+ * came of it kv_sim_journal_get() tells later.
+ */
+KV_SIM_EXPORT int kv_sim_journal_next(kvSimCursor *cursor, kvSimCall *call, uint32_t milliseconds);
+
+/** A lost update: what one thread read of an object and wrote back undoes what another wrote in
+ * between. The numbers of the three calls. */
+typedef struct kvSimRace {
+    uint64_t read;
+    uint64_t between;
+    uint64_t write;
+} kvSimRace;
+
+/**
+ * Finds the lost updates among the calls that the journal holds: a function that reads a record of
+ * an object, a function that writes to that object in another thread, of whatever process, and a
+ * function that writes the record in the first. Fills in up to @p size of the oldest; returns how
+ * many there are, -1 for a failure.
+ */
+KV_SIM_EXPORT int kv_sim_journal_races(kvSimRace *races, unsigned size);
+
 /** Where the calling thread keeps the name of the library's operation that is in progress in it,
  * null for none. Whoever knows it, such as a recorder between the caller and the library, sets it
- * for as long as the operation runs, to a text that stays valid. */
+ * for as long as the operation runs, to a text that stays valid; the journal has it. */
 KV_SIM_EXPORT const char **kv_sim_operation(void);
 
 /* Clock: the device has its own; the host's is never set */

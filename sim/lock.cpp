@@ -121,6 +121,16 @@ void release(Lock &lock)
     announce(self(), nullptr);
 }
 
+uint32_t thisProcess()
+{
+    return self().process;
+}
+
+uint32_t thisThread()
+{
+    return self().thread;
+}
+
 void forgetThread()
 {
     known.thread = 0;

@@ -22,6 +22,10 @@ struct Lock {
 bool acquire(Lock &lock);
 void release(Lock &lock);
 
+// The calling process and thread, without asking the kernel each time.
+uint32_t thisProcess();
+uint32_t thisThread();
+
 // In a forked child, whose thread has another number.
 void forgetThread();
 

@@ -24,14 +24,16 @@ struct StandIn<function, returns, body> {
             Result instead{};
             Call call{function, given..., &instead};
             if (call.enter())
-                return body(call.device, given...);
+                instead = body(call.device, given...);
             return call.device && call.code() != KV_OK ? call.code() : instead;
         } else if constexpr (returns == Returns::text) {
             Call call{function, given...};
             call.enter();
             // Texts are there without a device, too: the one that tells why there is none.
             const bool fails = call.device && call.code() != KV_OK;
-            return fails ? nullptr : body(call.device, given...);
+            Result text = fails ? nullptr : body(call.device, given...);
+            call.filled(text);
+            return text;
         } else {
             static_assert(returns == Returns::descriptor);
             Call call{function, given...};

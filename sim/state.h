@@ -3,6 +3,7 @@
 #ifndef SIM_STATE_H
 #define SIM_STATE_H
 
+#include "journal.h"
 #include "kv_sim.h"
 #include "lock.h"
 
@@ -136,19 +137,7 @@ struct ArmedFault {
 };
 
 constexpr uint32_t FAULTS = 32;
-constexpr uint32_t JOURNAL = 1024;
 constexpr uint32_t LOG = 512;
-
-struct JournalEntry {
-    uint64_t number;
-    uint32_t function; // the index of its row
-    uint32_t process;
-    uint32_t thread; // that has not returned from the call yet; 0: it has
-    uint32_t code;
-    uint32_t args[4]; // the numbers among the arguments
-    uint32_t recordSize;
-    uint8_t record[KV_SIM_RECORD_SIZE];
-};
 
 // What a change overwrote, until it is complete. The largest changes an alarm of every pseudowire,
 // with an event for each.
@@ -160,7 +149,7 @@ struct Undo {
 };
 
 constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
-constexpr uint32_t VERSION = 3;
+constexpr uint32_t VERSION = 4;
 
 // The first bytes of a device in a file, of whatever version. A size of 0: it is just being made.
 struct Head {
@@ -169,8 +158,10 @@ struct Head {
     uint32_t size;
 };
 
-struct State {
+// The journal's records come behind it.
+struct alignas(64) State {
     Head head;
+    uint32_t calls; // that the journal holds
 
     Lock lock;
     Undo undo;
@@ -179,6 +170,7 @@ struct State {
     // What a transaction modified lies behind here.
     uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
     uint32_t hanging;         // calls that have begun to hang since then
+    uint64_t resets;          // the factory resets
 
     System system;
     Port ports[KV_SIM_PORTS];
@@ -195,8 +187,7 @@ struct State {
     uint32_t faultCount;
     ArmedFault faults[FAULTS];
 
-    uint64_t journalLast;
-    JournalEntry journal[JOURNAL];
+    Journal journal;
     uint64_t logLast;
     uint64_t logCleared; // records up to this number are gone
     uint32_t logCounted; // since then, debug records left out

@@ -17,15 +17,26 @@ Bytes sound;
 // Where the parts of a device begin, so that an input means the same whatever the layout; only ever
 // added to.
 constexpr size_t PARTS[] = {
-    offsetof(sim::State, head),     offsetof(sim::State, lock),
-    offsetof(sim::State, undo),     offsetof(sim::State, initialised),
-    offsetof(sim::State, system),   offsetof(sim::State, ports),
-    offsetof(sim::State, pws),      offsetof(sim::State, groups),
-    offsetof(sim::State, links),    offsetof(sim::State, pmEpoch),
-    offsetof(sim::State, upgrade),  offsetof(sim::State, clock),
-    offsetof(sim::State, services), offsetof(sim::State, faultCount),
-    offsetof(sim::State, faults),   offsetof(sim::State, journalLast),
-    offsetof(sim::State, logLast),  offsetof(sim::State, log),
+    offsetof(sim::State, head),
+    offsetof(sim::State, lock),
+    offsetof(sim::State, undo),
+    offsetof(sim::State, initialised),
+    offsetof(sim::State, system),
+    offsetof(sim::State, ports),
+    offsetof(sim::State, pws),
+    offsetof(sim::State, groups),
+    offsetof(sim::State, links),
+    offsetof(sim::State, pmEpoch),
+    offsetof(sim::State, upgrade),
+    offsetof(sim::State, clock),
+    offsetof(sim::State, services),
+    offsetof(sim::State, faultCount),
+    offsetof(sim::State, faults),
+    offsetof(sim::State, journal),
+    offsetof(sim::State, logLast),
+    offsetof(sim::State, log),
+    sizeof(sim::State), // the journal's places, and then its records
+    sizeof(sim::State) + sim::JOURNAL_CALLS * sizeof(uint64_t),
 };
 
 // What an input is read as: the size of the file, negative by how much it is too long; then places,
