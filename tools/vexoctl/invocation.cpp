@@ -232,6 +232,8 @@ Json Invocation::outputs(Style style) const
         if (argument.direction == Direction::in)
             continue;
         const void *bytes = storage_[i].bytes();
+        if (isDocument(argument) && storage_[i].document.is_null())
+            return {};
         if (isDocument(argument))
             json.update(storage_[i].document);
         else

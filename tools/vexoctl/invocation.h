@@ -27,7 +27,7 @@ class Invocation
     Invocation(const Invocation &) = delete;
 
     const vexoResult &call();
-    // The outputs by their names; none after a failure.
+    // The outputs by their names; none after a failure. Null when the operation has printed them.
     Json outputs(Style style) const;
 
   private:

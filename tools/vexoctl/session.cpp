@@ -166,10 +166,13 @@ void Session::operate(const Words &words)
     Invocation invocation{
         operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}, force_};
     tellOfPrivateDevice();
+    printAs(json_);
     const vexoResult &result = invocation.call();
     const Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
     if (result.rc != VEXO_RC_OK)
         throw Failure{operation_, result};
+    if (outputs.is_null()) // it has been printed line by line
+        return;
     if (json_) {
         Json document{{"operation", operation_}, {"rc", 0}, {"message", ""}};
         document.update(outputs);

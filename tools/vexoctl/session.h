@@ -4,6 +4,7 @@
 
 #include "codec.h"
 
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -93,6 +94,16 @@ void metrics(const Words &words, bool json);
 // Which there are, and all of them.
 Names metricFamilies();
 std::string metricFamiliesHelp();
+
+// ---- What is shown as it comes ----
+
+// How, from now on; and one line of it.
+void printAs(bool json);
+bool printsDocuments();
+void printLine(const Json &document, const std::string &line);
+// Lets `more` print what there is, and say whether that was anything, until `count` lines are
+// printed, the seconds are over (0: no limit) or a signal comes.
+void stream(uint32_t count, uint32_t seconds, const std::function<bool()> &more);
 
 // ---- The simulated device ----
 

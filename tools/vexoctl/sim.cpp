@@ -9,8 +9,12 @@
 #include <meaning.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <ranges>
+#include <set>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -132,13 +136,18 @@ void sim_functions(Json *shown, vexoResult *result)
     *shown = Json{{"functions", functionNames()}};
 }
 
+void checkFunction(const std::string &function)
+{
+    const Names names = functionNames();
+    if (!function.empty() && std::ranges::count(names, function) == 0)
+        throw UsageError("function: there is no platform function " + quoted(function) +
+                         hint(function, names));
+}
+
 void sim_fault_add(const char *function, uint32_t effect, uint32_t value, uint32_t object,
                    uint32_t skip, uint32_t times, vexoResult *result)
 {
-    const Names names = functionNames();
-    if (*function && std::find(names.begin(), names.end(), function) == names.end())
-        throw UsageError(std::string{"function: there is no platform function '"} + function + "'" +
-                         hint(function, names));
+    checkFunction(function);
     kvSimFault fault{};
     strcpy_n(fault.function, function, sizeof fault.function);
     fault.object = object;
@@ -165,32 +174,214 @@ void sim_fault_list(Json *shown, vexoResult *result)
     *shown = Json{{"faults", all(SIM(kv_sim_fault_get), show)}, {"hanging", SIM(kv_sim_hanging)()}};
 }
 
-Json callOf(const kvSimCall &call, bool withRecord)
+std::string hexOf(const uint8_t *bytes, uint32_t size)
 {
-    Json row{{"number", call.number}, {"process", call.process}, {"function", call.function}};
-    row["arguments"] = Json::object();
-    for (uint32_t i = 0; i < call.argCount; ++i)
-        row["arguments"][call.argNames[i]] = call.args[i];
-    if (call.pending)
-        row["pending"] = call.pending;
-    else
-        row["code"] = call.code;
-    if (withRecord && call.recordSize) {
-        std::string hex(2 * call.recordSize + 1, '\0');
-        for (uint32_t i = 0; i < call.recordSize; ++i)
-            snprintf(&hex[2 * i], 3, "%02x", call.record[i]);
-        hex.pop_back();
-        row["record"] = hex;
-    }
-    return row;
+    std::string hex(2 * size + 1, '\0');
+    for (uint32_t i = 0; i < size; ++i)
+        snprintf(&hex[2 * i], 3, "%02x", bytes[i]);
+    hex.pop_back();
+    return hex;
 }
 
-void sim_journal(Json *shown, uint32_t last, uint32_t records, vexoResult *result)
+// "2026-01-01 00:00:00.000000" of microseconds since the epoch.
+std::string timeOf(uint64_t microseconds)
+{
+    const auto seconds = static_cast<time_t>(microseconds / SECOND);
+    tm fields{};
+    gmtime_r(&seconds, &fields);
+    char text[40];
+    const size_t length = strftime(text, sizeof text, "%F %T", &fields);
+    snprintf(text + length, sizeof text - length, ".%06u",
+             static_cast<unsigned>(microseconds % SECOND));
+    return text;
+}
+
+// What calls are shown, and how much of each.
+struct Shown {
+    Shown(const char *ofFunction, uint32_t ofProcess, uint32_t ofObject, uint32_t records)
+        : function{ofFunction}, process{ofProcess}, object{ofObject}, withRecords{records != 0}
+    {
+        checkFunction(function);
+    }
+
+    const std::string function; // empty: any
+    const uint32_t process;     // 0: any
+    const uint32_t object;
+    const bool withRecords;
+
+    bool has(const kvSimCall &call) const
+    {
+        return (function.empty() || function == call.function) &&
+               (!process || call.process == process) && (!object || objectOf(call) == object);
+    }
+
+    static uint32_t objectOf(const kvSimCall &call)
+    {
+        constexpr std::string_view NAMES[] = {"port", "pwId", "group", "link", "number"};
+        for (uint32_t i = 0; i < call.argCount; ++i)
+            if (std::ranges::count(NAMES, call.argNames[i]))
+                return call.args[i];
+        return 0;
+    }
+
+    Json document(const kvSimCall &call) const
+    {
+        Json row{{"number", call.number},
+                 {"deviceTime", call.deviceTime},
+                 {"hostTime", call.hostTime},
+                 {"process", call.process},
+                 {"thread", call.thread},
+                 {"operation", Json{}},
+                 {"fault", Json{}},
+                 {"function", call.function},
+                 {"arguments", Json::object()}};
+        if (*call.operation)
+            row["operation"] = call.operation;
+        if (call.fault)
+            row["fault"] = call.fault;
+        for (uint32_t i = 0; i < call.argCount; ++i)
+            row["arguments"][call.argNames[i]] = call.args[i];
+        if (call.pending)
+            row["pending"] = call.pending;
+        else
+            row.update(Json{{"code", call.code}, {"duration", call.duration}});
+        if (withRecords && call.recordSize)
+            row["record"] = hexOf(call.record, call.recordSize);
+        if (withRecords && call.outSize)
+            row["out"] = hexOf(call.out, call.outSize);
+        return row;
+    }
+};
+
+std::string lineOf(const Json &call)
+{
+    const auto text = [&](const char *name) {
+        return call[name].is_string() ? call[name].get<std::string>() : call[name].dump();
+    };
+    std::string line = text("number") + " " + timeOf(call["deviceTime"]) + " " + text("process") +
+                       "/" + text("thread") + " ";
+    if (call["operation"].is_string())
+        line += text("operation") + " > ";
+    line += text("function");
+    for (const auto &[name, value] : call["arguments"].items())
+        line += " " + name + "=" + value.dump();
+    if (call.contains("pending")) {
+        line += ": pending";
+    } else {
+        char took[40];
+        snprintf(took, sizeof took, " (%.1f us)", call["duration"].get<double>() / 1e3);
+        line += ": " + text("code") + took;
+    }
+    for (const char *more : {"fault", "record", "out"})
+        if (call.contains(more) && !call[more].is_null())
+            line += std::string{", "} + more + " " + text(more);
+    return line;
+}
+
+// The latest ones, as many as `last`, or 20.
+void sim_journal(Json *shown, uint32_t last, uint32_t records, const char *function,
+                 uint32_t process, uint32_t object, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
-    const auto show = [&](const kvSimCall &call) { return callOf(call, records != 0); };
-    *shown =
-        Json{{"calls", latest(SIM(kv_sim_journal_last)(), last, SIM(kv_sim_journal_get), show)}};
+    const Shown wanted{function, process, object, records};
+    const size_t count = last ? last : 20;
+    std::vector<uint64_t> numbers;
+    kvSimCall call;
+    for (uint64_t n = SIM(kv_sim_journal_last)(); numbers.size() < count && n > 0; --n) {
+        if (SIM(kv_sim_journal_get)(n, &call) != 0)
+            break;
+        if (wanted.has(call))
+            numbers.push_back(n);
+    }
+    Json calls = Json::array();
+    for (const uint64_t n : numbers | std::views::reverse)
+        if (SIM(kv_sim_journal_get)(n, &call) == 0)
+            calls.push_back(wanted.document(call));
+    if (printsDocuments()) {
+        *shown = Json{{"calls", calls}};
+        return;
+    }
+    for (const Json &row : calls)
+        printLine(row, lineOf(row));
+    *shown = {};
+}
+
+uint64_t callNumber(const std::string &text)
+{
+    uint64_t number = 0;
+    const char *const end = text.data() + text.size();
+    if (const auto [stopped, error] = std::from_chars(text.data(), end, number);
+        error != std::errc{} || stopped != end)
+        throw UsageError("from: expected the number of a call, not " + quoted(text));
+    return number;
+}
+
+// A call that is pending when it comes is shown once more when it has returned.
+void sim_journal_follow(Json *shown, const char *from, uint32_t count, uint32_t seconds,
+                        uint32_t records, const char *function, uint32_t process, uint32_t object,
+                        vexoResult *result)
+{
+    const Shown wanted{function, process, object, records};
+    kvSimCursor cursor{};
+    report(SIM(kv_sim_journal_end)(&cursor), result);
+    if (result->rc != VEXO_RC_OK)
+        return;
+    if (*from)
+        cursor.next = callNumber(from);
+    uint64_t told = 0;
+    std::set<uint64_t> pending;
+    int read = 0;
+    stream(count, seconds, [&] {
+        constexpr int AT_ONCE = 1000;
+        kvSimCall call;
+        const auto show = [&] {
+            const Json row = wanted.document(call);
+            if (wanted.has(call))
+                printLine(row, lineOf(row));
+        };
+        std::erase_if(pending, [&](uint64_t number) {
+            if (SIM(kv_sim_journal_get)(number, &call) != 0)
+                return true;
+            if (!call.pending)
+                show();
+            return !call.pending;
+        });
+        int left = AT_ONCE;
+        while (left > 0 && (read = SIM(kv_sim_journal_next)(&cursor, &call, 0)) == 1) {
+            --left;
+            if (cursor.lost > told)
+                printLine(Json{{"lost", cursor.lost - told}},
+                          std::to_string(cursor.lost - told) + " calls were lost");
+            told = cursor.lost;
+            if (call.pending)
+                pending.insert(call.number);
+            show();
+        }
+        return left < AT_ONCE;
+    });
+    report(read < 0, result);
+    *shown = {};
+}
+
+void sim_journal_races(Json *shown, vexoResult *result)
+{
+    std::vector<kvSimRace> races(100);
+    const int found = SIM(kv_sim_journal_races)(races.data(), static_cast<unsigned>(races.size()));
+    report(found < 0, result);
+    races.resize(std::clamp<size_t>(found < 0 ? 0 : static_cast<size_t>(found), 0, races.size()));
+    const Shown all{"", 0, 0, false};
+    Json rows = Json::array();
+    for (const kvSimRace &race : races) {
+        Json row;
+        const std::pair<const char *, uint64_t> calls[] = {
+            {"read", race.read}, {"between", race.between}, {"write", race.write}};
+        kvSimCall call;
+        for (const auto &[name, number] : calls)
+            row[name] = SIM(kv_sim_journal_get)(number, &call) == 0 ? all.document(call)
+                                                                    : Json{{"number", number}};
+        rows.push_back(row);
+    }
+    *shown = Json{{"races", rows}, {"count", std::max(found, 0)}};
 }
 
 void sim_log(Json *shown, uint32_t last, vexoResult *result)
@@ -354,10 +545,27 @@ constexpr SimCommand COMMANDS[] = {
     {FORWARD(sim_fault_clear, ""), "Ends all faults and lets the hanging calls go on."},
     {COMMAND(sim_fault_list, "", {"shown"}),
      "Shows the faults as they stand, and how many calls hang."},
-    {COMMAND(sim_journal, "last=5", {"shown"}, OPTIONAL("last"), OPTIONAL("records")),
-     "Shows the latest calls of the platform's functions, 20 or as many as last says; with "
-     "records=1 also the bytes that they were given. A call that has not returned shows the thread "
-     "in which it is pending in place of its code."},
+    {COMMAND(sim_journal, "last=5 function=config_set_pw", {"shown"}, OPTIONAL("last"),
+             OPTIONAL("records"), OPTIONAL("function"), OPTIONAL("process"), OPTIONAL("object")),
+     "Shows the latest calls of the platform's functions, 20 or as many as last says: all, or "
+     "those "
+     "of one function, of one process or about objects of one number. Of each: its number, the "
+     "device's time, process and thread, the library's operation in progress if it is known, "
+     "function and arguments, what it returned, how long it took and the id of the fault that met "
+     "it; with records=1 also the bytes that it was given and that it filled. One that has not "
+     "returned is shown as pending. The journal holds the latest 4096 calls, or as many as "
+     "KV_SIM_JOURNAL said when the device was made; fewer where they take more than 320 bytes."},
+    {COMMAND(sim_journal_follow, "from=1 for=1", {"shown"}, OPTIONAL("from"), OPTIONAL("count"),
+             OPTIONAL("for"), OPTIONAL("records"), OPTIONAL("function"), OPTIONAL("process"),
+             OPTIONAL("object")),
+     "Shows calls as they come, one line each, and those that were pending once more when they "
+     "return, until count lines have been printed, as many seconds as for says are over, or SIGINT "
+     "or SIGTERM comes. From is the number of the first call; left out, it begins with the next. "
+     "Where the journal has dropped calls before they were read, a line tells how many were lost."},
+    {COMMAND(sim_journal_races, "", {"shown"}),
+     "Shows lost updates among the calls that the journal holds, up to 100 and how many there are: "
+     "a read of an object's record, a write to the object by another thread or process, and the "
+     "write that puts the record back as it was read, with its own change."},
     {COMMAND(sim_log, "last=5", {"shown"}, OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
     {FORWARD(sim_alarm_set, "type=pdh number=3 bits=0x1", TYPE, {"number"}, BITS("bits")),

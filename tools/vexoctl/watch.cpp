@@ -27,12 +27,12 @@ using Clock = std::chrono::steady_clock;
 struct Limits {
     const uint32_t count; // 0: none
     const uint32_t seconds;
-
-    explicit Limits(const Options &options)
-        : count{options.number("count", 0)}, seconds{options.number("for", 0)}
-    {
-    }
 };
+
+Limits limitsOf(const Options &options)
+{
+    return {options.number("count", 0), options.number("for", 0)};
+}
 
 // SIGINT and SIGTERM end a watch: blocked in all threads, and waited for by this one.
 class Signals
@@ -61,23 +61,11 @@ class Signals
     sigset_t before_;
 };
 
-// What the callbacks print, one line each.
+// What comes is printed as it comes, one line each.
 std::mutex printing;
 bool asJson;
 std::atomic<uint32_t> printed;
 std::atomic<uint32_t> allowed;
-
-void print(const Json &document, const std::string &line)
-{
-    const std::lock_guard guard{printing};
-    if (allowed && printed >= allowed)
-        return;
-    if (asJson)
-        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
-    else
-        std::cout << line << std::endl;
-    ++printed;
-}
 
 Failure failureOf(const char *command, const std::string &text)
 {
@@ -123,8 +111,8 @@ void onAlarm(vexoAlarmNotification *alarm)
     const bool isIma = alarm->objType == VEXO_OBJ_TYPE_IMA;
     const uint32_t status = isIma ? alarm->ima.status : alarm->object.status;
     const uint32_t delta = isIma ? alarm->ima.delta : alarm->object.delta;
-    print(document, "alarm " + objectOf(*alarm) + ": active " + hex(status) + ", raised " +
-                        hex(status & delta) + ", cleared " + hex(~status & delta));
+    printLine(document, "alarm " + objectOf(*alarm) + ": active " + hex(status) + ", raised " +
+                            hex(status & delta) + ", cleared " + hex(~status & delta));
 }
 
 // The record of a report does not say which arrangement a port has; the port's own counters do,
@@ -177,9 +165,10 @@ void onPorts(const vexoPmNotification &pm)
         ports.push_back(port);
     }
     const Json interval = ports.empty() ? Json{} : ports[0]["pmType"];
-    print(Json{{"notification", "pm"}, {"objType", "pdh"}, {"interval", interval}, {"pdh", ports}},
-          "pm interval " + interval.dump() + " PDH: " + std::to_string(ports.size()) + " ports" +
-              (counts.empty() ? ", nothing counted" : counts));
+    printLine(
+        Json{{"notification", "pm"}, {"objType", "pdh"}, {"interval", interval}, {"pdh", ports}},
+        "pm interval " + interval.dump() + " PDH: " + std::to_string(ports.size()) + " ports" +
+            (counts.empty() ? ", nothing counted" : counts));
 }
 
 void onPwOrGroup(const vexoPmNotification &pm)
@@ -189,9 +178,9 @@ void onPwOrGroup(const vexoPmNotification &pm)
     if (pm.objType == VEXO_OBJ_TYPE_PWE) {
         const Json &pwe = document["pwe"];
         const char *kind = pwe.contains("atm") ? "atm" : "generic";
-        print(document, "pm interval " + pwe["interval"].dump() + " pseudowire " +
-                            pwe["pwId"].dump() + kindOf(kind, pwe[kind]["valid"]) + ":" +
-                            listed(pwe[kind]["counters"]));
+        printLine(document, "pm interval " + pwe["interval"].dump() + " pseudowire " +
+                                pwe["pwId"].dump() + kindOf(kind, pwe[kind]["valid"]) + ":" +
+                                listed(pwe[kind]["counters"]));
     } else if (pm.objType == VEXO_OBJ_TYPE_IMA) {
         const Json &ima = document["ima"];
         std::string line = "pm interval " + ima["interval"].dump() + " IMA group " +
@@ -201,7 +190,7 @@ void onPwOrGroup(const vexoPmNotification &pm)
         for (const Json &link : ima["group"]["links"])
             line += "; link " + link["linkId"].dump() +
                     (link["intervalFlag"] == 1 ? ":" : " (no data):") + listed(link["counters"]);
-        print(document, line);
+        printLine(document, line);
     }
 }
 
@@ -292,14 +281,49 @@ bool isOver(const Limits &limits, Clock::time_point start)
 
 } // namespace
 
+void printAs(bool json)
+{
+    asJson = json;
+    printed = 0;
+}
+
+bool printsDocuments()
+{
+    return asJson;
+}
+
+void printLine(const Json &document, const std::string &line)
+{
+    const std::lock_guard guard{printing};
+    if (allowed && printed >= allowed)
+        return;
+    if (asJson)
+        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    else
+        std::cout << line << std::endl;
+    ++printed;
+}
+
+void stream(uint32_t count, uint32_t seconds, const std::function<bool()> &more)
+{
+    const Limits limits{count, seconds};
+    allowed = count;
+    Signals signals;
+    const auto start = Clock::now();
+    bool over;
+    do {
+        const bool any = more();
+        over = isOver(limits, start) || signals.wait(std::chrono::milliseconds{any ? 0 : 5});
+    } while (!over);
+}
+
 void watch(const Words &words, bool json)
 {
     const Options options{words};
-    const Limits limits{options};
+    const Limits limits = limitsOf(options);
     const bool alarms = options.has("alarms");
     const bool pm = options.has("pm");
-    asJson = json;
-    printed = 0;
+    printAs(json);
     allowed = limits.count;
 
     Signals signals;
@@ -348,9 +372,8 @@ void turnWheel(bool on)
 
 void follow(const Words &words, bool json)
 {
-    const Limits limits{Options{words}};
-    asJson = json;
-    printed = 0;
+    const Limits limits = limitsOf(Options{words});
+    printAs(json);
     allowed = limits.count;
 
     Signals signals;
@@ -365,8 +388,8 @@ void follow(const Words &words, bool json)
         if (info.state != shown) {
             turnWheel(false);
             const Json document = toJson(describe::typeOf<vexoUpgradeInfo>(), &info);
-            print(document, "upgrade " + printable(document["fileName"]) + ": state " +
-                                document["state"].dump());
+            printLine(document, "upgrade " + printable(document["fileName"]) + ": state " +
+                                    document["state"].dump());
             shown = info.state;
         }
         turnWheel(true);
