@@ -142,7 +142,7 @@ constexpr Operation OPERATIONS[] = {
               "pwId=17 mode=on payloadType=97", {"rtp"}, {"pwId"}),
     OPERATION(vexo_cmi_pwe_rtp_get, PART, "config_get_pw", "pwId=17", {"rtp"}, {"pwId"}),
     OPERATION(vexo_cmi_pwe_atm_force_ais_set, SETTING, "config_set_pw_ais", "pwId=18 force=1",
-              {.name = "force", .limit = 1}, {"pwId"}),
+              {"force"}, {"pwId"}),
     OPERATION(vexo_cmi_pwe_atm_force_ais_get, SETTING, "config_get_pw", "pwId=18", {"force"},
               {"pwId"}),
     OPERATION(vexo_cmi_pwe_atmop_xc_set, ADDS_XC, "config_add_pw_atm_xc",
