@@ -1,10 +1,12 @@
 #include "clock.h"
 
 #include "entry.h"
+#include "growth.h"
 #include "notification.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 
 #include <fcntl.h>
@@ -20,6 +22,7 @@ namespace
 constexpr uint32_t REPORTED_INTERVALS = 3;
 
 constexpr uint64_t LOAD_STATE_TIME = 5 * SECOND;
+constexpr uint32_t LOADED_VERSION = 2; // which of the versions is that of what is loaded
 
 // In nanoseconds.
 uint64_t hostTime(clockid_t clock)
@@ -125,6 +128,11 @@ void reachLoadState(Transaction &device, uint32_t state, uint64_t when)
     Upgrade &load = device.modify(device->upgrade);
     load.state = state == load.failState ? LOAD_FAILED : state;
     load.since = when;
+    if (load.state != LOAD_DONE || !device->behaviours.loadVersion)
+        return;
+    auto &version = device.modify(device->system.status.version.text[LOADED_VERSION]);
+    constexpr int LENGTH = sizeof load.request.fileName;
+    snprintf(version, sizeof version, "%.*s", LENGTH, load.request.fileName);
 }
 
 void scheduleIntervals(State &state)
@@ -167,33 +175,42 @@ uint64_t untilNextEnd(State &state)
     return next > now ? next - now : 1;
 }
 
-kvRc endInterval(Transaction &device, uint32_t interval, uint64_t times)
+kvRc endInterval(Transaction &device, uint32_t interval)
 {
-    device.modify(device->pmEpoch[interval - 1]) += static_cast<uint32_t>(times);
+    ++device.modify(device->pmEpoch[interval - 1]);
     return interval <= REPORTED_INTERVALS
                ? notify(device, Service::pm, {objType{interval}, 0, 0, 0})
                : KV_OK;
 }
 
+// The ends of an interval that nobody saw are passed over, but for the last one, so that its
+// counters are those of that time, and the one before.
 kvRc tick(Transaction &device, uint64_t monotonic)
 {
     uptime(*device, monotonic);
     advanceLoad(device);
     const uint64_t now = seenTime(*device);
-    if (nextEndUntil(*device, now)) {
+    while (const uint64_t end = nextEndUntil(*device, now)) {
+        growAll(device, end - device->clock.offset);
         Clock &clock = device.modify(device->clock);
         for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
-            const uint64_t end = clock.nextEnd[i];
-            if (!end || end > now)
+            if (clock.nextEnd[i] != end)
                 continue;
+            const uint64_t period = clock.period[i] * SECOND;
+            const uint64_t left = period ? (now - end) / period : 0;
+            if (left > 0) {
+                const uint64_t passed = std::max<uint64_t>(left - 1, 1);
+                device.modify(device->pmEpoch[i]) += static_cast<uint32_t>(passed);
+                clock.nextEnd[i] += passed * period;
+                continue;
+            }
             schedule(clock, i, now);
-            const uint64_t times =
-                clock.period[i] ? 1 + (now - end) / (clock.period[i] * SECOND) : 1;
-            if (const kvRc code = endInterval(device, i + 1, times)) {
+            if (const kvRc code = endInterval(device, i + 1)) {
                 device.rollback();
                 return code;
             }
         }
+        device.commit();
     }
     device.commit();
     return KV_OK;

@@ -35,8 +35,8 @@ uint64_t untilNextEnd(State &state);
 uint64_t nextEndUntil(const State &state, uint64_t time);
 
 void scheduleIntervals(State &state);
-// Ends an interval, and as many empty ones after it as make up `times`; reported as one.
-kvRc endInterval(Transaction &device, uint32_t interval, uint64_t times = 1);
+// Ends an interval, which is reported. What its counters have grown by is not looked at.
+kvRc endInterval(Transaction &device, uint32_t interval);
 
 // A software load reaches a state, at an uptime.
 void reachLoadState(Transaction &device, uint32_t state, uint64_t when);

@@ -71,12 +71,16 @@ int kv_log(int level, int module, const char *file, const char *function, int li
         if (level >= LOG_DEBUG || ++device.modify(device->logCounted) != LOG)
             return KV_OK;
         uint32_t &alarms = device->system.alarms;
-        return setAlarms(device, OBJ_SYSTEM, 1, alarms, alarms | 1U << EV_LOG_FULL_ALM);
+        return setAlarms(device, OBJ_SYSTEM, 1, alarms, alarms | SYSTEM_LOG_FULL);
     }));
 }
 
 kvRc body::kv_log_clear(Transaction &device)
 {
     device.modify(device->logCleared) = device->logLast;
-    return store(device, device->logCounted, 0);
+    store(device, device->logCounted, 0);
+    uint32_t &alarms = device->system.alarms;
+    return device->behaviours.logAlarm
+               ? setAlarms(device, OBJ_SYSTEM, 1, alarms, alarms & ~SYSTEM_LOG_FULL)
+               : KV_OK;
 }

@@ -14,16 +14,33 @@ namespace
 imaParams present(const State &state, const Group &group)
 {
     imaParams params = group.params;
-    uint32_t up = 0;
     for (uint32_t i = 0; i < params.linkCount && i < IMA_LINK_MAX; ++i) {
         const uint32_t link = params.links[i].linkId;
-        const bool isUp = link >= 1 && link <= KV_SIM_LINKS && state.links[link - 1].alarms == 0;
-        params.links[i].state[0] = isUp ? OPER_UP : OPER_DOWN;
-        up += isUp;
+        if (link >= 1 && link <= KV_SIM_LINKS)
+            params.links[i].state[0] = stateOf(state.links[link - 1]);
     }
-    params.groupState.words[0] = up > 0 && group.alarms == 0 ? OPER_UP : OPER_DOWN;
-    params.groupState.words[1] = up;
+    params.groupState.words[0] = stateOf(state, group);
+    params.groupState.words[1] = linksUp(state, group);
     return params;
+}
+
+// Whether a record's links are the group's own, if the device looks at that.
+bool isConsistent(const State &state, const imaParams &params, uint32_t group)
+{
+    if (!state.behaviours.consistency)
+        return true;
+    for (uint32_t i = 0; i < params.linkCount && i < IMA_LINK_MAX; ++i) {
+        const uint32_t link = params.links[i].linkId;
+        const uint32_t in = link >= 1 && link <= KV_SIM_LINKS ? state.links[link - 1].group : 0;
+        if (in == group)
+            continue;
+        if (in)
+            fail(EXISTS, "IMA link %u is in group %u already", link, in);
+        else
+            fail(NO_OBJECT, "IMA link %u is not in group %u", link, group);
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -38,7 +55,7 @@ kvRc body::config_get_ima_params(Transaction &device, imaParams *params, uint32_
 kvRc body::config_set_ima_params(Transaction &device, const imaParams *params, uint32_t group)
 {
     Group *found = groupOf(device, group);
-    if (!found)
+    if (!found || !isConsistent(*device, *params, group))
         return failureCode();
     imaParams &own = device.modify(found->params);
     own.groupParam1 = params->groupParam1;

@@ -43,10 +43,7 @@ kvRc body::config_set_pdh_admin(Transaction &device, adminStatus status, uint32_
 kvRc body::config_get_pdh_oper_state(Transaction &device, operState *state, uint32_t port)
 {
     const Port *found = portOf(device, port);
-    if (!found)
-        return failureCode();
-    const bool testing = found->loopback.lpbk != NO_LOOPBACK;
-    return answer(state, operStateOf(found->params.adminStatus, testing, found->alarms));
+    return found ? answer(state, stateOf(*found)) : failureCode();
 }
 
 kvRc body::config_get_pdh_lpbk(Transaction &device, pdhLpbk *loopback, uint32_t port)

@@ -75,6 +75,20 @@ bool isValid(const pwConfig &config)
            isTag(config) && isService(config);
 }
 
+// What another record or object says has to fit, if the device looks at that.
+bool isConsistent(const State &state, const pwConfig &config, uint32_t pwId)
+{
+    if (!state.behaviours.consistency)
+        return true;
+    if (config.pwId != pwId)
+        fail(BAD_VALUE, "the record is pseudowire %u's, not %u's", config.pwId, pwId);
+    else if (config.circuit > KV_SIM_PORTS)
+        fail(BAD_VALUE, "circuit %u is beyond the %d ports", config.circuit, KV_SIM_PORTS);
+    else
+        return true;
+    return false;
+}
+
 pwConfig defaultsOf(const State &state, pweType type, pweEncType encapsulation, uint32_t pwId)
 {
     pwConfig config{};
@@ -150,7 +164,7 @@ kvRc body::config_add_pw(Transaction &device, const pwConfig *config, uint32_t p
         return fail(NO_OBJECT, "there is no pseudowire %u, only 1 to %d", pwId, KV_SIM_PWS);
     if (device->pws[pwId - 1].provisioned)
         return fail(EXISTS, "pseudowire %u is provisioned already", pwId);
-    if (!isValid(*config))
+    if (!isValid(*config) || !isConsistent(*device, *config, pwId))
         return BAD_VALUE;
     Pw &pw = device.modify(device->pws[pwId - 1]);
     pw = {};
@@ -162,7 +176,7 @@ kvRc body::config_add_pw(Transaction &device, const pwConfig *config, uint32_t p
 kvRc body::config_set_pw(Transaction &device, const pwConfig *config, uint32_t pwId)
 {
     Pw *found = pwOf(device, pwId);
-    if (!found || !isValid(*config))
+    if (!found || !isValid(*config) || !isConsistent(*device, *config, pwId))
         return failureCode();
     if (config->pweType != found->config.pweType)
         return fail(WRONG_STATE, "pseudowire %u is of type %u and can't become %u", pwId,
@@ -182,9 +196,7 @@ kvRc body::config_del_pw(Transaction &device, uint32_t pwId)
 kvRc body::config_get_pw_oper_state(Transaction &device, operState *state, uint32_t pwId)
 {
     const Pw *found = pwOf(device, pwId);
-    if (!found)
-        return failureCode();
-    return answer(state, operStateOf(found->config.adminStatus, false, found->alarms));
+    return found ? answer(state, stateOf(*found)) : failureCode();
 }
 
 kvRc body::config_set_pw_admin(Transaction &device, adminStatus status, uint32_t pwId)

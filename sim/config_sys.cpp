@@ -54,7 +54,8 @@ kvRc body::config_system_tpid_set(Transaction &device, unsigned short tpid)
 
 kvRc body::config_get_system_params(Transaction &device, sysParams *params)
 {
-    return answer(params, device->system.params);
+    answer(params, device->system.params);
+    return answer(&params->operState, stateOfSystem(*device));
 }
 
 kvRc body::config_set_pwe_src_ip_addr(Transaction &device, const unsigned *address)
@@ -97,7 +98,8 @@ kvRc body::config_get_temperature(Transaction &device, unsigned *temperature)
 
 kvRc body::config_get_sys_status(Transaction &device, sysStatus *status)
 {
-    return answer(status, device->system.status);
+    answer(status, device->system.status);
+    return answer(&status->operState, stateOfSystem(*device));
 }
 
 kvRc body::config_get_sys_version(Transaction &device, swVersion *version)

@@ -2,9 +2,10 @@
 #include "control.h"
 
 #include "clock.h"
+#include "counters.h"
+#include "growth.h"
 #include "notification.h"
 #include "objects.h"
-#include "pm.h"
 
 #include <algorithm>
 #include <cstring>
@@ -16,57 +17,6 @@ using describe::platform::functions;
 
 namespace
 {
-
-// Uses a word of an object's PM counters in the running interval, behind those that every record
-// begins with.
-template <class Record, class Use>
-kvRc useWord(Transaction &device, Pm<Record> &pm, uint32_t interval, const Record &fresh,
-             uint32_t word, Use use)
-{
-    constexpr uint32_t leading = sizeof(Record::platform0) / sizeof(uint32_t);
-    constexpr uint32_t words = sizeof(Record) / sizeof(uint32_t) - leading;
-    if (!isMember(pmInterval{interval}))
-        return BAD_VALUE;
-    if (word >= words)
-        return fail(BAD_VALUE, "word %u is not one of 0 to %u", word, words - 1);
-    auto *record = reinterpret_cast<unsigned char *>(&modifyPm(device, pm, interval, fresh));
-    use(record + (leading + word) * sizeof(uint32_t));
-    return KV_OK;
-}
-
-template <class Use>
-int usePmWord(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, Use use)
-{
-    return control([=](Transaction &device) {
-        const auto useOf = [&](auto *object, const auto &fresh) {
-            return object ? useWord(device, object->pm, interval, fresh, word, use) : failureCode();
-        };
-        switch (type) {
-        case KV_SIM_PDH:
-            return useOf(portOf(device, number), freshPdhPm(number));
-        case KV_SIM_PW: {
-            Pw *pw = pwOf(device, number);
-            return useOf(pw, freshPwPm(pw ? pw->config.pweType : pweType{}));
-        }
-        case KV_SIM_GROUP:
-            return useOf(groupOf(device, number), freshGroupPm());
-        case KV_SIM_LINK:
-            return useOf(linkOf(device, number), freshLinkPm());
-        default:
-            return fail(BAD_VALUE, "object type %u has no PM counters", type);
-        }
-    });
-}
-
-kvRc setCounter(Transaction &device, kvCounter *counters, uint32_t count, uint32_t index,
-                uint64_t value)
-{
-    if (index >= count)
-        return fail(BAD_VALUE, "counter %u is not one of 0 to %u", index, count - 1);
-    device.modify(counters[index]) = {static_cast<uint32_t>(value),
-                                      static_cast<uint32_t>(value >> 32)};
-    return KV_OK;
-}
 
 kvRc clearAlarms(Transaction &device)
 {
@@ -85,6 +35,23 @@ kvRc clearAlarms(Transaction &device)
     for (uint32_t i = 0; i < KV_SIM_LINKS; ++i)
         clear(OBJ_IMA_LINK, i + 1, device->links[i].alarms);
     return code;
+}
+
+kvRc set(const Counter &counter, uint64_t value)
+{
+    if (!counter)
+        return failureCode();
+    counter.set(value);
+    return KV_OK;
+}
+
+template <class Value>
+kvRc get(const Counter &counter, Value *value)
+{
+    if (!counter)
+        return failureCode();
+    *value = static_cast<Value>(counter.value());
+    return KV_OK;
 }
 
 // Waits until the reports of an interval's end have been taken.
@@ -286,6 +253,7 @@ int kv_sim_interval_end(uint32_t interval)
     return control([=](Transaction &device) {
         if (!isMember(pmInterval{interval}))
             return BAD_VALUE;
+        growAll(device, device->clock.seen);
         return endInterval(device, interval);
     });
 }
@@ -310,54 +278,48 @@ int kv_sim_interval_period(uint32_t interval, uint32_t seconds)
 
 int kv_sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, uint32_t value)
 {
-    return usePmWord(type, number, interval, word,
-                     [=](void *at) { memcpy(at, &value, sizeof value); });
+    return control([=](Transaction &device) {
+        grow(device, type, number, device->clock.seen);
+        return set(pmCounter(device, type, number, interval, word), value);
+    });
 }
 
 int kv_sim_pm_get(uint32_t type, uint32_t number, uint32_t interval, uint32_t word, uint32_t *value)
 {
-    return usePmWord(type, number, interval, word,
-                     [=](const void *at) { memcpy(value, at, sizeof *value); });
+    return control([=](Transaction &device) {
+        grow(device, type, number, device->clock.seen);
+        return get(pmCounter(device, type, number, interval, word), value);
+    });
 }
 
 int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value)
 {
     return control([=](Transaction &device) {
-        switch (type) {
-        case KV_SIM_SYSTEM: {
-            sysOmStat &om = device.modify(device->system.om);
-            constexpr uint32_t words = sizeof om.words / sizeof om.words[0];
-            if (counter >= words)
-                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter, words - 1);
-            om.words[counter] = static_cast<uint32_t>(value);
-            return KV_OK;
-        }
-        case KV_SIM_PW: {
-            constexpr uint32_t own = sizeof(pwOmStats::counters) / sizeof(kvCounter);
-            constexpr uint32_t entries = sizeof(pwOmStats::entries) / sizeof(pwOmEntry);
-            Pw *pw = pwOf(device, number);
-            if (!pw)
-                return failureCode();
-            if (counter < own)
-                return setCounter(device, pw->om.counters, own, counter, value);
-            const uint32_t index = counter - own;
-            if (index >= 2 * entries)
-                return fail(BAD_VALUE, "counter %u is not one of 0 to %u", counter,
-                            own + 2 * entries - 1);
-            return setCounter(device, pw->om.entries[index / 2].counters, 2, index % 2, value);
-        }
-        case KV_SIM_GROUP: {
-            Group *group = groupOf(device, number);
-            return group ? setCounter(device, group->om.counters, 2, counter, value)
-                         : failureCode();
-        }
-        case KV_SIM_LINK: {
-            Link *link = linkOf(device, number);
-            return link ? setCounter(device, link->om.counters, 8, counter, value) : failureCode();
-        }
-        default:
-            return fail(BAD_VALUE, "object type %u has no OM counters", type);
-        }
+        grow(device, type, number, device->clock.seen);
+        return set(omCounter(device, type, number, counter), value);
+    });
+}
+
+int kv_sim_om_get(uint32_t type, uint32_t number, uint32_t counter, uint64_t *value)
+{
+    return control([=](Transaction &device) {
+        grow(device, type, number, device->clock.seen);
+        return get(omCounter(device, type, number, counter), value);
+    });
+}
+
+int kv_sim_rate_set(const kvSimRate *rate)
+{
+    return control([=](Transaction &device) { return setRate(device, *rate); });
+}
+
+int kv_sim_rate_get(unsigned index, kvSimRate *rate)
+{
+    return control([=](Transaction &device) {
+        if (index >= std::min(device->rates.count, RATES))
+            return fail(NO_OBJECT, "there is no rate %u", index);
+        *rate = device->rates.rates[index];
+        return KV_OK;
     });
 }
 

@@ -7,8 +7,8 @@
 namespace sim
 {
 
-// Runs a command as a transaction, by the device clock as it stands; committed when it returns
-// KV_OK.
+// Runs a command as a transaction, by the device clock as it stands; committed, with what follows
+// from it, when it returns KV_OK.
 template <class Command>
 int control(Command command)
 {
@@ -16,7 +16,7 @@ int control(Command command)
     if (!device)
         return -1;
     tick(device);
-    if (command(device) != KV_OK)
+    if (command(device) != KV_OK || settle(device) != KV_OK)
         return -1;
     device.commit();
     return 0;

@@ -66,12 +66,6 @@ bool lockByte(int descriptor, short type, off_t byte)
     return true;
 }
 
-// An undo entry is its bytes, then where they belong; read from the end.
-struct Mark {
-    uint32_t offset;
-    uint32_t size;
-};
-
 size_t deviceSize()
 {
     return sizeof(State) + journalSize(callsKept);

@@ -4,6 +4,10 @@
 
 #include "state.h"
 
+#include <algorithm>
+#include <cstring>
+#include <span>
+
 namespace sim
 {
 
@@ -20,6 +24,12 @@ constexpr kvRc FULL = 128;
 constexpr kvRc EXISTS = 256;
 constexpr kvRc WRONG_STATE = 512;
 constexpr kvRc NO_DEVICE = 1;
+
+// An entry of the undo is its bytes, then where they belong; read from the end.
+struct Mark {
+    uint32_t offset;
+    uint32_t size;
+};
 
 // A change of the device, with its lock. What modify() returned may be written; what was not
 // committed is rolled back at the end, and when the process dies meanwhile.
@@ -40,6 +50,29 @@ class Transaction
     {
         save(&field, sizeof field);
         return field;
+    }
+
+    // Calls visit(offset, size) for what was modified and not committed, also for what is modified
+    // by that, until it is nothing.
+    template <class Visit>
+    void eachChange(Visit visit)
+    {
+        for (uint32_t seen = 0; seen < used_;) {
+            const uint32_t end = used_;
+            for (uint32_t at = end; at >= seen + sizeof(Mark);) {
+                Mark mark;
+                at -= static_cast<uint32_t>(sizeof mark);
+                memcpy(&mark, state_->undo.bytes + at, sizeof mark);
+                at -= std::min(at, mark.size);
+                visit(mark.offset, mark.size);
+            }
+            seen = end;
+        }
+    }
+
+    void modify(std::span<uint8_t> bytes)
+    {
+        save(bytes.data(), static_cast<uint32_t>(bytes.size()));
     }
 
     void commit();

@@ -1,5 +1,7 @@
 #include "entry.h"
 
+#include "clock.h"
+#include "growth.h"
 #include "notification.h"
 
 #include <algorithm>
@@ -73,14 +75,37 @@ void Call::finish()
     device.modify(mine->pending) = 0;
 }
 
-bool Call::isAbout(uint32_t object) const
+uint32_t Call::object() const
 {
     const Function &row = rowOf(function_);
     if (row.object < 0)
-        return false;
+        return 0;
     const auto before = row.arguments.first(static_cast<size_t>(row.object));
-    return arguments_.numbers[std::ranges::count(
-               before, false, &describe::platform::Argument::isPointer)] == object;
+    return arguments_
+        .numbers[std::ranges::count(before, false, &describe::platform::Argument::isPointer)];
+}
+
+// Those that this call is about, in case that it is one of the counters.
+void Call::growCounters()
+{
+    const Function &row = rowOf(function_);
+    if (row.library != describe::platform::Library::pmom)
+        return;
+    const auto type = [&] {
+        switch (row.objectKind) {
+        case describe::platform::Object::port:
+            return OBJ_PDH;
+        case describe::platform::Object::pw:
+            return OBJ_PWE;
+        case describe::platform::Object::group:
+            return OBJ_IMA_GROUP;
+        case describe::platform::Object::link:
+            return OBJ_IMA_LINK;
+        default:
+            return OBJ_SYSTEM;
+        }
+    }();
+    grow(device, type, type == OBJ_SYSTEM ? 1 : object(), device->clock.seen);
 }
 
 ArmedFault *Call::meet()
@@ -93,7 +118,7 @@ ArmedFault *Call::meet()
         const bool named = fault.function[0] != '\0';
         if (named && strncmp(fault.function, row.name, sizeof fault.function) != 0)
             continue;
-        if (fault.object != 0 && !isAbout(fault.object))
+        if (fault.object != 0 && object() != fault.object)
             continue;
         if (fault.skip > 0) {
             --device.modify(armed.fault.skip);
@@ -133,6 +158,8 @@ bool Call::enter()
     }
     begun_ = hostMonotonic();
     tick(device, begun_);
+    if (device->rates.count)
+        growCounters();
     ArmedFault *armed = device->faultCount ? meet() : nullptr;
     if (armed && armed->fault.times > 0 && --device.modify(armed->fault.times) == 0) {
         device.modify(armed->used) = 0;

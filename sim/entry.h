@@ -2,8 +2,8 @@
 #ifndef SIM_ENTRY_H
 #define SIM_ENTRY_H
 
+#include "behaviour.h"
 #include "clock.h"
-#include "device.h"
 
 #include <platform.h>
 
@@ -79,13 +79,17 @@ class Call
     {
         if (enter())
             code_ = body(device);
+        if (device && code_ == KV_OK)
+            code_ = settle(device);
         return code_;
     }
 
     Transaction device;
 
   private:
-    bool isAbout(uint32_t object) const;
+    // The number of the object that the call is about; 0: none.
+    uint32_t object() const;
+    void growCounters();
     ArmedFault *meet();
     void wait(const kvSimFault &fault);
     // Adds the call to the journal.

@@ -45,9 +45,7 @@ void initialiseSystem(System &system)
     params.psnNetType = psnNetType{1};
     params.temperatureThr1 = 70;
     params.temperatureThr2 = 85;
-    params.operState = OPER_UP;
 
-    system.status.operState = OPER_UP;
     initialiseVersions(system.status.version);
     for (uint32_t i = 0; i < 13; ++i)
         system.status.values1[i] = 100 + i;
@@ -97,11 +95,16 @@ void initialise(State &state)
     state.clock.period[2] = 86400;
     scheduleIntervals(state);
 
+    state.behaviours.logAlarm = 1;
+    for (uint32_t &links : state.linksNeeded)
+        links = 1;
+
     state.upgrade.state = LOAD_NONE;
     initialiseSystem(state.system);
     for (uint32_t i = 0; i < KV_SIM_PORTS; ++i) {
         initialisePort(state.ports[i].params, i + 1);
         state.ports[i].loopback.lpbk = NO_LOOPBACK;
+        state.ports[i].signal = 1;
     }
     std::atomic_signal_fence(std::memory_order_seq_cst);
     state.initialised = 1;

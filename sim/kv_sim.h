@@ -224,6 +224,31 @@ KV_SIM_EXPORT int kv_sim_pm_get(uint32_t type, uint32_t number, uint32_t interva
  * a link: 0 to 7
  */
 KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter, uint64_t value);
+/** Reads one OM counter of an object, by the same numbers. */
+KV_SIM_EXPORT int kv_sim_om_get(uint32_t type, uint32_t number, uint32_t counter, uint64_t *value);
+
+/** By how much a counter grows while its object is in service: it is up, and a link is in a group.
+ */
+typedef struct kvSimRate {
+    uint32_t type;
+    uint32_t number;
+    uint32_t om;      /**< 0: a PM counter, in all intervals; 1: an OM counter */
+    uint32_t counter; /**< as in kv_sim_pm_set() or kv_sim_om_set() */
+    uint32_t amount;
+    uint32_t milliseconds; /**< in which it grows by the amount: 1 to 3600000 of device time */
+    uint32_t burst;        /**< 0: evenly; 1: at once, whenever they are over */
+} kvSimRate;
+
+/**
+ * Lets a counter of an object that exists grow from now on, by device time; an
+ * amount of 0 ends that. A counter wraps around at its end, which is that of 32
+ * bits, or of 64 for the OM counters of pseudowires, groups and links. The times
+ * of all rates of the object begin anew. Fails when 4096 counters grow already.
+ */
+KV_SIM_EXPORT int kv_sim_rate_set(const kvSimRate *rate);
+/** The rate with this index, from 0, in the order of the objects. -1 when there are no more. */
+KV_SIM_EXPORT int kv_sim_rate_get(unsigned index, kvSimRate *rate);
+
 /** How many notifications have been sent that subscribers have not dealt with yet, and how many
  * were lost: of more than 4095 that wait for a subscriber the oldest. */
 KV_SIM_EXPORT int kv_sim_pending(uint32_t *waiting, uint64_t *lost);
@@ -238,6 +263,22 @@ typedef struct kvSimSubscription {
 
 /** The subscription with this index, from 0. -1 when there are no more. */
 KV_SIM_EXPORT int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription);
+
+/* Settings: what the device is like, and what it does by itself */
+
+/**
+ * Sets one of the settings, by its name: "temperature", "signal.3",
+ * "version.2". Numbers are decimal or begin with 0x; what can be switched takes
+ * "on" and "off". "behaviours" stands for all of those that switch something
+ * that a device does. docs/simulated-device.md tells what each is for.
+ */
+KV_SIM_EXPORT int kv_sim_set(const char *name, const char *value);
+/** Reads a setting as text; "some" where "behaviours" is neither on nor off. Fails when the text
+ * doesn't fit into @p size bytes; none needs more than 128. */
+KV_SIM_EXPORT int kv_sim_get(const char *name, char *value, unsigned size);
+/** Name of a setting, by an index from 0; null when there are no more. Valid until the thread asks
+ * for the next. */
+KV_SIM_EXPORT const char *kv_sim_setting(unsigned index);
 
 /* Software upgrade */
 

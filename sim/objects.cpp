@@ -2,6 +2,9 @@
 
 #include "notification.h"
 
+#include <algorithm>
+#include <span>
+
 namespace sim
 {
 
@@ -82,11 +85,55 @@ kvRc setAlarms(Transaction &device, uint32_t type, uint32_t number, uint32_t &al
     return notify(device, Service::alarm, {objType{type}, number, bits, delta});
 }
 
+namespace
+{
+
 operState operStateOf(adminStatus status, bool testing, uint32_t alarms)
 {
     if (status == ADMIN_TESTING || (status == ADMIN_UP && testing))
         return OPER_TESTING;
     return status == ADMIN_UP && alarms == 0 ? OPER_UP : OPER_DOWN;
+}
+
+} // namespace
+
+operState stateOf(const Port &port)
+{
+    return operStateOf(port.params.adminStatus, port.loopback.lpbk != NO_LOOPBACK, port.alarms);
+}
+
+operState stateOf(const Pw &pw)
+{
+    return operStateOf(pw.config.adminStatus, false, pw.alarms);
+}
+
+operState stateOf(const Link &link)
+{
+    return link.alarms == 0 ? OPER_UP : OPER_DOWN;
+}
+
+operState stateOf(const State &state, const Group &group)
+{
+    return group.alarms == 0 && linksUp(state, group) > 0 ? OPER_UP : OPER_DOWN;
+}
+
+uint32_t linksUp(const State &state, const Group &group)
+{
+    const std::span links{group.params.links, std::min(group.params.linkCount, IMA_LINK_MAX)};
+    return static_cast<uint32_t>(std::ranges::count_if(links, [&](const imaLinkEntry &entry) {
+        const uint32_t link = entry.linkId;
+        return link >= 1 && link <= KV_SIM_LINKS && stateOf(state.links[link - 1]) == OPER_UP;
+    }));
+}
+
+// A full log and a first threshold are notices; what is behind them still works.
+operState stateOfSystem(const State &state)
+{
+    constexpr uint32_t NOTICES = SYSTEM_LOG_FULL | SYSTEM_WARM;
+    const System &system = state.system;
+    return state.behaviours.systemState ? operStateOf(ADMIN_UP, system.loopback.lpbk != NO_LOOPBACK,
+                                                      system.alarms & ~NOTICES)
+                                        : OPER_UP;
 }
 
 bool inRange(const char *what, uint32_t value, uint32_t first, uint32_t last)

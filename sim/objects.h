@@ -32,7 +32,25 @@ constexpr operState OPER_TESTING{2};
 constexpr operState OPER_UP{3};
 constexpr lpbk NO_LOOPBACK{1};
 
-operState operStateOf(adminStatus status, bool testing, uint32_t alarms);
+operState stateOf(const Port &port);
+operState stateOf(const Pw &pw);
+operState stateOf(const State &state, const Group &group);
+operState stateOf(const Link &link);
+operState stateOfSystem(const State &state);
+
+// How many of a group's links are up.
+uint32_t linksUp(const State &state, const Group &group);
+
+// The alarm bits that this device raises by itself, by object.
+constexpr uint32_t SYSTEM_LOOPBACK = 1U << 10;
+constexpr uint32_t SYSTEM_WARM = 1U << 11; // the temperature is at the first threshold
+constexpr uint32_t SYSTEM_HOT = 1U << 12;  // at the second
+constexpr uint32_t SYSTEM_LOG_FULL = 1U << EV_LOG_FULL_ALM;
+constexpr uint32_t PORT_NO_SIGNAL = 1U << 14;
+constexpr uint32_t PORT_LOOPBACK = 1U << 15;
+constexpr uint32_t PW_PORT = 1U << 3;    // its port isn't up
+constexpr uint32_t PW_CIRCUIT = 1U << 4; // another has its circuit, too
+constexpr uint32_t GROUP_LINKS = 1U << 9;
 
 // These fail() when the value isn't one of those that this device knows.
 bool inRange(const char *what, uint32_t value, uint32_t first, uint32_t last);

@@ -26,7 +26,21 @@ struct Pm {
     Slot slots[KV_SIM_INTERVALS][2]; // the running interval and the one before, by parity
 };
 
+// How long an object has been in service, which its counters grow by. Times are uptimes.
+struct Duty {
+    uint32_t up; // when it was last looked at
+    uint64_t since;
+    uint64_t served; // until then
+    uint64_t grown;  // how much of it the counters have seen
+};
+
+// The alarms that are there by a cause of the device's own, of those that are active.
+using Caused = uint32_t;
+
 struct System {
+    Duty duty;
+    Caused caused;
+    uint32_t temperatureSet; // a temperature that nobody set has no alarms
     eqptMode mode;
     alarmMode reportMode;
     uint32_t reportValue;
@@ -46,6 +60,9 @@ struct System {
 };
 
 struct Port {
+    Duty duty;
+    Caused caused;
+    uint32_t signal;
     pdhParams params;
     pdhLpbk loopback;
     uint32_t alarms;
@@ -53,6 +70,10 @@ struct Port {
 };
 
 struct Pw {
+    Duty duty;
+    Caused caused;
+    uint32_t claim;  // the circuit that it has; 0: none
+    uint32_t shared; // others have it, too
     uint32_t provisioned;
     uint32_t alarms;
     pwConfig config;
@@ -61,6 +82,8 @@ struct Pw {
 };
 
 struct Group {
+    Duty duty;
+    Caused caused;
     uint32_t provisioned;
     uint32_t alarms;
     imaParams params;
@@ -69,6 +92,7 @@ struct Group {
 };
 
 struct Link {
+    Duty duty;
     uint32_t group; // 0: in none
     uint32_t alarms;
     imaLinkOmStat om;
@@ -136,6 +160,26 @@ struct ArmedFault {
     kvSimFault fault;
 };
 
+// What a device does and this one does only when told, each 0 or 1. Their names are the settings'.
+struct Behaviours {
+    uint32_t systemState;
+    uint32_t loopbackAlarms;
+    uint32_t circuitAlarms;
+    uint32_t portAlarms;
+    uint32_t linkAlarms;
+    uint32_t loadVersion;
+    uint32_t consistency;
+    uint32_t logAlarm;
+};
+
+constexpr uint32_t RATES = 4096;
+
+// In the order of the objects; a counter has at most one.
+struct Rates {
+    uint32_t count;
+    kvSimRate rates[RATES];
+};
+
 constexpr uint32_t FAULTS = 32;
 constexpr uint32_t LOG = 512;
 
@@ -180,6 +224,12 @@ struct alignas(64) State {
     uint32_t pmEpoch[KV_SIM_INTERVALS];
     Upgrade upgrade;
     Clock clock;
+
+    // Whether anything was asked for that follows from changes; until then nobody looks at them.
+    uint32_t attentive;
+    Behaviours behaviours;
+    uint32_t linksNeeded[KV_SIM_GROUPS];
+    Rates rates;
 
     Notifications services[SERVICES];
     uint64_t lost;

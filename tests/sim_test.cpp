@@ -8,6 +8,7 @@
 #include <meaning.h>
 
 #include <array>
+#include <bit>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
@@ -1265,7 +1266,7 @@ TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
         uint32_t current, first, second;
         vexo_cmi_sys_temp_set(temperature, temperature, &result);
         vexo_cmi_sys_temp_get(&current, &first, &second, &result);
-        told[{"current", std::to_string(current)}] = "the temperature, always";
+        told[{"current", std::to_string(current)}] = "the temperature, until it is set";
     }
 
     // Every bit takes a port, a pseudowire, a group and a link down.
@@ -1299,16 +1300,125 @@ TEST_F(Meanings, OfValuesAreThoseThatTheSimulatedDeviceActsBy)
     told[{"vexoImaGroupState.words", "word 1"}] = "how many of its links are up";
     told[{"vexoImaLinkState.words", "word 0"}] = twoStates(linkStates);
 
-    // The system is up whatever alarms it has.
-    std::set<uint32_t> moduleStates;
-    for (uint32_t bit = 0; bit < 15; ++bit) {
-        vexo_cmi_sys_alarm_set(1U << bit, &result);
-        moduleStates.insert(read<vexoModuleState>(vexo_cmi_sys_oper_state_get));
+    // The system is up whatever there is, unless its state follows.
+    const auto system = [&]() -> std::string & {
+        const auto state = read<vexoModuleState>(vexo_cmi_sys_oper_state_get);
+        return told[{"vexoModuleState", std::to_string(state)}];
+    };
+    const auto loop = [&](vexoLpbk loopback) { vexo_cmi_misc_sys_lbk_set(loopback, &result); };
+    for (const char *follows : {"off", "on"}) {
+        kv_sim_set("system-state", follows);
+        for (uint32_t bit = 0; bit < 10; ++bit) {
+            vexo_cmi_sys_alarm_set(1U << bit, &result);
+            system() = "down: system-state is on, and it has an alarm";
+        }
+        vexo_cmi_sys_alarm_set(0, &result);
+        loop(VEXO_LPBK_2);
+        system() = "in test: system-state is on, and it has a loopback";
+        loop(VEXO_LPBK_1);
+        system() = "up";
     }
-    EXPECT_EQ(moduleStates.size(), 1u);
-    told[{"vexoModuleState", std::to_string(*moduleStates.begin())}] =
-        "up, which the system always is";
-    vexo_cmi_sys_alarm_set(0, &result);
+    kv_sim_set("system-state", "off");
+
+    // Alarms that have a cause: with a setting, and where there is none at once.
+    const auto raises = [&](const char *of, uint32_t type, const char *setting, auto cause,
+                            const char *meaning) {
+        uint32_t before = 0, bits = 0;
+        cause(true);
+        kv_sim_alarm_get(type, 1, &before);
+        EXPECT_EQ(before == 0, setting != nullptr) << meaning;
+        EXPECT_EQ(kv_sim_set(setting ? setting : "behaviours", setting ? "on" : "off"), 0);
+        kv_sim_alarm_get(type, 1, &bits);
+        told[{of, "bit " + std::to_string(std::countr_zero(bits))}] = meaning;
+        kv_sim_set("behaviours", "off");
+        cause(false);
+        kv_sim_alarm_get(type, 1, &bits);
+        EXPECT_EQ(bits, 0U) << meaning;
+    };
+    const auto on = [](bool there) { return there ? VEXO_LPBK_4 : VEXO_LPBK_1; };
+    raises(
+        "bits", KV_SIM_SYSTEM, "loopback-alarms", [&](bool there) { loop(on(there)); },
+        "a loopback, if loopback-alarms is on");
+    raises(
+        "bits", KV_SIM_SYSTEM, nullptr,
+        [&](bool there) {
+            vexo_cmi_sys_temp_set(70, 80, &result);
+            kv_sim_set("temperature", there ? "70" : "69");
+        },
+        "the temperature has been set, to the first threshold or above");
+    raises(
+        "bits", KV_SIM_SYSTEM, nullptr,
+        [&](bool there) {
+            vexo_cmi_sys_temp_set(80, 70, &result);
+            kv_sim_set("temperature", there ? "70" : "69");
+        },
+        "the temperature has been set, to the second threshold or above");
+    raises(
+        "alarmBits", KV_SIM_PDH, "loopback-alarms",
+        [&](bool there) { vexo_cmi_pdh_lpbk_set(on(there), 1, &result); },
+        "of a port: a loopback, if loopback-alarms is on");
+    raises(
+        "alarmBits", KV_SIM_PDH, nullptr,
+        [&](bool there) {
+            kv_sim_set("signal.1", there ? "off" : "on");
+            setAdmin(1);
+        },
+        "of a port: it is up without a signal");
+    raises(
+        "alarmBits", KV_SIM_GROUP, "link-alarms",
+        [&](bool there) { kv_sim_set("links-needed.1", there ? "3" : "2"); },
+        "of a group: fewer links are up than it needs, if link-alarms is on");
+    const auto carry = [&](vexoPweType type, uint32_t pwId, uint32_t circuit, bool exists) {
+        vexoPweParams params = newPwe(type);
+        params.pweAction = exists ? VEXO_PWE_ACTION_MODIFY : VEXO_PWE_ACTION_CREATE;
+        auto &service = params.service;
+        (type == 1   ? service.t1.circuit
+         : type == 2 ? service.t2.circuit
+                     : service.a.circuit) = circuit;
+        vexo_cmi_pwe_params_set(&params, pwId, &result);
+        EXPECT_OK(result);
+    };
+    raises(
+        "alarmBits", KV_SIM_PW, "circuit-alarms",
+        [&](bool there) {
+            carry(VEXO_PWE_TYPE_ATM_3, 2, 77, true);
+            carry(VEXO_PWE_TYPE_TDM_1, 1, there ? 77 : 78, true);
+        },
+        "of a pseudowire: another has its circuit, if circuit-alarms is on");
+    raises(
+        "alarmBits", KV_SIM_PW, "port-alarms",
+        [&](bool there) { carry(VEXO_PWE_TYPE_TDM_1, 1, there ? 2 : 17, true); },
+        "of a pseudowire: its port isn't up, if port-alarms is on");
+    // Which port that is: that of the circuits in use alone is down.
+    kv_sim_set("port-alarms", "on");
+    setAdmin(2);
+    for (const uint32_t type : {1u, 2u, 3u}) {
+        uint32_t first = 0, last = 0;
+        for (uint32_t circuit = 1; circuit < 30; ++circuit) {
+            carry(vexoPweType{type}, 900, circuit, circuit > 1);
+            const auto isUp = [&] {
+                return read<vexoPweParamsInfo>(vexo_cmi_pwe_params_get, 900u).operState == up;
+            };
+            const bool without = isUp();
+            vexo_cmi_pdh_admin_set(VEXO_ADMIN_STATUS_1, circuit, &result);
+            if (isUp() && !without) {
+                first = first ? first : circuit;
+                last = circuit;
+            }
+            vexo_cmi_pdh_admin_set(VEXO_ADMIN_STATUS_2, circuit, &result);
+        }
+        told[{std::string{"vexoPweService"} +
+                  (type == 1   ? "T1"
+                   : type == 2 ? "T2"
+                               : "A") +
+                  ".circuit",
+              std::to_string(first) + " to " + std::to_string(last)}] = "the port of this number";
+        config_del_pw(900);
+    }
+    kv_sim_set("port-alarms", "off");
+    setAdmin(1);
+    carry(VEXO_PWE_TYPE_TDM_1, 1, 0, true);
+    carry(VEXO_PWE_TYPE_ATM_3, 2, 0, true);
     vexo_cmi_misc_log_reset(&result);
     uint32_t records = 0;
     while (read<unsigned>(vexo_cmi_sys_alarm_get) == 0 && records < 2000) {

@@ -94,7 +94,11 @@ inline void steer()
             kv_sim_alarm_set(type, number, chance().word());
             kv_sim_pm_set(type, number, 1 + chance().below(4), chance().below(20), 1);
             kv_sim_om_set(type, number, chance().below(8), 1);
+            const kvSimRate rate{type, number, chance().below(2), chance().below(20), 7, 900, 0};
+            kv_sim_rate_set(&rate);
         }
+    kv_sim_set("behaviours", chance().below(2) ? "on" : "off");
+    kv_sim_set("signal.1", chance().below(2) ? "on" : "off");
     for (uint32_t interval = 1; interval <= 3; ++interval) {
         kv_sim_interval_period(interval, 900 * interval);
         kv_sim_interval_end(interval);
