@@ -44,12 +44,19 @@ def missing_words(vexoctl: str) -> list[str]:
 
 
 def other_values(vexoctl: str) -> list[str]:
-    """The table of what values mean to the simulated device, unless its document has it."""
+    """Settings of the simulated device that its document doesn't name, and the table of what values
+    mean to it, unless the document has it."""
     rows = json.loads(output(vexoctl, "--json", "sim", "values"))["values"]
     table = "| of | value | meaning |\n| --- | --- | --- |\n" + "".join(
         f"| `{row['of']}` | {row['value']} | {row['meaning']} |\n" for row in rows)
     document = (PROJECT / "docs/simulated-device.md").read_text()
-    return [] if f"\n\n{table}\n" in document else ["docs/simulated-device.md lacks", table]
+    settings = json.loads(output(vexoctl, "--json", "sim", "get"))["settings"]
+    # Of those that are numbered, the first and the last.
+    numbered = [re.sub(r"\d+$", "", name) for name in settings]
+    lacks = [name for i, name in enumerate(settings)
+             if f"`{name}`" not in document and (numbered[i - 1:i + 2].count(numbered[i]) < 3)]
+    return lacks and ["docs/simulated-device.md lacks", *lacks] or (
+        [] if f"\n\n{table}\n" in document else ["docs/simulated-device.md lacks", table])
 
 
 checks = {"links": broken_links, "figures": other_figures, "manual": missing_words,

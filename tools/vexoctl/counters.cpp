@@ -66,7 +66,21 @@ std::string nameOf(const Row &row, size_t index)
     return name;
 }
 
+bool isOf(const Row &row, Counters set, uint32_t type, uint32_t kind)
+{
+    return row.set == set && row.type == type && (!row.kind || *row.kind == kind);
+}
+
 } // namespace
+
+std::string counterName(Counters set, uint32_t type, uint32_t kind, uint32_t word)
+{
+    for (const Row &row : ROWS)
+        for (size_t i = 0; isOf(row, set, type, kind) && i < row.words.size(); ++i)
+            if (row.words[i] == word)
+                return nameOf(row, i);
+    return std::to_string(word);
+}
 
 uint32_t counterWord(Counters set, uint32_t type, uint32_t kind, const std::string &name)
 {
@@ -77,7 +91,7 @@ uint32_t counterWord(Counters set, uint32_t type, uint32_t kind, const std::stri
     }
     Names known;
     for (const Row &row : ROWS) {
-        if (row.set != set || row.type != type || (row.kind && *row.kind != kind))
+        if (!isOf(row, set, type, kind))
             continue;
         for (size_t i = 0; i < row.words.size(); ++i)
             if (nameOf(row, i) == name)
@@ -85,6 +99,8 @@ uint32_t counterWord(Counters set, uint32_t type, uint32_t kind, const std::stri
         const size_t last = row.words.size() - 1;
         known.push_back(nameOf(row, 0) + (last ? " to " + nameOf(row, last) : ""));
     }
+    if (known.empty())
+        throw UsageError("counter: an object of this type has none of this set");
     known.push_back("the number of a word");
     throw UsageError("counter: expected " + inWords(known) + ", not '" + name + "'");
 }

@@ -38,11 +38,16 @@ constexpr describe::Member EFFECTS[] = {{KV_SIM_CODE, "code"},
                                         {KV_SIM_DELAY, "delay"},
                                         {KV_SIM_HANG, "hang"},
                                         {KV_SIM_GARBAGE, "garbage"}};
+constexpr describe::Member SETS[] = {{uint32_t(Counters::pm), "pm"},
+                                     {uint32_t(Counters::om), "om"}};
+constexpr describe::Member GROWTHS[] = {{0, "even"}, {1, "burst"}};
 constexpr Type named(const char *title, std::span<const describe::Member> members)
 {
     return {Kind::enumeration, title, sizeof(uint32_t), members, {}, 1, 0};
 }
 constexpr Type OBJECT_TYPE = named("object type", OBJECTS);
+constexpr Type SET = named("set of counters", SETS);
+constexpr Type GROWTH = named("growth", GROWTHS);
 constexpr Type EFFECT = named("effect", EFFECTS);
 
 template <class Function>
@@ -413,36 +418,113 @@ void sim_pending(Json *shown, vexoResult *result)
     *shown = Json{{"waiting", waiting}, {"lost", lost}};
 }
 
-// Word 0 tells how the object's counters are arranged.
+// How the object's counters are arranged.
+bool readKind(uint32_t type, uint32_t number, uint32_t &kind)
+{
+    kind = 0;
+    return type == KV_SIM_SYSTEM || SIM(kv_sim_pm_get)(type, number, 1, 0, &kind) == 0;
+}
+
+// Calls a function of the control interface with the word that goes with a counter's name.
+template <class Use>
+void useCounter(Counters set, uint32_t type, uint32_t number, const char *name, vexoResult *result,
+                Use use)
+{
+    uint32_t kind;
+    report(!readKind(type, number, kind) || use(counterWord(set, type, kind, name)), result);
+}
+
 void sim_pm_set(uint32_t type, uint32_t number, uint32_t interval, const char *counter,
                 uint32_t value, vexoResult *result)
 {
-    uint32_t kind = 0;
-    report(SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) ||
-               SIM(kv_sim_pm_set)(type, number, interval,
-                                  counterWord(Counters::pm, type, kind, counter), value),
-           result);
+    useCounter(Counters::pm, type, number, counter, result, [=](uint32_t word) {
+        return SIM(kv_sim_pm_set)(type, number, interval, word, value);
+    });
 }
 
 void sim_pm_get(uint32_t *value, uint32_t type, uint32_t number, uint32_t interval,
                 const char *counter, vexoResult *result)
 {
-    uint32_t kind = 0;
-    report(SIM(kv_sim_pm_get)(type, number, interval, 0, &kind) ||
-               SIM(kv_sim_pm_get)(type, number, interval,
-                                  counterWord(Counters::pm, type, kind, counter), value),
-           result);
+    useCounter(Counters::pm, type, number, counter, result, [=](uint32_t word) {
+        return SIM(kv_sim_pm_get)(type, number, interval, word, value);
+    });
 }
 
-void sim_om_set(uint32_t type, uint32_t number, const char *name, uint32_t value, uint32_t high,
+void sim_om_set(uint32_t type, uint32_t number, const char *counter, uint32_t value, uint32_t high,
                 vexoResult *result)
 {
-    uint32_t kind = 0;
-    if (type == KV_SIM_PW && SIM(kv_sim_pm_get)(type, number, 1, 0, &kind) != 0)
-        return report(-1, result);
-    const uint32_t counter = counterWord(Counters::om, type, kind, name);
-    const uint64_t whole = static_cast<uint64_t>(high) << 32 | value;
-    report(SIM(kv_sim_om_set)(type, number, counter, whole), result);
+    useCounter(Counters::om, type, number, counter, result, [=](uint32_t word) {
+        return SIM(kv_sim_om_set)(type, number, word, static_cast<uint64_t>(high) << 32 | value);
+    });
+}
+
+void sim_om_get(Json *shown, uint32_t type, uint32_t number, const char *counter,
+                vexoResult *result)
+{
+    uint64_t value = 0;
+    useCounter(Counters::om, type, number, counter, result,
+               [&](uint32_t word) { return SIM(kv_sim_om_get)(type, number, word, &value); });
+    *shown = Json{{"value", value}};
+}
+
+void sim_rate_set(uint32_t type, uint32_t number, const char *counter, uint32_t amount,
+                  uint32_t milliseconds, uint32_t set, uint32_t growth, vexoResult *result)
+{
+    useCounter(Counters{set}, type, number, counter, result, [=](uint32_t word) {
+        const kvSimRate rate{type, number, set, word, amount, milliseconds, growth};
+        return SIM(kv_sim_rate_set)(&rate);
+    });
+}
+
+void sim_rate_list(Json *shown, vexoResult *result)
+{
+    report(SIM(kv_sim_open)(), result);
+    const auto show = [](const kvSimRate &rate) {
+        uint32_t kind;
+        readKind(rate.type, rate.number, kind);
+        return Json{{"type", toJson(OBJECT_TYPE, &rate.type)},
+                    {"number", rate.number},
+                    {"set", toJson(SET, &rate.om)},
+                    {"counter", counterName(Counters{rate.om}, rate.type, kind, rate.counter)},
+                    {"amount", rate.amount},
+                    {"milliseconds", rate.milliseconds},
+                    {"growth", toJson(GROWTH, &rate.burst)}};
+    };
+    *shown = Json{{"rates", all(SIM(kv_sim_rate_get), show)}};
+}
+
+Names settingNames()
+{
+    Names names;
+    for (unsigned i = 0; const char *name = SIM(kv_sim_setting)(i); ++i)
+        names.emplace_back(name);
+    return names;
+}
+
+void requireSetting(const std::string &name)
+{
+    const Names names = settingNames();
+    if (std::find(names.begin(), names.end(), name) == names.end())
+        throw UsageError("name: there is no setting '" + name + "'" + hint(name, names));
+}
+
+void sim_set(const char *name, const char *value, vexoResult *result)
+{
+    requireSetting(name);
+    report(SIM(kv_sim_set)(name, value), result);
+}
+
+void sim_get(Json *shown, const char *name, vexoResult *result)
+{
+    if (*name)
+        requireSetting(name);
+    report(SIM(kv_sim_open)(), result);
+    Json settings = Json::object();
+    char value[128];
+    for (const std::string &known : settingNames())
+        if ((!*name || known == name) && SIM(kv_sim_get)(known.c_str(), value, sizeof value) == 0)
+            settings[known] = value;
+    *shown = Json{{"settings", settings}};
 }
 
 void sim_subscriptions(Json *shown, vexoResult *result)
@@ -611,6 +693,24 @@ constexpr SimCommand COMMANDS[] = {
      "Sets an OM counter of an object, named as 'misc sys_info get', 'pwe om get' and 'ima om get' "
      "print it, with its index from 0: entries.3.counters.1; or by its number, as kv_sim.h counts "
      "them. High is the upper half of its 64 bits."},
+    {COMMAND(sim_om_get, "type=ima-link number=4 counter=counters.0", {"shown"}, TYPE, {"number"},
+             {"counter"}),
+     "Shows all 64 bits of an OM counter of an object, named as for 'sim om set'."},
+    {COMMAND(sim_rate_set, "type=pdh number=3 counter=layout0.counters.4 amount=10", TYPE,
+             {"number"}, {"counter"}, {"amount"},
+             {.name = "milliseconds", .optional = true, .otherwise = 1000},
+             {.name = "set", .optional = true, .type = &SET},
+             {.name = "growth", .optional = true, .type = &GROWTH}),
+     "Lets a counter grow by the amount in so many milliseconds of device time, 1000 when they are "
+     "left out, while its object is in service: evenly, or in a burst whenever they are over. A "
+     "counter of the set pm, named as for 'sim pm set', grows in all intervals, one of the set om "
+     "is named as for 'sim om set'. An amount of 0 ends it."},
+    {COMMAND(sim_rate_list, "", {"shown"}), "Shows which counters grow by themselves."},
+    {COMMAND(sim_set, "name=temperature value=72", {"name"}, {"value"}),
+     "Changes a setting of the device: what it is like, or what it does by itself. 'sim get' shows "
+     "all of them."},
+    {COMMAND(sim_get, "name=temperature", {"shown"}, OPTIONAL("name")),
+     "Shows a setting of the device, or all."},
     {FORWARD(sim_upgrade_fail, "state=4", {"state"}),
      "Makes software loads fail when they reach this state (2 to 5); 0: none fails."},
     {COMMAND(sim_values, "", {"shown"}),
