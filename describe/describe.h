@@ -142,12 +142,20 @@ struct Named {
     static constexpr auto arguments = OperationRow<function>::complete(Names{}());
 };
 
+// For a program that reads the rows, and calls nothing, without the library.
+#ifdef DESCRIBE_ROWS_ONLY
+template <auto function>
+constexpr std::nullptr_t CALL = nullptr;
+#else
+template <auto function>
+constexpr auto CALL = OperationRow<function>::call;
+#endif
+
 template <auto function, class Names>
 constexpr Operation operation(const char *name, Role role, const char *calls, const char *example,
                               Names)
 {
-    return {name, calls, example, Named<function, Names>::arguments, OperationRow<function>::call,
-            role};
+    return {name, calls, example, Named<function, Names>::arguments, CALL<function>, role};
 }
 
 constexpr std::array<Argument, 0> names()

@@ -91,8 +91,6 @@ RECORD(upgradeRequest, F(mode), F(constant4), F(constant8), F(serverAddress, .ty
        F(fileName), F(platform80), F(constant144))
 RECORD(upgradeStatus, F(platform0), F(state), F(mode), F(platform136), F(fileName), F(platform340))
 
-RECORD(alarmEvent, F(objType), F(objId), F(status, .type = &HEXADECIMAL),
-       F(delta, .type = &HEXADECIMAL))
 RECORD(timeval, F(tv_sec), F(tv_usec))
 
 } // namespace describe

@@ -43,6 +43,10 @@ TITLED_ENUMERATION(DebugState, "debug state", 1, 3)
 TITLED_ENUMERATION(objType, "object type", 0, 34, {OBJ_SYSTEM, "system"}, {OBJ_PDH, "pdh"},
                    {OBJ_IMA_GROUP, "ima-group"}, {OBJ_PWE, "pwe"}, {OBJ_IMA_LINK, "ima-link"})
 
+// What the platform hands to a subscriber's handler; the other records are what its functions take.
+RECORD(alarmEvent, F(objType), F(objId), F(status, .type = &HEXADECIMAL),
+       F(delta, .type = &HEXADECIMAL))
+
 } // namespace describe
 
 namespace describe::platform

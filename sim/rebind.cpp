@@ -237,8 +237,16 @@ void sim::bindLibrary()
     void *libc = dlopen(LIBC_SO, RTLD_LAZY | RTLD_NOLOAD);
     if (!libc)
         return;
-    const auto bound = [=](const char *name, auto *to) {
-        return Binding{name, dlsym(libc, name), reinterpret_cast<void *>(to)};
+    // A recorder that stands before the C library gives what passes the library's calls on.
+    const auto recorders = reinterpret_cast<void *(*)(const char *, void *, void *, void *)>(
+        dlsym(RTLD_DEFAULT, "vexo_trace_clock"));
+    const auto bound = [=](const char *name, auto *function) {
+        void *const hosts = dlsym(libc, name);
+        void *const to = reinterpret_cast<void *>(function);
+        void *const front = dlsym(RTLD_DEFAULT, name);
+        if (void *recorded = recorders ? recorders(name, front, hosts, to) : nullptr)
+            return Binding{name, front, recorded};
+        return Binding{name, hosts, to};
     };
     Bindings bindings{
         bound("settimeofday", deviceSetTimeOfDay),

@@ -1,0 +1,102 @@
+#include "commands.h"
+
+#include <recording.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace vexotrace
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// Beside this program, as it was built or installed.
+std::string recorder()
+{
+    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const char *known : {RECORDERS}) {
+        const fs::path file = (folder / known).lexically_normal();
+        if (!fs::exists(file))
+            continue;
+        if (file.native().find_first_of(": ") != std::string::npos)
+            throw UsageError(file.native() +
+                             ": the recorder can't be preloaded from a path with a blank or colon");
+        return file;
+    }
+    throw UsageError("libvexo_trace.so isn't there, which records");
+}
+
+// An earlier recording makes room; nothing else does.
+void makeRoom(const std::string &file)
+{
+    std::error_code error;
+    if (!fs::exists(file, error))
+        return;
+    if (!fs::is_regular_file(file))
+        throw UsageError(file + ": is no file");
+    if (fs::file_size(file) > 0 && trace::Recording{file}.isAlive())
+        throw UsageError(file + ": a process is being recorded into it");
+    if (!fs::remove(file, error))
+        throw UsageError(file + ": " + error.message());
+}
+
+void checkDevice()
+{
+    const char *device = getenv(trace::DEVICE_VARIABLE);
+    if (!device || !*device)
+        throw UsageError("--snapshot: KV_SIM_DEVICE names no device file to take");
+}
+
+void set(const char *variable, const std::string &value)
+{
+    if (value.empty())
+        unsetenv(variable);
+    else
+        setenv(variable, value.c_str(), 1);
+}
+
+} // namespace
+
+int record(const RecordOptions &options)
+{
+    if (options.size != 0 && options.size < trace::LEAST_SIZE)
+        throw UsageError("--size: at least " + std::to_string(trace::LEAST_SIZE) + " bytes");
+    if (options.snapshot && options.redact)
+        throw UsageError("--redact: a snapshot would have the addresses all the same");
+    if (options.snapshot)
+        checkDevice();
+    const std::string file = fs::absolute(options.output);
+    if (access(fs::path{file}.parent_path().c_str(), W_OK) != 0)
+        throw UsageError(options.output + ": " + strerror(errno));
+    std::string preloaded = recorder();
+    makeRoom(file);
+    if (const char *others = getenv("LD_PRELOAD"); others && *others)
+        preloaded += std::string{":"} + others;
+    set("LD_PRELOAD", preloaded);
+    set(trace::FILE_VARIABLE, file);
+    set(trace::SIZE_VARIABLE, options.size ? std::to_string(options.size) : "");
+    set(trace::SNAPSHOT_VARIABLE, options.snapshot ? "1" : "");
+    set(trace::REDACT_VARIABLE, options.redact ? "1" : "");
+    set(trace::SESSION_VARIABLE, "");
+
+    std::vector<char *> words;
+    for (const std::string &word : options.command)
+        words.push_back(const_cast<char *>(word.c_str()));
+    words.push_back(nullptr);
+    execvp(words[0], words.data());
+    constexpr int NOT_FOUND = 127, NOT_EXECUTABLE = 126; // as a shell has it
+    const int status = errno == ENOENT ? NOT_FOUND : NOT_EXECUTABLE;
+    fprintf(stderr, "vexotrace: %s: %s\n", words[0], strerror(errno));
+    return status;
+}
+
+} // namespace vexotrace
