@@ -102,30 +102,6 @@ void clearBare(kvRc (*clear)(uint32_t, pmInterval, uint32_t), uint32_t object)
         clear(object, interval, 0);
 }
 
-void changeBarePort()
-{
-    config_get_pdh_params(place<pdhParams>, PORT);
-    config_set_pdh_params(place<pdhParams>, PORT);
-}
-
-void changeBarePw(uint32_t pwId)
-{
-    config_get_pw(place<pwConfig>, pwId);
-    config_set_pw(place<pwConfig>, pwId);
-}
-
-void createBarePw(uint32_t pwId)
-{
-    config_get_pw_defaults(place<pwConfig>, place<pwDefaultsKey>, pwId);
-    config_add_pw(place<pwConfig>, pwId);
-}
-
-void readBarePw(uint32_t pwId)
-{
-    config_get_pw(place<pwConfig>, pwId);
-    config_get_pw_oper_state(place<operState>, pwId);
-}
-
 void readBareGroupPm(uint32_t group)
 {
     config_get_ima_params(place<imaParams>, group);
@@ -156,13 +132,14 @@ void readBareGroupOm(bool clear)
     }
 }
 
-constexpr Bare CHANGE_PORT{changeBarePort, sizeof(pdhParams)};
+constexpr Bare CHANGE_PORT =
+    inTurn<Call<config_get_pdh_params, PORT>, Call<config_set_pdh_params, PORT>>;
 template <uint32_t pwId>
-constexpr Bare CHANGE_PW{[] { changeBarePw(pwId); }, sizeof(pwConfig)};
+constexpr Bare CHANGE_PW = inTurn<Call<config_get_pw, pwId>, Call<config_set_pw, pwId>>;
 template <uint32_t pwId>
-constexpr Bare CREATE_PW{[] { createBarePw(pwId); }, sizeof(pwConfig) + sizeof(pwDefaultsKey)};
+constexpr Bare CREATE_PW = inTurn<Call<config_get_pw_defaults, pwId>, Call<config_add_pw, pwId>>;
 template <uint32_t pwId>
-constexpr Bare READ_PW{[] { readBarePw(pwId); }, sizeof(pwConfig) + sizeof(operState)};
+constexpr Bare READ_PW = inTurn<Call<config_get_pw, pwId>, Call<config_get_pw_oper_state, pwId>>;
 template <uint32_t group>
 constexpr Bare READ_GROUP_PM{[] { readBareGroupPm(group); },
                              sizeof(imaParams) + sizeof(imaGroupPmStat) + sizeof(imaLinkPmStat)};
@@ -465,7 +442,7 @@ void setUp()
     for (pwAtmXc &xc : place<pwConfig>->atmXc)
         xc = {1, 2, 3, 4, pweAtmXcType{2}};
     config_set_pw(place<pwConfig>, PW_ATM);
-    changeBarePort();
+    CHANGE_PORT.run();
     vexo_cmi_pdh_params_set(&PDH_IN, PORT, &result);
     place<imaParams>->linkCount = IMA_LINK_MAX;
     for (uint32_t group = 1; group <= 8; ++group) {
