@@ -10,51 +10,51 @@
  * may be null: then nothing is reported, and nothing else changes.
  *
  * **Order.** An operation makes one or a few calls into the device's platform
- * libraries and stops at the first that fails: later calls are not made, but
- * where its description says that it goes on.
- * Outputs are written after the last call succeeded; where an operation writes
- * an output earlier, its description says so ("written before").
+ * libraries and stops at the first one that fails; it makes later calls only where
+ * its description says that it goes on. Outputs are written once the last call has
+ * succeeded; where an operation writes an output earlier, its description says so
+ * ("written before").
  *
- * **Failure.** `rc` tells the class of the failure, `message` says it in
- * words: either the configuration library's text for its latest failure or
- * the platform's text for the code ("code text"). Unless an operation says
- * "code text", it is the former; it is fetched also when another part of the
- * platform failed (clock, reset, alarm report mode, alarms of system, ports and
- * pseudowires), and need not be about that failure then, nor when another
- * thread's call of the configuration library fails at the same moment. Which
- * platform codes become which class stands at #vexoRc; their meaning is the
- * platform's. What the library refuses by itself is VEXO_RC_GENERAL with the text
- * that the operation names ("Not supported").
+ * **Failure.** `rc` tells the class of the failure, `message` says it in words:
+ * either the configuration library's text for its latest failure or the platform's
+ * text for the code ("code text"). Unless an operation says "code text", it is the
+ * former. That is also fetched when another part of the platform failed (clock,
+ * reset, alarm report mode, alarms of system, ports and pseudowires), and then
+ * need not be about that failure; nor need it be when another thread's call into
+ * the configuration library fails at the same moment. #vexoRc lists which platform
+ * codes become which class; their meaning is the platform's. What the library
+ * refuses by itself is VEXO_RC_GENERAL with the text that the operation names
+ * ("Not supported").
  *
  * **Not there, or broken.** `rc` does not tell: the platform's codes for an object
- * that is not provisioned (0x20000) and for counters that there are not (0x1000)
+ * that is not provisioned (0x20000) and for counters that do not exist (0x1000)
  * are VEXO_RC_GENERAL, as are a general failure and the library's refusals; a
  * number that no object can have may be of another class. The text differs, but is
- * for people. What does tell, by the kind of object:
+ * for people. What does tell depends on the kind of object:
  * - pseudowire: vexo_cmi_pwe_params_get() succeeds for one that is not provisioned,
  *   with `pweAction` 1, and fails for one that can't be read;
  * - ATM cross-connect: the list that vexo_cmi_pwe_atmop_xc_get() returns;
  * - IMA link in a group: the list that vexo_cmi_ima_lnk_get() returns;
- * - IMA group, PDH port, and an IMA link by itself: nothing, an agent has to know
- *   them or take a failure for either. In a PM report a group that is not
- *   provisioned and one that can't be read are missing alike, a port is all 0
- *   alike; only the platform's log has a record of what could not be read;
- * - PM counters: nothing tells those that there are not from those that can't be
+ * - IMA group, PDH port, and an IMA link by itself: nothing; an agent has to know
+ *   which there are, or take a failure to mean either. A PM report leaves out a
+ *   group that is not provisioned just as one that can't be read, and a port is
+ *   all 0 in both cases; only the platform's log records what could not be read;
+ * - PM counters: nothing tells those that do not exist from those that can't be
  *   read.
  *
  * **Values.** Every enumeration is 32 bits wide, and any 32-bit value may be
  * passed in one: a value that is no member reaches the platform as the default
  * named at its converter (convert.h), which the platform usually refuses. A
- * platform value that the library does not know comes back as 0, where the
- * converter names no other. Numbers are checked by the platform, not here.
+ * platform value that the library does not know comes back as 0, unless its
+ * converter names another. Numbers are checked by the platform, not here.
  *
- * **Change.** Where the platform has a record for an object (ports,
- * pseudowires, groups), a setter or a modify reads that record, changes what it
- * is about and writes the whole record back. The two steps are not one: of two
- * such calls for the same object at the same time, one can undo the other. The
- * administrative status, the jitter buffer size, forced AIS and ATM
- * cross-connects have calls of their own and are written alone, as are the
- * settings of the system and the links of a group.
+ * **Change.** Where the platform has a record for an object (ports, pseudowires,
+ * groups), a setter or a modify reads that record, changes what it is about and
+ * writes the whole record back. The two steps are not atomic: of two such calls
+ * for the same object at the same time, one can undo the other. The administrative
+ * status, the jitter buffer size, forced AIS and ATM cross-connects have calls of
+ * their own and are written alone, as are the settings of the system and the links
+ * of a group.
  *
  * **Objects.** Ports, pseudowires, groups and links are addressed by unsigned
  * numbers that reach the platform unchanged. PDH ports and IMA groups count
@@ -111,8 +111,8 @@ extern "C" {
 #define VEXO_MESSAGE_SIZE 128
 
 /**
- * Outcome of an operation. The library produces no other value. What tells the
- * platform's failures apart is not known to it, so they are numbered.
+ * Outcome of an operation. The library produces no other value. It does not know
+ * what tells the platform's failures apart, so they are numbered.
  */
 VEXO_CMI_ENUM(vexoRc){
     VEXO_RC_OK = 0, /**< success */
@@ -133,9 +133,9 @@ VEXO_CMI_ENUM(vexoRc){
 typedef struct vexoResult {
     vexoRc rc; /**< VEXO_RC_OK or the class of the failure */
     /**
-     * After a failure its text, terminated, cut to 127 characters. After a
-     * success the empty string; the bytes behind its terminator are left alone.
-     * Three operations leave all of it alone after a success and say so:
+     * After a failure, its text, terminated and cut to 127 characters. After a
+     * success, the empty string; the bytes behind its terminator are left alone.
+     * Three operations leave it alone altogether after a success, and say so:
      * vexo_cmi_ima_pm_clear() of all groups, vexo_cmi_misc_dbg_mode_set(),
      * vexo_cmi_misc_log_reset().
      */
@@ -155,17 +155,17 @@ VEXO_CMI_EXPORT void vexo_cmi_init(void);
  * setting (vexo_cmi_sys_kato_send()) stays. Runs by itself when the library is
  * unloaded or the process ends normally; may be called any number of times.
  *
- * Not from inside a callback, and not while another thread registers or
+ * Must not be called from inside a callback, nor while another thread registers or
  * unregisters one.
  */
 VEXO_CMI_EXPORT void vexo_cmi_fini(void);
 
 /**
- * Not of the library, but of its host, which must define it (in C++ as
- * `extern "C"`) or have loaded a library that does: writes the version text of the
- * `gorv` component, terminated, into @p buffer. Called by vexo_cmi_sys_version_get(),
+ * Not the library's but its host's, which must define it (in C++ as `extern "C"`)
+ * or have loaded a library that does: writes the version text of the `gorv`
+ * component, terminated, into @p buffer. Called by vexo_cmi_sys_version_get(),
  * vexo_cmi_sys_status_get() and swVersion_to_vexoSwVersion(), with room for 128
- * bytes, on the thread of their caller. What it returns is not looked at.
+ * bytes, on the thread of their caller. Its return value is ignored.
  */
 __attribute__((visibility("default"))) int gorvGetVersion(char *buffer, int size);
 

@@ -3,11 +3,11 @@
  * @brief Translation of every enumeration to and from the platform's.
  *
  * Pure functions, defined for every 32-bit value, callable from anywhere. An
- * operation applies them by itself; an agent needs them only where it speaks to
- * the platform besides. Where it includes the platform's own headers, which
- * define these types, it defines VEXO_CMI_PLATFORM_TYPES and includes them
- * first; an enumeration is passed as 32 bits. A value that is no member gives the
- * default: 0, or what is named here.
+ * operation applies them by itself; an agent needs them only where it also talks to
+ * the platform directly. Where it includes the platform's own headers, which define
+ * these types, it defines VEXO_CMI_PLATFORM_TYPES and includes them first; an
+ * enumeration is passed as 32 bits. A value that is no member gives the default:
+ * 0, or what is named here.
  */
 #ifndef VEXO_CMI_CONVERT_H
 #define VEXO_CMI_CONVERT_H

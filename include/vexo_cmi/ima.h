@@ -3,18 +3,18 @@
  * @brief IMA groups and their links: provisioning, states, alarms, PM and OM
  * counters.
  *
- * What every operation shares is told under @ref conventions. Groups count from
- * 1; a group has at most VEXO_IMA_LINK_MAX links. Should the platform claim
- * more, the first VEXO_IMA_LINK_MAX are used and every count that is returned
- * says VEXO_IMA_LINK_MAX; only vexo_cmi_ima_get() hands the platform's record
- * over as it is, its count included.
+ * What all operations share is described under @ref conventions. Groups count from
+ * 1; a group has at most VEXO_IMA_LINK_MAX links. Should the platform claim more,
+ * the first VEXO_IMA_LINK_MAX are used and every count that is returned says
+ * VEXO_IMA_LINK_MAX; only vexo_cmi_ima_get() hands the platform's record over as
+ * it is, its count included.
  */
 #ifndef VEXO_CMI_IMA_H
 #define VEXO_CMI_IMA_H
 
 #include <vexo_cmi/values.h>
 
-/** Number of links that a group has at most. */
+/** The most links that a group can have. */
 #define VEXO_IMA_LINK_MAX 8
 
 /** What is to be done to a group. The meaning of the parameters is the platform's. */
@@ -50,7 +50,7 @@ typedef struct vexoImaParams {
 typedef struct vexoImaLinkPm {
     uint32_t linkId;       /**< number of the link */
     uint32_t intervalFlag; /**< 1 when the platform says so, else 0 */
-    /** the platform's order, but that its second counter is the eighth here */
+    /** the platform's order, except that its second counter is the eighth here */
     uint32_t counters[16];
 } vexoImaLinkPm;
 
@@ -155,10 +155,10 @@ VEXO_CMI_EXPORT void vexo_cmi_ima_pm_clear(uint32_t groupId, vexoResult *result)
  * not 0, clears each right after it was read. After a failure what was cleared
  * stays cleared.
  *
- * @remark Written before a failure: what was read until then: the group's
- * counters before they are cleared, `linkCount`, which counts all links, after.
- * Blocks behind the last link are not touched. A failed counter call carries the
- * code text.
+ * @remark Written before a failure: what was read until then; the group's counters
+ * before they are cleared, `linkCount`, which counts all links, afterwards. Blocks
+ * behind the last link are not touched. A failed counter call carries the code
+ * text.
  */
 VEXO_CMI_EXPORT void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId,
                                          vexoResult *result);

@@ -3,7 +3,7 @@
  * @brief Maintenance: link information, software upgrade, debug settings, log,
  * system loopback, test pattern generator.
  *
- * What every operation shares is told under @ref conventions.
+ * What all operations share is described under @ref conventions.
  */
 #ifndef VEXO_CMI_MISC_H
 #define VEXO_CMI_MISC_H
@@ -54,7 +54,7 @@ extern "C" {
  * left alone when they can't be read. A failed counter read carries the code
  * text.
  * @param info what is to be filled
- * @param clear handed to the platform, which knows what it does
+ * @param clear handed to the platform, which knows what to do with it
  * @param result outcome; may be null
  */
 VEXO_CMI_EXPORT void vexo_cmi_misc_sys_info_get(vexoSysInfo *info, uint32_t clear,
@@ -94,7 +94,7 @@ VEXO_CMI_EXPORT void vexo_cmi_misc_dbg_mode_set(uint32_t mask, vexoResult *resul
 
 /**
  * Clears the platform's log, and then the alarm that says it is full. Always
- * succeeds; should the alarm not be cleared, that is logged.
+ * succeeds; if the alarm can't be cleared, that is logged.
  *
  * @remark `message` is left as it was.
  */
@@ -109,13 +109,13 @@ VEXO_CMI_EXPORT void vexo_cmi_misc_sys_lbk_get(vexoLpbk *loopback, vexoResult *r
 VEXO_CMI_EXPORT void vexo_cmi_misc_tpgm_init(uint32_t tpgmParam1, uint32_t tpgmParam2,
                                              uint32_t tpgmParam3, vexoResult *result);
 /**
- * Reads the status of the test pattern generator, and then has the platform
- * clear it, also when the read failed. Any of the two failing is a failure.
+ * Reads the status of the test pattern generator, and then has the platform clear
+ * it, even when the read failed. If either fails, so does the operation.
  *
  * @remark The two outcomes are reported as one, their codes combined; @p status
  * is written only when both succeeded.
  * @param status what is to be filled
- * @param clear handed to the platform, which knows what it does
+ * @param clear handed to the platform, which knows what to do with it
  * @param result outcome; may be null
  */
 VEXO_CMI_EXPORT void vexo_cmi_misc_tpgm_stat_get(vexoTpgmStatus *status, uint32_t clear,

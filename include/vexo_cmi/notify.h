@@ -16,12 +16,12 @@
  * the process's default attributes and the signal mask of the thread that
  * registered: block there the signals that are not to be handled on it.
  *
- * **Inside a callback.** Every operation may be called, and the registration of
- * either callback: so a callback can replace or mute itself. Not the
- * unregistration of its own service and not vexo_cmi_fini(): they wait for the
- * very thread that would call them. The other service can be unregistered,
- * provided that its callback doesn't do the same. A callback must return: it
- * must neither throw nor end its thread or the process.
+ * **Inside a callback.** Every operation may be called, and either callback may be
+ * registered: so a callback can replace or mute itself. It must not unregister its
+ * own service or call vexo_cmi_fini(): they would wait for the very thread that
+ * calls them. The other service can be unregistered, provided that its callback
+ * doesn't do the same. A callback must return: it must neither throw nor end its
+ * thread or the process.
  *
  * **Record.** It lives on the service's stack until the callback returns, and
  * is then used again: copy what is to be kept. It may be written to.
@@ -42,13 +42,14 @@
  *
  * **Failure.** Nothing is reported to the caller when a service can't start or
  * ends by itself: the platform's log tells (module 29, level 3). A service that
- * could not start, for want of a pipe or a thread, is tried anew by the next
+ * could not start, for want of a pipe or a thread, is tried again by the next
  * registration; one that ended by itself, because the platform refused the
  * subscription, its descriptor can't be waited for or the waiting failed, must be
- * unregistered first. When the platform's call that hands on what is pending fails,
- * the service tries again: the first time at once, after further failures in a row
- * 10 ms later, then 20, and so on up to a second, until a call succeeds. Each failure
- * is in the log. Unregistering ends such a pause at once, and what is pending is lost.
+ * unregistered first. When the platform's call that hands on what is pending
+ * fails, the service tries again: the first time at once, after further failures
+ * in a row 10 ms later, then 20, and so on up to a second, until a call succeeds.
+ * Each failure is in the log. Unregistering ends such a pause at once, and what is
+ * pending is lost.
  *
  * **Descriptors.** A running service has a pipe, none of it under the numbers 0
  * to 2, and what the platform opens for it; a program that the process starts
@@ -167,16 +168,16 @@ VEXO_CMI_EXPORT void vexo_cmi_alarm_callback_unregister(void);
 
 /**
  * Registers the callback for PM reports; otherwise as
- * vexo_cmi_alarm_callback_register(). At the end of each interval it is called,
- * in this order, once for all PDH ports, even if there are none, once for each
+ * vexo_cmi_alarm_callback_register(). At the end of each interval it is called, in
+ * this order, once for all PDH ports, even if there are none, once for each
  * provisioned pseudowire and once for each IMA group. What can't be read is left
- * out or, of a port or a link, all 0; the log says so, unless there are just no
- * counters or no such group. A callback that is replaced during a report gets the
- * rest of it.
+ * out or, of a port or a link, all 0; the log says so, unless it is merely that
+ * there are no counters or no such group. A callback that is replaced during a
+ * report gets the rest of it.
  *
- * Of more PDH ports than VEXO_PM_PDH_MAX, more links in a group than
- * VEXO_IMA_LINK_MAX, more than 1024 pseudowires or 65535 groups the first are
- * reported, and the log says that there are more.
+ * Where there are more PDH ports than VEXO_PM_PDH_MAX, more links in a group than
+ * VEXO_IMA_LINK_MAX, more than 1024 pseudowires or 65535 groups, only the first
+ * are reported, and the log says that there are more.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pm_callback_register(vexoPmCallback callback);
 

@@ -2,9 +2,9 @@
  * @file pdh.h
  * @brief PDH ports: configuration, alarms, PM counters.
  *
- * What every operation shares is told under @ref conventions. Ports count from
- * 1. "cable length", "sync parameter" and "aux" are in units, and with
- * meanings, of the platform's.
+ * What all operations share is described under @ref conventions. Ports count from
+ * 1. The units and meanings of "cable length", "sync parameter" and "aux" are the
+ * platform's.
  */
 #ifndef VEXO_CMI_PDH_H
 #define VEXO_CMI_PDH_H
@@ -51,7 +51,7 @@ typedef struct vexoPdhSync {
  * - Arrangement 0 fills all 13 words: twelve counters, then a flag (1 or 0).
  * - Arrangement 1 fills words 0 to 7: seven counters, then a flag (1 or 0); the
  *   other five are not written.
- * - Of any other arrangement no word of lineCounters is written.
+ * - In any other arrangement no word of lineCounters is written.
  *
  * What is not written keeps what the caller had there (vexo_cmi_pdh_pm_get())
  * or is 0 (in a PM report).
@@ -67,7 +67,7 @@ extern "C" {
 #endif
 
 /**
- * Sets the whole configuration of a port. The loopback is no part of it.
+ * Sets the whole configuration of a port. The loopback is not part of it.
  *
  * @remark The platform's fields that the record does not name stay as they are.
  */
@@ -103,7 +103,8 @@ VEXO_CMI_EXPORT void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t por
 /**
  * Sets the cable length of a port.
  *
- * @remark Of a larger number the low 16 bits are stored. With 0 nothing is called.
+ * @remark Only the low 16 bits of a larger number are stored. With 0 nothing is
+ * called.
  * @param length 1 to 65535; 0 is accepted and ignored: the port keeps its length
  * @param port from 1
  * @param result outcome; may be null
@@ -111,8 +112,8 @@ VEXO_CMI_EXPORT void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t por
 VEXO_CMI_EXPORT void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, vexoResult *result);
 /**
  * Reads the cable length of a port, 0 to 65535, and writes the port's
- * configuration back unchanged. Beside a setter of the same port it can undo
- * that setter's change.
+ * configuration back unchanged. When a setter of the same port runs at the same
+ * time, it can undo that setter's change.
  *
  * @remark @p length is written before the write-back, whose failure is the
  * operation's failure.

@@ -3,7 +3,7 @@
  * @brief Pseudowires: provisioning, single attributes, ATM cross-connects,
  * alarms, PM and OM counters.
  *
- * What every operation shares is told under @ref conventions.
+ * What all operations share is described under @ref conventions.
  *
  * @page pweparams How to fill a pseudowire record
  *
@@ -77,13 +77,13 @@
 
 #include <vexo_cmi/values.h>
 
-/** Number of ATM cross-connects that a pseudowire has at most. */
+/** The most ATM cross-connects that a pseudowire can have. */
 #define VEXO_PWE_ATM_XC_MAX 20
 
 /**
- * VLAN tagging. Mode 1 has no tag, mode 3 both; every other mode has
- * the one tag `vlanId` and `priority`. Of an identifier the low 16 bits are
- * stored, of a priority the low 8.
+ * VLAN tagging. Mode 1 has no tag, mode 3 both; every other mode has the one tag
+ * `vlanId` and `priority`. Only the low 16 bits of an identifier and the low 8 of
+ * a priority are stored.
  */
 typedef struct vexoPweVlan {
     vexoVlanMode mode;
@@ -171,7 +171,7 @@ typedef struct vexoPweServiceA {
     uint32_t reserved[2];
 } vexoPweServiceA;
 
-/** Type-specific part of a pseudowire record: which member holds follows from `pweType`. */
+/** Type-specific part of a pseudowire record: `pweType` says which member holds. */
 typedef union vexoPweService {
     vexoPweServiceT1 t1; /**< `pweType` 1 */
     vexoPweServiceT2 t2; /**< `pweType` 2 */
@@ -203,7 +203,7 @@ typedef struct vexoPweParamsInfo {
     vexoPweService service;
 } vexoPweParamsInfo;
 
-/** An ATM cross-connect. Of an identifier the low 16 bits are stored; what each
+/** An ATM cross-connect. Only the low 16 bits of an identifier are stored; what each
  * identifies is the platform's. */
 typedef struct vexoPweAtmXc {
     vexoPweAtmXcType xcType;
@@ -262,12 +262,12 @@ extern "C" {
 
 /**
  * Creates, modifies or deletes a pseudowire, as `pweAction` says. A delete needs
- * nothing else. Of what is not given a create takes the platform's default, and
- * a modify keeps the present value; to change one attribute, its own setter is
- * the better way. A modify names the type that the pseudowire has: it can't
- * change the type; that takes a delete and a create. A modify of one that is not
- * provisioned fails. PSN type 4 is refused with "Not supported", 5 with "Not
- * implemented"; nothing is changed then.
+ * nothing else. For what is not given, a create takes the platform's default and a
+ * modify keeps the present value; to change one attribute, its own setter is the
+ * better way. A modify names the type that the pseudowire has: it can't change the
+ * type; that takes a delete and a create. A modify of one that is not provisioned
+ * fails. PSN type 4 is refused with "Not supported", 5 with "Not implemented";
+ * nothing is changed then.
  *
  * @remark How to fill the record: @ref pweparams. The fields of `service` are
  * chosen by the caller's `pweType`, not by that of the pseudowire as it stands.
@@ -278,13 +278,13 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32
                                              vexoResult *result);
 
 /**
- * Reads a pseudowire. One that is not provisioned is a success with `pweAction`
- * 1 and everything else 0. An encapsulation that reads as PSN type 4 or 5 fails
- * with "Not supported" or "Not implemented".
+ * Reads a pseudowire. Succeeds for one that is not provisioned, with `pweAction` 1
+ * and everything else 0. An encapsulation that reads as PSN type 4 or 5 fails with
+ * "Not supported" or "Not implemented".
  *
- * @remark Written whatever happens: all of @p info is zeroed. When the
- * operational state can't be read, `pweType`, `pweAction` and `adminStatus` are
- * filled; with PSN type 4 or 5 everything but the PSN parameters and `service`.
+ * @remark Whatever happens, all of @p info is zeroed. When the operational
+ * state can't be read, `pweType`, `pweAction` and `adminStatus` are filled; with
+ * PSN type 4 or 5 everything but the PSN parameters and `service`.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId,
                                              vexoResult *result);
@@ -314,7 +314,7 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_dst_mac_get(unsigned char mac[6], uint32_t pwI
 /**
  * Sets the VLAN tagging of a pseudowire; what is not given stays.
  *
- * @remark Given is what is flagged, see @ref pweparams.
+ * @remark A field is given when it is flagged, see @ref pweparams.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_set(const vexoPweVlan *vlan, uint32_t pwId,
                                            vexoResult *result);
@@ -329,7 +329,7 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_vlan_get(vexoPweVlan *vlan, uint32_t pwId, vex
  * Sets the encapsulation of a pseudowire; what is not given stays. PSN type 4 is
  * refused with "Not supported", 5 with "Not implemented"; nothing is changed then.
  *
- * @remark Given is what is flagged, see @ref pweparams.
+ * @remark A field is given when it is flagged, see @ref pweparams.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_psn_set(const vexoPwePsn *psn, uint32_t pwId, vexoResult *result);
 /**
@@ -361,8 +361,8 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_payload_get(uint32_t *size, uint32_t pwId, vex
  * Sets the RTP header of a TDM pseudowire; any other is refused with "Bad PWE
  * type". What is not given stays.
  *
- * @remark Given is what is flagged, see @ref pweparams. A `mode` other than 1 and
- * 2 leaves RTP on or off as it is.
+ * @remark A field is given when it is flagged, see @ref pweparams. A `mode` other
+ * than 1 and 2 leaves RTP on or off as it is.
  */
 VEXO_CMI_EXPORT void vexo_cmi_pwe_rtp_set(const vexoPweRtp *rtp, uint32_t pwId, vexoResult *result);
 /**
@@ -388,10 +388,10 @@ VEXO_CMI_EXPORT void vexo_cmi_pwe_atmop_xc_delete(const vexoPweAtmXc *xc, uint32
 /**
  * Reads the ATM cross-connects of an ATM pseudowire; any other fails with
  * "Bad PWE type '...'", the platform's name of its type between the quotes.
- * @param xc room for VEXO_PWE_ATM_XC_MAX records, whatever there are; those
+ * @param xc room for VEXO_PWE_ATM_XC_MAX records, however many there are; those
  *     behind the last one are not touched
- * @param count how many there are, 0 to VEXO_PWE_ATM_XC_MAX: a larger number of
- *     the platform's counts as that
+ * @param count how many there are, 0 to VEXO_PWE_ATM_XC_MAX: if the platform
+ *     claims more, it is that
  * @param pwId number of the pseudowire
  * @param result outcome; may be null
  */

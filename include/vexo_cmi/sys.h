@@ -2,7 +2,7 @@
  * @file sys.h
  * @brief The system: settings, status, inventory, versions, keep-alive.
  *
- * What every operation shares is told under @ref conventions. The values live
+ * What all operations share is described under @ref conventions. The values live
  * in the platform's configuration store; the library keeps none of them.
  */
 #ifndef VEXO_CMI_SYS_H
@@ -23,8 +23,8 @@ typedef struct vexoSwVersion {
 } vexoSwVersion;
 
 /**
- * Inventory: five texts and a number of the platform's, whose meaning is the
- * platform's. Every text is terminated.
+ * Inventory: five texts and a number, whose meaning is the platform's. Every text
+ * is terminated.
  */
 typedef struct vexoSysInventory {
     char text1[32];     /**< at most 31 characters */
@@ -85,7 +85,7 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_src_mac_get(unsigned char mac[6], vexoResult *
 /**
  * Sets the tag protocol identifier of VLAN tags.
  *
- * @remark Of a number above 65535 the low 16 bits are taken, without a failure.
+ * @remark Only the low 16 bits of a larger number are taken; that is no failure.
  * @param tpid 0 to 65535
  * @param result outcome; may be null
  */
@@ -163,22 +163,22 @@ VEXO_CMI_EXPORT void vexo_cmi_sys_oper_state_get(vexoModuleState *state, vexoRes
 VEXO_CMI_EXPORT void vexo_cmi_sys_version_get(vexoSwVersion *version, vexoResult *result);
 
 /**
- * Takes a keep-alive of the agent's with its time of day, and keeps the device
+ * Takes a keep-alive from the agent, with its time of day, and keeps the device
  * clock in step: the clock is set when no keep-alive of this process has set it
- * yet, or when it reads 901 seconds or more past the last such setting. Any
- * other keep-alive succeeds and changes nothing, also when the device clock now
- * reads earlier than the last setting. After a failed setting the next
- * keep-alive tries again. A setting is logged ("Kato time is updated").
+ * yet, or when it reads 901 seconds or more past the last such setting. Any other
+ * keep-alive succeeds and changes nothing, even when the device clock now reads
+ * earlier than the last setting. After a failed setting the next keep-alive tries
+ * again. A setting is logged ("Kato time is updated").
  *
  * @remark Set as by vexo_cmi_sys_tod_set(); the settings count from when the
  * library was loaded. Works the same with a null @p result. The device clock may
- * read whatever a `timeval` of the machine holds, before the epoch too; only a setting after which
- * it reads second 0 counts as none. Keep-alives may overlap in time: each that
- * finds a setting due makes one, and the time kept is that of one of them, never
- * the seconds of one with the microseconds of another; after two that overlapped
- * the next setting may come a second late. (On a machine without atomic words of 64
- * bits, as long as their times aren't apart by a multiple of 4096 seconds, nor on
- * two sides of a multiple of 2^32.)
+ * read whatever a `timeval` of the machine holds, before the epoch too; only a
+ * setting after which it reads second 0 counts as none. Keep-alives may overlap in
+ * time: each that finds a setting due makes one, and the time kept is that of one
+ * of them, never the seconds of one with the microseconds of another; after two
+ * that overlapped the next setting may come a second late. (On a machine without
+ * atomic words of 64 bits this holds as long as their times are not a multiple of
+ * 4096 seconds apart, nor on different sides of a multiple of 2^32.)
  * @param seconds since the epoch
  * @param microseconds 0 to 999999
  * @param result outcome; may be null

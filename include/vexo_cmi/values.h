@@ -2,10 +2,10 @@
  * @file values.h
  * @brief The enumerations of the interface.
  *
- * 0 is no member of them (except of vexoModuleState and the actions): it is what
- * a platform value becomes that the library does not know, but for the states of
- * system, upgrade and debugging, which become 1. Where only the platform knows
- * what a value means, the members are numbered.
+ * 0 is no member of them (except of vexoModuleState and the actions): a platform
+ * value that the library does not know becomes 0, or 1 where it is the state of
+ * the system, of an upgrade or of debugging. Where only the platform knows what a
+ * value means, the members are numbered.
  */
 #ifndef VEXO_CMI_VALUES_H
 #define VEXO_CMI_VALUES_H
@@ -20,8 +20,9 @@ VEXO_CMI_ENUM(vexoTdmMode){
 };
 
 /**
- * State of the system (module). Unlike elsewhere 0 is a member, and a platform
- * state that the library does not know reads as 1. The meanings are the platform's.
+ * State of the system (module). Unlike elsewhere, 0 is a member, and a platform
+ * state that the library does not know reads as 1. The meanings are the
+ * platform's.
  */
 VEXO_CMI_ENUM(vexoModuleState){
     VEXO_MODULE_STATE_0 = 0, VEXO_MODULE_STATE_1 = 1, VEXO_MODULE_STATE_2 = 2,
