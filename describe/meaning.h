@@ -1,5 +1,5 @@
 // What the simulated device takes values to mean where their meaning is the platform's. Another
-// device may take them otherwise.
+// device may take them differently.
 #ifndef DESCRIBE_MEANING_H
 #define DESCRIBE_MEANING_H
 

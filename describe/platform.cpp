@@ -159,7 +159,7 @@ inline constexpr std::array<Argument, 0> ARGUMENTS{};
         argumentsOf<Signature<decltype(::function)>>(                                              \
             {PLATFORM_COUNT(NAMES, __VA_ARGS__)(__VA_ARGS__)},                                     \
             std::make_index_sequence<Signature<decltype(::function)>::count>{});
-// The format that kv_log() is checked by is no part of its type.
+// The format that kv_log() is checked by is not part of its type.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 PLATFORM_FUNCTIONS(ARGUMENTS_OF)

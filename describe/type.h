@@ -37,8 +37,8 @@ struct Type {
     std::span<const Field> fields{}; // of a record
     uint32_t first = 0;              // of an enumeration: its members' values
     uint32_t last = 0xFFFFFFFF;
-    const char *title = nullptr; // what a person calls it
-    bool hexadecimal = false;    // as a person wants to see it
+    const char *title = nullptr; // what people call it
+    bool hexadecimal = false;    // as people want to see it
 };
 
 struct Options {

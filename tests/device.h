@@ -1,4 +1,4 @@
-// A device of delivery for each test, and its journal.
+// A device with its factory defaults for each test, and its journal.
 #ifndef TESTS_DEVICE_H
 #define TESTS_DEVICE_H
 

@@ -13,7 +13,7 @@ inline std::atomic<decltype(function)> instead{nullptr};
 // Puts the device's functions back.
 void insteadOfNothing();
 
-// Such a function, that answers this record.
+// Has a function answer this record.
 template <auto function, class Record>
 void answer(const Record &record)
 {

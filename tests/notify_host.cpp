@@ -3,11 +3,11 @@
 //   notify_host LIBRARY unload|end idle|busy
 //   notify_host LIBRARY clock alone|first|again
 //
-// After the unloading it forks, which the library had a hand in.
-// With "busy" both callbacks are in progress then, that of the alarm service for longer. A process
-// of its own, in which the services' threads are the first that end. The second form instead sets
-// the clock without the right to: with all stand-ins loaded before the library, or with the library
-// loaded again while they stay.
+// After unloading it forks: the library had registered for that. With "busy" both callbacks are in
+// progress when it unloads or ends, that of the alarm service for longer. A process of its own, in
+// which the services' threads are the first that end. The second form instead sets the clock
+// without the right to: with all stand-ins loaded before the library, or with the library loaded
+// again while they stay.
 #include <vexo_cmi.h>
 
 #include <kv_sim.h>

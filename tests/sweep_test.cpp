@@ -63,8 +63,8 @@ bool hasCodeText(const std::string &operation, const std::string &function)
            operation.starts_with("vexo_cmi_ima_alarms");
 }
 
-// What follows from what other functions of the platform tell; and the field that the setters of
-// the administrative status change in a record that their getters don't read.
+// Functions of the platform that only tell what follows from what others tell; and the field that
+// the setters of the administrative status change in a record that their getters don't read.
 const std::set<std::string> FOLLOWING = {"config_get_pdh_admin", "config_get_pdh_oper_state",
                                          "config_get_pw_admin", "config_get_pw_oper_state",
                                          "config_get_pw_all_prov"};
@@ -293,7 +293,8 @@ State state()
     return found;
 }
 
-// Of the getter of what an operation sets; empty when it sets nothing, or that can't be read.
+// The name of the getter of what an operation sets; empty when it sets nothing, or nothing that can
+// be read.
 std::string getterNameOf(const Operation &setter)
 {
     // Of the alarms of IMA groups and links both are set, and one read.
@@ -373,7 +374,7 @@ TEST_F(EveryOperation, SucceedsOnAPreparedDeviceByItsCallsWithAndWithoutAResult)
     }
 }
 
-// Counts and codes beside all tables included.
+// Counts and codes that no table has included.
 TEST_F(EveryOperation, GivesOnlyItsEnumerationsAndStaysWithinBoundsWhenThePlatformAnswersAnything)
 {
     const std::function<void(const describe::Type &, const uint8_t *)> expectMembers =
@@ -451,7 +452,7 @@ TEST_F(EveryOperation, StopsAtTheFirstFailureAndReportsIt)
     }
 }
 
-// Whatever was delivered, it can't be all of the values.
+// Whatever the factory defaults are, they can't be all of these values.
 TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
 {
     const std::set<std::string> notReadBack = {".pweAction",  ".imaAction", ".reserved",

@@ -81,7 +81,7 @@ COLD bool Outcome::refuseBadType(pweType type)
         constexpr char BEFORE_NAME[] = "Bad PWE type '";
         const char *name = config_pwe_srv_type_to_string(type);
         result_->rc = VEXO_RC_GENERAL;
-        // What does not fit is cut. By hand, since snprintf() takes much stack.
+        // What does not fit is cut. By hand, since snprintf() takes a lot of stack.
         char *message = result_->message;
         memcpy(message, BEFORE_NAME, sizeof BEFORE_NAME);
         strncat(message, name ? name : "", sizeof result_->message - sizeof BEFORE_NAME);

@@ -18,7 +18,7 @@ class Outcome
   public:
     explicit Outcome(vexoResult *result) : result_{result} {}
 
-    // Whether a platform call succeeded, whose failure text is the configuration library's latest.
+    // Whether a platform call succeeded; its failure text is the configuration library's latest.
     bool orConfigText(kvRc code)
     {
         if (code == KV_OK)
@@ -27,7 +27,7 @@ class Outcome
         return false;
     }
 
-    // The same of one whose failure text is the platform's for the code.
+    // The same for a call whose failure text is the platform's for the code.
     bool orCodeText(kvRc code)
     {
         if (code == KV_OK)

@@ -1,4 +1,4 @@
-// Reads, and changes, a platform record of which an operation needs no other.
+// Reads or changes the one platform record that an operation needs.
 #ifndef FRAME_RECORD_H
 #define FRAME_RECORD_H
 
@@ -10,8 +10,8 @@ namespace frame
 {
 
 // Hands what a getter of the configuration library tells about an object, or about the system, to
-// `use`, which takes the outcome as well where it can refuse. Always part of the operation: by
-// itself the compiler keeps it out of one whose record is large.
+// `use`, which takes the outcome as well where it can refuse. Always inlined: by itself the
+// compiler keeps it out of an operation whose record is large.
 template <class Record, class Use>
 [[gnu::always_inline]] inline void read(kvRc (*get)(Record *, uint32_t), uint32_t object,
                                         vexoResult *result, Use use)

@@ -76,7 +76,8 @@ requires(fits(table, to, other)) constexpr auto mapOf()
 template <auto table, Side from, Side to, uint32_t other>
 inline constexpr auto map = mapOf<table, from, to, other>();
 
-// What a CMI value is to the platform, and back; `other` is what a value beside the table gives.
+// What a CMI value is to the platform, and back; `other` is what a value that the table doesn't
+// have gives.
 template <class Platform, auto table, uint32_t other = 0>
 constexpr Platform toPlatform(uint32_t value)
 {

@@ -44,8 +44,8 @@ struct PmService {
     static constexpr char THREAD_FAILURE[] = "Cannot create of pm notification thread";
 };
 
-// The platform's count of groups has no record to be held against; this bound is only there to end
-// a report on nonsense.
+// There is no record to hold the platform's count of groups against; this bound only ends a report
+// on nonsense.
 constexpr uint32_t GROUPS_MAX = 0xFFFF;
 
 #define REPORT_LOG(...) CMI_LOG_AS("pm_notification_handler", frame::LOG_ERROR, __VA_ARGS__)

@@ -1,5 +1,5 @@
 // The notification machine: one thread that waits for the platform's notifications until it is told
-// to stop. A service is what the two kinds of notification differ in.
+// to stop. A service holds what the two kinds of notification differ in.
 //
 // The stop pipe is open exactly as long as there is a thread to be joined.
 #ifndef NOTIFY_SERVICE_H
@@ -22,7 +22,7 @@
 namespace notify
 {
 
-// What clang-format 14 makes of a concept can't be read.
+// clang-format 14 makes concepts unreadable.
 // clang-format off
 template <class T>
 concept IsService = requires {
@@ -50,7 +50,7 @@ constexpr char STOP_BYTE = 'e';
 // Notifications that are still taken when the service is to stop: those that are pending, but not a
 // stream that never ends.
 constexpr int LAST_NOTIFICATIONS = 1000;
-// Between calls that fail in a row, in milliseconds: doubled from one to the other.
+// Between calls that fail in a row, in milliseconds: doubled each time.
 constexpr int PAUSE_FIRST = 10, PAUSE_LONGEST = 1000;
 
 inline bool selectable(int descriptor)
@@ -95,7 +95,8 @@ bool openStopPipe()
 }
 
 // A forked child has the state of its parent's service, but not its thread. The inherited pipe is
-// left alone: the child may have closed it along with all else, and use its numbers otherwise.
+// left alone: the child may have closed it along with all else, and be using its numbers for
+// something else.
 template <IsService Service>
 void forgetInChild()
 {
@@ -227,8 +228,8 @@ void serve()
                        "select(): descriptor %d is not one of 0 to %d", socket, FD_SETSIZE - 1);
         Service::unsubscribe();
     }
-    // By returning, not by pthread_exit(): that one loads a library the first time, and waits for
-    // the loader's lock, which whoever unloads this library holds while it waits for this thread.
+    // By returning, not by pthread_exit(): its first call loads a library, and waits for the
+    // loader's lock, which whoever unloads this library holds while it waits for this thread.
     CMI_LOG_AS(Service::BODY_NAME, frame::LOG_DEBUG, "pthread_exit");
 }
 

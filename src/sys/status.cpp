@@ -16,7 +16,7 @@ using frame::Outcome;
 namespace
 {
 
-// By offset and not by member: the size that counts is the CMI field's, also where the platform's
+// By offset and not by member: the size that counts is the CMI field's, even where the platform's
 // text runs on into its neighbour.
 template <size_t Size>
 void copyText(char (&field)[Size], const sysParams &record, size_t offset)
