@@ -489,7 +489,7 @@ TEST_F(EveryOperation, ThatSetsIsReadBackByItsGetterFieldByField)
 
 // Whether a getter answers otherwise when some bytes of what it reads are those of another value.
 bool tells(const Operation &getter, const Reader &reader, const Bytes &value, const Bytes &other,
-           ptrdiff_t offset, size_t size)
+           size_t offset, size_t size)
 {
     const auto answerOn = [&](const Bytes &read) {
         reader.answer(read);
@@ -499,7 +499,7 @@ bool tells(const Operation &getter, const Reader &reader, const Bytes &value, co
         return get.outputs();
     };
     Bytes mixed = value;
-    std::copy_n(other.begin() + offset, size, mixed.begin() + offset);
+    memcpy(&mixed[offset], &other[offset], size);
     return answerOn(mixed) != answerOn(value);
 }
 
@@ -516,25 +516,27 @@ TEST_F(EveryOperation, ThatSetsChangesNothingOnThePlatformButWhatItsGetterTells)
             Invocation{setter, variant}.call(&result);
             ASSERT_OK(result) << setter.name;
             const State after = state();
-            for (const auto &[place, was] : before) {
-                if (!after.contains(place))
+            for (const auto &entry : before) {
+                if (!after.contains(entry.first))
                     continue;
-                const auto &[reader, object] = place;
-                const Bytes &is = after.at(place);
-                const auto check = [&](auto &name, auto &type, ptrdiff_t offset) {
+                const Reader &reader = *entry.first.first;
+                const uint32_t object = entry.first.second;
+                const Bytes &was = entry.second;
+                const Bytes &is = after.at(entry.first);
+                const auto check = [&](auto &name, auto &type, size_t offset) {
                     if (!isToldTwice(setter.name, name) &&
                         memcmp(&was[offset], &is[offset], type.size) != 0) {
-                        EXPECT_TRUE(tells(*getter, *reader, was, is, offset, type.size) ||
-                                    tells(*getter, *reader, is, was, offset, type.size))
-                            << setter.name << " changes " << name << " of what " << reader->name
+                        EXPECT_TRUE(tells(*getter, reader, was, is, offset, type.size) ||
+                                    tells(*getter, reader, is, was, offset, type.size))
+                            << setter.name << " changes " << name << " of what " << reader.name
                             << " tells of " << object << ", and " << getter->name
                             << " doesn't tell that";
                     }
                 };
                 for (const Bytes *value : {&was, &is}) // a field may be there in one of them only
-                    forEachLeaf(reader->type, "", value->data(),
+                    forEachLeaf(reader.type, "", value->data(),
                                 [&](auto &name, auto &type, const uint8_t *leaf) {
-                                    check(name, type, leaf - value->data());
+                                    check(name, type, static_cast<size_t>(leaf - value->data()));
                                 });
             }
         }

@@ -30,7 +30,7 @@ void printNumber(char (&field)[Size], uint32_t number)
 {
     char digits[10];
     const char *end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    const auto count = std::min<ptrdiff_t>(end - digits, Size - 1);
+    const auto count = static_cast<size_t>(std::min<ptrdiff_t>(end - digits, Size - 1));
     memcpy(field, digits, count);
     field[count] = '\0';
 }
