@@ -121,6 +121,10 @@ struct Row<uint32_t> {
 constexpr Type HEXADECIMAL{
     .kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .hexadecimal = true};
 
+// As the platform has it.
+inline constexpr Type ADDRESS{
+    .kind = Kind::word, .name = "IPv4 address", .size = sizeof(uint32_t), .hexadecimal = true};
+
 template <>
 struct Row<uint16_t> {
     static constexpr Type type{.kind = Kind::word, .name = "number", .size = sizeof(uint16_t)};

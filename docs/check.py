@@ -37,7 +37,7 @@ def missing_words(vexoctl: str) -> list[str]:
         capture_output=True, text=True).stdout.splitlines()
     page = re.sub(".\b", "", output("mandoc", "-T", "utf8", folder / "vexoctl.1"))  # no overstrikes
     named = set(re.findall(r"[\w-]+=?", page))
-    has = re.findall(r"^  (?:-\w,)?(--\w+)", output(vexoctl, "--help"), re.MULTILINE)
+    has = re.findall(r"^  (?:-\w,)?(--[\w-]+)", output(vexoctl, "--help"), re.MULTILINE)
     for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""], ["metrics", ""]):
         has += output(vexoctl, "complete", *words).split()
     return complaints + [f"vexoctl.1 does not name {word}" for word in has if word not in named]

@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     std::istringstream lines{std::string{reinterpret_cast<const char *>(data), size}};
-    Session session{true, true};
+    Session session{{.json = true}, true};
     std::ostringstream answer;
     std::streambuf *const usual = std::cout.rdbuf(answer.rdbuf());
     session.execute(Words{"sim", "reset"});

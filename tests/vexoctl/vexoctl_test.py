@@ -155,7 +155,8 @@ def expected_value(row):
         value = max(row["first"], 1)
         names = [name for name, number in row.get("values", {}).items() if number == value]
         return (names or [str(value)])[0], (names or [value])[0]
-    return "5", 5
+    value = min(5, row.get("limit", 5))
+    return str(value), value
 
 
 class Words(Device):
@@ -700,6 +701,212 @@ class Records(Device):
         self.check_fields("misc upgrade init", "misc upgrade_info get", left_out={"state"},
                           base=["mode=2", "fileName=x"],
                           between=["sim clock advance seconds=60"])
+
+
+class Daily(Device):
+    """What is done by hand every day."""
+
+    def setUp(self):
+        super().setUp()
+        for number, (kind, words) in enumerate(PSEUDOWIRES.items(), 17):
+            self.document("pwe", "params", "set", f"pwId={number}", f"pweType={kind}", *words)
+        self.document("ima", "set", "groupId=1", "imaAction=create", "groupParam1=1",
+                      "groupParam2=2", "groupParam3=3")
+
+    def lines(self, *words, status=0):
+        done = self.vexoctl(*words)
+        self.assertEqual(done.returncode, status, done)
+        return done.stdout.splitlines()
+
+    def test_one_field_of_whatever_is_read_is_changed_and_the_others_stay(self):
+        objects = {"port": "port=3", "pwId": "pwId=18", "groupId": "groupId=1"}
+        changed = 0
+        for page in self.pages().values():
+            name, rows = page["operation"], page["arguments"]
+            getter = name.removesuffix("set") + "get"
+            # Scalars that can't be told from the object, and what is no setting.
+            if not name.endswith(" set") or "alarm" in name or name.split()[1] in ("tod", "atmop_xc"):
+                continue
+            words = [objects[row["name"]] for row in rows if row["name"] in objects]
+            records = [row for row in rows if "fields" in row]
+            fields = [field for row in records or rows for field in row.get("fields", [row])]
+            if not self.document("list", *name.split()[:2])["operations"].count(getter):
+                continue
+            if name == "pwe atm_force_ais set":
+                words = ["pwId=19"]
+            before = self.document(*getter.split(), *words)
+            flat = self.flat(before)
+            for field in fields:
+                if field["name"] in objects or field["name"] not in flat:
+                    continue
+                written, read = expected_value(field)
+                if field["name"] in ("tpid", "force"):
+                    written = read = {"tpid": 0x9100, "force": 1}[field["name"]]
+                if re.search(r"^pwe|psnType$|\.mode$", field["name"]) or (records and
+                                                                         field["name"] == "mode"):
+                    written = read = flat[field["name"]]
+                if field["name"].endswith(("serviceFlag", "atmFlag1", "atmFlag2", "param2")):
+                    written = read = 1
+                done = self.vexoctl(*name.split(), *words, "--change", f"{field['name']}={written}")
+                self.assertEqual(done.returncode, 0, (name, field["name"], done.stderr))
+                flat[field["name"]] = read
+                now = self.flat(self.document(*getter.split(), *words))
+                for own in ("operState", "current", "aux"):  # which change by themselves
+                    now.pop(own, None), flat.pop(own, None)
+                self.assertEqual(now, flat, (name, field["name"]))
+                changed += 1
+        self.assertGreater(changed, 60)
+
+    def flat(self, document):
+        """The fields of what a getter printed, by the names that the setter has for them."""
+        found = {}
+
+        def add(name, value):
+            if isinstance(value, dict):
+                for inner, element in value.items():
+                    add(f"{name}.{inner}" if name else inner, element)
+            else:
+                found[name] = value
+        for name, value in document.items():
+            if name not in ("operation", "rc", "message"):
+                add("" if isinstance(value, dict) else name, value)
+        return found
+
+    def test_a_change_drops_what_the_record_no_longer_has_and_misses_what_it_then_needs(self):
+        self.document("pwe", "vlan", "set", "pwId=17", "--change", "mode=untagged")
+        self.assertEqual(self.document("pwe", "vlan", "get", "pwId=17")["vlan"], {"mode": "untagged"})
+        self.assertIn("udpMode must be given", self.vexoctl(
+            "pwe", "psn", "set", "pwId=17", "--change", "psnType=3").stderr)
+        self.document("pwe", "psn", "set", "pwId=17", "--change", "psnType=3", "--change=udpMode=2")
+        self.assertEqual(self.document("pwe", "psn", "get", "pwId=17")["psn"]["udpMode"], 2)
+        # A pseudowire that isn't there is not made, nor is anything deleted.
+        before = self.document("pwe", "params", "get", "pwId=all")
+        self.document("pwe", "params", "set", "pwId=99", "--change", "adminStatus=1", status=2)
+        self.assertEqual(self.document("pwe", "params", "get", "pwId=all"), before)
+        self.document("sim", "fault", "add", "function=config_get_pw", "value=8", "times=1")
+        error = self.document("pwe", "vlan", "set", "pwId=17", "--change", "mode=2", status=1)
+        self.assertEqual(error["operation"], "pwe vlan get")
+        self.assertIn("nothing reads", self.document("pwe", "pm", "clear", "pwId=17", "--change",
+                                                     "x=1", status=2)["error"])
+
+    def test_what_a_getter_tells_is_given_back_whole_in_part_and_also_without_a_record(self):
+        whole = self.document("pwe", "params", "get", "pwId=18")
+        for given in (whole, whole["info"], {"info": whole["info"]}):
+            for word in ("params=@-", "@-"):
+                self.document("pwe", "params", "set", "pwId=18", "--change", "vlan.vlanId=77")
+                self.document("pwe", "params", "set", "pwId=18", word, text=json.dumps(given))
+                self.assertEqual(self.document("pwe", "params", "get", "pwId=18"), whole)
+        lops = self.document("sys", "lops", "get")
+        self.document("sys", "lops", "set", "first=1", "second=2")
+        self.document("sys", "lops", "set", "@-", text=json.dumps(lops))
+        self.assertEqual(self.document("sys", "lops", "get"), lops)
+        for word in ('tpid={"tpid":37120}', "tpid=@-"):
+            self.document("sys", "tpid", "set", word, text="37120")
+            self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 37120)
+        for given, reason in (({"vlann": {"mode": 1}}, "no field 'vlann'"), ({}, "must be given"), (7, "expected an object")):
+            error = self.document("pwe", "params", "set", "pwId=18", "params=@-", status=2,
+                                  text=json.dumps(given))["error"]
+            self.assertIn(reason, error)
+        self.assertIn("nothing that this takes", self.document(
+            "sys", "tpid", "set", "@-", text='{"tpit":1}', status=2)["error"])
+
+    def test_lists_of_objects_are_a_table_a_line_each_or_a_document_and_failures_are_counted(self):
+        self.assertEqual(self.lines("pwe", "admin", "set", "pwId=17-18", "status=2"),
+                         ["pwId=17: done", "pwId=18: done"])
+        self.assertEqual([line.split() for line in self.lines(
+            "pwe", "params", "get", "pwId=all", "--fields", "adminStatus,pweType,psn.param3")],
+            [["pwId", "adminStatus", "pweType", "psn.param3"], ["17", "2", "tdm-1", "8"],
+             ["18", "2", "tdm-2", "0"], ["19", "1", "atm-3", "-"]])
+        self.assertEqual(len(self.lines("pdh", "params", "get", "port=all")), 17)
+        self.assertEqual(self.lines("pdh", "admin", "get", "port=3,5-6", "--values"),
+                         ["3\t2", "5\t2", "6\t2"])
+        done = self.vexoctl("pwe", "admin", "get", "pwId=16-18,1")
+        self.assertEqual((done.returncode, len(done.stdout.splitlines())), (1, 3))
+        self.assertRegex(done.stderr, "pwId=16: .*\n.*pwId=1: .*\n.*: 2 of 4 failed\n$")
+        document = self.document("pwe", "admin", "get", "pwId=17,20", status=1)
+        self.assertEqual([row["rc"] == 0 for row in document["objects"]], [True, False])
+        self.assertEqual((document["failed"], document["rc"] > 0), (1, True))
+        self.assertEqual(document["objects"][0]["status"], 2)
+        # A document is read once for all, and nothing is called where one word is wrong.
+        vlan = json.dumps(self.document("pwe", "vlan", "get", "pwId=17"))
+        self.document("pwe", "vlan", "set", "pwId=18-19", "vlan=@-", "--change=vlanId=5", text=vlan)
+        self.assertEqual(self.lines("pwe", "vlan", "get", "pwId=all", "--fields=vlanId", "--values"),
+                         ["17\t7", "18\t5", "19\t5"])
+        before = self.calls()
+        for words, reason in (("pwId=5-3", "ends before it begins"), ("pwId=1-99999999", "more than"),
+                              ("pwId=1-2x", "expected a number"), ("pwId=17,18 status=9", "status:"),
+                              ("pwId=17 --fields=x", "no field 'x'")):
+            operation = "get" if "fields" in words else "set"
+            error = self.document("pwe", "admin", operation, *words.split(), status=2)["error"]
+            self.assertIn(reason, error)
+        self.assertEqual(self.calls(), before)
+        self.assertEqual(self.document("ima", "lnk", "add", "groupId=1", "linkId=1-3")["failed"], 0)
+        self.assertEqual(self.lines("ima", "lnk", "get", "groupId=all", "--fields=linkIds", "--values"),
+                         ["1\t1,2,3"])
+
+    def test_fields_are_chosen_and_ordered_and_values_stand_alone(self):
+        words = ["pwe", "params", "get", "pwId=17"]
+        self.assertEqual(self.lines(*words, "--fields", "vlan.vlanId,adminStatus"),
+                         ["vlan.vlanId: 7", "adminStatus: 1"])
+        self.assertEqual(self.lines(*words, "--fields=info.vlan.vlanId,psn.udpMode", "--values"),
+                         ["7\t-"])
+        self.assertEqual(list(self.document(*words, "--fields", "pweType,vlan").items())[3:],
+                         [("pweType", "tdm-1"), ("vlan", self.document(*words)["info"]["vlan"])])
+        self.assertEqual(self.lines("pwe", "pm", "get", "pwId=17", "pmType=1", "--fields",
+                                    "generic.counters.0", "--values"), ["0"])
+        self.assertIn("did you mean 'adminStatus'",
+                      self.vexoctl(*words, "--fields=adminStatu").stderr)
+
+    def test_addresses_are_dotted_where_their_byte_order_is_known(self):
+        self.document("sys", "src_ip", "set", "address=192.0.2.7")
+        self.assertEqual(self.document("sys", "src_ip", "get")["address"], 0xC0000207)
+        self.assertEqual(self.lines("sys", "src_ip", "get"), ["address: 192.0.2.7"])
+        self.document("sys", "src_ip", "set", "address=10.0.0.1", "--ip-order=network")
+        self.assertEqual(self.lines("sys", "src_ip", "get"), ["address: 1.0.0.10"])
+        self.assertIn("IPv4 address", self.document("sys", "src_ip", "set", "address=1.2.3",
+                                                    status=2)["error"])
+
+    def test_a_call_that_hangs_is_given_up_with_a_status_of_its_own(self):
+        self.document("sim", "fault", "add", "effect=hang", "function=config_get_temperature")
+        for words in (["sys", "temp", "get"], ["metrics"]):
+            done = self.vexoctl("--timeout", "0.2", *words)
+            self.assertEqual((done.returncode, done.stdout), (3, ""))
+            self.assertEqual(done.stderr, f"vexoctl: {' '.join(words)}: no answer within 0.2 seconds\n")
+        done = self.vexoctl("--json", text="sys tpid get\nsys temp get --timeout=0.2\nsys tpid get")
+        answers = [json.loads(line) for line in done.stdout.splitlines()]
+        self.assertEqual((done.returncode, len(answers)), (3, 2))
+        self.assertEqual([answers[1][key] for key in ("operation", "rc", "line")],
+                         ["sys temp get", None, 2])
+        self.document("sim", "fault", "clear")
+        self.assertEqual(self.document("sys", "temp", "get", "--timeout=60")["rc"], 0)
+
+    def test_what_ends_service_is_asked_for_on_a_terminal_only(self):
+        def asked(*words, answer=None):
+            terminal = Terminal(self, VEXOCTL, *words, columns=200)
+            if answer:
+                terminal.until("go on? [y/N] ")
+                terminal.type(answer)
+            shown = terminal.rest()
+            return terminal.process.wait(20), "go on?" in shown
+        delete = ("pwe", "params", "set", "pwId=17", "pweAction=delete")
+        before = self.document("pwe", "params", "get", "pwId=all")
+        for words in (("sys", "reset"), delete, ("misc", "upgrade", "init", "mode=1", "fileName=x")):
+            self.assertEqual(asked(*words, answer="n\n"), (2, False))
+        self.assertEqual(self.document("pwe", "params", "get", "pwId=all"), before)
+        self.assertEqual(asked("sys", "tpid", "set", "tpid=0x9100"), (0, False))
+        self.assertEqual(asked(*delete, answer="y\n"), (0, False))
+        self.assertEqual(asked("pwe", "params", "set", "pwId=18", "pweAction=delete", "--yes"), (0, False))
+        script = self.folder / "script"
+        script.write_text("pwe params set pwId=19 pweAction=delete")
+        self.assertEqual(asked("--script", str(script)), (0, False))
+        self.assertEqual(self.document("pwe", "params", "get", "pwId=all")["objects"], [])
+        self.document("sys", "reset")
+
+    def test_a_script_that_keeps_going_counts_what_fails(self):
+        script = "sys tpid set tpid=0x9100\npdh frame get port=99\nnonsense\nsys tpid get"
+        done = self.vexoctl("--keep-going", text=script)
+        self.assertEqual((done.returncode, done.stdout), (1, "tpid: 0x9100\n"))
+        self.assertRegex(done.stderr, "-:2: pdh frame get.*\n.*-:3: there is.*\n.*2 commands failed\n$")
 
 
 class Session(Device):

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstring>
 
+#include <arpa/inet.h>
+
 namespace vexoctl
 {
 
@@ -22,6 +24,33 @@ std::string macText(const void *value)
     snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
              mac[4], mac[5]);
     return text;
+}
+
+AddressOrder addressOrder;
+
+uint32_t inHostOrder(uint32_t address)
+{
+    return addressOrder == AddressOrder::network ? ntohl(address) : address;
+}
+
+std::string addressText(uint32_t address)
+{
+    address = inHostOrder(address);
+    return std::to_string(address >> 24) + "." + std::to_string(address >> 16 & 0xFF) + "." +
+           std::to_string(address >> 8 & 0xFF) + "." + std::to_string(address & 0xFF);
+}
+
+// Dotted, as inet_pton(3) takes it.
+uint32_t readAddress(const std::string &what, const std::string &text)
+{
+    in_addr address;
+    if (inet_pton(AF_INET, text.c_str(), &address) != 1)
+        throw UsageError(what + ": expected an IPv4 address such as 192.0.2.1, not " +
+                         quoted(text));
+    if (addressOrder == AddressOrder::unknown)
+        throw UsageError(what + ": give the number, or the byte order with --ip-order, which is "
+                                "not known of this device");
+    return inHostOrder(ntohl(address.s_addr));
 }
 
 // Six times two digits.
@@ -147,6 +176,11 @@ void fillFields(const Type &type, const std::string &path, const Json &json, Len
 
 } // namespace
 
+void setAddressOrder(AddressOrder order)
+{
+    addressOrder = order;
+}
+
 uint32_t wordAt(const void *at)
 {
     uint32_t word;
@@ -194,6 +228,9 @@ Json toJson(const Type &type, const void *value, Style style)
 {
     switch (type.kind) {
     case Kind::word:
+        if (&type == &describe::ADDRESS && style == Style::human &&
+            addressOrder != AddressOrder::unknown)
+            return addressText(wordAt(value));
         if (type.hexadecimal && style == Style::human)
             return hexadecimal(wordAt(value));
         return wordAt(value);
@@ -237,6 +274,8 @@ void parse(const Type &type, const std::string &what, const std::string &text, L
     switch (type.kind) {
     case Kind::word:
     case Kind::enumeration:
+        if (&type == &describe::ADDRESS && text.find('.') != text.npos)
+            return putWord(value, readAddress(what, text));
         putWord(value, parseWord(type, what, text, leniency));
         break;
     case Kind::text:
@@ -295,7 +334,7 @@ void fromJson(const Type &type, const Json &json, Leniency leniency, void *value
         return fillFields(type, path, json, leniency, value, given);
     if (json.is_object())
         throw UsageError(path + " has no fields");
-    if (!(json.is_number_unsigned() || json.is_string()))
+    if (!(json.is_string() || (json.is_number_unsigned() && type.kind != Kind::record)))
         throw UsageError((path.empty() ? type.name : path) + ": expected " + expectedOf(type) +
                          ", not " + quoted(json.dump()));
     parse(type, path, json.is_string() ? json.get<std::string>() : json.dump(), leniency, value);

@@ -18,6 +18,10 @@ using Json = nlohmann::ordered_json;
 // For a person, what is better read in hexadecimal is given as text.
 enum class Style { json, human };
 
+// How the device keeps an IPv4 address in a word; where that isn't known, it is shown as a number.
+enum class AddressOrder { unknown, host, network };
+void setAddressOrder(AddressOrder order);
+
 // What is shown of a value: fields that are there, enumerations by name where they have one.
 Json toJson(const describe::Type &type, const void *value, Style style = Style::json);
 Json toJson(const describe::Type &type, const void *value, uint32_t count, Style style);
@@ -26,6 +30,7 @@ Json toJson(const describe::Type &type, const void *value, uint32_t count, Style
 struct Leniency {
     bool fields = false;  // that the record doesn't have are passed over
     bool members = false; // numbers that are no members of their enumeration
+    bool stale = false;   // fields of a document that the record, being what it is, doesn't have
 };
 
 // Writes a value given as text. `what` names it in messages.

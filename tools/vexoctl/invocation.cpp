@@ -1,5 +1,7 @@
 #include "invocation.h"
 
+#include "limit.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -18,6 +20,8 @@ namespace
 {
 
 constexpr std::string_view PREFIX = "vexo_cmi_";
+
+} // namespace
 
 std::string readWhole(const std::string &what, const std::string &file)
 {
@@ -38,6 +42,20 @@ std::string readWhole(const std::string &what, const std::string &file)
     return text;
 }
 
+namespace
+{
+
+// A document, or the name of the file that holds one.
+bool isDocumentWord(const std::string &value)
+{
+    return value.starts_with('@') || value.starts_with('{');
+}
+
+Json documentOf(const std::string &what, const std::string &value)
+{
+    return readJson(what, value.starts_with('@') ? readWhole(what, value.substr(1)) : value);
+}
+
 size_t indexOf(const Operation &operation, std::string_view name)
 {
     const auto &arguments = operation.arguments;
@@ -56,6 +74,15 @@ size_t givenRecord(const Operation &operation)
 }
 
 } // namespace
+
+const Operation *getterOf(const Operation &operation)
+{
+    const std::string name = operation.name;
+    for (const auto &[setting, getting] : {std::pair{"_set", "_get"}, {"_init", "_info_get"}})
+        if (name.ends_with(setting))
+            return describe::find(name.substr(0, name.rfind('_')) + getting);
+    return nullptr;
+}
 
 bool isDocument(const Argument &argument)
 {
@@ -98,8 +125,8 @@ std::string spoken(const std::string &operation)
     return words;
 }
 
-Invocation::Invocation(const Operation &operation, const Names &assignments, bool force)
-    : operation_{operation}, force_{force}, storage_(operation.arguments.size())
+Invocation::Invocation(const Operation &operation, const Names &assignments, Leniency leniency)
+    : operation_{operation}, leniency_{leniency}, storage_(operation.arguments.size())
 {
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation.arguments[i];
@@ -110,6 +137,10 @@ Invocation::Invocation(const Operation &operation, const Names &assignments, boo
 
     std::vector<Assignment> all;
     for (const std::string &word : assignments) {
+        if (isDocumentWord(word)) {
+            load(documentOf("document", word));
+            continue;
+        }
         Assignment next = split(word);
         for (const Assignment &other : all)
             if (other.index == next.index && other.path == next.path)
@@ -118,26 +149,34 @@ Invocation::Invocation(const Operation &operation, const Names &assignments, boo
     }
     std::stable_partition(all.begin(), all.end(),
                           [](const Assignment &one) { return one.path.empty(); });
-    std::set<size_t> given;
-    for (const Assignment &assignment : all) {
+    for (const Assignment &assignment : all)
         assign(assignment);
-        given.insert(assignment.index);
-    }
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation.arguments[i];
-        if (argument.direction == Direction::in && !argument.optional && !given.contains(i))
+        if (argument.direction == Direction::in && !argument.optional && !present_.contains(i))
             throw UsageError(std::string{argument.name} + " is missing" +
                              (isGivenRecord(argument)
                                   ? ": set its fields, or name a JSON document as in " +
                                         std::string{argument.name} + "=@FILE"
                                   : ""));
-        if (!isGivenRecord(argument))
-            continue;
-        check(*argument.type, given_, storage_[i].bytes());
-        if (const Names names = missing(*argument.type, given_, storage_[i].bytes());
-            !names.empty())
-            throw UsageError(inWords(names, "and") +
-                             " must be given, too; what is left out would be set to 0");
+        if (isGivenRecord(argument))
+            complete(i);
+    }
+}
+
+void Invocation::complete(size_t index)
+{
+    const describe::Type &type = *operation_.arguments[index].type;
+    Storage &storage = storage_[index];
+    check(type, leniency_.stale ? named_ : given_, storage.bytes());
+    if (const Names names = missing(type, given_, storage.bytes()); !names.empty())
+        throw UsageError(inWords(names, "and") +
+                         " must be given, too; what is left out would be set to 0");
+    if (leniency_.stale) {
+        // What the record no longer has, being what it has become, goes.
+        const Json kept = toJson(type, storage.bytes());
+        std::ranges::fill(storage.words, 0);
+        fromJson(type, kept, {.members = true}, storage.bytes(), given_);
     }
 }
 
@@ -162,46 +201,111 @@ Invocation::Assignment Invocation::split(const std::string &word) const
     return {record, name.starts_with(qualifier) ? name.substr(qualifier.size()) : name, value};
 }
 
-void Invocation::load(size_t index, const std::string &value)
+void Invocation::load(const Json &document)
+{
+    bool isUsed = false;
+    for (size_t i = 0; i < storage_.size(); ++i) {
+        const Argument &argument = operation_.arguments[i];
+        if (argument.direction == Direction::out)
+            continue;
+        const bool isRecord = isGivenRecord(argument);
+        if (!isRecord && !document.contains(argument.name))
+            continue;
+        if (isRecord)
+            loadRecord(i, document);
+        else
+            loadValue(i, document);
+        isUsed = true;
+    }
+    if (!isUsed)
+        throw UsageError("document: it holds nothing that this takes");
+}
+
+void Invocation::loadRecord(size_t index, const Json &document)
 {
     const Argument &argument = operation_.arguments[index];
-    const bool isFile = value.starts_with('@');
-    Json json = readJson(argument.name, isFile ? readWhole(argument.name, value.substr(1)) : value);
+    const describe::Type &type = *argument.type;
+    Json json = document;
     // What a getter printed holds the record under the name of the getter's argument.
-    const bool printed = json.is_object() && json.contains("operation");
+    const Operation *getter = getterOf(operation_);
+    bool printed = json.is_object() && json.contains("operation");
     if (printed) {
-        const auto record = std::find_if(json.begin(), json.end(),
-                                         [](const Json &element) { return element.is_object(); });
+        const auto record = std::ranges::find_if(json, &Json::is_object);
         if (record == json.end())
             throw UsageError(std::string{argument.name} + ": the JSON document holds no record");
         json = Json(*record);
     }
-    fromJson(*argument.type, json, {.fields = printed, .members = force_}, storage_[index].bytes(),
+    for (const Argument &told : getter ? getter->arguments : std::span<const Argument>{}) {
+        if (told.direction == Direction::in || told.type->kind != Kind::record || !json.is_object())
+            continue;
+        if (json.contains(told.name) && json.at(told.name).is_object() && !fieldOf(type, told.name))
+            json = Json(json.at(told.name));
+        for (const describe::Field &field : told.type->fields)
+            if (!fieldOf(type, field.name))
+                json.erase(field.name);
+    }
+    for (const describe::Field &field : type.fields)
+        if (leniency_.stale && field.options.alone && json.is_object())
+            json.erase(field.name);
+    fromJson(type, json, {.fields = printed, .members = leniency_.members}, storage_[index].bytes(),
              given_);
+    present_.insert(index);
+}
+
+void Invocation::loadValue(size_t index, const Json &document)
+{
+    const Argument &argument = operation_.arguments[index];
+    Json value = document;
+    if (document.is_object() && document.contains(argument.name))
+        value = Json(document.at(argument.name));
+    set(index, value.is_string() ? value.get<std::string>() : value.dump());
+}
+
+void Invocation::set(size_t index, const std::string &value)
+{
+    const Argument &argument = operation_.arguments[index];
+    Storage &storage = storage_[index];
+    if (argument.type->kind == Kind::text) {
+        checkLength(argument.name, value.size(), argument.limit);
+        storage.text = value;
+    } else {
+        parse(*argument.type, argument.name, value, leniency_, storage.bytes());
+        if (argument.type->kind == Kind::word)
+            checkLimit(argument.name, storage.words[0], argument.limit);
+    }
+    present_.insert(index);
 }
 
 void Invocation::assign(const Assignment &assignment)
 {
     const auto &[index, path, value] = assignment;
     const Argument &argument = operation_.arguments[index];
-    Storage &storage = storage_[index];
     if (!path.empty()) {
-        fromJson(*argument.type, nested(path, value), {.members = force_}, storage.bytes(), given_);
-    } else if (argument.type->kind == Kind::record &&
-               (value.starts_with('@') || value.starts_with('{'))) {
-        load(index, value);
-    } else if (argument.type->kind == Kind::text) {
-        checkLength(argument.name, value.size(), argument.limit);
-        storage.text = value;
+        fromJson(*argument.type, nested(path, value), {.members = leniency_.members},
+                 storage_[index].bytes(), named_);
+        given_.insert(path);
+        present_.insert(index);
+    } else if (argument.type->kind == Kind::text || !isDocumentWord(value)) {
+        set(index, value);
     } else {
-        parse(*argument.type, argument.name, value, {.members = force_}, storage.bytes());
-        if (argument.type->kind == Kind::word)
-            checkLimit(argument.name, storage.words[0], argument.limit);
+        const Json document = documentOf(argument.name, value);
+        isGivenRecord(argument) ? loadRecord(index, document) : loadValue(index, document);
     }
+}
+
+bool Invocation::isDeletion() const
+{
+    for (size_t i = 0; i < storage_.size(); ++i)
+        for (const describe::Field &field : operation_.arguments[i].type->fields)
+            if (field.options.alone && isGivenRecord(operation_.arguments[i]) &&
+                field.options.alone(storage_[i].bytes()))
+                return true;
+    return false;
 }
 
 const vexoResult &Invocation::call()
 {
+    const CallLimit limit;
     std::vector<void *> arguments;
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation_.arguments[i];

@@ -20,15 +20,17 @@ class Invocation
   public:
     // Takes "name=value" words: of arguments, or of fields of the record that the operation is
     // given. "record=@FILE" takes the record from a JSON document, "record=@-" from standard
-    // input, "record={...}" from the word itself; single fields win over it. Throws UsageError when
-    // a word is wrong or something is missing. With `force`, numbers are taken also where they are
-    // no members of their enumeration.
-    Invocation(const describe::Operation &operation, const Names &assignments, bool force);
+    // input, "record={...}" from the word itself; single fields win over it. So it is with other
+    // values; and a document without a name holds any of the arguments. Throws UsageError when
+    // a word is wrong or something is missing.
+    Invocation(const describe::Operation &operation, const Names &assignments, Leniency leniency);
     Invocation(const Invocation &) = delete;
 
     const vexoResult &call();
     // The outputs by their names; none after a failure. Null when the operation has printed them.
     Json outputs(Style style) const;
+    // Whether the record says that nothing else of it is read, as it does to delete something.
+    bool isDeletion() const;
 
   private:
     struct Storage {
@@ -46,15 +48,27 @@ class Invocation
 
     Assignment split(const std::string &word) const;
     void assign(const Assignment &assignment);
-    void load(size_t index, const std::string &value);
+    void load(const Json &document);
+    void loadRecord(size_t index, const Json &document);
+    void loadValue(size_t index, const Json &document);
+    void set(size_t index, const std::string &value);
+    void complete(size_t index);
     uint32_t countOf(const describe::Argument &argument) const;
 
     const describe::Operation &operation_;
-    const bool force_;
+    const Leniency leniency_;
     std::vector<Storage> storage_;
-    Paths given_; // fields of the record
+    std::set<size_t> present_; // arguments that are given
+    Paths named_;              // fields of the record that words name
+    Paths given_;              // these, and those of its document
     vexoResult result_{};
 };
+
+// The text of a file, or of standard input when it is '-'. Throws UsageError.
+std::string readWhole(const std::string &what, const std::string &file);
+
+// The operation that reads what this one writes; null when there is none.
+const describe::Operation *getterOf(const describe::Operation &operation);
 
 bool isDocument(const describe::Argument &argument);
 bool isGivenRecord(const describe::Argument &argument);

@@ -55,16 +55,20 @@ int main(int argc, char **argv)
     CLI::App app{
         "Looks into a TDM-over-packet gateway, and configures it, through the CMI library.\n"
         "Without a command it takes commands from standard input, with a prompt on a terminal.\n"
-        "Exit status: 0 success, 1 the operation failed, 2 the command is wrong.",
+        "Exit status: 0 success, 1 the operation failed, 2 the command is wrong, 3 it took longer "
+        "than\n"
+        "--timeout, 4 what was waited for has not come.",
         "vexoctl"};
-    bool json = false;
+    Manner manner;
     std::string device;
     std::string script;
-    app.add_flag("--json", json, "Print one JSON document per command");
+    bool keepsGoing = false;
+    addOptions(app, manner);
     app.add_option("--device", device, "Simulated device's file, in place of KV_SIM_DEVICE")
         ->type_name("FILE");
     app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
+    app.add_flag("--keep-going", keepsGoing, "Run a script to its end, and count what fails");
     app.set_version_flag("--version", "vexoctl " VEXO_CMI_VERSION);
     app.set_help_flag("-h,--help", "Print this or, behind a command, what it does and takes");
     app.footer("Commands ('help' tells more):\n"
@@ -73,11 +77,11 @@ int main(int argc, char **argv)
     app.allow_extras();
     // The words to be completed are not looked into.
     if (argc > 1 && strcmp(argv[1], "complete") == 0)
-        return Session{false}.execute(Words{argv + 1, argv + argc});
+        return Session{{}}.execute(Words{argv + 1, argv + argc});
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &help) {
-        Session session{json};
+        Session session{manner};
         Words words = app.remaining();
         if (!words.empty()) {
             words.emplace_back("--help");
@@ -89,9 +93,14 @@ int main(int argc, char **argv)
         app.exit(version);
         return finish(SUCCESS);
     } catch (const CLI::ParseError &error) {
-        const bool inJson = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
-        return Session{inJson}.refuse(error.what());
+        manner.json = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
+        return Session{manner}.refuse(error.what());
     }
-    Session session{json};
-    return run(session, device, script, app.remaining());
+    Words words = app.remaining();
+    // Of a command it is the command's own.
+    if (keepsGoing && !words.empty())
+        words.emplace_back("--keep-going");
+    Session session{manner};
+    session.setKeepsGoing(keepsGoing);
+    return run(session, device, script, words);
 }

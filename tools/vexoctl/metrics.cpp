@@ -1,6 +1,7 @@
 // Counters and alarms for Prometheus. What the device has no data for is left out.
 #include "session.h"
 
+#include "limit.h"
 #include "print.h"
 
 #include <records.h>
@@ -136,6 +137,7 @@ class Reader
     template <class... Parameters, class... Given>
     bool read(const std::string &what, void (*operation)(Parameters...), Given... given)
     {
+        const CallLimit limit;
         vexoResult result;
         operation(given..., &result);
         if (result.rc == VEXO_RC_OK)

@@ -1,9 +1,10 @@
 #include "session.h"
 
 #include "catalog.h"
-#include "invocation.h"
+#include "limit.h"
 #include "manual.h"
 #include "print.h"
+#include "request.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,8 +28,10 @@ constexpr const char *WORDS_AND_RECORDS =
     "A number is decimal, or hexadecimal with 0x. A record is set field by field (psn.param1=7) or "
     "from a JSON document: params=@FILE, params=@- for standard input, params='{...}'. The "
     "document that a getter prints with --json can be given back as it is. What is applied always "
-    "must be given. --json, --help (also -h and ?) and --force, which sends numbers also where "
-    "they are no members of their enumeration, may stand anywhere in a command.";
+    "must be given. Ports, pseudowires, groups and links can be lists: pwId=1-50,60 or, of all "
+    "that "
+    "there are, pwId=all. --json, --help (also -h and ?) and the options that 'vexoctl --help' "
+    "shows may stand anywhere in a command.";
 
 std::string overview()
 {
@@ -46,16 +49,24 @@ std::string overview()
 // Options that are left when those have been taken that may stand here.
 void refuseOptions(const Words &words)
 {
-    const Names ofProgram{"--device", "--script", "--version"};
-    Names all{"--json", "--force", "--help"};
-    all.insert(all.end(), ofProgram.begin(), ofProgram.end());
+    const Names ofProgram{"--device", "--script", "--version", "--atomic", "--keep-going"};
+    Names all = optionNames();
+    all.push_back("--help");
+    std::ranges::copy(ofProgram, std::back_inserter(all));
     for (const std::string &word : words) {
         const std::string name = word.substr(0, word.find('='));
-        if (std::find(ofProgram.begin(), ofProgram.end(), name) != ofProgram.end())
+        if (std::ranges::count(ofProgram, name) > 0)
             throw UsageError("the option " + name + " can only be given when vexoctl is started");
         if (word.starts_with('-'))
             throw UsageError("there is no option '" + word + "' here" + hint(word, all));
     }
+}
+
+AddressOrder addressOrder(const std::string &given)
+{
+    if (given.empty())
+        return isSimulated() ? AddressOrder::host : AddressOrder::unknown;
+    return given == "host" ? AddressOrder::host : AddressOrder::network;
 }
 
 // A line without its end, which is that of another system, too.
@@ -121,35 +132,38 @@ Status finish(Status status)
     return FAILURE;
 }
 
-void Session::show(const Json &document) const
+std::string Session::text(const Json &document) const
 {
-    if (json_)
-        std::cout << document.dump(compact_ ? -1 : 2, ' ', false, Json::error_handler_t::replace)
-                  << "\n";
-    else
-        std::cout << readable(document);
+    if (manner_.json)
+        return document.dump(compact_ ? -1 : 2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return readable(document);
 }
 
-Status Session::tell(std::optional<uint32_t> code, const std::string &text) const
+void Session::show(const Json &document) const
+{
+    std::cout << text(document);
+}
+
+std::string Session::error(std::optional<uint32_t> code, const std::string &message) const
 {
     const auto orNull = [](const auto &value, bool isKnown) {
         return isKnown ? Json(value) : Json{};
     };
-    if (json_) {
-        show(Json{{"operation", orNull(operation_, !operation_.empty())},
-                  {"rc", orNull(code.value_or(0), code.has_value())},
-                  {"message", text},
-                  {"error", text},
-                  {"file", orNull(file_, line_ > 0)},
-                  {"line", orNull(line_, line_ > 0)}});
-        std::cout << std::flush;
-    } else {
-        std::cerr << "vexoctl: "
-                  << (line_ ? printable(file_) + ":" + std::to_string(line_) + ": " : "")
-                  << (operation_.empty() ? "" : operation_ + ": ")
-                  << (code ? "failure " + std::to_string(*code) + ": " : "") << printable(text)
-                  << std::endl;
-    }
+    if (manner_.json)
+        return text(Json{{"operation", orNull(operation_, !operation_.empty())},
+                         {"rc", orNull(code.value_or(0), code.has_value())},
+                         {"message", message},
+                         {"error", message},
+                         {"file", orNull(file_, line_ > 0)},
+                         {"line", orNull(line_, line_ > 0)}});
+    return "vexoctl: " + (line_ ? printable(file_) + ":" + std::to_string(line_) + ": " : "") +
+           (operation_.empty() ? "" : operation_ + ": ") +
+           (code ? "failure " + std::to_string(*code) + ": " : "") + printable(message) + "\n";
+}
+
+Status Session::tell(std::optional<uint32_t> code, const std::string &message) const
+{
+    (manner_.json ? std::cout : std::cerr) << error(code, message) << std::flush;
     return code ? FAILURE : USAGE;
 }
 
@@ -158,30 +172,110 @@ Status Session::refuse(const std::string &text) const
     return tell({}, text);
 }
 
-void Session::operate(const Words &words)
+void Session::agree(const std::string &end) const
+{
+    if (manner_.yes || line_ > 0 || !isatty(STDIN_FILENO) || !isatty(STDERR_FILENO))
+        return;
+    std::cerr << "vexoctl: " << operation_ << " " << end << "; go on? [y/N] " << std::flush;
+    std::string answer;
+    if (!std::getline(std::cin, answer) || !(answer.starts_with('y') || answer.starts_with('Y')))
+        throw UsageError("nothing was done; --yes does it without asking");
+}
+
+Status Session::operate(const Words &words)
 {
     size_t count = 0;
     const Operation &operation = operationOf(words, count);
     operation_ = spoken(operation.name);
-    Invocation invocation{
-        operation, {words.begin() + static_cast<ptrdiff_t>(count), words.end()}, force_};
+    Names given{words.begin() + static_cast<ptrdiff_t>(count), words.end()};
     tellOfPrivateDevice();
-    printAs(json_);
-    const vexoResult &result = invocation.call();
-    const Json outputs = invocation.outputs(json_ ? Style::json : Style::human);
+    printAs(manner_.json);
+    limitCalls();
+    choose(operation, Json::object(), manner_.fields);
+    if (const auto objects = takeObjects(operation, given))
+        return operateOnEach(operation, *objects, given);
+    const auto [result, outputs] =
+        request(operation, given, manner_, manner_.json ? Style::json : Style::human,
+                [this](const std::string &end) { agree(end); });
     if (result.rc != VEXO_RC_OK)
         throw Failure{operation_, result};
     if (outputs.is_null()) // it has been printed line by line
-        return;
-    if (json_) {
-        Json document{{"operation", operation_}, {"rc", 0}, {"message", ""}};
-        document.update(outputs);
+        return SUCCESS;
+    const Fields fields = choose(operation, outputs, manner_.fields);
+    if (manner_.values && !manner_.json) {
+        std::cout << lineOf(fields);
+    } else if (manner_.json || !manner_.fields.empty()) {
+        Json document;
+        if (manner_.json)
+            document = {{"operation", operation_}, {"rc", 0}, {"message", ""}};
+        document.update(manner_.fields.empty() ? outputs : asObject(fields));
         show(document);
     } else {
         // What is shown alone needs no name.
         const bool isAlone = outputs.size() == 1 && outputs.front().is_structured();
         show(isAlone ? Json(outputs.front()) : outputs);
     }
+    return SUCCESS;
+}
+
+Status Session::operateOnEach(const Operation &operation, const Objects &objects, Names words)
+{
+    takeFiles(operation, words);
+    bool isAgreed = false;
+    const auto ask = [&](const std::string &end) {
+        if (!std::exchange(isAgreed, true))
+            agree(end + ", each of " + std::to_string(objects.numbers.size()));
+    };
+    std::vector<std::pair<uint32_t, Fields>> shown;
+    Json document{{"operation", operation_},
+                  {"rc", 0},
+                  {"message", ""},
+                  {"failed", 0},
+                  {"objects", Json::array()}};
+    size_t failed = 0;
+    for (const uint32_t number : objects.numbers) {
+        const std::string object = objects.name + "=" + std::to_string(number);
+        Names own = words;
+        own.push_back(object);
+        Answer answer;
+        try {
+            answer =
+                request(operation, own, manner_, manner_.json ? Style::json : Style::human, ask);
+        } catch (const Failure &failure) {
+            answer = {failure.result, Json::object()};
+        }
+        const auto &[result, outputs] = answer;
+        const uint32_t code = static_cast<uint32_t>(result.rc);
+        const bool isDone = result.rc == VEXO_RC_OK;
+        const Fields fields = isDone ? choose(operation, outputs, manner_.fields) : Fields{};
+        if (!isDone && failed++ == 0)
+            document["rc"] = code;
+        if (manner_.json) {
+            Json &row = document["objects"].emplace_back(
+                Json{{objects.name, number}, {"rc", code}, {"message", result.message}});
+            row.update(manner_.fields.empty() ? outputs : asObject(fields));
+        } else if (!isDone) {
+            tell(code, object + ": " + result.message);
+        } else if (fields.empty()) {
+            std::cout << object << ": done" << std::endl;
+        } else if (manner_.values) {
+            std::cout << number << "\t" << lineOf(fields);
+        } else {
+            shown.emplace_back(number, fields);
+        }
+    }
+    const std::string summary =
+        std::to_string(failed) + " of " + std::to_string(objects.numbers.size()) + " failed";
+    if (manner_.json) {
+        document["failed"] = failed;
+        document["message"] = failed ? summary : "";
+        show(document);
+    } else {
+        std::cout << table(objects.name, shown);
+        if (failed)
+            std::cerr << "vexoctl: " << operation_ << ": " << summary << std::endl;
+    }
+    return failed ? FAILURE : SUCCESS;
 }
 
 void Session::list(const Words &words) const
@@ -197,7 +291,7 @@ void Session::list(const Words &words) const
         document["operations"].push_back(spoken(operation->name));
         document["calls"][spoken(operation->name)] = callsOf(*operation);
     }
-    if (json_)
+    if (manner_.json)
         return show(document);
     for (const Operation *operation : found)
         std::cout << folded(usage(*operation), 4) << "\n";
@@ -206,7 +300,7 @@ void Session::list(const Words &words) const
 void Session::help(const Words &words) const
 {
     const auto showText = [&](const std::string &text) {
-        if (json_)
+        if (manner_.json)
             show(Json{{"help", text}});
         else
             std::cout << text;
@@ -221,36 +315,58 @@ void Session::help(const Words &words) const
         return list(words);
     size_t count = 0;
     const Operation &operation = operationOf(said, count);
-    if (json_)
+    if (manner_.json)
         show(manualDocument(operation));
     else
         std::cout << manualText(operation);
 }
 
-void Session::dispatch(const Words &words)
+void Session::limitCalls() const
+{
+    char seconds[32];
+    snprintf(seconds, sizeof seconds, "%g", manner_.timeout);
+    setCallLimit(manner_.timeout,
+                 error({}, std::string{"no answer within "} + seconds + " seconds"),
+                 manner_.json ? STDOUT_FILENO : STDERR_FILENO, TIMEOUT);
+}
+
+Status Session::dispatch(const Words &words)
 {
     if (const Command *own = commandNamed(words[0]); own && own->run) {
         tellOfPrivateDevice();
-        return own->run(words, json_);
+        limitCalls();
+        own->run(words, manner_.json);
+        return SUCCESS;
     }
     refuseOptions(words);
-    if (words[0] == "list")
-        return list(words);
-    if (words[0] == "help")
-        return help(words);
-    if (words[0] != "exit" && words[0] != "quit")
+    if (words[0] != "list" && words[0] != "help" && words[0] != "exit" && words[0] != "quit")
         return operate(words);
+    if (words[0] == "list")
+        list(words);
+    else if (words[0] == "help")
+        help(words);
+    else
+        leave(words);
+    return SUCCESS;
+}
+
+void Session::leave(const Words &words)
+{
     if (words.size() > 1)
         throw UsageError("expected nothing behind it, not '" + words[1] + "'");
     isOver_ = true;
-    if (json_)
+    if (manner_.json)
         show(Json{{"operation", words[0]}, {"rc", 0}, {"message", ""}});
 }
 
 Status Session::run(Words words)
 {
     operation_.clear();
+    // Where the options can't be read, --json is heeded all the same.
+    manner_.json |= std::ranges::count(words, "--json") > 0;
     try {
+        words = takeOptions(words, manner_);
+        setAddressOrder(addressOrder(manner_.ipOrder));
         if (std::erase_if(words, [](const std::string &word) {
                 return word == "--help" || word == "-h" || word == "?";
             }) > 0) {
@@ -265,8 +381,7 @@ Status Session::run(Words words)
             throw UsageError("there is no command");
         if (commandNamed(words[0]))
             operation_ = words[0];
-        dispatch(words);
-        return SUCCESS;
+        return dispatch(words);
     } catch (const UsageError &error) {
         return refuse(error.what());
     } catch (const Failure &failure) {
@@ -282,12 +397,9 @@ Status Session::execute(const Words &given)
         for (const std::string &word : completions({given.begin() + 1, given.end()}))
             std::cout << word << "\n";
     } else {
-        Words words = given;
-        const bool usually = json_;
-        json_ |= std::erase(words, "--json") > 0;
-        force_ = std::erase(words, "--force") > 0;
-        status = run(words);
-        json_ = usually;
+        const Manner usual = manner_;
+        status = run(given);
+        manner_ = usual;
     }
     return finish(status);
 }
@@ -312,20 +424,28 @@ Status Session::script(const std::string &file)
         return refuse("cannot read " + file + ": " + strerror(errno));
     compact_ = true;
     file_ = file;
-    size_t number = 0;
-    for (std::string line; readLine(stream, line);) {
+    size_t number = 0, failed = 0;
+    Status first = SUCCESS;
+    for (std::string line; !isOver_ && readLine(stream, line);) {
         line_ = ++number;
         for (std::string next; lex(line).isContinued && readLine(stream, next); ++number)
             line.replace(line.size() - 1, 1, next);
         const Status status = execute(line);
-        if (status != SUCCESS)
+        if (status == SUCCESS)
+            continue;
+        if (!keepsGoing_) {
             std::cerr << "vexoctl: stopped at line " << line_ << std::endl;
-        if (status != SUCCESS || isOver_)
             return status;
+        }
+        if (failed++ == 0)
+            first = status;
     }
+    if (failed)
+        std::cerr << "vexoctl: " << failed << (failed == 1 ? " command" : " commands") << " failed"
+                  << std::endl;
     line_ = 0;
     operation_.clear();
-    return isBroken(stream) ? refuse("cannot read " + file + ": " + strerror(errno)) : SUCCESS;
+    return isBroken(stream) ? refuse("cannot read " + file + ": " + strerror(errno)) : first;
 }
 
 Lexed lex(const std::string &line)

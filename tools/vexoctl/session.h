@@ -3,6 +3,8 @@
 #define VEXOCTL_SESSION_H
 
 #include "codec.h"
+#include "manner.h"
+#include "request.h"
 
 #include <functional>
 #include <map>
@@ -13,13 +15,7 @@ namespace vexoctl
 
 using Words = Names;
 
-enum Status { SUCCESS = 0, FAILURE = 1, USAGE = 2 };
-
-// What the device or the system has refused.
-struct Failure {
-    std::string operation;
-    vexoResult result;
-};
+enum Status { SUCCESS = 0, FAILURE = 1, USAGE = 2, TIMEOUT = 3, UNMET = 4 };
 
 // Ends a command's output: FAILURE, and a message, when it could not be written.
 Status finish(Status status);
@@ -28,7 +24,10 @@ class Session
 {
   public:
     // JSON documents are printed on one line each with `compact`, and by scripts and the prompt.
-    explicit Session(bool json, bool compact = false) : json_{json}, compact_{compact} {}
+    explicit Session(Manner manner, bool compact = false)
+        : manner_{std::move(manner)}, compact_{compact}
+    {
+    }
 
     Status execute(const Words &words);
     // A line of a script, which may be empty.
@@ -38,22 +37,30 @@ class Session
     Status script(const std::string &file);
     // Commands from the terminal.
     Status prompt();
+    // What fails in a script is counted, and doesn't end it.
+    void setKeepsGoing(bool keepsGoing) { keepsGoing_ = keepsGoing; }
     // Says what is wrong with the command.
     Status refuse(const std::string &text) const;
 
   private:
-    void dispatch(const Words &words);
-    void operate(const Words &words);
+    Status dispatch(const Words &words);
+    Status operate(const Words &words);
+    Status operateOnEach(const describe::Operation &operation, const Objects &objects, Names words);
+    void agree(const std::string &end) const;
+    void limitCalls() const;
+    void leave(const Words &words);
     void list(const Words &words) const;
     void help(const Words &words) const;
+    std::string text(const Json &document) const;
     void show(const Json &document) const;
     Status run(Words words);
     // Every error is told here; without a code when nothing was called.
-    Status tell(std::optional<uint32_t> code, const std::string &text) const;
+    std::string error(std::optional<uint32_t> code, const std::string &message) const;
+    Status tell(std::optional<uint32_t> code, const std::string &message) const;
 
-    bool json_;
+    Manner manner_;
     bool compact_;
-    bool force_ = false;
+    bool keepsGoing_ = false;
     bool isOver_ = false;   // by the command that ends a session
     std::string operation_; // that is under way, or the command
     std::string file_;      // of the script, and the line in it

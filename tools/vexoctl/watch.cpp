@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include "limit.h"
 #include "print.h"
 
 #include <records.h>
@@ -382,7 +383,10 @@ void follow(const Words &words, bool json)
     uint32_t shown = 0;
     do {
         vexoResult result;
-        vexo_cmi_misc_upgrade_info_get(&info, &result);
+        {
+            const CallLimit limit;
+            vexo_cmi_misc_upgrade_info_get(&info, &result);
+        }
         if (result.rc != VEXO_RC_OK)
             throw Failure{"follow upgrade", result};
         if (info.state != shown) {

@@ -1,0 +1,315 @@
+#include "request.h"
+
+#include "limit.h"
+#include "print.h"
+
+#include <algorithm>
+#include <charconv>
+#include <sstream>
+
+namespace vexoctl
+{
+
+using describe::Argument;
+using describe::Direction;
+using describe::Kind;
+using describe::Operation;
+
+namespace
+{
+
+bool isThere(void (*read)(uint32_t number, vexoResult *result), uint32_t number)
+{
+    const CallLimit limit;
+    vexoResult result;
+    read(number, &result);
+    return result.rc == VEXO_RC_OK;
+}
+
+// No operation lists them: they are asked for.
+struct Listable {
+    const char *name;
+    uint32_t last;
+    void (*read)(uint32_t number, vexoResult *result);
+};
+const Listable LISTABLE[] = {
+    {"port", VEXO_PM_PDH_MAX,
+     [](uint32_t port, vexoResult *result) {
+         vexoAdminStatus status;
+         vexo_cmi_pdh_admin_get(&status, port, result);
+     }},
+    {"pwId", 1024,
+     [](uint32_t pwId, vexoResult *result) {
+         vexoPweParamsInfo info;
+         vexo_cmi_pwe_params_get(&info, pwId, result);
+         if (info.pweAction != VEXO_PWE_ACTION_CREATE)
+             result->rc = VEXO_RC_GENERAL;
+     }},
+    {"groupId", 8,
+     [](uint32_t groupId, vexoResult *result) {
+         vexoImaParams params;
+         vexo_cmi_ima_get(&params, groupId, result);
+     }},
+    {"linkId", 0, nullptr},
+    {"number", 0, nullptr},
+};
+
+std::vector<uint32_t> allOf(const Listable &kind)
+{
+    if (!kind.read)
+        throw UsageError(std::string{kind.name} + ": expected numbers; nothing lists these");
+    std::vector<uint32_t> numbers;
+    for (uint32_t number = 1; number <= kind.last; ++number)
+        if (isThere(kind.read, number))
+            numbers.push_back(number);
+    return numbers;
+}
+
+// Of "1-50,60".
+std::vector<uint32_t> numbersOf(const std::string &name, const std::string &list)
+{
+    constexpr size_t MOST = 65536;
+    std::vector<uint32_t> numbers;
+    std::istringstream parts{list};
+    for (std::string part; std::getline(parts, part, ',');) {
+        const size_t dash = part.find('-');
+        uint32_t first, last;
+        parse(describe::typeOf<uint32_t>(), name, part.substr(0, dash), {}, &first);
+        last = first;
+        if (dash != part.npos)
+            parse(describe::typeOf<uint32_t>(), name, part.substr(dash + 1), {}, &last);
+        if (last < first)
+            throw UsageError(name + ": " + vexoctl::quoted(part) + " ends before it begins");
+        if (last - first >= MOST || numbers.size() + last - first >= MOST)
+            throw UsageError(name + ": more than " + std::to_string(MOST) + " objects");
+        for (uint32_t number = first; number <= last && number >= first; ++number)
+            if (std::ranges::find(numbers, number) == numbers.end())
+                numbers.push_back(number);
+    }
+    return numbers;
+}
+
+bool isGiven(const Argument &argument)
+{
+    return argument.direction == Direction::in;
+}
+
+const Argument *argumentOf(const Operation &operation, const std::string &word)
+{
+    const auto found = std::ranges::find_if(operation.arguments, [&](const Argument &argument) {
+        return isGiven(argument) && word.starts_with(std::string{argument.name} + "=");
+    });
+    return found == operation.arguments.end() ? nullptr : &*found;
+}
+
+// The words, and what the getter tells as a document besides.
+Names changed(const Operation &operation, Names words, const Manner &manner)
+{
+    const Operation *getter = getterOf(operation);
+    if (!getter)
+        throw UsageError("--change: nothing reads what this sets");
+    Names asked = words;
+    std::erase_if(asked, [&](const std::string &word) { return !argumentOf(*getter, word); });
+    Invocation reading{*getter, asked, {}};
+    if (const vexoResult &result = reading.call(); result.rc != VEXO_RC_OK)
+        throw Failure{spoken(getter->name), result};
+    words.push_back(reading.outputs(Style::json).dump());
+    std::ranges::copy(manner.changes, std::back_inserter(words));
+    return words;
+}
+
+void addFields(const std::string &path, const Json &json, Fields &fields)
+{
+    if (!json.is_object())
+        fields.emplace_back(path, json);
+    else
+        for (const auto &[name, element] : json.items())
+            addFields(path.empty() ? name : path + "." + name, element, fields);
+}
+
+// What a path leads to; null when that isn't there.
+const Json *follow(const Json &json, const std::string &path)
+{
+    const Json *place = &json;
+    std::istringstream steps{path};
+    for (std::string step; place && std::getline(steps, step, '.');) {
+        size_t index = 0;
+        const auto [stop, error] = std::from_chars(step.data(), step.data() + step.size(), index);
+        const bool isIndex = error == std::errc{} && stop == step.data() + step.size();
+        if (place->is_object() && place->contains(step))
+            place = &place->at(step);
+        else if (place->is_array() && isIndex && index < place->size())
+            place = &(*place)[index];
+        else
+            place = nullptr;
+    }
+    return place;
+}
+
+// Whether some object could have the field, by the rows; an element goes by its index.
+void checkField(const Operation &operation, const std::string &path)
+{
+    Names names;
+    for (const Argument &argument : operation.arguments) {
+        if (isGiven(argument))
+            continue;
+        if (isDocument(argument))
+            return;
+        names.emplace_back(argument.name);
+        for (const Leaf &leaf : leaves(*argument.type)) {
+            names.push_back(leaf.path);
+            names.push_back(std::string{argument.name} + "." + leaf.path);
+        }
+    }
+    const bool isKnown = std::ranges::any_of(names, [&](const std::string &name) {
+        return name == path || path.starts_with(name + ".") || name.starts_with(path + ".");
+    });
+    if (!isKnown || path.empty())
+        throw UsageError("fields: there is no field " + vexoctl::quoted(path) + hint(path, names));
+}
+
+// A value on one line: "-" when there is none.
+std::string cell(const Json &value)
+{
+    if (value.is_null())
+        return "-";
+    if (value.is_string())
+        return printable(value.get<std::string>());
+    if (!value.is_array() || std::ranges::any_of(value, &Json::is_structured))
+        return value.dump();
+    Names items;
+    for (const Json &item : value)
+        items.push_back(cell(item));
+    return joined(items, ",");
+}
+
+} // namespace
+
+std::optional<Objects> takeObjects(const Operation &operation, Names &words)
+{
+    std::optional<Objects> objects;
+    for (auto word = words.begin(); word != words.end();) {
+        const Argument *argument = argumentOf(operation, *word);
+        const std::string name = argument ? argument->name : "";
+        const auto kind =
+            std::ranges::find_if(LISTABLE, [&](const auto &one) { return name == one.name; });
+        const std::string value = word->substr(word->find('=') + 1);
+        const bool isList = !value.empty() && isdigit(static_cast<unsigned char>(value[0])) &&
+                            value.find_first_of(",-") != value.npos;
+        if (kind == std::end(LISTABLE) || (value != "all" && !isList)) {
+            ++word;
+            continue;
+        }
+        if (objects)
+            throw UsageError(name + ": one argument can be a list, and " + objects->name + " is");
+        objects = {name, value == "all" ? allOf(*kind) : numbersOf(name, value)};
+        word = words.erase(word);
+    }
+    return objects;
+}
+
+void takeFiles(const Operation &operation, Names &words)
+{
+    for (std::string &word : words) {
+        const Argument *argument = argumentOf(operation, word);
+        const size_t begin = argument ? word.find('=') + 1 : 0;
+        if (word.substr(begin).starts_with('@') &&
+            (!argument || argument->type->kind != Kind::text))
+            word.replace(begin, word.npos,
+                         readWhole(argument ? argument->name : "document", word.substr(begin + 1)));
+    }
+}
+
+std::string endOf(const Operation &operation, const Invocation &invocation)
+{
+    static constexpr std::pair<std::string_view, const char *> ENDING[] = {
+        {"vexo_cmi_sys_reset", "shuts the device down"},
+        {"vexo_cmi_sys_tdm_mode_set", "changes the mode of all the equipment"},
+        {"vexo_cmi_misc_upgrade_init", "replaces the device's software"},
+        {"vexo_cmi_misc_sys_lbk_set", "may loop all traffic back"},
+        {"vexo_cmi_ima_lnk_delete", "takes a link out of service"},
+        {"vexo_cmi_pwe_atmop_xc_delete", "ends a cross-connect"},
+        {"sim_reset", "puts the simulated device back to its factory defaults"},
+    };
+    for (const auto &[name, end] : ENDING)
+        if (name == operation.name)
+            return end;
+    return invocation.isDeletion() ? "deletes it" : "";
+}
+
+Answer request(const Operation &operation, const Names &words, const Manner &manner, Style style,
+               const std::function<void(const std::string &)> &agree)
+{
+    const bool isChange = !manner.changes.empty();
+    Invocation invocation{operation,
+                          isChange ? changed(operation, words, manner) : words,
+                          {.members = manner.force, .stale = isChange}};
+    if (const std::string end = endOf(operation, invocation); !end.empty())
+        agree(end);
+    const vexoResult &result = invocation.call();
+    return {result, invocation.outputs(style)};
+}
+
+Fields choose(const Operation &operation, const Json &outputs, const std::string &chosen)
+{
+    Fields fields;
+    // What is shown alone needs no name.
+    const bool isAlone = outputs.size() == 1 && outputs.front().is_object();
+    const Json &whole = isAlone ? Json(outputs.front()) : outputs;
+    if (chosen.empty()) {
+        addFields("", whole, fields);
+        return fields;
+    }
+    std::istringstream paths{chosen};
+    for (std::string path; std::getline(paths, path, ',');) {
+        checkField(operation, path);
+        const Json *found = follow(whole, path);
+        found = found ? found : follow(outputs, path);
+        fields.emplace_back(path, found ? *found : Json{});
+    }
+    return fields;
+}
+
+Json asObject(const Fields &fields)
+{
+    Json json = Json::object();
+    for (const auto &[path, value] : fields)
+        json[path] = value;
+    return json;
+}
+
+std::string lineOf(const Fields &fields)
+{
+    Names cells;
+    for (const auto &[path, value] : fields)
+        cells.push_back(cell(value));
+    return joined(cells, "\t") + "\n";
+}
+
+std::string table(const std::string &name, const std::vector<std::pair<uint32_t, Fields>> &objects)
+{
+    Names head{name};
+    for (const auto &[number, fields] : objects)
+        for (const auto &[path, value] : fields)
+            if (std::ranges::find(head, path) == head.end())
+                head.push_back(path);
+    std::vector<Names> rows{head};
+    for (const auto &[number, fields] : objects) {
+        Names &row = rows.emplace_back(head.size(), "-");
+        row[0] = std::to_string(number);
+        for (const auto &[path, value] : fields)
+            row[static_cast<size_t>(std::ranges::find(head, path) - head.begin())] = cell(value);
+    }
+    std::vector<size_t> widths(head.size());
+    for (const Names &row : rows)
+        for (size_t i = 0; i + 1 < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    std::string text;
+    for (const Names &row : objects.empty() ? std::vector<Names>{} : rows)
+        for (size_t i = 0; i < row.size(); ++i)
+            text += row[i] +
+                    (i + 1 == row.size() ? "\n" : std::string(widths[i] - row[i].size() + 2, ' '));
+    return text;
+}
+
+} // namespace vexoctl

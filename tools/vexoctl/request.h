@@ -1,0 +1,63 @@
+// A command's calls: of one object, or of each of a list; with what was read before, where only
+// changes are given.
+#ifndef VEXOCTL_REQUEST_H
+#define VEXOCTL_REQUEST_H
+
+#include "invocation.h"
+#include "manner.h"
+
+#include <functional>
+#include <optional>
+
+namespace vexoctl
+{
+
+// What the device or the system has refused.
+struct Failure {
+    std::string operation;
+    vexoResult result;
+};
+
+// The objects that a word names: "pwId=1-50,60", "port=all".
+struct Objects {
+    std::string name; // of the argument
+    std::vector<uint32_t> numbers;
+};
+// Takes the word out of the others; nothing when they name one object, or none.
+std::optional<Objects> takeObjects(const describe::Operation &operation, Names &words);
+
+// Reads files and standard input into the words that name them: they are read once.
+void takeFiles(const describe::Operation &operation, Names &words);
+
+// What the call ends, or empty when it ends nothing: "shuts the device down".
+std::string endOf(const describe::Operation &operation, const Invocation &invocation);
+
+// One call; changes are made in what the getter tells. Throws UsageError, and Failure when that
+// can't be read. `agree` is asked before a call that ends something.
+struct Answer {
+    vexoResult result;
+    Json outputs;
+};
+Answer request(const describe::Operation &operation, const Names &words, const Manner &manner,
+               Style style, const std::function<void(const std::string &)> &agree);
+
+// ---- Fields of the outputs ----
+
+using Fields = std::vector<std::pair<std::string, Json>>;
+
+// The chosen ones ("vlan.vlanId,adminStatus"), null where an object doesn't have one; all of them
+// that hold a value or a list of values, when none is chosen. Throws UsageError at one that no
+// object has.
+Fields choose(const describe::Operation &operation, const Json &outputs, const std::string &chosen);
+
+Json asObject(const Fields &fields);
+
+// The fields of objects, a line each, under their names and that of the objects.
+std::string table(const std::string &name, const std::vector<std::pair<uint32_t, Fields>> &objects);
+
+// Bare values on one line, with tabs between them.
+std::string lineOf(const Fields &fields);
+
+} // namespace vexoctl
+
+#endif
