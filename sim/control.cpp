@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <set>
 #include <string_view>
 
 using namespace sim;
@@ -54,17 +56,86 @@ kvRc get(const Counter &counter, Value *value)
     return KV_OK;
 }
 
-// Waits until the reports of an interval's end have been taken.
-void waitForReports()
+// Whom the reports are waited for, while the clock is moved.
+class Reports
 {
-    constexpr int ROUNDS = 2000;
-    for (int round = 0; round < ROUNDS; ++round) {
-        {
-            Transaction device;
-            if (!device || pending(device, Service::pm) == 0)
-                return;
+  public:
+    explicit Reports(bool anyway) : anyway_{anyway}
+    {
+        if (isHandling(Service::pm))
+            passed_.insert(thisProcess());
+    }
+
+    // Waits until all have been dealt with; fail()s when a subscriber gets no further.
+    kvRc wait()
+    {
+        constexpr uint64_t PATIENCE = 2000 * MILLISECOND;
+        std::map<uint32_t, uint32_t> before;
+        for (uint64_t since = hostMonotonic();; sleepMs(1)) {
+            const std::map<uint32_t, uint32_t> now = open();
+            if (now.empty())
+                return KV_OK;
+            if (now != before)
+                since = hostMonotonic();
+            before = now;
+            if (hostMonotonic() - since < PATIENCE)
+                continue;
+            if (!anyway_)
+                return fail(WRONG_STATE,
+                            "process %u has not dealt with a PM report for 2 seconds, so the clock "
+                            "stopped at that interval's end",
+                            now.begin()->first);
+            for (const auto &[process, count] : now)
+                passed_.insert(process);
         }
-        sleepMs(1);
+    }
+
+  private:
+    std::map<uint32_t, uint32_t> open() const
+    {
+        std::map<uint32_t, uint32_t> found;
+        Transaction device;
+        if (!device)
+            return found;
+        for (const Backlog &one : backlogs(device, Service::pm))
+            if (!passed_.contains(one.process))
+                found[one.process] = one.count;
+        return found;
+    }
+
+    const bool anyway_;
+    std::set<uint32_t> passed_; // these are not waited for
+};
+
+int advance(uint64_t microseconds, bool anyway)
+{
+    uint64_t target = 0;
+    const int begun = control([&](Transaction &device) {
+        const uint64_t now = deviceTime(*device);
+        if (microseconds > CLOCK_END - now)
+            return fail(BAD_VALUE, "the device clock ends with the year 9999");
+        target = now + microseconds;
+        return KV_OK;
+    });
+    if (begun != 0)
+        return -1;
+    Reports reports{anyway};
+    for (;;) {
+        bool reached = true;
+        const int moved = control([&](Transaction &device) {
+            const uint64_t next = nextEndUntil(*device, target);
+            const uint64_t now = deviceTime(*device);
+            const uint64_t to = next ? next : target;
+            device.modify(device->clock.uptime) += to > now ? to - now : 0;
+            reached = next == 0;
+            return tick(device);
+        });
+        if (moved != 0)
+            return -1;
+        if (reached)
+            return 0;
+        if (reports.wait() != KV_OK)
+            return -1;
     }
 }
 
@@ -180,32 +251,12 @@ int kv_sim_clock_stopped(void)
 
 int kv_sim_clock_advance(uint64_t microseconds)
 {
-    uint64_t target = 0;
-    const int begun = control([&](Transaction &device) {
-        const uint64_t now = deviceTime(*device);
-        if (microseconds > CLOCK_END - now)
-            return fail(BAD_VALUE, "the device clock ends with the year 9999");
-        target = now + microseconds;
-        return KV_OK;
-    });
-    if (begun != 0)
-        return -1;
-    for (;;) {
-        bool reached = true;
-        const int moved = control([&](Transaction &device) {
-            const uint64_t next = nextEndUntil(*device, target);
-            const uint64_t now = deviceTime(*device);
-            const uint64_t to = next ? next : target;
-            device.modify(device->clock.uptime) += to > now ? to - now : 0;
-            reached = next == 0;
-            return tick(device);
-        });
-        if (moved != 0)
-            return -1;
-        if (reached)
-            return 0;
-        waitForReports();
-    }
+    return advance(microseconds, false);
+}
+
+int kv_sim_clock_advance_anyway(uint64_t microseconds)
+{
+    return advance(microseconds, true);
 }
 
 int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
@@ -326,7 +377,10 @@ int kv_sim_rate_get(unsigned index, kvSimRate *rate)
 int kv_sim_pending(uint32_t *waiting, uint64_t *lost)
 {
     return control([=](Transaction &device) {
-        *waiting = pending(device, Service::alarm) + pending(device, Service::pm);
+        *waiting = 0;
+        for (const Service service : {Service::alarm, Service::pm})
+            for (const Backlog &one : backlogs(device, service))
+                *waiting += one.count;
         *lost = sim::lost(device);
         return KV_OK;
     });

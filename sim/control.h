@@ -22,12 +22,15 @@ int control(Command command)
     return 0;
 }
 
+// Of the host's clock.
+constexpr uint64_t MILLISECOND = 1000000;
+
 // Looks at the device, as it is by its clock, every millisecond until the test is true; false when
 // it isn't within the given time, or the device can't be used.
 template <class Test>
 bool waitFor(uint64_t milliseconds, Test test)
 {
-    const uint64_t end = hostMonotonic() + milliseconds * 1000000;
+    const uint64_t end = hostMonotonic() + milliseconds * MILLISECOND;
     for (;;) {
         {
             Transaction device;

@@ -173,11 +173,34 @@ KV_SIM_EXPORT int kv_sim_clock_stopped(void);
 /**
  * Moves the device clock on. Every PM interval whose end lies in between ends,
  * one after the other, each as soon as all subscribers have dealt with the
- * report of the one before (or two seconds have passed, as they do when called
- * from within a PM callback). -1 when the clock was not moved, or not all the
- * way.
+ * report of the one before; only the one from whose PM callback this is called
+ * is not waited for. -1 when the clock was not moved, or not all the way: also
+ * when a subscriber has got no further with its reports for two seconds, which
+ * kv_sim_error() then names.
  */
 KV_SIM_EXPORT int kv_sim_clock_advance(uint64_t microseconds);
+/** The same, but goes on: a subscriber that got no further for two seconds is not waited for again.
+ */
+KV_SIM_EXPORT int kv_sim_clock_advance_anyway(uint64_t microseconds);
+
+/*
+ * Waiting, for at most so many milliseconds: 0 when it has come about, -1 when it has not, and
+ * kv_sim_error() tells what there was instead
+ */
+
+/** What processes subscribe to. */
+enum { KV_SIM_ALARMS = 1, KV_SIM_REPORTS = 2 };
+
+/** Until a process (0: any) has subscribed to these services, a sum; 0: to any. */
+KV_SIM_EXPORT int kv_sim_wait_subscribed(uint32_t process, uint32_t services,
+                                         uint32_t milliseconds);
+/** Until all subscribers have dealt with all notifications that have been sent: taken them, and
+ * returned from their callbacks. */
+KV_SIM_EXPORT int kv_sim_wait_handled(uint32_t milliseconds);
+/** Until no function of the platform has been called for @p quiet milliseconds from now on. */
+KV_SIM_EXPORT int kv_sim_wait_idle(uint32_t quiet, uint32_t milliseconds);
+/** Until so many calls hang. */
+KV_SIM_EXPORT int kv_sim_wait_hanging(uint32_t calls, uint32_t milliseconds);
 
 /* Alarms */
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <map>
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -36,16 +37,39 @@ uint64_t overwritten(const Notifications &all, const Subscriber &subscriber)
     return events > EVENTS ? events - EVENTS : 0;
 }
 
-// Rings the doorbell from a socket, or forgets the subscriber when nobody is behind it any more.
-// False when it can't be rung.
-bool ring(Subscriber &subscriber, int from)
+// The services in whose handlers the thread is. Initial-exec: the notification threads must not
+// need the loader's lock for it.
+__attribute__((tls_model("initial-exec"))) thread_local bool handled[SERVICES];
+
+// Where its doorbell is.
+sockaddr_un addressOf(const Subscriber &subscriber, socklen_t &size)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const size_t nameSize = std::min<size_t>(subscriber.nameSize, sizeof subscriber.name);
     memcpy(address.sun_path, subscriber.name, nameSize);
     address.sun_path[0] = '\0';
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + nameSize);
+    size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + nameSize);
+    return address;
+}
+
+// Without ringing.
+bool isThere(const Subscriber &subscriber)
+{
+    const int from = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    socklen_t size;
+    const sockaddr_un address = addressOf(subscriber, size);
+    const bool there = connect(from, reinterpret_cast<const sockaddr *>(&address), size) == 0;
+    ::close(from);
+    return there;
+}
+
+// Rings the doorbell from a socket, or forgets the subscriber when nobody is behind it any more.
+// False when it can't be rung.
+bool ring(Subscriber &subscriber, int from)
+{
+    socklen_t size;
+    const sockaddr_un address = addressOf(subscriber, size);
     const ssize_t sent = sendto(from, "!", 1, MSG_DONTWAIT | MSG_NOSIGNAL,
                                 reinterpret_cast<const sockaddr *>(&address), size);
     if (sent != 1 && (errno == ENOBUFS || errno == ENOMEM))
@@ -101,19 +125,36 @@ uint64_t lost(const Notifications &all, const Subscriber &subscriber)
     return subscriber.lost + overwritten(all, subscriber);
 }
 
-uint32_t pending(Transaction &device, Service service)
+std::vector<Backlog> backlogs(Transaction &device, Service service)
 {
     Notifications &all = of(device, service);
-    uint32_t count = 0;
+    std::vector<Backlog> found;
     for (Subscriber &subscriber : all.subscribers) {
-        const uint32_t own = waiting(all, subscriber) + (subscriber.busy ? 1 : 0);
-        if (!subscriber.used || own == 0)
+        const uint32_t count = waiting(all, subscriber) + (subscriber.busy ? 1 : 0);
+        if (!subscriber.used || count == 0)
             continue;
         ring(subscriber);
         if (subscriber.used)
-            count += own;
+            found.push_back({subscriber.process, count});
     }
-    return count;
+    return found;
+}
+
+bool isSubscribed(const State &state, uint32_t process, uint32_t services)
+{
+    std::map<uint32_t, uint32_t> found; // services of each process
+    for (uint32_t i = 0; i < SERVICES; ++i)
+        for (const Subscriber &subscriber : state.services[i].subscribers)
+            if (subscriber.used && (!process || subscriber.process == process) &&
+                isThere(subscriber))
+                found[subscriber.process] |= 1U << i;
+    return std::ranges::any_of(
+        found, [=](const auto &one) { return (one.second & services) == services; });
+}
+
+bool isHandling(Service service)
+{
+    return handled[static_cast<uint32_t>(service)];
 }
 
 uint64_t lost(Transaction &device)
@@ -249,6 +290,11 @@ void Subscription::listenOn(Transaction &device)
             mine->rung = 0;
     }
     setTimer(device);
+}
+
+void Subscription::setHandling(bool on)
+{
+    handled[static_cast<uint32_t>(service_)] = on;
 }
 
 void Subscription::setTimer(Transaction &device)

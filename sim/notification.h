@@ -4,6 +4,8 @@
 
 #include "entry.h"
 
+#include <vector>
+
 namespace sim
 {
 
@@ -18,10 +20,23 @@ kvRc wake(Transaction &device, Service service);
 uint32_t waiting(const Notifications &all, const Subscriber &subscriber);
 uint64_t lost(const Notifications &all, const Subscriber &subscriber);
 
-// The notifications of a service that have not been taken, or not been dealt with, yet; those that
-// were lost since the last factory reset.
-uint32_t pending(Transaction &device, Service service);
+// The notifications that were lost since the last factory reset.
 uint64_t lost(Transaction &device);
+
+// Whether a process (0: any) that is still there has subscribed to services, a bit for each;
+// without any bit, to one at all.
+bool isSubscribed(const State &state, uint32_t process, uint32_t services);
+
+// The subscribers that have not dealt with all of their notifications, and how many those are, the
+// one in their hands included.
+struct Backlog {
+    uint32_t process;
+    uint32_t count;
+};
+std::vector<Backlog> backlogs(Transaction &device, Service service);
+
+// Whether the calling thread is in a handler of the service's.
+bool isHandling(Service service);
 
 // One service's subscription of this process.
 class Subscription
@@ -42,7 +57,9 @@ class Subscription
         alarmEvent event;
         for (uint32_t left = waiting(device); device && left > 0 && take(device, event); --left) {
             device.release();
+            setHandling(true);
             handler(event);
+            setHandling(false);
             device.regain();
         }
         if (device)
@@ -57,6 +74,7 @@ class Subscription
     uint32_t waiting(Transaction &device) const;
     bool take(Transaction &device, alarmEvent &event);
     void listenOn(Transaction &device);
+    void setHandling(bool on);
     void setTimer(Transaction &device);
 
     const Service service_;

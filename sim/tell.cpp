@@ -1,5 +1,7 @@
-// What the device tells tests: the journal of calls.
+// What the device tells tests: the journal of calls, and that something has come about.
 #include "control.h"
+
+#include "notification.h"
 
 #include <algorithm>
 #include <cstring>
@@ -96,6 +98,14 @@ Subject subjectOf(const Function &function, const kvSimCall &call)
     return subject;
 }
 
+// What kv_sim_error() tells is why the latest look was a failure.
+template <class Look>
+int await(uint32_t milliseconds, Look look)
+{
+    return waitFor(milliseconds, [&](Transaction &device) { return look(device) == KV_OK; }) ? 0
+                                                                                             : -1;
+}
+
 class RaceFinder
 {
   public:
@@ -176,4 +186,58 @@ int kv_sim_journal_races(kvSimRace *races, unsigned size)
         if (finder.add(call, race) && static_cast<unsigned>(found++) < size)
             races[found - 1] = race;
     return more == 0 ? found : -1;
+}
+
+int kv_sim_wait_subscribed(uint32_t process, uint32_t services, uint32_t milliseconds)
+{
+    static constexpr const char *NAMES[] = {"anything", "alarms", "PM reports",
+                                            "alarms and PM reports"};
+    if (services >= std::size(NAMES)) {
+        fail(BAD_VALUE, "there are no services %u", services);
+        return -1;
+    }
+    return await(milliseconds, [=](Transaction &device) {
+        if (isSubscribed(*device, process, services))
+            return KV_OK;
+        return process ? fail(WRONG_STATE, "process %u has not subscribed to %s", process,
+                              NAMES[services])
+                       : fail(WRONG_STATE, "no process has subscribed to %s", NAMES[services]);
+    });
+}
+
+int kv_sim_wait_handled(uint32_t milliseconds)
+{
+    return await(milliseconds, [](Transaction &device) {
+        for (const Service service : {Service::alarm, Service::pm})
+            for (const auto &[process, count] : backlogs(device, service))
+                return fail(WRONG_STATE, "process %u has not dealt with %u %s", process, count,
+                            service == Service::alarm ? "alarm events" : "PM reports");
+        return KV_OK;
+    });
+}
+
+int kv_sim_wait_idle(uint32_t quiet, uint32_t milliseconds)
+{
+    uint64_t resets = 0, last = 0, since = 0;
+    return await(milliseconds, [=](Transaction &device) mutable {
+        const uint64_t now = hostMonotonic();
+        if (!since || resets != device->resets || last != device->journal.last) {
+            resets = device->resets;
+            last = device->journal.last;
+            since = now;
+        }
+        if (now - since >= quiet * MILLISECOND)
+            return KV_OK;
+        return fail(WRONG_STATE, "no %u ms without a call: the latest is call %llu", quiet,
+                    static_cast<unsigned long long>(last));
+    });
+}
+
+int kv_sim_wait_hanging(uint32_t calls, uint32_t milliseconds)
+{
+    return await(milliseconds, [=](Transaction &device) {
+        return device->hanging >= calls
+                   ? KV_OK
+                   : fail(WRONG_STATE, "%u calls hang, not %u", device->hanging, calls);
+    });
 }

@@ -41,10 +41,15 @@ constexpr describe::Member EFFECTS[] = {{KV_SIM_CODE, "code"},
 constexpr describe::Member SETS[] = {{uint32_t(Counters::pm), "pm"},
                                      {uint32_t(Counters::om), "om"}};
 constexpr describe::Member GROWTHS[] = {{0, "even"}, {1, "burst"}};
+constexpr describe::Member SERVICE_NAMES[] = {{0, "any"},
+                                              {KV_SIM_ALARMS, "alarms"},
+                                              {KV_SIM_REPORTS, "pm"},
+                                              {KV_SIM_ALARMS | KV_SIM_REPORTS, "both"}};
 constexpr Type named(const char *title, std::span<const describe::Member> members)
 {
     return {Kind::enumeration, title, sizeof(uint32_t), members, {}, 1, 0};
 }
+constexpr Type SERVICES = named("services", SERVICE_NAMES);
 constexpr Type OBJECT_TYPE = named("object type", OBJECTS);
 constexpr Type SET = named("set of counters", SETS);
 constexpr Type GROWTH = named("growth", GROWTHS);
@@ -122,9 +127,11 @@ void stopClock(vexoResult *result)
     report(SIM(kv_sim_clock_stop)(stop), result);
 }
 
-void sim_clock_advance(uint32_t seconds, uint32_t microseconds, vexoResult *result)
+void sim_clock_advance(uint32_t seconds, uint32_t microseconds, uint32_t anyway, vexoResult *result)
 {
-    report(SIM(kv_sim_clock_advance)(seconds * SECOND + microseconds), result);
+    const uint64_t time = seconds * SECOND + microseconds;
+    report(anyway ? SIM(kv_sim_clock_advance_anyway)(time) : SIM(kv_sim_clock_advance)(time),
+           result);
 }
 
 Names functionNames()
@@ -601,6 +608,15 @@ namespace
     {                                                                                              \
         .name = argument, .type = &describe::HEXADECIMAL                                           \
     }
+// Of the commands that wait.
+#define LIMIT                                                                                      \
+    {                                                                                              \
+        .name = "milliseconds", .optional = true, .otherwise = 10000                               \
+    }
+#define WAITS                                                                                      \
+    " After so many milliseconds, 10000 when they are left out, it fails and tells what there "    \
+    "was "                                                                                         \
+    "instead."
 #define OPTIONAL(argument)                                                                         \
     {                                                                                              \
         .name = argument, .optional = true                                                         \
@@ -613,8 +629,12 @@ constexpr SimCommand COMMANDS[] = {
      "Sets the device's clock. The PM intervals that this skips don't end."},
     {CALL("sim_clock_stop", stopClock<1>, ""), "Stops the device's clock."},
     {CALL("sim_clock_run", stopClock<0>, ""), "Lets the device's clock run on."},
-    {COMMAND(sim_clock_advance, "seconds=900", {"seconds"}, OPTIONAL("microseconds")),
-     "Moves the device's clock on; every PM interval whose end lies in between ends."},
+    {COMMAND(sim_clock_advance, "seconds=900", {"seconds"}, OPTIONAL("microseconds"),
+             OPTIONAL("anyway")),
+     "Moves the device's clock on; every PM interval whose end lies in between ends, as soon as "
+     "subscribers have dealt with the report of the one before. When one has got no further for "
+     "two seconds the clock stops there, with a failure; with anyway=1 that one is not waited for "
+     "again, and the clock goes on."},
     {COMMAND(sim_functions, "", {"shown"}), "Shows the names of the platform's functions."},
     {COMMAND(sim_fault_add, "function=config_get_pwe_if value=8 times=1", OPTIONAL("function"),
              {.name = "effect", .optional = true, .type = &EFFECT},
@@ -680,6 +700,20 @@ constexpr SimCommand COMMANDS[] = {
     {COMMAND(sim_subscriptions, "", {"shown"}),
      "Shows which processes listen to alarms and PM reports, how many events wait for each, and "
      "how many it has lost because 4095 were waiting."},
+    {FORWARD(sim_wait_subscribed, "milliseconds=10000 | services=both", OPTIONAL("process"),
+             {.name = "services", .optional = true, .type = &SERVICES}, LIMIT),
+     "Waits until a process, the given one or any, has subscribed to alarms, to PM reports, to "
+     "both "
+     "or, when services is left out, to either." WAITS},
+    {FORWARD(sim_wait_handled, "", LIMIT),
+     "Waits until all subscribers have dealt with all notifications that were sent." WAITS},
+    {FORWARD(sim_wait_idle, "quiet=100", {.name = "quiet", .optional = true, .otherwise = 500},
+             LIMIT),
+     "Waits until no function of the platform has been called for so many milliseconds (quiet, "
+     "500) from now on." WAITS},
+    {FORWARD(sim_wait_hanging, "calls=1 milliseconds=5000",
+             {.name = "calls", .optional = true, .otherwise = 1}, LIMIT),
+     "Waits until so many calls (1) hang in a fault." WAITS},
     {COMMAND(sim_pm_set, "type=pdh number=3 interval=1 counter=layout0.counters.4 value=12", TYPE,
              {"number"}, {"interval"}, {"counter"}, {"value"}),
      "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
