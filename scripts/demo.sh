@@ -160,11 +160,7 @@ events() {
     printf '    watch | %s\n' "${output//$'\n'/$'\n    watch | '}"
     [ "$(wc -l <<<"$output")" -eq "$1" ] || fail "expected $1 more lines of the watch"
 }
-for ((tries = 0; tries < 300; ++tries)); do
-    journal=$(vexoctl sim journal get)
-    [[ $journal != *alarm_subscribe* || $journal != *pmom_subscribe* ]] || break
-    sleep 0.1
-done
+vexoctl sim wait subscribed services=both || fail "the watch has not subscribed"
 
 run vexoctl sim alarm raise type=pdh number=3 bits=0x5
 events 1
