@@ -13,9 +13,6 @@ namespace frame
 constexpr uint32_t PM_OF_OPERATION = 0;
 constexpr uint32_t PM_OF_REPORT = 1;
 
-// The platform's intervals that a clear covers.
-constexpr pmInterval CLEARED_INTERVALS[] = {pmInterval{1}, pmInterval{2}, pmInterval{3}};
-
 // Flag words of the platform: exactly 1 counts as set.
 inline uint32_t flagOf(uint32_t word)
 {
@@ -24,13 +21,13 @@ inline uint32_t flagOf(uint32_t word)
 
 using ClearPm = kvRc (*)(uint32_t object, pmInterval interval, uint32_t which);
 
-// Clears an object's counters interval by interval, up to the first failure.
+// Clears an object's counters in the platform's intervals that a clear covers, up to the first
+// failure.
 inline bool clearPm(Outcome &outcome, ClearPm clear, uint32_t object)
 {
-    for (pmInterval interval : CLEARED_INTERVALS)
-        if (!outcome.orCodeText(clear(object, interval, PM_OF_OPERATION)))
-            return false;
-    return true;
+    return outcome.orCodeText(clear(object, pmInterval{1}, PM_OF_OPERATION)) &&
+           outcome.orCodeText(clear(object, pmInterval{2}, PM_OF_OPERATION)) &&
+           outcome.orCodeText(clear(object, pmInterval{3}, PM_OF_OPERATION));
 }
 
 } // namespace frame

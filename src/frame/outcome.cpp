@@ -1,4 +1,5 @@
 #include "frame/outcome.h"
+#include "frame/text.h"
 
 #include <kv_common.h>
 #include <kv_config.h>
@@ -59,33 +60,33 @@ COLD void Outcome::failByCode(vexoResult *result, kvRc code)
 
 COLD bool Outcome::refuse(const char *text)
 {
-    if (result_) {
-        result_->rc = VEXO_RC_GENERAL;
-        memcpy(result_->message, text, strlen(text) + 1);
+    if (vexoResult *result = take()) {
+        result->rc = VEXO_RC_GENERAL;
+        memcpy(result->message, text, strlen(text) + 1);
     }
     return false;
 }
 
 COLD bool Outcome::refuseBadType()
 {
-    if (result_) {
-        result_->rc = VEXO_RC_GENERAL;
-        strcpy_n(result_->message, "Bad PWE type", sizeof result_->message);
+    if (vexoResult *result = take()) {
+        result->rc = VEXO_RC_GENERAL;
+        strcpy_n(result->message, "Bad PWE type", sizeof result->message);
     }
     return false;
 }
 
 COLD bool Outcome::refuseBadType(pweType type)
 {
-    if (result_) {
+    if (vexoResult *result = take()) {
         constexpr char BEFORE_NAME[] = "Bad PWE type '";
         const char *name = config_pwe_srv_type_to_string(type);
-        result_->rc = VEXO_RC_GENERAL;
+        result->rc = VEXO_RC_GENERAL;
         // What does not fit is cut. By hand, since snprintf() takes a lot of stack.
-        char *message = result_->message;
+        char *message = result->message;
         memcpy(message, BEFORE_NAME, sizeof BEFORE_NAME);
-        strncat(message, name ? name : "", sizeof result_->message - sizeof BEFORE_NAME);
-        strncat(message, "'", sizeof result_->message - 1 - strlen(message));
+        strncat(message, name ? name : "", sizeof result->message - sizeof BEFORE_NAME);
+        strncat(message, "'", sizeof result->message - 1 - strlen(message));
     }
     return false;
 }
@@ -94,9 +95,7 @@ COLD bool Outcome::refuseBadType(pweType type)
 
 char *strcpy_n(char *dst, const char *src, unsigned n)
 {
-    if (n > 0) {
-        strncpy(dst, src ? src : "", n - 1);
-        dst[n - 1] = '\0';
-    }
+    if (n > 0)
+        frame::copyText(dst, src ? src : "", n);
     return dst;
 }

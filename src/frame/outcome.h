@@ -5,6 +5,8 @@
 #include <kv_types.h>
 #include <vexo_cmi/base.h>
 
+#include <utility>
+
 namespace frame
 {
 
@@ -13,43 +15,28 @@ vexoRc kvRc_to_vexoRc(kvRc code);
 // The platform's text for a code; never null.
 const char *codeText(kvRc code);
 
+// An operation has succeeded when its outcome ends without a failure.
 class Outcome
 {
   public:
     explicit Outcome(vexoResult *result) : result_{result} {}
+    Outcome(const Outcome &) = delete;
+    ~Outcome() { succeed(result_); }
 
     // Whether a platform call succeeded; its failure text is the configuration library's latest.
     bool orConfigText(kvRc code)
     {
-        if (code == KV_OK)
-            return succeed();
-        failConfig(result_, code);
-        return false;
+        if (code != KV_OK)
+            failConfig(take(), code);
+        return code == KV_OK;
     }
 
     // The same for a call whose failure text is the platform's for the code.
     bool orCodeText(kvRc code)
     {
-        if (code == KV_OK)
-            return succeed();
-        failByCode(result_, code);
-        return false;
-    }
-
-    bool succeed()
-    {
-        if (result_) {
-            result_->rc = VEXO_RC_OK;
-            result_->message[0] = '\0';
-        }
-        return true;
-    }
-
-    // Success of an operation that leaves the message alone.
-    void succeedSilently()
-    {
-        if (result_)
-            result_->rc = VEXO_RC_OK;
+        if (code != KV_OK)
+            failByCode(take(), code);
+        return code == KV_OK;
     }
 
     // The library's own refusals. The first writes the text and its NUL, the second the whole
@@ -58,11 +45,29 @@ class Outcome
     bool refuseBadType();
     bool refuseBadType(pweType type);
 
+    static void succeed(vexoResult *result)
+    {
+        if (result) {
+            result->rc = VEXO_RC_OK;
+            result->message[0] = '\0';
+        }
+    }
+
+    // Success of an operation that leaves the message alone.
+    static void succeedSilently(vexoResult *result)
+    {
+        if (result)
+            result->rc = VEXO_RC_OK;
+    }
+
   private:
     static void failConfig(vexoResult *result, kvRc code);
     static void failByCode(vexoResult *result, kvRc code);
 
-    vexoResult *const result_;
+    // The result, for a failure.
+    vexoResult *take() { return std::exchange(result_, nullptr); }
+
+    vexoResult *result_; // null as well when the failure is in it
 };
 
 } // namespace frame

@@ -6,8 +6,6 @@
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
 
-#include <algorithm>
-
 #include <string.h>
 
 using frame::Outcome;
@@ -28,16 +26,16 @@ void clearGroup(uint32_t groupId, vexoResult *result)
         return;
     if (!frame::clearPm(outcome, pmom_ima_group_pm_stat_clear, groupId))
         return;
-    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-    for (uint32_t i = 0; i < count; ++i)
-        if (!frame::clearPm(outcome, pmom_ima_link_pm_stat_clear, record.links[i].linkId))
+    for (const imaLinkEntry &link : linksOf(record))
+        if (!frame::clearPm(outcome, pmom_ima_link_pm_stat_clear, link.linkId))
             return;
 }
 
 void clearRegardless(frame::ClearPm clear, uint32_t object)
 {
-    for (pmInterval interval : frame::CLEARED_INTERVALS)
-        clear(object, interval, frame::PM_OF_OPERATION);
+    clear(object, pmInterval{1}, frame::PM_OF_OPERATION);
+    clear(object, pmInterval{2}, frame::PM_OF_OPERATION);
+    clear(object, pmInterval{3}, frame::PM_OF_OPERATION);
 }
 
 // The counters of all groups and their links, whatever fails.
@@ -47,9 +45,40 @@ void clearAllGroups()
         imaParams record;
         const bool readable = config_get_ima_params(&record, groupId) == KV_OK;
         clearRegardless(pmom_ima_group_pm_stat_clear, groupId);
-        const uint32_t count = readable ? std::min(record.linkCount, IMA_LINK_MAX) : 0;
-        for (uint32_t i = 0; i < count; ++i)
-            clearRegardless(pmom_ima_link_pm_stat_clear, record.links[i].linkId);
+        if (!readable)
+            continue;
+        for (const imaLinkEntry &link : linksOf(record))
+            clearRegardless(pmom_ima_link_pm_stat_clear, link.linkId);
+    }
+}
+
+// Twice, so that no link asks whether it is cleared.
+template <bool clear>
+void readOm(vexoImaOm *om, uint32_t groupId, vexoResult *result)
+{
+    Outcome outcome{result};
+    imaParams record;
+    if (!outcome.orConfigText(config_get_ima_params(&record, groupId)))
+        return;
+    imaGroupOmStat groupStat;
+    if (!outcome.orCodeText(pmom_ima_group_om_stat_get(groupId, &groupStat)))
+        return;
+    for (unsigned k = 0; k < 2; ++k)
+        om->counters[k] = groupStat.counters[k].low;
+    if (clear && !outcome.orCodeText(pmom_ima_group_om_stat_clear(groupId)))
+        return;
+    const auto links = linksOf(record);
+    om->linkCount = static_cast<uint32_t>(links.size());
+    vexoImaLinkOm *linkOm = om->links;
+    for (const imaLinkEntry &link : links) {
+        imaLinkOmStat stat;
+        if (!outcome.orCodeText(pmom_ima_link_om_stat_get(link.linkId, &stat)))
+            return;
+        for (unsigned k = 0; k < 8; ++k)
+            linkOm->counters[k] = stat.counters[k].low;
+        ++linkOm;
+        if (clear && !outcome.orCodeText(pmom_ima_link_om_stat_clear(link.linkId)))
+            return;
     }
 }
 
@@ -86,15 +115,15 @@ void vexo_cmi_ima_pm_get(vexoImaGroupPm *pm, vexoPmType pmType, uint32_t groupId
             pmom_ima_group_pm_stat_get(groupId, interval, frame::PM_OF_OPERATION, &groupStat)))
         return;
     fillImaGroupPm(&groupStat, pm);
-    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-    pm->linkCount = count;
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t linkId = record.links[i].linkId;
-        imaLinkPmStat linkStat;
+    const auto links = linksOf(record);
+    pm->linkCount = static_cast<uint32_t>(links.size());
+    vexoImaLinkPm *linkPm = pm->links;
+    for (const imaLinkEntry &link : links) {
+        imaLinkPmStat stat;
         if (!outcome.orCodeText(
-                pmom_ima_link_pm_stat_get(linkId, interval, frame::PM_OF_OPERATION, &linkStat)))
+                pmom_ima_link_pm_stat_get(link.linkId, interval, frame::PM_OF_OPERATION, &stat)))
             return;
-        fillImaLinkPm(&linkStat, linkId, &pm->links[i]);
+        fillImaLinkPm(&stat, link.linkId, linkPm++);
     }
 }
 
@@ -105,34 +134,12 @@ void vexo_cmi_ima_pm_clear(uint32_t groupId, vexoResult *result)
         return;
     }
     clearAllGroups();
-    Outcome{result}.succeedSilently();
+    Outcome::succeedSilently(result);
 }
 
 void vexo_cmi_ima_om_get(vexoImaOm *om, uint32_t clear, uint32_t groupId, vexoResult *result)
 {
-    Outcome outcome{result};
-    imaParams record;
-    if (!outcome.orConfigText(config_get_ima_params(&record, groupId)))
-        return;
-    imaGroupOmStat groupStat;
-    if (!outcome.orCodeText(pmom_ima_group_om_stat_get(groupId, &groupStat)))
-        return;
-    for (unsigned k = 0; k < 2; ++k)
-        om->counters[k] = groupStat.counters[k].low;
-    if (clear && !outcome.orCodeText(pmom_ima_group_om_stat_clear(groupId)))
-        return;
-    const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-    om->linkCount = count;
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t linkId = record.links[i].linkId;
-        imaLinkOmStat linkStat;
-        if (!outcome.orCodeText(pmom_ima_link_om_stat_get(linkId, &linkStat)))
-            return;
-        for (unsigned k = 0; k < 8; ++k)
-            om->links[i].counters[k] = linkStat.counters[k].low;
-        if (clear && !outcome.orCodeText(pmom_ima_link_om_stat_clear(linkId)))
-            return;
-    }
+    clear ? readOm<true>(om, groupId, result) : readOm<false>(om, groupId, result);
 }
 
 void vexo_cmi_ima_alarms_set(uint32_t alarmBits, vexoResult *result)

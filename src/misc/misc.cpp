@@ -21,14 +21,8 @@ namespace
 
 constexpr uint32_t UPGRADE_OBJECT = 2;
 constexpr uint32_t ALARM_OFF = 0;
-constexpr size_t FILE_NAME_SIZE = sizeof(upgradeRequest::fileName);
-
 // The platform's texts and names need no terminator: one that fills its field has none.
-void copyUnterminated(char *to, const char *from, size_t size)
-{
-    memset(to, 0, size);
-    memccpy(to, from, '\0', size);
-}
+constexpr size_t FILE_NAME_SIZE = sizeof(upgradeRequest::fileName);
 
 void fillLink(vexoSysInfo *info, const sysLinkStatus &link)
 {
@@ -66,7 +60,7 @@ void vexo_cmi_misc_upgrade_init(const vexoUpgradeInfo *upgrade, vexoResult *resu
     request.constant4 = UPGRADE_OBJECT;
     request.constant8 = 1;
     request.constant144 = 1;
-    copyUnterminated(request.fileName, upgrade->fileName, FILE_NAME_SIZE);
+    strncpy(request.fileName, upgrade->fileName, FILE_NAME_SIZE);
     peerServer server;
     if (!outcome.orConfigText(config_get_peer_server_params(&server)))
         return;
@@ -82,21 +76,21 @@ void vexo_cmi_misc_upgrade_info_get(vexoUpgradeInfo *upgrade, vexoResult *result
         return;
     upgrade->mode = UpgradeMode_to_vexoUpgradeMode(status.mode);
     upgrade->state = UpgradeState_to_vexoUpgradeState(status.state);
-    copyUnterminated(upgrade->fileName, status.fileName, FILE_NAME_SIZE);
+    strncpy(upgrade->fileName, status.fileName, FILE_NAME_SIZE);
 }
 
 void vexo_cmi_misc_dbg_init(const char *info, vexoResult *result)
 {
     Outcome outcome{result};
     debugInfo record{};
-    copyUnterminated(record.text, info, sizeof record.text);
+    strncpy(record.text, info, sizeof record.text);
     outcome.orConfigText(config_set_debug_info_params(&record));
 }
 
 void vexo_cmi_misc_dbg_info_get(vexoDebugInfo *debug, vexoResult *result)
 {
     frame::read(config_get_debug_info_params, result, [=](const debugInfo &record) {
-        copyUnterminated(debug->info, record.text, sizeof debug->info);
+        strncpy(debug->info, record.text, sizeof debug->info);
         debug->state = DebugState_to_vexoDebugState(record.state);
     });
 }
@@ -104,13 +98,13 @@ void vexo_cmi_misc_dbg_info_get(vexoDebugInfo *debug, vexoResult *result)
 void vexo_cmi_misc_dbg_mode_set(uint32_t mask, vexoResult *result)
 {
     CMI_LOG(frame::LOG_NOTICE, "mode mask=%X", mask);
-    Outcome{result}.succeedSilently();
+    Outcome::succeedSilently(result);
 }
 
 void vexo_cmi_misc_log_reset(vexoResult *result)
 {
     kv_log_clear();
-    Outcome{result}.succeedSilently();
+    Outcome::succeedSilently(result);
     if (const kvRc code = alarm_raise_alarm(OBJ_SYSTEM, 1, EV_LOG_FULL_ALM, ALARM_OFF))
         CMI_LOG(frame::LOG_WARNING, "Clearing EV_LOG_FULL_ALM failed: %s", frame::codeText(code));
 }

@@ -1,5 +1,6 @@
 #include "frame/counters.h"
 #include "frame/log.h"
+#include "frame/record.h"
 #include "ima/counters.h"
 #include "notify/service.h"
 #include "pdh/counters.h"
@@ -53,18 +54,20 @@ constexpr uint32_t GROUPS_MAX = 0xFFFF;
 // A report in progress. Its steps are not inlined into one another, so that the records of one
 // share the stack with those of the next.
 struct Report {
-    Report(vexoPmCallback to, pmInterval ended) : callback{to}, interval{ended} {}
+    Report(vexoPmCallback to, pmInterval ended)
+        : callback{to}, interval{ended}, cmiInterval{pmInterval_to_vexoPmInterval(ended)}
+    {
+    }
 
     const vexoPmCallback callback;
     const pmInterval interval;
+    const vexoPmInterval cmiInterval;
     vexoPmNotification record; // filled anew for each callback
     union {                    // likewise for each object
         pwConfig pw;
         pwPmStats pwStats;
         imaParams ima;
     } platform;
-
-    vexoPmInterval cmiInterval() const { return pmInterval_to_vexoPmInterval(interval); }
 
     [[gnu::noinline]] void ports();
     [[gnu::noinline]] void pseudowires();
@@ -78,7 +81,7 @@ struct Report {
 
 void Report::ports()
 {
-    memset(&record, 0, sizeof record);
+    frame::clear(&record, sizeof record);
     record.objType = VEXO_OBJ_TYPE_PDH;
     for (uint32_t i = 0; i < GetObjectCount(OBJ_PDH); ++i) {
         if (i == VEXO_PM_PDH_MAX) {
@@ -95,16 +98,14 @@ void Report::port(uint32_t index)
     const uint32_t number = index + 1;
     pdhPmStat stat;
     const kvRc code = pmom_pdh_pm_stat_get(number, interval, frame::PM_OF_REPORT, &stat);
-    if (code == KV_NO_COUNTERS)
-        return;
-    if (code != KV_OK) {
+    if (code == KV_OK) {
+        // In a report the word holds the interval; both enumerations number it alike.
+        record.pdh[index].pmType = static_cast<vexoPmType>(cmiInterval);
+        fillPdhPm(&record.pdh[index], &stat);
+    } else if (code != KV_NO_COUNTERS) {
         REPORT_LOG("pmom_pdh_pm_stat_get failed(%d) %d(%s)", static_cast<int>(number),
                    static_cast<int>(code), frame::codeText(code));
-        return;
     }
-    // In a report the word holds the interval; both enumerations number it alike.
-    record.pdh[index].pmType = static_cast<vexoPmType>(cmiInterval());
-    fillPdhPm(&record.pdh[index], &stat);
 }
 
 void Report::pseudowires()
@@ -132,7 +133,7 @@ void Report::pseudowire(uint32_t pwId)
     }
     record.objType = VEXO_OBJ_TYPE_PWE;
     record.pwe.pweType = pweType_to_vexoPweType(platform.pw.pweType);
-    record.pwe.interval = cmiInterval();
+    record.pwe.interval = cmiInterval;
     record.pwe.pwId = pwId;
     const kvRc code = pmom_pw_pm_stat_get(pwId, interval, frame::PM_OF_REPORT, &platform.pwStats);
     if (code == KV_NO_COUNTERS)
@@ -167,9 +168,9 @@ void Report::groups()
 
 void Report::group(uint32_t groupId)
 {
-    memset(&record, 0, sizeof record);
+    frame::clear(&record, sizeof record);
     record.objType = VEXO_OBJ_TYPE_IMA;
-    record.ima.interval = cmiInterval();
+    record.ima.interval = cmiInterval;
     const imaParams &params = platform.ima;
     kvRc code = config_get_ima_params(&platform.ima, groupId);
     if (code == KV_NOT_PROVISIONED)
@@ -193,9 +194,11 @@ void Report::group(uint32_t groupId)
     if (params.linkCount > IMA_LINK_MAX)
         REPORT_LOG("IMA group %d has %u links, only the first %d are reported",
                    static_cast<int>(groupId), params.linkCount, static_cast<int>(IMA_LINK_MAX));
-    record.ima.group.linkCount = std::min(params.linkCount, IMA_LINK_MAX);
-    for (uint32_t l = 0; l < record.ima.group.linkCount; ++l)
-        link(params.links[l].linkId, record.ima.group.links[l]);
+    const auto links = linksOf(params);
+    record.ima.group.linkCount = static_cast<uint32_t>(links.size());
+    vexoImaLinkPm *linkPm = record.ima.group.links;
+    for (const imaLinkEntry &entry : links)
+        link(entry.linkId, *linkPm++);
     callback(&record);
 }
 

@@ -14,18 +14,21 @@ namespace
 
 constexpr uint32_t PDH_ALARM_MASK = 0xFFFF;
 
-// The platform's line words in the order of the CMI record, and the flag behind them.
-constexpr uint8_t LAYOUT_0[] = {0, 1, 2, 3, 4, 5, 6, 9, 7, 8, 10, 11};
-constexpr uint8_t LAYOUT_0_FLAG = 12;
-constexpr uint8_t LAYOUT_1[] = {1, 2, 3, 4, 5, 6, 7};
-constexpr uint8_t LAYOUT_1_FLAG = 8;
-
-template <size_t Count>
-void fillLine(vexoPdhPm *out, const pdhPmStat *in, const uint8_t (&words)[Count], uint8_t flag)
+// Twelve counters in another order than the platform's, and the flag.
+void fillLayout0(uint32_t (&out)[13], const uint32_t (&line)[13])
 {
-    for (size_t i = 0; i < Count; ++i)
-        out->lineCounters[i] = in->line[words[i]];
-    out->lineCounters[Count] = frame::flagOf(in->line[flag]);
+    memcpy(out, line, 7 * sizeof *out);
+    out[7] = line[9];
+    memcpy(&out[8], &line[7], 2 * sizeof *out);
+    memcpy(&out[10], &line[10], 2 * sizeof *out);
+    out[12] = frame::flagOf(line[12]);
+}
+
+// Seven counters and the flag, behind a word that isn't read.
+void fillLayout1(uint32_t (&out)[13], const uint32_t (&line)[13])
+{
+    memcpy(out, &line[1], 7 * sizeof *out);
+    out[7] = frame::flagOf(line[8]);
 }
 
 } // namespace
@@ -33,9 +36,9 @@ void fillLine(vexoPdhPm *out, const pdhPmStat *in, const uint8_t (&words)[Count]
 void fillPdhPm(vexoPdhPm *out, const pdhPmStat *in)
 {
     if (in->layoutType == 0)
-        fillLine(out, in, LAYOUT_0, LAYOUT_0_FLAG);
+        fillLayout0(out->lineCounters, in->line);
     else if (in->layoutType == 1)
-        fillLine(out, in, LAYOUT_1, LAYOUT_1_FLAG);
+        fillLayout1(out->lineCounters, in->line);
     memcpy(out->commonCounters, in->common, sizeof out->commonCounters);
 }
 

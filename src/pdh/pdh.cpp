@@ -98,7 +98,7 @@ void vexo_cmi_pdh_frame_get(vexoPdhFrameMode *mode, uint32_t port, vexoResult *r
 void vexo_cmi_pdh_cable_len_set(uint32_t length, uint32_t port, vexoResult *result)
 {
     if (length == 0) {
-        Outcome{result}.succeed();
+        Outcome::succeed(result);
         return;
     }
     changeParams(port, result,

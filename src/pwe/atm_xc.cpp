@@ -4,6 +4,7 @@
 #include <vexo_cmi/convert.h>
 
 #include <algorithm>
+#include <span>
 
 using frame::Outcome;
 
@@ -46,12 +47,11 @@ void vexo_cmi_pwe_atmop_xc_get(vexoPweAtmXc *xc, uint32_t *count, uint32_t pwId,
             outcome.refuseBadType(record.pweType);
             return;
         }
-        const uint32_t used = std::min(record.atmXcCount, PW_ATM_XC_MAX);
-        *count = used;
-        for (uint32_t i = 0; i < used; ++i) {
-            const pwAtmXc &entry = record.atmXc[i];
-            xc[i] = {pweAtmXcType_to_vexoPweAtmXcType(entry.xcType), entry.xcId1, entry.xcId2,
-                     entry.xcId3, entry.xcId4};
-        }
+        const std::span used{record.atmXc, std::min(record.atmXcCount, PW_ATM_XC_MAX)};
+        *count = static_cast<uint32_t>(used.size());
+        vexoPweAtmXc *next = xc;
+        for (const pwAtmXc &entry : used)
+            *next++ = {pweAtmXcType_to_vexoPweAtmXcType(entry.xcType), entry.xcId1, entry.xcId2,
+                       entry.xcId3, entry.xcId4};
     });
 }

@@ -31,6 +31,114 @@ kvRc write(const pwConfig &record, vexoPweAction action, uint32_t pwId)
                                             : config_set_pw(&record, pwId);
 }
 
+void overlayNonZero(uint32_t &field, uint32_t value)
+{
+    if (value)
+        field = value;
+}
+
+void overlayRtp(pwConfig &record, const vexoPweRtp &rtp)
+{
+    record.rtpEnable = rtp.mode == VEXO_PWE_RTP_ON;
+    pwe::overlayRtpFields(record, rtp);
+}
+
+void overlayT1(pwConfig &record, const vexoPweServiceT1 &service)
+{
+    record.circuit = service.circuit;
+    overlayNonZero(record.jitterBufferSize, service.jitterBufferSize);
+    overlayNonZero(record.payloadSize, service.payloadSize);
+    overlayRtp(record, service.rtp);
+}
+
+void overlayT2(pwConfig &record, const vexoPweServiceT2 &service)
+{
+    record.circuit = service.circuit;
+    pwe::overlayFlagged(record.serviceOption, service.serviceOption, service.serviceOptionValid);
+    overlayNonZero(record.jitterBufferSize, service.jitterBufferSize);
+    overlayNonZero(record.payloadSize, service.payloadSize);
+    pwe::overlayTwoState(record.serviceFlag, service.serviceFlag, pwe::FIRST_SETS);
+    overlayRtp(record, service.rtp);
+}
+
+void overlayA(pwConfig &record, const vexoPweServiceA &service)
+{
+    record.circuit = service.circuit;
+    overlayNonZero(record.payloadSize, service.payloadSize);
+    overlayNonZero(record.serviceOption, service.serviceOption);
+    pwe::overlayTwoState(record.serviceFlag, service.serviceFlag, pwe::FIRST_CLEARS);
+    record.atmMode = vexoAtmMode_to_atmMode(service.atmMode);
+    record.atmType = vexoAtmType_to_atmType(service.atmType);
+    pwe::overlayTwoState(record.atmFlag1, service.atmFlag1, pwe::FIRST_CLEARS);
+    pwe::overlayTwoState(record.atmFlag2, service.atmFlag2, pwe::FIRST_CLEARS);
+    record.atmClpMap = vexoAtmClpMode_to_atmClpMap(service.atmClpMode);
+    record.atmParam1 = service.atmParam1;
+    record.atmParam2 = service.atmParam2;
+}
+
+void overlayService(pwConfig &record, const vexoPweService &service, vexoPweType type)
+{
+    switch (type) {
+    case VEXO_PWE_TYPE_TDM_1:
+        return overlayT1(record, service.t1);
+    case VEXO_PWE_TYPE_TDM_2:
+        return overlayT2(record, service.t2);
+    case VEXO_PWE_TYPE_ATM_3:
+    case VEXO_PWE_TYPE_ATM_4:
+        return overlayA(record, service.a);
+    default:
+        return;
+    }
+}
+
+void extractT1(vexoPweServiceT1 &service, const pwConfig &record)
+{
+    service.circuit = record.circuit;
+    service.jitterBufferSize = record.jitterBufferSize;
+    service.payloadSize = record.payloadSize;
+    pwe::extractRtp(service.rtp, record);
+}
+
+void extractT2(vexoPweServiceT2 &service, const pwConfig &record)
+{
+    service.circuit = record.circuit;
+    pwe::extractFlagged(service.serviceOption, service.serviceOptionValid, record.serviceOption);
+    service.jitterBufferSize = record.jitterBufferSize;
+    service.payloadSize = record.payloadSize;
+    service.serviceFlag = pwe::extractTwoState(record.serviceFlag, pwe::FIRST_SETS);
+    pwe::extractRtp(service.rtp, record);
+}
+
+void extractA(vexoPweServiceA &service, const pwConfig &record)
+{
+    service.circuit = record.circuit;
+    service.payloadSize = record.payloadSize;
+    service.serviceOption = record.serviceOption;
+    service.serviceFlag = pwe::extractTwoState(record.serviceFlag, pwe::FIRST_CLEARS);
+    service.atmMode = atmMode_to_vexoAtmMode(record.atmMode);
+    service.atmType = atmType_to_vexoAtmType(record.atmType);
+    service.atmFlag1 = pwe::extractTwoState(record.atmFlag1, pwe::FIRST_CLEARS);
+    service.atmFlag2 = pwe::extractTwoState(record.atmFlag2, pwe::FIRST_CLEARS);
+    service.atmClpMode = atmClpMap_to_vexoAtmClpMode(record.atmClpMap);
+    service.atmParam1 = record.atmParam1;
+    service.atmParam2 = record.atmParam2;
+}
+
+void extractService(vexoPweService &service, const pwConfig &record, vexoPweType type)
+{
+    switch (type) {
+    case VEXO_PWE_TYPE_TDM_1:
+        return extractT1(service.t1, record);
+    case VEXO_PWE_TYPE_TDM_2:
+        return extractT2(service.t2, record);
+    case VEXO_PWE_TYPE_ATM_3:
+    case VEXO_PWE_TYPE_ATM_4:
+        return extractA(service.a, record);
+    default:
+        return;
+    }
+}
+
 } // namespace
 
 void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId, vexoResult *result)
@@ -48,7 +156,7 @@ void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId, vexoRes
     if (!pwe::overlayPsn(record, params->psn, outcome))
         return;
     record.pweType = vexoPweType_to_pweType(params->pweType);
-    pwe::overlayService(record, params->service, params->pweType);
+    overlayService(record, params->service, params->pweType);
     outcome.orConfigText(write(record, params->pweAction, pwId));
 }
 
@@ -60,7 +168,6 @@ void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId, vexoResult 
     memset(info, 0, sizeof *info);
     if (code == KV_NOT_PROVISIONED) {
         info->pweAction = VEXO_PWE_ACTION_DELETE;
-        outcome.succeed();
         return;
     }
     if (!outcome.orConfigText(code))
@@ -77,5 +184,5 @@ void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId, vexoResult 
     pwe::extractVlan(info->vlan, record);
     if (!pwe::extractPsn(info->psn, record, outcome))
         return;
-    pwe::extractService(info->service, record, info->pweType);
+    extractService(info->service, record, info->pweType);
 }

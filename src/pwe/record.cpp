@@ -18,97 +18,6 @@ bool isPossible(vexoPwePsnType type, frame::Outcome &outcome)
     return true;
 }
 
-template <class Field>
-void overlayFlagged(Field &field, uint32_t value, uint32_t valid)
-{
-    if (valid)
-        field = static_cast<Field>(value);
-}
-
-void overlayNonZero(uint32_t &field, uint32_t value)
-{
-    if (value)
-        field = value;
-}
-
-void extractFlagged(uint32_t &value, uint32_t &valid, uint32_t field)
-{
-    value = field;
-    valid = 1;
-}
-
-void overlayRtp(pwConfig &record, const vexoPweRtp &rtp)
-{
-    record.rtpEnable = rtp.mode == VEXO_PWE_RTP_ON;
-    overlayRtpFields(record, rtp);
-}
-
-void overlayT1(pwConfig &record, const vexoPweServiceT1 &service)
-{
-    record.circuit = service.circuit;
-    overlayNonZero(record.jitterBufferSize, service.jitterBufferSize);
-    overlayNonZero(record.payloadSize, service.payloadSize);
-    overlayRtp(record, service.rtp);
-}
-
-void overlayT2(pwConfig &record, const vexoPweServiceT2 &service)
-{
-    record.circuit = service.circuit;
-    overlayFlagged(record.serviceOption, service.serviceOption, service.serviceOptionValid);
-    overlayNonZero(record.jitterBufferSize, service.jitterBufferSize);
-    overlayNonZero(record.payloadSize, service.payloadSize);
-    overlayTwoState(record.serviceFlag, service.serviceFlag, FIRST_SETS);
-    overlayRtp(record, service.rtp);
-}
-
-void overlayA(pwConfig &record, const vexoPweServiceA &service)
-{
-    record.circuit = service.circuit;
-    overlayNonZero(record.payloadSize, service.payloadSize);
-    overlayNonZero(record.serviceOption, service.serviceOption);
-    overlayTwoState(record.serviceFlag, service.serviceFlag, FIRST_CLEARS);
-    record.atmMode = vexoAtmMode_to_atmMode(service.atmMode);
-    record.atmType = vexoAtmType_to_atmType(service.atmType);
-    overlayTwoState(record.atmFlag1, service.atmFlag1, FIRST_CLEARS);
-    overlayTwoState(record.atmFlag2, service.atmFlag2, FIRST_CLEARS);
-    record.atmClpMap = vexoAtmClpMode_to_atmClpMap(service.atmClpMode);
-    record.atmParam1 = service.atmParam1;
-    record.atmParam2 = service.atmParam2;
-}
-
-void extractT1(vexoPweServiceT1 &service, const pwConfig &record)
-{
-    service.circuit = record.circuit;
-    service.jitterBufferSize = record.jitterBufferSize;
-    service.payloadSize = record.payloadSize;
-    extractRtp(service.rtp, record);
-}
-
-void extractT2(vexoPweServiceT2 &service, const pwConfig &record)
-{
-    service.circuit = record.circuit;
-    extractFlagged(service.serviceOption, service.serviceOptionValid, record.serviceOption);
-    service.jitterBufferSize = record.jitterBufferSize;
-    service.payloadSize = record.payloadSize;
-    service.serviceFlag = extractTwoState(record.serviceFlag, FIRST_SETS);
-    extractRtp(service.rtp, record);
-}
-
-void extractA(vexoPweServiceA &service, const pwConfig &record)
-{
-    service.circuit = record.circuit;
-    service.payloadSize = record.payloadSize;
-    service.serviceOption = record.serviceOption;
-    service.serviceFlag = extractTwoState(record.serviceFlag, FIRST_CLEARS);
-    service.atmMode = atmMode_to_vexoAtmMode(record.atmMode);
-    service.atmType = atmType_to_vexoAtmType(record.atmType);
-    service.atmFlag1 = extractTwoState(record.atmFlag1, FIRST_CLEARS);
-    service.atmFlag2 = extractTwoState(record.atmFlag2, FIRST_CLEARS);
-    service.atmClpMode = atmClpMap_to_vexoAtmClpMode(record.atmClpMap);
-    service.atmParam1 = record.atmParam1;
-    service.atmParam2 = record.atmParam2;
-}
-
 } // namespace
 
 void overlayVlan(pwConfig &record, const vexoPweVlan &vlan)
@@ -159,21 +68,6 @@ void overlayRtpFields(pwConfig &record, const vexoPweRtp &rtp)
 {
     overlayFlagged(record.rtpPayloadType, rtp.payloadType, rtp.payloadTypeValid);
     overlayFlagged(record.rtpSsrc, rtp.ssrc, rtp.ssrcValid);
-}
-
-void overlayService(pwConfig &record, const vexoPweService &service, vexoPweType type)
-{
-    switch (type) {
-    case VEXO_PWE_TYPE_TDM_1:
-        return overlayT1(record, service.t1);
-    case VEXO_PWE_TYPE_TDM_2:
-        return overlayT2(record, service.t2);
-    case VEXO_PWE_TYPE_ATM_3:
-    case VEXO_PWE_TYPE_ATM_4:
-        return overlayA(record, service.a);
-    default:
-        return;
-    }
 }
 
 void extractVlan(vexoPweVlan &vlan, const pwConfig &record)
@@ -227,21 +121,6 @@ void extractRtp(vexoPweRtp &rtp, const pwConfig &record)
         return;
     extractFlagged(rtp.payloadType, rtp.payloadTypeValid, record.rtpPayloadType);
     extractFlagged(rtp.ssrc, rtp.ssrcValid, record.rtpSsrc);
-}
-
-void extractService(vexoPweService &service, const pwConfig &record, vexoPweType type)
-{
-    switch (type) {
-    case VEXO_PWE_TYPE_TDM_1:
-        return extractT1(service.t1, record);
-    case VEXO_PWE_TYPE_TDM_2:
-        return extractT2(service.t2, record);
-    case VEXO_PWE_TYPE_ATM_3:
-    case VEXO_PWE_TYPE_ATM_4:
-        return extractA(service.a, record);
-    default:
-        return;
-    }
 }
 
 } // namespace pwe

@@ -25,14 +25,25 @@ void overlayVlan(pwConfig &record, const vexoPweVlan &vlan);
 // False after a refusal: PSN types 4 and 5.
 bool overlayPsn(pwConfig &record, const vexoPwePsn &psn, frame::Outcome &outcome);
 void overlayRtpFields(pwConfig &record, const vexoPweRtp &rtp);
-void overlayService(pwConfig &record, const vexoPweService &service, vexoPweType type);
 
 // These fill records that were zeroed before.
 void extractVlan(vexoPweVlan &vlan, const pwConfig &record);
 // False after a refusal: PSN types 4 and 5.
 bool extractPsn(vexoPwePsn &psn, const pwConfig &record, frame::Outcome &outcome);
 void extractRtp(vexoPweRtp &rtp, const pwConfig &record);
-void extractService(vexoPweService &service, const pwConfig &record, vexoPweType type);
+
+template <class Field>
+void overlayFlagged(Field &field, uint32_t value, uint32_t valid)
+{
+    if (valid)
+        field = static_cast<Field>(value);
+}
+
+inline void extractFlagged(uint32_t &value, uint32_t &valid, uint32_t field)
+{
+    value = field;
+    valid = 1;
+}
 
 // What a two-state field stands for, by its first state.
 enum TwoState : uint32_t {

@@ -74,10 +74,8 @@ void remember(const timeval &now)
 void vexo_cmi_sys_kato_send(unsigned seconds, unsigned microseconds, vexoResult *result)
 {
     Outcome outcome{result};
-    if (!due(clockRead())) {
-        outcome.succeed();
+    if (!due(clockRead()))
         return;
-    }
     if (!outcome.orConfigText(clockSet(seconds, microseconds)))
         return;
     CMI_LOG(frame::LOG_INFO, "Kato time is updated");

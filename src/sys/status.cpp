@@ -1,5 +1,6 @@
 #include "frame/outcome.h"
 #include "frame/record.h"
+#include "frame/text.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/convert.h>
@@ -21,7 +22,7 @@ namespace
 template <size_t Size>
 void copyText(char (&field)[Size], const sysParams &record, size_t offset)
 {
-    strcpy_n(field, reinterpret_cast<const char *>(&record) + offset, Size);
+    frame::copyText(field, reinterpret_cast<const char *>(&record) + offset, Size);
 }
 
 // What does not fit is cut.
