@@ -34,6 +34,7 @@ enum : uint32_t {
     PW_RICH = 2,    // type 2, double tag, PSN type 1, RTP
     PW_ATM = 3,     // type 3, double tag, PSN type 1, 20 cross-connects
     PW_ATM_UDP = 4, // type 4, one tag, PSN type 3, no cross-connects
+    PW_T1 = 5,      // type 1, double tag, PSN type 1, no RTP
     PW_CREATED = 0, // what is created; not in the list of those provisioned
 };
 
@@ -70,6 +71,8 @@ constexpr vexoPweParams params(vexoPweType type, vexoPweAction action, const vex
 
 constexpr vexoPweParams PLAIN =
     params(VEXO_PWE_TYPE_TDM_1, VEXO_PWE_ACTION_MODIFY, UNTAGGED, PSN_2, {.t1 = SERVICE_1});
+constexpr vexoPweParams T1 =
+    params(VEXO_PWE_TYPE_TDM_1, VEXO_PWE_ACTION_MODIFY, DOUBLE_TAG, PSN_1, {.t1 = SERVICE_1});
 constexpr vexoPweParams RICH =
     params(VEXO_PWE_TYPE_TDM_2, VEXO_PWE_ACTION_MODIFY, DOUBLE_TAG, PSN_1, {.t2 = SERVICE_2});
 constexpr vexoPweParams RICH_CREATED =
@@ -94,12 +97,11 @@ constexpr char TEXT[] = "a debug text of some length";
 
 timeval time{2000000, 0};
 
-constexpr pmInterval INTERVALS[] = {pmInterval{1}, pmInterval{2}, pmInterval{3}};
-
 void clearBare(kvRc (*clear)(uint32_t, pmInterval, uint32_t), uint32_t object)
 {
-    for (pmInterval interval : INTERVALS)
-        clear(object, interval, 0);
+    clear(object, pmInterval{1}, 0);
+    clear(object, pmInterval{2}, 0);
+    clear(object, pmInterval{3}, 0);
 }
 
 void readBareGroupPm(uint32_t group)
@@ -256,6 +258,8 @@ constexpr Operation OPERATIONS[] = {
      "delete"},
     {pweParamsGet, LIBRARY(pwe_params_get, PW_PLAIN), READ_PW<PW_PLAIN>,
      "type 1, untagged, PSN type 2"},
+    {pweParamsGet, LIBRARY(pwe_params_get, PW_T1), READ_PW<PW_T1>,
+     "type 1, double tag, PSN type 1"},
     {pweParamsGet, LIBRARY(pwe_params_get, PW_RICH), READ_PW<PW_RICH>,
      "type 2, double tag, PSN type 1, RTP"},
     {pweParamsGet, LIBRARY(pwe_params_get, PW_ATM), READ_PW<PW_ATM>,
@@ -282,6 +286,7 @@ constexpr Operation OPERATIONS[] = {
     {attribute, LIBRARY(pwe_dst_mac_set, MAC_IN, PW_PLAIN), CHANGE_PW<PW_PLAIN>},
     {attribute, LIBRARY(pwe_dst_mac_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>},
     {pwePart, LIBRARY(pwe_vlan_set, &UNTAGGED, PW_PLAIN), CHANGE_PW<PW_PLAIN>, "untagged"},
+    {pwePart, LIBRARY(pwe_vlan_set, &TAGGED, PW_ATM_UDP), CHANGE_PW<PW_ATM_UDP>, "one tag"},
     {pwePart, LIBRARY(pwe_vlan_set, &DOUBLE_TAG, PW_RICH), CHANGE_PW<PW_RICH>, "double tag"},
     {pwePart, LIBRARY(pwe_vlan_get, PW_PLAIN), by<config_get_pw, PW_PLAIN>, "untagged"},
     {pwePart, LIBRARY(pwe_vlan_get, PW_RICH), by<config_get_pw, PW_RICH>, "double tag"},
@@ -437,6 +442,7 @@ void setUp()
         provision(ATM, first + PW_ATM);
         provision(ATM_UDP, first + PW_ATM_UDP);
     }
+    provision(T1, PW_T1);
     config_get_pw(place<pwConfig>, PW_ATM);
     place<pwConfig>->atmXcCount = PW_ATM_XC_MAX;
     for (pwAtmXc &xc : place<pwConfig>->atmXc)

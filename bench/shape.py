@@ -12,7 +12,7 @@ import re
 import subprocess
 import sys
 
-TEXT_LIMIT = 36 * 1024
+TEXT_LIMIT = 30 * 1024
 PLATFORM = {"libkv_alarm.so", "libkv_common.so", "libkv_config.so", "libkv_forker.so",
             "libkv_pmom.so", "libkv_upgrade.so"}
 # What allocates, locks or ends a thread is none of them.

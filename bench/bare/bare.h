@@ -14,6 +14,12 @@ extern "C" {
 extern uint32_t bareFailIn;
 extern kvRc bareFailCode;
 
+// How many objects of a kind there are; less than as many as there is room for.
+struct BareObjects {
+    uint32_t ports, pws, groups;
+};
+extern BareObjects bareObjects;
+
 // Moves the clock on. settimeofday() and gettimeofday() are the bare platform's, too.
 void bareClockAdvance(uint32_t seconds);
 

@@ -8,6 +8,7 @@
 
 uint32_t bareFailIn;
 kvRc bareFailCode;
+BareObjects bareObjects{16, PW_PROV_MAX, 8};
 
 namespace bare
 {
@@ -63,7 +64,6 @@ Channel<pmInterval, void (*)(pmInterval)> reports;
     pwProvList &list = stored<pwProvList>;
     for (uint32_t i = 0; i < PW_PROV_MAX; ++i)
         list.pwIds[i] = static_cast<uint16_t>(i + 1);
-    list.count = PW_PROV_MAX;
     return true;
 }();
 
@@ -188,10 +188,19 @@ struct Body<&pmom_pw_pm_stat_get> {
 };
 
 template <>
+struct Body<&config_get_pw_all_prov> {
+    static kvRc call(pwProvList *out)
+    {
+        stored<pwProvList>.count = static_cast<uint16_t>(bareObjects.pws);
+        return copy(out, &stored<pwProvList>);
+    }
+};
+
+template <>
 struct Body<&GetObjectCount> {
     static uint32_t call(objType type)
     {
-        return type == OBJ_PDH ? 16 : type == OBJ_IMA_GROUP ? 8 : 1;
+        return type == OBJ_PDH ? bareObjects.ports : bareObjects.groups;
     }
 };
 
