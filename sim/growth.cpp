@@ -33,6 +33,15 @@ auto counterOf(const kvSimRate &rate)
     return std::tuple{rate.type, rate.number, rate.om, rate.counter};
 }
 
+// The rates of the object whose rate is the first.
+std::span<const kvSimRate> ofFirst(std::span<const kvSimRate> rates)
+{
+    const auto isOther = [object = objectOf(rates[0])](const kvSimRate &rate) {
+        return objectOf(rate) != object;
+    };
+    return {rates.begin(), std::ranges::find_if(rates, isOther)};
+}
+
 // Null when the object doesn't exist. Unlike the look-up for a call this is no failure.
 Duty *dutyOf(Transaction &device, uint32_t type, uint32_t number)
 {
@@ -107,21 +116,19 @@ uint64_t servedUntil(const Duty &duty, uint64_t uptime)
 
 void grow(Transaction &device, uint32_t type, uint32_t number, uint64_t uptime)
 {
-    const auto rates =
-        std::ranges::equal_range(all(device), std::tuple{type, number}, {}, objectOf);
-    if (!rates.empty())
-        grow(device, rates, uptime);
+    const std::span rates = all(device);
+    const std::tuple object{type, number};
+    const auto at = std::ranges::lower_bound(rates, object, {}, objectOf);
+    if (at != rates.end() && objectOf(*at) == object)
+        grow(device, ofFirst({at, rates.end()}), uptime);
 }
 
 void growAll(Transaction &device, uint64_t uptime)
 {
-    const std::span rates = all(device);
-    for (auto first = rates.begin(); first != rates.end();) {
-        const auto last = std::find_if(first, rates.end(), [&](const kvSimRate &rate) {
-            return objectOf(rate) != objectOf(*first);
-        });
-        grow(device, {first, last}, uptime);
-        first = last;
+    for (std::span<const kvSimRate> left = all(device); !left.empty();) {
+        const std::span own = ofFirst(left);
+        grow(device, own, uptime);
+        left = left.subspan(own.size());
     }
 }
 

@@ -20,8 +20,8 @@ enum class Form { flags, number, text };
 // A setting, or one for each number: '#' stands for it.
 struct Setting {
     const char *name;
-    Form form;
     Place (*at)(State &state, uint32_t number);
+    Form form;
     uint32_t first = 0;
     uint32_t last = 0;
     uint32_t most = UINT32_MAX;
@@ -36,12 +36,12 @@ Place bytesOf(Field &field)
 #define AT(field) [](State &state, [[maybe_unused]] uint32_t n) { return bytesOf(state.field); }
 #define BEHAVIOUR(name, field)                                                                     \
     {                                                                                              \
-        name, Form::flags, AT(behaviours.field)                                                    \
+        name, AT(behaviours.field), Form::flags                                                    \
     }
 
 // The inventory and the versions are numbered as the library's operations number them.
 constexpr Setting SETTINGS[] = {
-    {"behaviours", Form::flags, AT(behaviours)},
+    {"behaviours", AT(behaviours), Form::flags},
     BEHAVIOUR("system-state", systemState),
     BEHAVIOUR("loopback-alarms", loopbackAlarms),
     BEHAVIOUR("circuit-alarms", circuitAlarms),
@@ -50,21 +50,21 @@ constexpr Setting SETTINGS[] = {
     BEHAVIOUR("load-version", loadVersion),
     BEHAVIOUR("consistency", consistency),
     BEHAVIOUR("log-alarm", logAlarm),
-    {"temperature", Form::number, AT(system.temperature)},
-    {"signal.#", Form::flags, AT(ports[n - 1].signal), 1, KV_SIM_PORTS},
-    {"links-needed.#", Form::number, AT(linksNeeded[n - 1]), 1, KV_SIM_GROUPS, IMA_LINK_MAX},
-    {"link.status", Form::number, AT(system.link.words[0])},
-    {"link.speed", Form::number, AT(system.link.words[1])},
-    {"link.param", Form::number, AT(system.link.words[2])},
-    {"link.flag", Form::number, AT(system.link.words[4])},
-    {"link.mode", Form::number, AT(system.link.words[5])},
-    {"inventory.text1", Form::text, AT(system.params.text410)},
-    {"inventory.text2", Form::text, AT(system.params.text328)},
-    {"inventory.text3", Form::text, AT(system.params.text425)},
-    {"inventory.text4", Form::text, AT(system.params.text446)},
-    {"inventory.text5", Form::text, AT(system.params.text461)},
-    {"inventory.number", Form::number, AT(system.params.number)},
-    {"version.#", Form::text, AT(system.status.version.text[n]), 0, 9},
+    {"temperature", AT(system.temperature), Form::number},
+    {"signal.#", AT(ports[n - 1].signal), Form::flags, 1, KV_SIM_PORTS},
+    {"links-needed.#", AT(linksNeeded[n - 1]), Form::number, 1, KV_SIM_GROUPS, IMA_LINK_MAX},
+    {"link.status", AT(system.link.words[0]), Form::number},
+    {"link.speed", AT(system.link.words[1]), Form::number},
+    {"link.param", AT(system.link.words[2]), Form::number},
+    {"link.flag", AT(system.link.words[4]), Form::number},
+    {"link.mode", AT(system.link.words[5]), Form::number},
+    {"inventory.text1", AT(system.params.text410), Form::text},
+    {"inventory.text2", AT(system.params.text328), Form::text},
+    {"inventory.text3", AT(system.params.text425), Form::text},
+    {"inventory.text4", AT(system.params.text446), Form::text},
+    {"inventory.text5", AT(system.params.text461), Form::text},
+    {"inventory.number", AT(system.params.number), Form::number},
+    {"version.#", AT(system.status.version.text[n]), Form::text, 0, 9},
 };
 
 struct Found {
