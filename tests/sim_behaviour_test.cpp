@@ -400,8 +400,8 @@ TEST_F(Growth, FallsIntoTheIntervalInWhichItHappens)
     EXPECT_EQ(ofPort(1, VEXO_PM_TYPE_2), 1802U);
     vexo_cmi_pdh_pm_clear(1, &result);
     pass(1000);
-    EXPECT_EQ(ofPort(1), 2U);
     EXPECT_EQ(kv_sim_interval_end(4), 0);
+    EXPECT_EQ(ofPort(1), 2U);
     EXPECT_EQ(ended(1, 4), 1804U);
     EXPECT_EQ(ofPort(1, VEXO_PM_TYPE_4), 0U);
     // A day at once, interval by interval.

@@ -918,23 +918,39 @@ TEST_F(SimulatedDevice, GoesOnFromWhereItsClockWasSeenLastWhenTheHostWasRestarte
 TEST_F(SimulatedDevice, EndsEveryIntervalThatPassedWhileNobodyLooked)
 {
     run("", [] {
-        const auto counted = [](uint32_t which) {
+        const auto counted = [](uint32_t which, uint32_t port = 1) {
             pdhPmStat stat{};
-            EXPECT_EQ(pmom_pdh_pm_stat_get(1, pmInterval{1}, which, &stat), KV_OK);
+            EXPECT_EQ(pmom_pdh_pm_stat_get(port, pmInterval{1}, which, &stat), KV_OK);
             return stat.line[0];
         };
+        const kvSimRate everySecond{.type = KV_SIM_PDH,
+                                    .number = 2,
+                                    .om = 0,
+                                    .counter = 1,
+                                    .amount = 1,
+                                    .milliseconds = 1000,
+                                    .burst = 0};
         const struct {
             int64_t seconds;
-            uint32_t running, ended; // of what was counted before
-        } rows[] = {{800, 42, 0}, {900, 0, 42}, {1800, 0, 0}, {86400, 0, 0}};
-        for (const auto &[seconds, running, ended] : rows) {
+            uint32_t running, ended;           // of what was counted before
+            uint32_t grownRunning, grownEnded; // second by second
+        } rows[] = {{800, 42, 0, 800, 0},
+                    {900, 0, 42, 0, 900},
+                    {1800, 0, 0, 0, 900},
+                    {2800, 0, 0, 100, 900},
+                    {86400, 0, 0, 0, 900}};
+        for (const auto &[seconds, running, ended, grownRunning, grownEnded] : rows) {
             kv_sim_reset();
             kv_sim_interval_end(1);
             kv_sim_clock_set(1800000 * SECOND);
             kv_sim_pm_set(KV_SIM_PDH, 1, 1, 1, 42);
+            EXPECT_EQ(config_set_pdh_admin(adminStatus{2}, 2), KV_OK);
+            EXPECT_EQ(kv_sim_rate_set(&everySecond), 0);
             stepped[CLOCK_MONOTONIC] += seconds;
             EXPECT_EQ(counted(0), running) << seconds;
             EXPECT_EQ(counted(1), ended) << seconds;
+            EXPECT_NEAR(counted(0, 2), grownRunning, 60) << seconds;
+            EXPECT_NEAR(counted(1, 2), grownEnded, 60) << seconds;
         }
     });
 }
