@@ -1,4 +1,4 @@
-# What is installed, in four components: runtime, development, tools, simulator.
+# What is installed, in five components: runtime, development, tools, trace, simulator.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -47,6 +47,12 @@ if(VEXO_CMI_TOOLS)
   install(FILES packaging/man/vexoctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES packaging/bash-completion/vexoctl
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+
+  install(TARGETS vexo_trace LIBRARY COMPONENT trace)
+  install(TARGETS vexotrace RUNTIME COMPONENT trace)
+  install(FILES packaging/man/vexotrace.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT trace)
+  install(FILES packaging/bash-completion/vexotrace
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT trace)
 endif()
 
 if(VEXO_CMI_SIMULATED)

@@ -1,4 +1,4 @@
-"""Checks the documents: check.py links | check.py figures | check.py manual VEXOCTL |
+"""Checks the documents: check.py links | check.py figures | check.py manual VEXOCTL VEXOTRACE |
 check.py values VEXOCTL"""
 import json
 import re
@@ -29,18 +29,32 @@ def output(*command: str) -> str:
     return subprocess.run(command, check=True, capture_output=True, text=True).stdout
 
 
-def missing_words(vexoctl: str) -> list[str]:
-    """What mandoc complains of, and what vexoctl has that its manual page doesn't name."""
-    folder = PROJECT / "packaging/man"
+def page_words(page: str) -> set[str]:
+    """What a manual page names."""
+    text = output("mandoc", "-T", "utf8", PROJECT / "packaging/man" / page)
+    return set(re.findall(r"[\w-]+=?", re.sub(".\b", "", text)))  # no overstrikes
+
+
+def options(*command: str) -> list[str]:
+    return re.findall(r"^  (?:-\w,)?(--[\w-]+)", output(*command, "--help"), re.MULTILINE)
+
+
+def missing_words(vexoctl: str, vexotrace: str) -> list[str]:
+    """What mandoc complains of, and what the programs have that their manual pages don't name."""
     complaints = subprocess.run(
-        ["mandoc", "-T", "lint", "-W", "warning", folder / "vexoctl.1", folder / "vexo_cmi.3"],
+        ["mandoc", "-T", "lint", "-W", "warning", *sorted((PROJECT / "packaging/man").iterdir())],
         capture_output=True, text=True).stdout.splitlines()
-    page = re.sub(".\b", "", output("mandoc", "-T", "utf8", folder / "vexoctl.1"))  # no overstrikes
-    named = set(re.findall(r"[\w-]+=?", page))
-    has = re.findall(r"^  (?:-\w,)?(--[\w-]+)", output(vexoctl, "--help"), re.MULTILINE)
+    has = options(vexoctl)
     for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""], ["metrics", ""]):
         has += output(vexoctl, "complete", *words).split()
-    return complaints + [f"vexoctl.1 does not name {word}" for word in has if word not in named]
+    has_trace = options(vexotrace)
+    for command in re.findall(r"^  (\w+) ", output(vexotrace, "--help").split("ubcommands:")[1],
+                              re.MULTILINE):
+        has_trace += [command, *options(vexotrace, command)]
+    for page, words in (("vexoctl.1", has), ("vexotrace.1", has_trace)):
+        named = page_words(page)
+        complaints += [f"{page} does not name {word}" for word in words if word not in named]
+    return complaints
 
 
 def other_values(vexoctl: str) -> list[str]:

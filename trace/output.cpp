@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -148,9 +149,18 @@ uint64_t sizeOfDevice(int &descriptor)
                                                              : 0;
 }
 
+// Beyond its limit the process would get a signal.
+uint64_t mostBytes()
+{
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? uint64_t{limit.rlim_cur} : UINT64_MAX;
+}
+
 // Room on the disk, so that a write into the mapped file never finds none: as much as there is.
 uint64_t reserve(int descriptor, uint64_t size, uint64_t extra)
 {
+    if (const uint64_t most = mostBytes(); most < size + extra)
+        size = most > extra ? (most - extra) / PAGE * PAGE : 0;
     for (; size >= LEAST_SIZE; size = size / 2 / PAGE * PAGE) {
         if (ftruncate(descriptor, 0) == 0 &&
             posix_fallocate(descriptor, 0, static_cast<off_t>(size + extra)) == 0)
@@ -184,7 +194,7 @@ void writeHeadAlone(int descriptor)
     alone.on = OFF;
     alone.flags |= DISK_FULL;
     memcpy(alone.magic, MAGIC, sizeof MAGIC);
-    if (ftruncate(descriptor, 0) != 0 ||
+    if (mostBytes() < sizeof page || ftruncate(descriptor, 0) != 0 ||
         pwrite(descriptor, page, sizeof page, 0) != static_cast<ssize_t>(sizeof page))
         return;
 }

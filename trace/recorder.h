@@ -144,8 +144,8 @@ template <class Function>
     return reinterpret_cast<Function>(found);
 }
 
-// The wrapper of an operation.
-void *wrapperOf(Operation operation);
+// What stands before it: of an operation or a function of the platform's.
+void *wrapperOf(uint16_t place);
 bool isInLibrary(const void *address);
 
 // ---- Callbacks ----

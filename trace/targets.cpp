@@ -113,7 +113,7 @@ void *wrapped(const char *name, void *found)
     for (uint16_t i = 0; i < OPERATION_COUNT; ++i) {
         if (strcmp(name, NAMES[i]) != 0)
             continue;
-        void *const wrapper = wrapperOf(Operation{i});
+        void *const wrapper = wrapperOf(i);
         if (found == wrapper)
             return wrapper;
         if (targets[i] != found) {
@@ -123,6 +123,16 @@ void *wrapped(const char *name, void *found)
         return wrapper;
     }
     return found;
+}
+
+// Finds it anew; null where there is none.
+void *lookBehind(uint16_t place)
+{
+    const int kept = errno;
+    describeFunctions();
+    findAll();
+    errno = kept;
+    return targets[place];
 }
 
 bool isOperation(const char *name)
@@ -135,12 +145,7 @@ bool isOperation(const char *name)
 
 void *findTarget(uint16_t place)
 {
-    const int kept = errno;
-    if (!shapes[place].name)
-        describeFunctions();
-    findAll();
-    errno = kept;
-    if (void *found = targets[place])
+    if (void *found = lookBehind(place))
         return found;
     dprintf(STDERR_FILENO, "libvexo_trace: there is no %s() behind the recorder\n",
             shapes[place].name);
@@ -179,6 +184,23 @@ extern "C" {
         return behind(library, name);
     void *const found = behind(library, name);
     return found ? wrapped(name, found) : nullptr;
+}
+
+// A host may ask for the library's file by the address of an operation.
+[[gnu::visibility("default")]] int dladdr(const void *address, Dl_info *info) noexcept
+{
+    static std::atomic<int (*)(const void *, Dl_info *)> found;
+    auto *behind = found.load(std::memory_order_relaxed);
+    if (!behind)
+        found = behind =
+            reinterpret_cast<int (*)(const void *, Dl_info *)>(symbols()(RTLD_NEXT, "dladdr"));
+    for (uint16_t i = 0; i < placeOf(Callback{}); ++i)
+        if (address == wrapperOf(i)) {
+            void *const known = targets[i];
+            const void *const actual = known ? known : lookBehind(i);
+            return behind(actual ? actual : address, info);
+        }
+    return behind(address, info);
 }
 
 [[gnu::visibility("default")]] int dlclose(void *library) noexcept

@@ -188,14 +188,15 @@ EXPORT void *vexo_trace_clock(const char *name, void *front, void *behind, void 
 }
 }
 
-void *trace::wrapperOf(trace::Operation operation)
+void *trace::wrapperOf(uint16_t place)
 {
 #define TRACED(function, count) reinterpret_cast<void *>(::function),
+#define WRAPPED(library, kind, returns, function, ...) reinterpret_cast<void *>(::function),
     static void *const wrappers[] = {
 #include "operations.inc"
-    };
+        PLATFORM_FUNCTIONS(WRAPPED)};
 #undef TRACED
-    return wrappers[static_cast<uint16_t>(operation)];
+    return wrappers[place];
 }
 
 void trace::putRedactedText(Writer &writer, const char *text, size_t length)
