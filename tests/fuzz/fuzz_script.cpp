@@ -28,8 +28,9 @@ bool isLeftOut(const Words &words)
                 return true;
         return false;
     };
-    return words[0] == "watch" || words[0] == "follow" || names("=@") || names("delay") ||
-           names("hang") || names("effect=") || names("advance") || names("burst");
+    return words[0] == "watch" || words[0] == "follow" || words[0] == "wait" || names("=@") ||
+           names("delay") || names("hang") || names("effect=") || names("advance") ||
+           names("burst");
 }
 
 class Discarded : public std::streambuf

@@ -289,7 +289,12 @@ class Words(Device):
         self.assertEqual(offered("pdh", "fra"), ["frame"])
         self.assertEqual(offered("help", "pdh", "frame", ""), ["set", "get"])
         self.assertEqual(offered("pdh", "frame", "set", ""), ["mode=", "port="])
-        self.assertEqual(offered("watch", ""), ["alarms", "pm", "count=", "for="])
+        self.assertEqual(offered("watch", ""), ["alarms", "pm", "active", "kind=", "object=",
+                                               "bits=", "count=", "for="])
+        self.assertEqual(offered("watch", "kind=ima"), ["kind=ima-group", "kind=ima-link"])
+        self.assertEqual(offered("wait", "pdh", "pa"), ["params"])
+        self.assertEqual(offered("wait", "pdh", "params", "get", "oper"), ["operState="])
+        self.assertEqual(offered("wait", "pdh", "params", "get", "port"), ["port="])
         self.assertEqual(offered("follow", ""), ["upgrade"])
         self.assertEqual(offered("follow", "upgrade", "f"), ["for="])
         self.assertEqual(offered("metrics", ""), ["families=", "form=", "pwes=", "groups="])
@@ -484,7 +489,14 @@ BAD_INPUT = [
     (["pwe", "psn", "set", "pwId=1", "psn=" + 20 * '{"a":' + "1" + 20 * "}"], "nested too deep"),
     (["pwe", "psn", "set", "pwId=1", 'psn={"operation":"x","rc":1}'], "holds no record"),
     (["list", "pwe", "nonsense"], "nothing under 'pwe nonsense'"),
-    (["watch", "everything"], "expected alarms, pm, count=N or for=SECONDS"),
+    (["watch", "everything"], "expected alarms, pm, active, .*, count=N or for=SECONDS"),
+    (["watch", "kind=pw"], "kind: expected system, .*, not 'pw'; did you mean 'pwe'"),
+    (["watch", "object=3-x"], "object: expected a number"),
+    (["wait"], "no command ''"),
+    (["wait", "pdh", "admin", "get", "port=1"], "expected a field=value that is waited for"),
+    (["wait", "pdh", "admin", "get", "port=1", "statu=1"], "did you mean 'status'"),
+    (["wait", "pwe", "psn", "get", "pwId=1", "psnType=x"], "psnType: expected 1, 2, 3, 4 or 5"),
+    (["wait", "pwe", "psn", "get", "psnType=1"], "pwId is missing"),
     (["watch", "--count"], "count: expected a value"),
     (["watch", "count=0"], "from 1, not 0"),
     (["follow"], "expected upgrade"),
@@ -909,6 +921,27 @@ class Daily(Device):
         self.assertRegex(done.stderr, "-:2: pdh frame get.*\n.*-:3: there is.*\n.*2 commands failed\n$")
 
 
+    def test_a_wait_ends_when_the_getter_tells_the_value_or_the_time_is_over(self):
+        wait = self.start("wait", "pwe", "params", "get", "pwId=17", "adminStatus=2",
+                          "vlan.vlanId=0x7", "pweType=1", "for=60")
+        self.wait_for(lambda: any(call["function"] == "config_get_pw_oper_state" for call in
+                                  self.document("sim", "journal", "last=50")["calls"]))
+        self.assertIsNone(wait.poll())
+        self.document("pwe", "admin", "set", "pwId=17", "status=2")
+        self.assertEqual(wait.communicate(timeout=60),
+                         ("adminStatus: 2\nvlan.vlanId: 7\npweType: tdm-1\n", ""))
+        self.assertEqual(wait.returncode, 0)
+        error = self.document("wait", "pdh", "admin", "get", "port=1", "status=1", "for=1", status=4)
+        self.assertEqual(error["error"], "not within 1 seconds: status is 2")
+        self.document("wait", "pdh", "admin", "get", "port=99", "status=1", status=1)
+
+    def test_what_the_last_release_had_as_examples_still_succeeds(self):
+        examples = SOURCE / "tests/vexoctl/release-1.0.0.txt"
+        self.document("sim", "reset")
+        done = self.vexoctl("--script", str(examples))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+
 class Session(Device):
     def test_a_script_stops_at_the_first_failure_and_says_where(self):
         for lines, status, where in (
@@ -1092,6 +1125,40 @@ class Notifications(Device):
         self.assertEqual([port["port"] for port in answers[5]["pdh"]], list(range(1, 17)))
         self.assertEqual({"layout0", "layout1"},
                          {key for port in answers[5]["pdh"] for key in port if "layout" in key})
+
+    def test_a_watch_shows_what_is_wanted_and_begins_with_what_is_active(self):
+        for port, bits in ((3, 5), (4, 1)):
+            self.document("sim", "alarm", "raise", "type=pdh", f"number={port}", f"bits={bits}")
+        self.document("sim", "clock", "stop")
+        self.document("sim", "clock", "set", "seconds=1767225600")
+        words = ["watch", "alarms", "active", "kind=system,pdh", "object=1-3", "bits=0x2001"]
+        watches = [self.started("--time", "utc", *words, "count=4"),
+                   self.started("--json", *words, "count=4"),
+                   self.started("--time=local", *words, "count=1")]
+        stamp = "2026-01-01T00:00:00.000000"
+        begun = [watch.stdout.readline() for watch in watches]
+        self.assertEqual(begun[0], f"{stamp}Z active PDH port 3: 0x00000005\n")
+        self.assertEqual(json.loads(begun[1]), {"notification": "active", "objType": "pdh",
+                                                "objId": 3, "status": 5})
+        self.assertRegex(begun[2], r"^20[0-9T:.-]+[+-]\d\d:\d\d active PDH")
+        for kind, number, change in (("pdh", 4, "clear"), ("pdh", 3, "clear"), ("pdh", 3, "raise"),
+                                     ("pwe", 17, "raise"), ("system", 1, "raise")):
+            if kind == "pwe":
+                self.document("pwe", "params", "set", "pwId=17", "pweType=tdm-1",
+                              *PSEUDOWIRES["tdm-1"])
+            self.document("sim", "alarm", change, f"type={kind}", f"number={number}", "bits=0x2001")
+        lines = watches[0].stdout.read().splitlines()
+        self.assertEqual([line.removeprefix(stamp + "Z ").split(":")[0] for line in lines],
+                         ["alarm PDH port 3", "alarm PDH port 3", "alarm system 1"])
+        self.assertIn("raised 0x00002001 (the log has taken 512 records since it was cleared)", lines[2])
+        self.assertEqual(len(watches[1].stdout.readlines()), 3)
+
+    def test_colours_are_for_terminals_that_want_them(self):
+        self.document("sim", "alarm", "raise", "type=pdh", "number=3", "bits=5")
+        for setting, coloured in (("", True), ("1", False)):
+            self.environment["NO_COLOR"] = setting
+            shown = Terminal(self, VEXOCTL, "watch", "alarms", "active", "count=1").rest()
+            self.assertEqual("\x1b[31m0x00000005\x1b[0m" in shown, coloured, shown)
 
     def test_a_watch_ends_by_ctrl_c_and_by_time(self):
         process = self.started("watch", "alarms")

@@ -23,13 +23,24 @@ constexpr Command COMMANDS[] = {
     {"help", "help [COMMAND]", "what a command does and takes",
      "Shows what a command does, what it takes and what it returns. '--help', '-h' or '?' anywhere "
      "in a command does the same."},
-    {"watch", "watch [alarms] [pm] [count=N] [for=SECONDS]",
+    {"watch",
+     "watch [alarms] [pm] [active] [kind=KIND,...] [object=NUMBER,...] [bits=BITS] [count=N] "
+     "[for=SECONDS]",
      "alarm events and PM reports as they come",
      "Prints alarm events and PM reports as they come, one line each, until N lines have been "
-     "printed, the time is over or SIGINT or SIGTERM comes. Without 'alarms' or 'pm', both. The "
-     "exit status is 1 when the subscription is refused and when events were lost, which standard "
-     "error tells.",
+     "printed, the time is over or SIGINT or SIGTERM comes. Without 'alarms' or 'pm', both. Kinds "
+     "are system, pdh, pwe, ima-group and ima-link; objects are numbers and ranges, 1-8,12; of "
+     "alarm events, those that change one of the bits. With 'active', also the alarms that are "
+     "active when it begins, and again when events were lost; --time local or utc tells when each "
+     "came. The exit status is 1 when the subscription is refused and when events were lost, which "
+     "standard error tells.",
      watch},
+    {"wait", "wait OPERATION [NAME=VALUE ...] FIELD=VALUE ... [for=SECONDS]",
+     "until a getter tells these values",
+     "Calls a getter ten times a second until the fields have these values, and shows them; for "
+     "ever, or as long as 'for' says: the exit status is 4 when the time is over, and 1 when the "
+     "getter fails. 'wait pdh params get port=3 operState=1 for=30'",
+     await},
     {"follow", "follow upgrade [count=N] [for=SECONDS]", "a software load, state by state",
      "Prints each state of a software load until it is over, that is, until the state is none of "
      "2, 3 and 4. The exit status is 1 when that is 6: the load failed.",
@@ -114,6 +125,17 @@ Names namesOf(Names words)
         if (const size_t sign = word.find('='); sign != word.npos)
             word.erase(sign + 1);
     return words;
+}
+
+// "adminStatus=" and the other fields that a getter tells.
+Names fieldNames(const Operation &operation)
+{
+    Names names;
+    for (const describe::Argument &argument : operation.arguments)
+        if (argument.direction == describe::Direction::out && !isDocument(argument))
+            for (const Leaf &leaf : leaves(*argument.type))
+                names.push_back(leaf.path + "=");
+    return names;
 }
 
 // Those in the folder that the path is in so far; a folder ends with '/'.
@@ -248,12 +270,24 @@ Names completions(const Words &typed)
         before.pop_back();
     Names next;
     const std::string command = before.empty() ? "" : before[0];
-    if (const Command *own = commandNamed(command); own && own->run) {
+    if (command == "wait") {
+        Words rest{before.begin() + 1, before.end()};
+        rest.push_back(begun);
+        next = completions(rest);
+        const Words said = spokenPart({before.begin() + 1, before.end()});
+        if (const Operation *operation = find(said)) {
+            std::ranges::copy(fieldNames(*operation), std::back_inserter(next));
+            next.emplace_back("for=");
+        }
+    } else if (const Command *own = commandNamed(command); own && own->run) {
         const Names first = before.size() == 1 ? namesOf(wordsOf(*own, false)) : Names{};
         next = first.empty() ? namesOf(wordsOf(*own, true)) : first;
         for (const std::string &family : metricFamilies())
             if (begun.starts_with("families="))
                 next.push_back("families=" + family);
+        if (begun.starts_with("kind="))
+            for (const char *kind : {"system", "pdh", "pwe", "ima-group", "ima-link"})
+                next.push_back(std::string{"kind="} + kind);
         if (begun.starts_with("form="))
             next = {"form=text", "form=openmetrics"};
     } else if (command == "list" || command == "help") {

@@ -23,6 +23,9 @@ void addOptions(CLI::App &app, Manner &manner)
     app.add_option("--timeout", manner.timeout, "End, with status 3, when a call takes longer")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e6));
+    app.add_option("--time", manner.zone, "Show when things came, by the device's clock")
+        ->type_name("local|utc")
+        ->check(CLI::IsMember({"local", "utc"}));
     app.add_option("--ip-order", manner.ipOrder, "How the device keeps IPv4 addresses")
         ->type_name("host|network")
         ->check(CLI::IsMember({"host", "network"}));

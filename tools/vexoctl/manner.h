@@ -21,6 +21,7 @@ struct Manner {
     Names changes{};       // "field=value" of what is read, changed and written
     std::string fields{};  // those that are shown, with commas between them; empty: all
     double timeout = 0;    // of each call, in seconds; 0: none
+    std::string zone{};    // "local" or "utc", of times that are shown
     std::string ipOrder{}; // of a device of which it isn't known
 };
 

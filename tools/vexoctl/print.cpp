@@ -1,6 +1,7 @@
 #include "print.h"
 
 #include <algorithm>
+#include <ctime>
 #include <sstream>
 
 #include <sys/ioctl.h>
@@ -42,6 +43,8 @@ std::string lineOf(const Json &json)
     return line.empty() ? " none" : line;
 }
 
+Zone shownZone;
+
 // How many columns there are to print on; no end of them where no person looks.
 size_t width()
 {
@@ -69,6 +72,9 @@ std::string printable(const std::string &text)
 
 std::string aligned(const std::string &name, const std::string &text, size_t column)
 {
+    const std::string head = folded(name, 4);
+    if (head.find('\n') != head.npos)
+        return head + "\n" + folded(std::string(column, ' ') + text, column) + "\n";
     const size_t used = std::max(name.size() + 2, column);
     const std::string gap(used - name.size(), ' ');
     return name + gap + folded(std::string(used, ' ') + text, column).substr(used) + "\n";
@@ -94,6 +100,33 @@ std::string folded(const std::string &text, size_t indent)
         first = false;
     }
     return result;
+}
+
+std::string timeText(uint64_t microseconds, Zone zone)
+{
+    constexpr uint64_t SECOND = 1000000;
+    const auto seconds = static_cast<time_t>(microseconds / SECOND);
+    tm fields{};
+    zone == Zone::local ? localtime_r(&seconds, &fields) : gmtime_r(&seconds, &fields);
+    char date[32], behind[8] = "Z", fraction[8];
+    strftime(date, sizeof date, "%FT%T", &fields);
+    snprintf(fraction, sizeof fraction, ".%06u", static_cast<unsigned>(microseconds % SECOND));
+    if (zone == Zone::local)
+        strftime(behind, sizeof behind, "%z", &fields);
+    std::string text = std::string{date} + fraction + behind;
+    if (zone == Zone::local)
+        text.insert(text.size() - 2, ":");
+    return text;
+}
+
+void setZone(Zone zone)
+{
+    shownZone = zone;
+}
+
+Zone zone()
+{
+    return shownZone;
 }
 
 std::string readable(const Json &document, size_t indent)

@@ -17,6 +17,14 @@ std::string aligned(const std::string &name, const std::string &text, size_t col
 // A text without what would lead a terminal astray.
 std::string printable(const std::string &text);
 
+// ISO 8601, of microseconds since the epoch: "2026-01-01T00:00:00.000000Z", or local time with its
+// distance from UTC.
+enum class Zone { none, utc, local };
+std::string timeText(uint64_t microseconds, Zone zone);
+// That of times that are shown; none when nobody has asked for them.
+void setZone(Zone zone);
+Zone zone();
+
 // A document without JSON's marks.
 std::string readable(const Json &document, size_t indent = 0);
 

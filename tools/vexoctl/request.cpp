@@ -65,30 +65,6 @@ std::vector<uint32_t> allOf(const Listable &kind)
     return numbers;
 }
 
-// Of "1-50,60".
-std::vector<uint32_t> numbersOf(const std::string &name, const std::string &list)
-{
-    constexpr size_t MOST = 65536;
-    std::vector<uint32_t> numbers;
-    std::istringstream parts{list};
-    for (std::string part; std::getline(parts, part, ',');) {
-        const size_t dash = part.find('-');
-        uint32_t first, last;
-        parse(describe::typeOf<uint32_t>(), name, part.substr(0, dash), {}, &first);
-        last = first;
-        if (dash != part.npos)
-            parse(describe::typeOf<uint32_t>(), name, part.substr(dash + 1), {}, &last);
-        if (last < first)
-            throw UsageError(name + ": " + vexoctl::quoted(part) + " ends before it begins");
-        if (last - first >= MOST || numbers.size() + last - first >= MOST)
-            throw UsageError(name + ": more than " + std::to_string(MOST) + " objects");
-        for (uint32_t number = first; number <= last && number >= first; ++number)
-            if (std::ranges::find(numbers, number) == numbers.end())
-                numbers.push_back(number);
-    }
-    return numbers;
-}
-
 bool isGiven(const Argument &argument)
 {
     return argument.direction == Direction::in;
@@ -168,7 +144,31 @@ void checkField(const Operation &operation, const std::string &path)
         throw UsageError("fields: there is no field " + vexoctl::quoted(path) + hint(path, names));
 }
 
-// A value on one line: "-" when there is none.
+} // namespace
+
+std::vector<uint32_t> numbersOf(const std::string &name, const std::string &list)
+{
+    constexpr size_t MOST = 65536;
+    std::vector<uint32_t> numbers;
+    std::istringstream parts{list};
+    for (std::string part; std::getline(parts, part, ',');) {
+        const size_t dash = part.find('-');
+        uint32_t first, last;
+        parse(describe::typeOf<uint32_t>(), name, part.substr(0, dash), {}, &first);
+        last = first;
+        if (dash != part.npos)
+            parse(describe::typeOf<uint32_t>(), name, part.substr(dash + 1), {}, &last);
+        if (last < first)
+            throw UsageError(name + ": " + vexoctl::quoted(part) + " ends before it begins");
+        if (last - first >= MOST || numbers.size() + last - first >= MOST)
+            throw UsageError(name + ": more than " + std::to_string(MOST) + " objects");
+        for (uint32_t number = first; number <= last && number >= first; ++number)
+            if (std::ranges::find(numbers, number) == numbers.end())
+                numbers.push_back(number);
+    }
+    return numbers;
+}
+
 std::string cell(const Json &value)
 {
     if (value.is_null())
@@ -183,7 +183,26 @@ std::string cell(const Json &value)
     return joined(items, ",");
 }
 
-} // namespace
+Json valueOf(const Operation &operation, const std::string &path, const std::string &text)
+{
+    const auto typed = [&](const describe::Type &type) {
+        std::vector<uint32_t> bytes((type.size + 3) / 4);
+        parse(type, path, text, {.members = true}, bytes.data());
+        return toJson(type, bytes.data());
+    };
+    for (const Argument &argument : operation.arguments) {
+        if (isGiven(argument) || isDocument(argument))
+            continue;
+        if (argument.type->kind != Kind::record && argument.name == path)
+            return typed(*argument.type);
+        for (const Leaf &leaf : leaves(*argument.type))
+            for (const std::string &name :
+                 {leaf.path, std::string{argument.name} + "." + leaf.path})
+                if (path == name || (path.starts_with(name + ".") && leaf.field->count > 1))
+                    return typed(*leaf.field->type);
+    }
+    return text;
+}
 
 std::optional<Objects> takeObjects(const Operation &operation, Names &words)
 {

@@ -23,6 +23,9 @@ struct Objects {
     std::string name; // of the argument
     std::vector<uint32_t> numbers;
 };
+// Of "1-50,60", which is named in messages.
+std::vector<uint32_t> numbersOf(const std::string &name, const std::string &list);
+
 // Takes the word out of the others; nothing when they name one object, or none.
 std::optional<Objects> takeObjects(const describe::Operation &operation, Names &words);
 
@@ -43,6 +46,10 @@ Answer request(const describe::Operation &operation, const Names &words, const M
 
 // ---- Fields of the outputs ----
 
+// Their value is given by name or number, as an argument's.
+Json valueOf(const describe::Operation &operation, const std::string &path,
+             const std::string &text);
+
 using Fields = std::vector<std::pair<std::string, Json>>;
 
 // The chosen ones ("vlan.vlanId,adminStatus"), null where an object doesn't have one; all of them
@@ -54,6 +61,9 @@ Json asObject(const Fields &fields);
 
 // The fields of objects, a line each, under their names and that of the objects.
 std::string table(const std::string &name, const std::vector<std::pair<uint32_t, Fields>> &objects);
+
+// A value on one line: "-" when there is none.
+std::string cell(const Json &value);
 
 // Bare values on one line, with tabs between them.
 std::string lineOf(const Fields &fields);

@@ -367,6 +367,9 @@ Status Session::run(Words words)
     try {
         words = takeOptions(words, manner_);
         setAddressOrder(addressOrder(manner_.ipOrder));
+        setZone(manner_.zone == "local" ? Zone::local
+                : manner_.zone == "utc" ? Zone::utc
+                                        : Zone::none);
         if (std::erase_if(words, [](const std::string &word) {
                 return word == "--help" || word == "-h" || word == "?";
             }) > 0) {
@@ -384,6 +387,9 @@ Status Session::run(Words words)
         return dispatch(words);
     } catch (const UsageError &error) {
         return refuse(error.what());
+    } catch (const Unmet &unmet) {
+        refuse(unmet.what());
+        return UNMET;
     } catch (const Failure &failure) {
         operation_ = failure.operation;
         return tell(static_cast<uint32_t>(failure.result.rc), failure.result.message);

@@ -97,6 +97,13 @@ class Options
 
 void watch(const Words &words, bool json);
 void follow(const Words &words, bool json);
+
+// What was waited for has not come.
+struct Unmet : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+void await(const Words &words, bool json);
+
 void metrics(const Words &words, bool json);
 // Which there are, and all of them.
 Names metricFamilies();
@@ -120,6 +127,8 @@ bool isPrivateDevice();
 // Alarm events and PM reports that this process has lost; a device of its own platform's tells
 // nothing of it, and 0 is given.
 uint64_t lostEvents();
+// Microseconds since the epoch by the device's clock, which is the host's on a real one.
+uint64_t deviceClock();
 // Names the device's file; before anything else.
 void useDevice(const std::string &file);
 struct SimCommand {

@@ -4,15 +4,16 @@
 
 #include "counters.h"
 #include "invocation.h"
+#include "print.h"
 
 #include <kv_sim.h>
 #include <meaning.h>
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <ranges>
 #include <set>
 
@@ -195,19 +196,6 @@ std::string hexOf(const uint8_t *bytes, uint32_t size)
     return hex;
 }
 
-// "2026-01-01 00:00:00.000000" of microseconds since the epoch.
-std::string timeOf(uint64_t microseconds)
-{
-    const auto seconds = static_cast<time_t>(microseconds / SECOND);
-    tm fields{};
-    gmtime_r(&seconds, &fields);
-    char text[40];
-    const size_t length = strftime(text, sizeof text, "%F %T", &fields);
-    snprintf(text + length, sizeof text - length, ".%06u",
-             static_cast<unsigned>(microseconds % SECOND));
-    return text;
-}
-
 // What calls are shown, and how much of each.
 struct Shown {
     Shown(const char *ofFunction, uint32_t ofProcess, uint32_t ofObject, uint32_t records)
@@ -270,8 +258,8 @@ std::string lineOf(const Json &call)
     const auto text = [&](const char *name) {
         return call[name].is_string() ? call[name].get<std::string>() : call[name].dump();
     };
-    std::string line = text("number") + " " + timeOf(call["deviceTime"]) + " " + text("process") +
-                       "/" + text("thread") + " ";
+    std::string line = text("number") + " " + timeText(call["deviceTime"], zone()) + " " +
+                       text("process") + "/" + text("thread") + " ";
     if (call["operation"].is_string())
         line += text("operation") + " > ";
     line += text("function");
@@ -566,6 +554,13 @@ bool isPrivateDevice()
 {
     const char *const file = getenv("KV_SIM_DEVICE");
     return isSimulated() && (!file || !*file);
+}
+
+uint64_t deviceClock()
+{
+    using namespace std::chrono;
+    const auto host = duration_cast<microseconds>(system_clock::now().time_since_epoch());
+    return isSimulated() ? SIM(kv_sim_clock_get)() : static_cast<uint64_t>(host.count());
 }
 
 uint64_t lostEvents()

@@ -1,8 +1,10 @@
 #include "session.h"
 
+#include "catalog.h"
 #include "limit.h"
 #include "print.h"
 
+#include <meaning.h>
 #include <records.h>
 
 #include <algorithm>
@@ -14,6 +16,8 @@
 #include <iostream>
 #include <mutex>
 #include <set>
+#include <sstream>
+#include <utility>
 
 #include <unistd.h>
 
@@ -89,20 +93,87 @@ std::string listed(const Json &numbers)
     return text;
 }
 
-std::string objectOf(const vexoAlarmNotification &alarm)
+// What is shown of all that comes: everything where nothing is named.
+struct Filter {
+    Names kinds{};
+    std::vector<uint32_t> numbers{};
+    uint32_t bits = UNLIMITED; // one of which an alarm event changes
+
+    bool has(const char *kind) const
+    {
+        return kinds.empty() || std::ranges::count(kinds, kind) > 0;
+    }
+    bool has(uint32_t number) const
+    {
+        return numbers.empty() || std::ranges::count(numbers, number) > 0;
+    }
+} filter;
+
+Filter filterOf(const Options &options)
+{
+    Filter wanted;
+    std::istringstream kinds{options.text("kind", "")};
+    for (std::string kind; std::getline(kinds, kind, ',');) {
+        const Names known{"system", "pdh", "pwe", "ima-group", "ima-link"};
+        if (std::ranges::count(known, kind) == 0)
+            throw UsageError("kind: expected " + inWords(known) + ", not " + vexoctl::quoted(kind) +
+                             hint(kind, known));
+        wanted.kinds.push_back(kind);
+    }
+    if (options.has("object"))
+        wanted.numbers = numbersOf("object", options.text("object", ""));
+    if (options.has("bits"))
+        parse(describe::HEXADECIMAL, "bits", options.text("bits", ""), {}, &wanted.bits);
+    return wanted;
+}
+
+// An object with alarms.
+struct Subject {
+    const char *kind;
+    const char *title;
+    uint32_t number;
+    const char *of; // as the description of what bits mean has it
+};
+
+// What the bits mean, where the device's are known.
+std::string meaningOf(const Subject &subject, uint32_t bits)
+{
+    const bool isSystem = !*subject.of;
+    Names known;
+    for (const auto &[of, value, meaning] : describe::meaningsOf(isSystem ? "bits" : "alarmBits")) {
+        unsigned bit = 32;
+        const bool isOne = sscanf(std::string{value}.c_str(), "bit %u", &bit) == 1 && bit < 32;
+        if (isSimulated() && isOne && (bits >> bit & 1) && meaning.starts_with(subject.of)) {
+            const std::string_view own = meaning.substr(strlen(subject.of));
+            known.emplace_back(own.substr(0, own.find(", if ")));
+        }
+    }
+    return known.empty() ? "" : " (" + joined(known, "; ") + ")";
+}
+
+// On a terminal, and where nobody has said otherwise.
+std::string coloured(const std::string &text, const char *colour, bool isMarked)
+{
+    const char *const none = getenv("NO_COLOR");
+    const bool hasColours = isMarked && isatty(STDOUT_FILENO) && !(none && *none);
+    return hasColours ? std::string{"\x1b["} + colour + "m" + text + "\x1b[0m" : text;
+}
+
+Subject subjectOf(const vexoAlarmNotification &alarm)
 {
     switch (alarm.objType) {
     case VEXO_OBJ_TYPE_SYSTEM:
-        return "system " + std::to_string(alarm.object.objId);
+        return {"system", "system", alarm.object.objId, ""};
     case VEXO_OBJ_TYPE_PDH:
-        return "PDH port " + std::to_string(alarm.object.objId);
+        return {"pdh", "PDH port", alarm.object.objId, "of a port: "};
     case VEXO_OBJ_TYPE_PWE:
-        return "pseudowire " + std::to_string(alarm.object.objId);
+        return {"pwe", "pseudowire", alarm.object.objId, "of a pseudowire: "};
     case VEXO_OBJ_TYPE_IMA:
-        return (alarm.ima.imaType == VEXO_IMA_TYPE_GROUP ? "IMA group " : "IMA link ") +
-               std::to_string(alarm.ima.groupId);
+        if (alarm.ima.imaType == VEXO_IMA_TYPE_GROUP)
+            return {"ima-group", "IMA group", alarm.ima.groupId, "of a group: "};
+        return {"ima-link", "IMA link", alarm.ima.groupId, "of a link: "};
     }
-    return "object of type " + std::to_string(alarm.objType);
+    return {"", "object of type", alarm.objType, "of an unknown object: "};
 }
 
 void onAlarm(vexoAlarmNotification *alarm)
@@ -112,8 +183,57 @@ void onAlarm(vexoAlarmNotification *alarm)
     const bool isIma = alarm->objType == VEXO_OBJ_TYPE_IMA;
     const uint32_t status = isIma ? alarm->ima.status : alarm->object.status;
     const uint32_t delta = isIma ? alarm->ima.delta : alarm->object.delta;
-    printLine(document, "alarm " + objectOf(*alarm) + ": active " + hex(status) + ", raised " +
-                            hex(status & delta) + ", cleared " + hex(~status & delta));
+    const Subject subject = subjectOf(*alarm);
+    if (!filter.has(subject.kind) || !filter.has(subject.number) ||
+        !(filter.bits == UNLIMITED || (filter.bits & delta)))
+        return;
+    const auto shown = [&](uint32_t bits, const char *colour) {
+        return coloured(hex(bits) + meaningOf(subject, bits), colour, bits != 0);
+    };
+    printLine(document, std::string{"alarm "} + subject.title + " " +
+                            std::to_string(subject.number) + ": active " + hex(status) +
+                            ", raised " + shown(status & delta, "31") + ", cleared " +
+                            shown(~status & delta, "32"));
+}
+
+// The alarms of an object, unless there are none or the object is not there.
+template <class... Parameters, class... Given>
+void showActive(const Subject &subject, void (*read)(Parameters...), Given... given)
+{
+    if (!filter.has(subject.kind) || !filter.has(subject.number))
+        return;
+    const CallLimit limit;
+    uint32_t bits = 0;
+    vexoResult result;
+    read(&bits, given..., &result);
+    if (result.rc != VEXO_RC_OK || (bits & filter.bits) == 0)
+        return;
+    printLine(Json{{"notification", "active"},
+                   {"objType", subject.kind},
+                   {"objId", subject.number},
+                   {"status", bits}},
+              std::string{"active "} + subject.title + " " + std::to_string(subject.number) + ": " +
+                  coloured(hex(bits) + meaningOf(subject, bits), "31", true));
+}
+
+void showActive()
+{
+    showActive({"system", "system", 1, ""}, vexo_cmi_sys_alarm_get);
+    for (uint32_t port = 1; port <= VEXO_PM_PDH_MAX; ++port)
+        showActive({"pdh", "PDH port", port, "of a port: "}, vexo_cmi_pdh_alarms_get, port);
+    for (uint32_t pwId = 1; pwId <= 1024; ++pwId)
+        showActive({"pwe", "pseudowire", pwId, "of a pseudowire: "}, vexo_cmi_pwe_alarms_get, pwId);
+    for (uint32_t groupId = 1; groupId <= 8; ++groupId) {
+        showActive({"ima-group", "IMA group", groupId, "of a group: "}, vexo_cmi_ima_alarms_get,
+                   VEXO_IMA_TYPE_GROUP, groupId);
+        uint32_t linkIds[VEXO_IMA_LINK_MAX];
+        uint32_t count = 0;
+        vexoResult result;
+        vexo_cmi_ima_lnk_get(linkIds, &count, groupId, &result);
+        for (uint32_t i = 0; result.rc == VEXO_RC_OK && i < count; ++i)
+            showActive({"ima-link", "IMA link", linkIds[i], "of a link: "}, vexo_cmi_ima_alarms_get,
+                       VEXO_IMA_TYPE_LINK, linkIds[i]);
+    }
 }
 
 // The record of a report does not say which arrangement a port has; the port's own counters do,
@@ -156,8 +276,8 @@ void onPorts(const vexoPmNotification &pm)
     std::string counts;
     for (uint32_t i = 0; i < VEXO_PM_PDH_MAX; ++i) {
         vexoPdhPm slot = pm.pdh[i];
-        if (slot.pmType == 0)
-            continue; // not read, or not there
+        if (slot.pmType == 0 || !filter.has(i + 1))
+            continue; // not read, or not there, or not wanted
         markUnwritten(slot, i + 1);
         Json port{{"port", i + 1}};
         port.update(toJson(describe::typeOf<vexoPdhPm>(), &slot));
@@ -197,9 +317,11 @@ void onPwOrGroup(const vexoPmNotification &pm)
 
 void onPm(vexoPmNotification *pm)
 {
-    if (pm->objType == VEXO_OBJ_TYPE_PDH)
+    if (pm->objType == VEXO_OBJ_TYPE_PDH && filter.has("pdh"))
         onPorts(*pm);
-    else
+    else if ((pm->objType == VEXO_OBJ_TYPE_PWE && filter.has("pwe") && filter.has(pm->pwe.pwId)) ||
+             (pm->objType == VEXO_OBJ_TYPE_IMA && filter.has("ima-group") &&
+              filter.has(pm->ima.groupId)))
         onPwOrGroup(*pm);
     // The record is used again: which kind of counters the next pseudowire has shows in what is
     // written then.
@@ -248,13 +370,14 @@ class Service
 class Losses
 {
   public:
-    void look()
+    // Whether there are new ones.
+    bool look()
     {
         const uint64_t lost = lostEvents();
         // Not std::cerr: that one flushes std::cout first, and waits while nobody reads it.
         if (lost > told_)
             std::clog << "vexoctl: watch: " << lost - told_ << " events were lost" << std::endl;
-        told_ = std::max(told_, lost);
+        return std::exchange(told_, std::max(told_, lost)) < lost;
     }
     void check() const
     {
@@ -298,10 +421,16 @@ void printLine(const Json &document, const std::string &line)
     const std::lock_guard guard{printing};
     if (allowed && printed >= allowed)
         return;
+    const std::string time = zone() == Zone::none ? "" : timeText(deviceClock(), zone());
+    Json dated{{"time", time}};
+    dated.update(document);
     if (asJson)
-        std::cout << document.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+        std::cout << (time.empty() || document.contains("deviceTime") ? document : dated)
+                         .dump(-1, ' ', false, Json::error_handler_t::replace)
+                  << std::endl;
     else
-        std::cout << line << std::endl;
+        std::cout << (time.empty() || document.contains("deviceTime") ? "" : time + " ") << line
+                  << std::endl;
     ++printed;
 }
 
@@ -324,6 +453,8 @@ void watch(const Words &words, bool json)
     const Limits limits = limitsOf(options);
     const bool alarms = options.has("alarms");
     const bool pm = options.has("pm");
+    filter = filterOf(options);
+    bool showsActive = options.has("active");
     printAs(json);
     allowed = limits.count;
 
@@ -343,7 +474,12 @@ void watch(const Words &words, bool json)
         // Events that wait follow every loss: where none came, nothing was lost.
         if (const uint32_t now = printed; now != seen || over) {
             seen = now;
-            losses.look();
+            showsActive |= losses.look() && options.has("active");
+        }
+        // The services subscribe on their own threads: nothing tells when they have.
+        if (showsActive && Clock::now() - start >= std::chrono::milliseconds{200}) {
+            showActive();
+            showsActive = false;
         }
         for (const Service &service : services)
             service.check();
@@ -402,6 +538,54 @@ void follow(const Words &words, bool json)
     turnWheel(false);
     if (info.state == VEXO_UPGRADE_STATE_6)
         throw failureOf("follow upgrade", "the load failed");
+}
+
+void await(const Words &words, bool json)
+{
+    const Words behind{words.begin() + 1, words.end()};
+    size_t count = 0;
+    const describe::Operation &operation = operationOf(behind, count);
+    Names asked, paths;
+    Fields wanted;
+    uint32_t seconds = 0;
+    const std::vector<Assignable> taken = assignable(operation);
+    for (const std::string &word : std::span{behind}.subspan(count)) {
+        const std::string name = word.substr(0, word.find('='));
+        const std::string value = word.substr(std::min(name.size() + 1, word.size()));
+        if (std::ranges::any_of(taken, [&](const Assignable &one) { return one.name == name; })) {
+            asked.push_back(word);
+        } else if (name == "for") {
+            parse(describe::typeOf<uint32_t>(), name, value, {}, &seconds);
+        } else {
+            if (name.size() == word.size())
+                throw UsageError("expected field=value, not " + vexoctl::quoted(word));
+            choose(operation, Json::object(), name);
+            wanted.emplace_back(name, valueOf(operation, name, value));
+            paths.push_back(name);
+        }
+    }
+    if (wanted.empty())
+        throw UsageError("expected a field=value that is waited for");
+    const auto start = Clock::now();
+    for (;; usleep(100000)) {
+        Invocation invocation{operation, asked, {}};
+        if (const vexoResult &result = invocation.call(); result.rc != VEXO_RC_OK)
+            throw Failure{"wait " + spoken(operation.name), result};
+        const Fields now = choose(operation, invocation.outputs(Style::json), joined(paths, ","));
+        if (now == wanted) {
+            Json document{{"operation", "wait"}, {"rc", 0}, {"message", ""}};
+            document.update(asObject(now));
+            std::cout << (json ? document.dump() + "\n" : readable(asObject(now)));
+            return;
+        }
+        if (seconds && Clock::now() - start >= std::chrono::seconds{seconds}) {
+            Names still;
+            for (const auto &[path, value] : now)
+                still.push_back(path + " is " + cell(value));
+            throw Unmet("not within " + std::to_string(seconds) +
+                        " seconds: " + inWords(still, "and"));
+        }
+    }
 }
 
 } // namespace vexoctl
