@@ -165,7 +165,8 @@ int kv_sim_set(const char *name, const char *value)
         const Found found = find(name);
         if (!found.setting || !write(device, found, name, value))
             return BAD_VALUE;
-        if (found.setting->at(*device, 0).data() == bytesOf(device->system.temperature).data())
+        if (found.setting->at(*device, found.number).data() ==
+            bytesOf(device->system.temperature).data())
             device.modify(device->system.temperatureSet) = 1;
         return attend(device);
     });
