@@ -1363,6 +1363,40 @@ class Surroundings(Device):
             [call] = self.document("sim", "journal", "last=1", f"records={records}")["calls"]
             self.assertEqual("34120000" in call.get("record", ""), shown)
 
+    def test_the_journal_is_followed_from_a_call_on_and_pending_ones_come_again(self):
+        self.environment["KV_SIM_JOURNAL"] = "8"
+        for _ in range(10):
+            self.document("sys", "tpid", "set", "tpid=37120")
+        self.document("sim", "fault", "add", "function=config_get_temperature", "effect=hang")
+        self.start("sys", "temp", "get")
+        self.document("sim", "wait", "hanging")
+        following = self.start("--json", "sim", "journal", "follow", "from=1", "count=10")
+        lines = [json.loads(following.stdout.readline()) for _ in range(9)]
+        self.assertEqual(lines[0], {"lost": 3})
+        self.assertEqual([call["number"] for call in lines[1:]], [*range(4, 12)])
+        self.assertIn("pending", lines[-1])
+        self.document("sim", "fault", "clear")
+        again = json.loads(following.stdout.readline())
+        self.assertEqual((again["number"], again["function"], again.get("code")),
+                         (11, "config_get_temperature", 0))
+        self.assertEqual(following.wait(60), 0)
+        text = self.vexoctl("sim", "journal", "get", "function=config_system_tpid_set", "last=1")
+        self.assertRegex(text.stdout, r"^10 [-:.0-9]+T[-:.0-9]+Z \d+/\d+ config_system_tpid_set tpid=37120: 0 "
+                                      r"\([.0-9]+ us\)\n$")
+
+    def test_waits_end_when_it_has_come_about_or_fail_with_what_there_is_instead(self):
+        for words, instead in ((("subscribed", "services=both"),
+                                "no process has subscribed to alarms and PM reports"),
+                               (("hanging",), "0 calls hang, not 1")):
+            failed = self.document("sim", "wait", *words, "milliseconds=1", status=1)
+            self.assertEqual(failed["message"], instead)
+        watching = self.start("watch", "count=1")
+        self.document("sim", "wait", "subscribed", f"process={watching.pid}", "services=both")
+        self.document("sim", "alarm", "raise", "type=pdh", "number=3", "bits=1")
+        self.document("sim", "wait", "handled")
+        self.assertEqual(watching.wait(60), 0)
+        self.document("sim", "wait", "idle", "quiet=20")
+
     def test_a_person_is_told_once_that_the_device_is_gone_with_the_process(self):
         named = self.environment.copy()
         unnamed = {name: value for name, value in named.items() if name != "KV_SIM_DEVICE"}
