@@ -104,4 +104,15 @@ std::vector<Meaning> meaningsOf(std::string_view of)
     return found;
 }
 
+std::string_view unitOf(std::string_view name)
+{
+    constexpr std::string_view TIMES[] = {"seconds", "microseconds", "milliseconds"};
+    constexpr std::string_view OF_PLATFORM[] = {"cableLength", "length",           "payloadSize",
+                                                "size",        "jitterBufferSize", "current"};
+    if (std::ranges::find(TIMES, name) != std::end(TIMES))
+        return name;
+    return std::ranges::find(OF_PLATFORM, name) != std::end(OF_PLATFORM) ? "the platform's unit"
+                                                                         : "";
+}
+
 } // namespace describe

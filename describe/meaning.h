@@ -20,6 +20,10 @@ std::span<const Meaning> meanings();
 // Those of one of them.
 std::vector<Meaning> meaningsOf(std::string_view of);
 
+// What a number of this name is counted in: "seconds", or "the platform's unit" where the interface
+// leaves that to it; empty where it is a mere number.
+std::string_view unitOf(std::string_view name);
+
 } // namespace describe
 
 #endif

@@ -189,10 +189,16 @@ class Words(Device):
         atm = "only with pweType=atm-3 or atm-4"
         for text in ("dstMac MAC address; must be given",
                      "vlan.mode=2, double or 4; left out, it is kept",
-                     "t1.payloadSize number; only with pweType=tdm-1; 0 keeps it",
+                     "t1.payloadSize number; in the platform's unit; only with pweType=tdm-1; 0 keeps it",
                      f"a.serviceFlag number; {atm}; 1 clears, 2 sets",
                      "t2.serviceFlag number; only with pweType=tdm-2; 1 sets, 2 clears"):
             self.assertIn(text, shown)
+
+    def test_help_tells_units_where_they_are_known_and_whose_they_are_elsewhere(self):
+        units = {name: row.get("unit") for operation in ("sys tod set", "pdh cable_len set")
+                 for row in self.manual(*operation.split())["arguments"] for name in [row["name"]]}
+        self.assertEqual(units, {"seconds": "seconds", "microseconds": "microseconds", "port": None,
+                                 "length": "the platform's unit"})
 
     def test_help_shows_the_calls_of_an_operation_case_by_case(self):
         self.assertIn("\ncalls: config_get_pdh_params and config_set_pdh_params\n",

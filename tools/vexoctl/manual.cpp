@@ -36,6 +36,10 @@ struct Row {
     std::vector<Row> fields{};
 
     bool hasRange() const { return type->kind == Kind::enumeration && type->first <= type->last; }
+    std::string unit() const
+    {
+        return std::string{describe::unitOf(name.substr(name.rfind('.') + 1))};
+    }
     bool hasLimit() const { return limit != UNLIMITED; }
 };
 
@@ -129,8 +133,10 @@ Json document(const Row &row)
         json["count"] = row.count;
     if (row.argument)
         json["direction"] = row.argument->direction == Direction::in ? "given" : "returned";
-    for (const auto &[name, text] :
-         {std::pair{"help", row.help}, {"condition", row.condition}, {"applied", row.applied}})
+    for (const auto &[name, text] : {std::pair{"help", row.help},
+                                     {"unit", row.unit()},
+                                     {"condition", row.condition},
+                                     {"applied", row.applied}})
         if (!text.empty())
             json[name] = text;
     if (row.argument && row.argument->optional)
@@ -158,6 +164,8 @@ std::string text(const Row &row)
     for (const describe::Member &member : row.type->members)
         members.push_back(std::to_string(member.value) + " " + member.name);
     text += (members.empty() ? "" : ": ") + joined(members, ", ");
+    if (!row.unit().empty())
+        text += "; in " + row.unit();
     if (!row.condition.empty())
         text += "; only with " + row.condition;
     // Without the name that the header has for such a field.
