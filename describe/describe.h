@@ -36,7 +36,7 @@ enum class Use {
     action,  // does something that is not read back as a setting
     state,   // tells what changes by itself
     setting, // sets what is kept, or tells it: of what a getter tells, what a setter takes
-    part,    // the same of what another operation sets or tells with more, or without a side effect
+    part,    // of what another operation sets or tells with more, or without a side effect
     adds,    // an element of a list that a setting tells
     removes, // such an element
 };

@@ -218,9 +218,9 @@ constexpr bool deletesGroup(const vexoImaGroupSet &group)
 }
 
 constexpr const char *MODIFY = "left out, it is modify";
-RECORD(vexoPweParams, F(pweType, .fixed = true), F(pweAction, .leftOut = MODIFY, .alone = on<deletes>),
-       F(adminStatus), F(dstMac), F(reserved, .hidden = true), F(vlan), F(psn), T1<Record>,
-       T2<Record>, ATM<Record>)
+RECORD(vexoPweParams, F(pweType, .fixed = true),
+       F(pweAction, .leftOut = MODIFY, .alone = on<deletes>), F(adminStatus), F(dstMac),
+       F(reserved, .hidden = true), F(vlan), F(psn), T1<Record>, T2<Record>, ATM<Record>)
 
 // What a pseudowire is read as.
 constexpr Member PROVISIONING[] = {{VEXO_PWE_ACTION_DELETE, "not-provisioned"},

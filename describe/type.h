@@ -35,7 +35,7 @@ struct Type {
     std::span<const Member>
         members{};                   // of an enumeration: those with a name, the first of a value's
     std::span<const Field> fields{}; // of a record
-    uint32_t first = 0;              // of an enumeration: its members' values
+    uint32_t first = 0;              // of an enumeration: its members' values; of a flag: 0 and 1
     uint32_t last = 0xFFFFFFFF;
     const char *title = nullptr; // what people call it
     bool hexadecimal = false;    // as people want to see it
@@ -124,6 +124,10 @@ constexpr Type HEXADECIMAL{
 // As the platform has it.
 inline constexpr Type ADDRESS{
     .kind = Kind::word, .name = "IPv4 address", .size = sizeof(uint32_t), .hexadecimal = true};
+
+// 0 or 1; any other number counts as 1.
+inline constexpr Type FLAG{
+    .kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .last = 1};
 
 template <>
 struct Row<uint16_t> {
