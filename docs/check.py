@@ -45,7 +45,9 @@ def missing_words(vexoctl: str, vexotrace: str) -> list[str]:
         ["mandoc", "-T", "lint", "-W", "warning", *sorted((PROJECT / "packaging/man").iterdir())],
         capture_output=True, text=True).stdout.splitlines()
     has = options(vexoctl)
-    for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""], ["metrics", ""]):
+    for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""], ["metrics", ""],
+                  ["config", ""], ["config", "save", "--"], ["config", "apply", "FILE", "--"],
+                  ["pwe", "list", ""], ["ima", "list", ""]):
         has += output(vexoctl, "complete", *words).split()
     has_trace = options(vexotrace)
     for command in re.findall(r"^  (\w+) ", output(vexotrace, "--help").split("ubcommands:")[1],

@@ -53,6 +53,35 @@ constexpr Command COMMANDS[] = {
      "data for is left out. Where something can't be read, the rest is printed and the status is "
      "1.",
      metrics},
+    {"config save", "config save [FILE] [--state] [ports=N] [pwes=N] [groups=N]",
+     "the device's settings as a document",
+     "Writes the device's settings, and which objects it has, as a JSON document to FILE or to "
+     "standard output; with --state also what changes by itself. The PDH ports 1 to N (16), the "
+     "pseudowires 1 to N (1024) and the IMA groups 1 to N (8) are asked. Nothing is changed. What "
+     "the device refused to tell is null, its reason stands under 'refused', and the exit status "
+     "is 1.",
+     configSave},
+    {"config diff", "config diff A [B] [ports=N] [pwes=N] [groups=N]",
+     "in what two documents, or a document and the device, differ",
+     "Shows a line for each field in which A (-) and B (+) differ, and for each object that only "
+     "one of them has. A and B are files, or '.' for the device, which B is when it is left out. "
+     "What one of them doesn't know or doesn't name is no difference. The exit status is 0 when "
+     "they are the same, 1 when they differ, 2 when that can't be told.",
+     configDiff},
+    {"config apply",
+     "config apply FILE [--dry-run] [--prune] [--keep-going] [ports=N] [pwes=N] [groups=N]",
+     "leads the device to what a document says",
+     "Performs the operations that lead from what the device is set to to the document. What the "
+     "document doesn't name stays; pseudowires and IMA groups that it doesn't have go only with "
+     "--prune. With --dry-run the operations are only printed, as a script. When one fails, what "
+     "was done is undone, and the report says so; with --keep-going the others are performed all "
+     "the same, and nothing is undone.",
+     configApply},
+    {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
+     "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array.",
+     pweList},
+    {"ima list", "ima list [groups=N]", "the IMA groups that are provisioned",
+     "Shows the provisioned IMA groups of 1 to N (8), a line each; with --json an array.", imaList},
     {"exit", "exit", "ends the prompt or a script",
      "Ends the prompt, or a script, with success. 'quit' does the same."},
 };
@@ -90,13 +119,16 @@ Words spokenPart(const Words &words)
     return {words.begin(), end};
 }
 
-// The words that can follow in the names of operations.
+// The words that can follow in the names of operations and commands.
 Names nextWords(const Words &words)
 {
     const std::string said = joined(words, " ") + (words.empty() ? "" : " ");
+    Names names;
+    for (const Operation *operation : allOperations())
+        names.push_back(spoken(operation->name));
+    std::ranges::copy(commandNames(), std::back_inserter(names));
     Names next;
-    for (const Operation *operation : allOperations()) {
-        const std::string name = spoken(operation->name);
+    for (const std::string &name : names) {
         if (!name.starts_with(said))
             continue;
         const std::string rest = name.substr(said.size());
@@ -161,16 +193,18 @@ std::span<const Command> commands()
     return COMMANDS;
 }
 
-const Command *commandNamed(const std::string &name)
+const Command *commandOf(const Words &words)
 {
-    const auto found =
-        std::ranges::find_if(COMMANDS, [&](const Command &one) { return one.name == name; });
+    const std::string said = joined(words, " ") + " ";
+    const auto found = std::ranges::find_if(COMMANDS, [&](const Command &one) {
+        return said.starts_with(one.name + std::string{" "});
+    });
     return found == std::end(COMMANDS) ? nullptr : &*found;
 }
 
 Options::Options(const Words &words)
 {
-    const Command &command = *commandNamed(words[0]);
+    const Command &command = *commandOf(words);
     const Names required = wordsOf(command, false);
     Names expected = required;
     std::ranges::copy(wordsOf(command, true), std::back_inserter(expected));
@@ -279,9 +313,15 @@ Names completions(const Words &typed)
             std::ranges::copy(fieldNames(*operation), std::back_inserter(next));
             next.emplace_back("for=");
         }
-    } else if (const Command *own = commandNamed(command); own && own->run) {
-        const Names first = before.size() == 1 ? namesOf(wordsOf(*own, false)) : Names{};
-        next = first.empty() ? namesOf(wordsOf(*own, true)) : first;
+    } else if (const Command *own = commandOf(before); own && own->run) {
+        const Names first = namesOf(wordsOf(*own, false));
+        const bool isFirst = joined(before, " ") == own->name;
+        next = isFirst && !first.empty() ? first : namesOf(wordsOf(*own, true));
+        const auto isFile = [](const std::string &word) {
+            return word == "FILE" || word == "A" || word == "B";
+        };
+        if (std::erase_if(next, isFile) + std::ranges::count_if(first, isFile) > 0)
+            std::ranges::copy(files(begun), std::back_inserter(next));
         for (const std::string &family : metricFamilies())
             if (begun.starts_with("families="))
                 next.push_back("families=" + family);
@@ -292,12 +332,8 @@ Names completions(const Words &typed)
             next = {"form=text", "form=openmetrics"};
     } else if (command == "list" || command == "help") {
         next = nextWords({before.begin() + 1, before.end()});
-        if (command == "help" && before.size() == 1)
-            std::ranges::copy(commandNames(), std::back_inserter(next));
     } else {
         next = nextWords(before);
-        if (before.empty())
-            std::ranges::copy(commandNames(), std::back_inserter(next));
         const Words said = spokenPart(before);
         const Operation *operation = find(said);
         const size_t sign = begun.find('=');

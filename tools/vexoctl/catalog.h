@@ -20,8 +20,8 @@ struct Command {
 };
 
 std::span<const Command> commands();
-// The one with this name; null when there is none.
-const Command *commandNamed(const std::string &name);
+// The one that the words begin with; null when there is none.
+const Command *commandOf(const Words &words);
 Names commandNames();
 
 // The operation that the words begin with; `count` is how many of them name it. Throws UsageError

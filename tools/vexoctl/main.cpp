@@ -73,7 +73,7 @@ int main(int argc, char **argv)
     app.set_help_flag("-h,--help", "Print this or, behind a command, what it does and takes");
     app.footer("Commands ('help' tells more):\n"
                "  AREA OBJECT VERB name=value ...   one operation of the library\n"
-               "  list, help, watch, wait, follow, metrics, exit, sim");
+               "  list, help, config, watch, wait, follow, metrics, exit, sim");
     app.allow_extras();
     // The words to be completed are not looked into.
     if (argc > 1 && strcmp(argv[1], "complete") == 0)

@@ -16,6 +16,7 @@ namespace vexoctl
 struct Failure {
     std::string operation;
     vexoResult result;
+    Json details = Json::object(); // for the JSON document only
 };
 
 // The objects that a word names: "pwId=1-50,60", "port=all".

@@ -144,26 +144,31 @@ void Session::show(const Json &document) const
     std::cout << text(document);
 }
 
-std::string Session::error(std::optional<uint32_t> code, const std::string &message) const
+std::string Session::error(std::optional<uint32_t> code, const std::string &message,
+                           const Json &details) const
 {
     const auto orNull = [](const auto &value, bool isKnown) {
         return isKnown ? Json(value) : Json{};
     };
-    if (manner_.json)
-        return text(Json{{"operation", orNull(operation_, !operation_.empty())},
-                         {"rc", orNull(code.value_or(0), code.has_value())},
-                         {"message", message},
-                         {"error", message},
-                         {"file", orNull(file_, line_ > 0)},
-                         {"line", orNull(line_, line_ > 0)}});
+    if (manner_.json) {
+        Json document{{"operation", orNull(operation_, !operation_.empty())},
+                      {"rc", orNull(code.value_or(0), code.has_value())},
+                      {"message", message},
+                      {"error", message},
+                      {"file", orNull(file_, line_ > 0)},
+                      {"line", orNull(line_, line_ > 0)}};
+        document.update(details);
+        return text(document);
+    }
     return "vexoctl: " + (line_ ? printable(file_) + ":" + std::to_string(line_) + ": " : "") +
            (operation_.empty() ? "" : operation_ + ": ") +
            (code ? "failure " + std::to_string(*code) + ": " : "") + printable(message) + "\n";
 }
 
-Status Session::tell(std::optional<uint32_t> code, const std::string &message) const
+Status Session::tell(std::optional<uint32_t> code, const std::string &message,
+                     const Json &details) const
 {
-    (manner_.json ? std::cout : std::cerr) << error(code, message) << std::flush;
+    (manner_.json ? std::cout : std::cerr) << error(code, message, details) << std::flush;
     return code ? FAILURE : USAGE;
 }
 
@@ -307,10 +312,16 @@ void Session::help(const Words &words) const
     };
     if (words.size() < 2)
         return showText(overview());
-    if (const Command *command = commandNamed(words[1]))
+    const Words said{words.begin() + 1, words.end()};
+    if (const Command *command = commandOf(said))
         return showText(folded(command->usage, 4) + "\n\n" + folded(command->more) + "\n" +
                         (words[1] == "metrics" ? metricFamiliesHelp() : ""));
-    const Words said{words.begin() + 1, words.end()};
+    std::string begun;
+    for (const Command &command : commands())
+        if (std::string{command.name}.starts_with(joined(said, " ") + " "))
+            begun += aligned(command.usage, command.purpose, 33);
+    if (!begun.empty() && operationsUnder(said).empty())
+        return showText(begun);
     if (operationsUnder(said).size() > 1 && !isOperation(said))
         return list(words);
     size_t count = 0;
@@ -332,7 +343,7 @@ void Session::limitCalls() const
 
 Status Session::dispatch(const Words &words)
 {
-    if (const Command *own = commandNamed(words[0]); own && own->run) {
+    if (const Command *own = commandOf(words); own && own->run) {
         tellOfPrivateDevice();
         limitCalls();
         own->run(words, manner_.json);
@@ -382,8 +393,8 @@ Status Session::run(Words words)
         }
         if (words.empty())
             throw UsageError("there is no command");
-        if (commandNamed(words[0]))
-            operation_ = words[0];
+        if (const Command *own = commandOf(words))
+            operation_ = own->name;
         return dispatch(words);
     } catch (const UsageError &error) {
         return refuse(error.what());
@@ -392,7 +403,10 @@ Status Session::run(Words words)
         return UNMET;
     } catch (const Failure &failure) {
         operation_ = failure.operation;
-        return tell(static_cast<uint32_t>(failure.result.rc), failure.result.message);
+        return tell(static_cast<uint32_t>(failure.result.rc), failure.result.message,
+                    failure.details);
+    } catch (const Status status) {
+        return status;
     }
 }
 

@@ -55,8 +55,10 @@ class Session
     void show(const Json &document) const;
     Status run(Words words);
     // Every error is told here; without a code when nothing was called.
-    std::string error(std::optional<uint32_t> code, const std::string &message) const;
-    Status tell(std::optional<uint32_t> code, const std::string &message) const;
+    std::string error(std::optional<uint32_t> code, const std::string &message,
+                      const Json &details = Json::object()) const;
+    Status tell(std::optional<uint32_t> code, const std::string &message,
+                const Json &details = Json::object()) const;
 
     Manner manner_;
     bool compact_;
@@ -94,6 +96,7 @@ class Options
 };
 
 // ---- Commands of their own files ----
+// One that has told what came of it itself throws its status.
 
 void watch(const Words &words, bool json);
 void follow(const Words &words, bool json);
@@ -105,6 +108,11 @@ struct Unmet : std::runtime_error {
 void await(const Words &words, bool json);
 
 void metrics(const Words &words, bool json);
+void configSave(const Words &words, bool json);
+void configDiff(const Words &words, bool json);
+void configApply(const Words &words, bool json);
+void pweList(const Words &words, bool json);
+void imaList(const Words &words, bool json);
 // Which there are, and all of them.
 Names metricFamilies();
 std::string metricFamiliesHelp();

@@ -1,0 +1,352 @@
+// The commands about what a device is set to as a whole.
+#include "config_apply.h"
+#include "print.h"
+#include "session.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vexoctl
+{
+
+using namespace config;
+
+namespace
+{
+
+constexpr const char *DEVICE = ".";
+
+// What stands behind the name of a command.
+struct Given {
+    Names files;
+    std::set<std::string> flags;
+    Ranges ranges;
+
+    bool has(const std::string &flag) const { return flags.contains(flag); }
+};
+
+Given given(const Words &words, size_t files, const Names &flags, const Names &numbers)
+{
+    Given given;
+    const std::map<std::string, uint32_t Ranges::*> ranges{
+        {"ports", &Ranges::ports}, {"pwes", &Ranges::pwes}, {"groups", &Ranges::groups}};
+    for (size_t i = 2; i < words.size(); ++i) {
+        const std::string &word = words[i];
+        const std::string name = word.substr(0, word.find('='));
+        if (std::ranges::count(flags, word)) {
+            given.flags.insert(word);
+        } else if (std::ranges::count(numbers, name) && name != word) {
+            parse(describe::typeOf<uint32_t>(), name, word.substr(name.size() + 1), {},
+                  &(given.ranges.*ranges.at(name)));
+        } else if (word.starts_with("--")) {
+            throw UsageError("there is no option '" + word + "' here" + hint(word, flags));
+        } else if (given.files.size() == files) {
+            throw UsageError("expected nothing more, not '" + word + "'");
+        } else {
+            given.files.push_back(word);
+        }
+    }
+    return given;
+}
+
+const Names RANGES{"ports", "pwes", "groups"};
+
+std::string textOf(const Json &document, int indent)
+{
+    return document.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+void show(const Json &document)
+{
+    std::cout << textOf(document, -1);
+}
+
+Failure failure(const std::string &command, const std::string &text, Json details,
+                uint32_t rc = VEXO_RC_GENERAL)
+{
+    Failure failure{command, {static_cast<vexoRc>(rc), ""}, std::move(details)};
+    strcpy_n(failure.result.message, text.c_str(), sizeof failure.result.message);
+    return failure;
+}
+
+void tell(const std::string &command, const std::string &text)
+{
+    std::cerr << "vexoctl: " << command << ": " << printable(text) << std::endl;
+}
+
+Document readFile(const std::string &file)
+{
+    std::ifstream opened;
+    errno = 0;
+    if (file != "-")
+        opened.open(file);
+    std::istream &stream = file == "-" ? std::cin : opened;
+    std::ostringstream text;
+    if (stream)
+        text << stream.rdbuf();
+    if (!stream || isBroken(stream))
+        throw UsageError("cannot read " + file + ": " + strerror(errno));
+    return readDocument(file, text.str());
+}
+
+// ---- save ----
+
+[[noreturn]] void refuseFile(const std::string &file)
+{
+    throw UsageError("cannot write " + file + ": " + strerror(errno));
+}
+
+void writeAll(int descriptor, const std::string &text, const std::string &file)
+{
+    for (size_t written = 0; written < text.size();) {
+        const ssize_t count = write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno != EINTR)
+            refuseFile(file);
+        written += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+}
+
+// Whole or not at all; the file of before stays until then.
+void replaceFile(const std::string &file, const std::string &text)
+{
+    struct stat before {
+    };
+    const bool exists = stat(file.c_str(), &before) == 0;
+    if (exists && !S_ISREG(before.st_mode)) {
+        std::ofstream stream{file};
+        if (!(stream << text << std::flush))
+            refuseFile(file);
+        return;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    std::string name = file + ".XXXXXX";
+    const int descriptor = mkstemp(name.data());
+    if (descriptor < 0)
+        refuseFile(file);
+    try {
+        writeAll(descriptor, text, file);
+        if (fchmod(descriptor, exists ? before.st_mode & 07777 : 0666 & ~mask) != 0 ||
+            fsync(descriptor) != 0 || rename(name.c_str(), file.c_str()) != 0)
+            refuseFile(file);
+        close(descriptor);
+    } catch (...) {
+        close(descriptor);
+        unlink(name.c_str());
+        throw;
+    }
+}
+
+} // namespace
+
+void configSave(const Words &words, bool json)
+{
+    const Given options = given(words, 1, {"--state"}, RANGES);
+    Device device;
+    const Document document = save(device, options.ranges, options.has("--state"));
+    const Json form = toJson(document);
+    const std::string text = textOf(form, 2);
+    if (options.files.empty())
+        std::cout << text;
+    else
+        replaceFile(options.files[0], text);
+    const Json &refused = form["refused"];
+    if (!options.files.empty() && refused.empty() && json)
+        show({{"operation", "config save"}, {"rc", 0}, {"message", ""}});
+    if (refused.empty())
+        return;
+    for (const auto &[name, reason] : refused.items())
+        if (!json)
+            tell("config save", name + ": " + reason.get<std::string>());
+    if (!json || options.files.empty())
+        throw Status{FAILURE};
+    throw failure("config save", "the device did not tell all", {{"refused", refused}});
+}
+
+// ---- diff ----
+
+namespace
+{
+
+std::string lineOf(const Difference &difference)
+{
+    const auto &[key, field, a, b] = difference;
+    const auto value = [&](const char *sign, const Json &side) {
+        if (side.is_null())
+            return std::string{};
+        return std::string{" "} + sign + " " +
+               (field.empty() ? side.value("pweType", "provisioned") : readable(key, field, side));
+    };
+    return nameOf(key) + (field.empty() ? "" : " " + field) + ":" + value("-", a) + value("+", b);
+}
+
+} // namespace
+
+void configDiff(const Words &words, bool json)
+{
+    const Given options = given(words, 2, {}, RANGES);
+    if (options.files.empty())
+        throw UsageError("expected a file, or '.' for the device");
+    const std::string files[] = {options.files[0],
+                                 options.files.size() > 1 ? options.files[1] : DEVICE};
+    Document documents[2];
+    for (int i : {0, 1})
+        if (files[i] != DEVICE)
+            documents[i] = readFile(files[i]);
+    Device device;
+    for (int i : {0, 1})
+        if (files[i] == DEVICE) {
+            documents[i] = save(device, options.ranges);
+            addNamed(device, documents[1 - i], documents[i]);
+        }
+    const auto found = differences(documents[0], documents[1]);
+    Json list = Json::array();
+    for (const auto &[key, field, a, b] : found)
+        list.push_back({{"object", nameOf(key)},
+                        {"field", field.empty() ? Json{} : Json(field)},
+                        {"a", a},
+                        {"b", b}});
+    if (json)
+        show(list);
+    else
+        for (const Difference &difference : found)
+            std::cout << lineOf(difference) << "\n";
+    if (!found.empty())
+        throw Status{FAILURE};
+}
+
+// ---- apply ----
+
+namespace
+{
+
+Json listOf(const std::vector<Trouble> &troubles)
+{
+    Json list = Json::array();
+    for (const auto &[what, text, rc] : troubles)
+        list.push_back({{"what", what}, {"text", text}, {"rc", rc ? Json(rc) : Json{}}});
+    return list;
+}
+
+} // namespace
+
+void configApply(const Words &words, bool json)
+{
+    const Given options = given(words, 1, {"--dry-run", "--prune", "--keep-going"}, RANGES);
+    if (options.files.empty())
+        throw UsageError("expected a file");
+    const Document wanted = readFile(options.files[0]);
+    Device device;
+    Document now =
+        options.has("--prune") ? save(device, options.ranges) : saveNamed(device, wanted);
+    addNamed(device, wanted, now);
+    const Plan steps = plan(now, wanted, options.has("--prune"));
+    Report report;
+    if (options.has("--dry-run")) {
+        for (const Step &step : steps.steps)
+            report.done.push_back(commandOf(step));
+        for (const auto &[key, reason] : steps.untold)
+            report.failed.push_back({nameOf(key), reason});
+    } else {
+        report = apply(device, steps, options.has("--keep-going"));
+    }
+    Json details{{"done", report.done},
+                 {"failed", listOf(report.failed)},
+                 {"undone", report.undone},
+                 {"notUndone", listOf(report.notUndone)}};
+    if (!json) {
+        if (options.has("--dry-run"))
+            for (const std::string &command : report.done)
+                std::cout << command << "\n";
+        for (const auto &[what, text, rc] : report.failed)
+            tell("config apply",
+                 what + ": " + (rc ? "failure " + std::to_string(rc) + ": " : "") + text);
+        for (const std::string &command : report.undone)
+            tell("config apply", "undone by: " + command);
+        for (const auto &[what, text, rc] : report.notUndone)
+            tell("config apply", "not undone: " + what + ": " + text);
+    }
+    if (report.failed.empty() && json)
+        show(
+            Json{{"operation", "config apply"}, {"rc", 0}, {"message", ""}, {"done", report.done}});
+    if (report.failed.empty())
+        return;
+    if (!json)
+        throw Status{FAILURE};
+    const Trouble &first = report.failed.front();
+    throw first.rc ? failure("config apply", first.text, details, first.rc)
+                   : failure("config apply", first.what + ": " + first.text, details);
+}
+
+// ---- What is provisioned ----
+
+namespace
+{
+
+// What the first getter tells of each object that is there, and on a line some of it.
+void listObjects(const Words &words, bool json, const std::string &section, const Names &shown)
+{
+    const Given options = given(words, 0, {}, {section == "pwe" ? "pwes" : "groups"});
+    const Kind &kind = *numberedKind(section);
+    Device device;
+    Json list = Json::array();
+    Json refused = Json::object();
+    for (uint32_t number = 1; number <= lastOf(kind, options.ranges); ++number) {
+        const Key key{&kind, number};
+        const Reading reading = read(device, key);
+        if (!reading.settings)
+            continue;
+        if (reading.settings->is_null()) {
+            refused[nameOf(key)] = reading.reason;
+            continue;
+        }
+        Json told;
+        device.call(*kind.getters.front(), wordsOf(key), told);
+        Json object{{kind.number, number}};
+        object.update(*reading.settings);
+        for (const auto &[name, value] : told.items())
+            object.update(value);
+        list.push_back(std::move(object));
+    }
+    if (json)
+        show(list);
+    for (const Json &object : list) {
+        if (json)
+            break;
+        std::string line = section + " " + object[kind.number].dump() + ":";
+        for (const std::string &wanted : shown)
+            for (const auto &[name, value] : flat(object))
+                if (name == wanted || name.ends_with("." + wanted))
+                    line += std::string{line.ends_with(":") ? " " : ", "} + wanted + " " +
+                            readable({&kind, 0}, name, value);
+        std::cout << line << "\n";
+    }
+    for (const auto &[name, reason] : refused.items())
+        if (!json)
+            tell(section + " list", name + ": " + reason.get<std::string>());
+    if (!refused.empty())
+        throw Status{FAILURE};
+}
+
+} // namespace
+
+void pweList(const Words &words, bool json)
+{
+    listObjects(words, json, "pwe",
+                {"pweType", "adminStatus", "operState", "dstMac", "vlan.mode", "vlan.vlanId",
+                 "psn.psnType", "circuit"});
+}
+
+void imaList(const Words &words, bool json)
+{
+    listObjects(words, json, "ima", {"groupParam1", "groupParam2", "groupParam3", "linkIds"});
+}
+
+} // namespace vexoctl

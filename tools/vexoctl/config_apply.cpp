@@ -1,0 +1,87 @@
+#include "config_apply.h"
+
+namespace vexoctl::config
+{
+
+namespace
+{
+
+// Performs it; false when it fails.
+bool perform(Device &device, const Step &step, std::vector<std::string> &done,
+             std::vector<Trouble> &failed)
+{
+    Json outputs;
+    const vexoResult result = device.call(*step.operation, step.words, outputs);
+    if (result.rc == VEXO_RC_OK)
+        done.push_back(commandOf(step));
+    else
+        failed.push_back({commandOf(step), result.message, result.rc});
+    return result.rc == VEXO_RC_OK;
+}
+
+std::string presence(const Json &value)
+{
+    return value.is_null() ? "isn't there" : "is there";
+}
+
+// What the object is set to otherwise than expected.
+void compare(Device &device, const Key &key, const Settings &expected, std::vector<Trouble> &found)
+{
+    const Reading now = read(device, key);
+    if (now.settings && now.settings->is_null())
+        found.push_back({nameOf(key), "can't be read: " + now.reason});
+    for (const Difference &difference : differences(key, expected, now.settings))
+        if (difference.field.empty())
+            found.push_back({nameOf(key), presence(difference.b)});
+        else
+            found.push_back({nameOf(key) + " " + difference.field,
+                             "is " + readable(key, difference.field, difference.b) + ", not " +
+                                 readable(key, difference.field, difference.a)});
+}
+
+} // namespace
+
+void Undo::run(Report &report)
+{
+    std::map<Key, Settings> first;
+    for (const auto &[key, before] : steps_)
+        first.emplace(key, before);
+    for (auto step = steps_.rbegin(); step != steps_.rend(); ++step) {
+        const auto &[key, before] = *step;
+        try {
+            for (const Step &back : planObject(key, read(device_, key).settings, before))
+                if (!perform(device_, back, report.undone, report.notUndone))
+                    break;
+        } catch (const std::runtime_error &error) {
+            report.notUndone.push_back({nameOf(key), error.what()});
+        }
+    }
+    for (const auto &[key, before] : first)
+        compare(device_, key, before, report.notUndone);
+    steps_.clear();
+}
+
+Report apply(Device &device, const Plan &plan, bool keepGoing)
+{
+    Report report;
+    for (const auto &[key, reason] : plan.untold)
+        report.failed.push_back({nameOf(key), reason});
+    if (!plan.untold.empty() && !keepGoing)
+        return report;
+    Undo undo{device};
+    std::map<Key, Settings> expected;
+    for (const Step &step : plan.steps) {
+        undo.remember(step.key, step.before);
+        expected[step.key] = step.after;
+        if (!perform(device, step, report.done, report.failed) && !keepGoing)
+            break;
+    }
+    if (report.failed.empty() || keepGoing)
+        for (const auto &[key, after] : expected)
+            compare(device, key, after, report.failed);
+    if (!report.failed.empty() && !keepGoing)
+        undo.run(report);
+    return report;
+}
+
+} // namespace vexoctl::config
