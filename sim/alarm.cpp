@@ -112,9 +112,8 @@ kvRc body::alarm_subscribe(Transaction &device, uint32_t, uint32_t,
 
 kvRc body::alarm_process_notification(Transaction &device)
 {
-    subscription.handOver(device,
-                          [handler = subscribed](const alarmEvent &event) { handler(&event); });
-    return device ? KV_OK : failureCode();
+    return subscription.handOver(
+        device, [handler = subscribed](const alarmEvent &event) { handler(&event); });
 }
 
 kvRc body::alarm_unsubscribe(Transaction &device)

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include <fcntl.h>
 #include <time.h>
@@ -157,18 +158,54 @@ kvRc stopClock(Transaction &device, bool stopped)
     return wake(device, Service::pm);
 }
 
-uint64_t nextEndUntil(const State &state, uint64_t time)
+namespace
+{
+
+bool isFirst(uint64_t time, uint64_t first)
+{
+    return time && (!first || time < first);
+}
+
+uint64_t nextEnd(const State &state)
 {
     uint64_t next = 0;
     for (uint64_t end : state.clock.nextEnd)
-        if (end && end <= time && (!next || end < next))
+        if (isFirst(end, next))
             next = end;
     return next;
 }
 
-uint64_t untilNextEnd(State &state)
+// By device time. Those of one service, or of all.
+uint64_t nextKept(const State &state, std::optional<Service> service)
 {
-    const uint64_t next = nextEndUntil(state, UINT64_MAX);
+    uint64_t next = 0;
+    for (uint32_t i = 0; i < std::min(state.keptCount, KEPT); ++i) {
+        const Kept &kept = state.kept[i];
+        if ((!service || kept.service == static_cast<uint32_t>(*service)) &&
+            isFirst(kept.due, next))
+            next = kept.due;
+    }
+    return next ? next + state.clock.offset : 0;
+}
+
+} // namespace
+
+uint64_t nextUntil(const State &state, uint64_t time)
+{
+    uint64_t next = state.restart.until ? state.restart.until + state.clock.offset : 0;
+    if (!next) {
+        next = nextEnd(state);
+        if (const uint64_t kept = nextKept(state, {}); isFirst(kept, next))
+            next = kept;
+    }
+    return next <= time ? next : 0;
+}
+
+uint64_t untilNext(State &state, Service service)
+{
+    uint64_t next = service == Service::pm ? nextEnd(state) : 0;
+    if (const uint64_t kept = nextKept(state, service); isFirst(kept, next))
+        next = kept;
     if (!next || state.clock.stopped)
         return 0;
     const uint64_t now = deviceTime(state);
@@ -183,37 +220,71 @@ kvRc endInterval(Transaction &device, uint32_t interval)
                : KV_OK;
 }
 
+namespace
+{
+
+kvRc comeBack(Transaction &device)
+{
+    Restart &restart = device.modify(device->restart);
+    Clock &clock = device.modify(device->clock);
+    if (restart.how.setClock)
+        clock.offset = restart.how.clock - restart.until;
+    restart.until = 0;
+    scheduleIntervals(*device);
+    return device->attentive ? attend(device) : KV_OK;
+}
+
 // The ends of an interval that nobody saw are passed over, but for the last one, so that its
 // counters are those of that time, and the one before.
+kvRc endIntervals(Transaction &device, uint64_t time, uint64_t now)
+{
+    for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
+        if (device->clock.nextEnd[i] != time)
+            continue;
+        Clock &clock = device.modify(device->clock);
+        const uint64_t period = clock.period[i] * SECOND;
+        const uint64_t left = period ? (now - time) / period : 0;
+        if (left > 0) {
+            const uint64_t passed = std::max<uint64_t>(left - 1, 1);
+            device.modify(device->pmEpoch[i]) += static_cast<uint32_t>(passed);
+            clock.nextEnd[i] += passed * period;
+            continue;
+        }
+        schedule(clock, i, now);
+        if (const kvRc code = endInterval(device, i + 1))
+            return code;
+    }
+    return KV_OK;
+}
+
+// What is due at a time.
+kvRc happen(Transaction &device, uint64_t time, uint64_t now)
+{
+    if (device->restart.until)
+        return comeBack(device);
+    const uint64_t up = time - device->clock.offset;
+    growAll(device, up);
+    const kvRc code = sendKept(device, [=](const Kept &kept) { return kept.due == up; });
+    return code ? code : endIntervals(device, time, now);
+}
+
+} // namespace
+
 kvRc tick(Transaction &device, uint64_t monotonic)
 {
     uptime(*device, monotonic);
     advanceLoad(device);
-    const uint64_t now = seenTime(*device);
-    while (const uint64_t end = nextEndUntil(*device, now)) {
-        growAll(device, end - device->clock.offset);
-        Clock &clock = device.modify(device->clock);
-        for (uint32_t i = 0; i < KV_SIM_INTERVALS; ++i) {
-            if (clock.nextEnd[i] != end)
-                continue;
-            const uint64_t period = clock.period[i] * SECOND;
-            const uint64_t left = period ? (now - end) / period : 0;
-            if (left > 0) {
-                const uint64_t passed = std::max<uint64_t>(left - 1, 1);
-                device.modify(device->pmEpoch[i]) += static_cast<uint32_t>(passed);
-                clock.nextEnd[i] += passed * period;
-                continue;
-            }
-            schedule(clock, i, now);
-            if (const kvRc code = endInterval(device, i + 1)) {
-                device.rollback();
-                return code;
-            }
-        }
-        device.commit();
+    for (;;) {
+        const uint64_t now = seenTime(*device);
+        const uint64_t next = nextUntil(*device, now);
+        const kvRc code = next ? happen(device, next, now) : KV_OK;
+        if (code)
+            device.rollback();
+        else
+            device.commit();
+        if (!next || code)
+            return code;
     }
-    device.commit();
-    return KV_OK;
 }
 
 } // namespace sim

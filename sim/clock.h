@@ -28,11 +28,13 @@ void resumeClock(State &state);
 kvRc setClock(Transaction &device, uint64_t time);
 kvRc stopClock(Transaction &device, bool stopped);
 
-// How long, in microseconds of a running clock, until a PM interval ends; 0: none will.
-uint64_t untilNextEnd(State &state);
+// How long, in microseconds of a running clock, until there is something for those who listen to a
+// service: a PM interval ends, a notification is due that was kept; 0: nothing will be.
+uint64_t untilNext(State &state, Service service);
 
-// The end of the interval that ends first, if that is not after `time`; 0: none.
-uint64_t nextEndUntil(const State &state, uint64_t time);
+// When something happens next by the clock, if that is not after `time`: an interval ends, a
+// notification is due that was kept, the device is back; 0: nothing.
+uint64_t nextUntil(const State &state, uint64_t time);
 
 void scheduleIntervals(State &state);
 // Ends an interval, which is reported. What its counters have grown by is not looked at.

@@ -3,14 +3,18 @@
 
 #include "clock.h"
 #include "counters.h"
+#include "fault.h"
 #include "growth.h"
 #include "notification.h"
 #include "objects.h"
+#include "restart.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <set>
+#include <string>
 #include <string_view>
 
 using namespace sim;
@@ -53,6 +57,18 @@ kvRc get(const Counter &counter, Value *value)
     if (!counter)
         return failureCode();
     *value = static_cast<Value>(counter.value());
+    return KV_OK;
+}
+
+kvRc tell(const ArmedFault *armed, kvSimFault *fault)
+{
+    if (!armed)
+        return failureCode();
+    *fault = armed->fault;
+    fault->function[sizeof fault->function - 1] = '\0';
+    fault->operation[sizeof fault->operation - 1] = '\0';
+    for (kvSimArgument &wanted : fault->where)
+        wanted.name[sizeof wanted.name - 1] = '\0';
     return KV_OK;
 }
 
@@ -109,12 +125,11 @@ class Reports
 
 int advance(uint64_t microseconds, bool anyway)
 {
-    uint64_t target = 0;
+    uint64_t target = 0; // an uptime: the clock may be set meanwhile
     const int begun = control([&](Transaction &device) {
-        const uint64_t now = deviceTime(*device);
-        if (microseconds > CLOCK_END - now)
+        if (microseconds > CLOCK_END - deviceTime(*device))
             return fail(BAD_VALUE, "the device clock ends with the year 9999");
-        target = now + microseconds;
+        target = uptime(*device) + microseconds;
         return KV_OK;
     });
     if (begun != 0)
@@ -123,9 +138,11 @@ int advance(uint64_t microseconds, bool anyway)
     for (;;) {
         bool reached = true;
         const int moved = control([&](Transaction &device) {
-            const uint64_t next = nextEndUntil(*device, target);
             const uint64_t now = deviceTime(*device);
-            const uint64_t to = next ? next : target;
+            const auto left = static_cast<int64_t>(target - device->clock.seen);
+            const uint64_t end = now + static_cast<uint64_t>(std::max<int64_t>(left, 0));
+            const uint64_t next = nextUntil(*device, end);
+            const uint64_t to = next ? next : end;
             device.modify(device->clock.uptime) += to > now ? to - now : 0;
             reached = next == 0;
             return tick(device);
@@ -154,7 +171,9 @@ int kv_sim_open(void)
 int kv_sim_reset(void)
 {
     return control([](Transaction &device) {
-        const kvRc code = clearAlarms(device);
+        kvRc code = endAllFaults(device);
+        if (code == KV_OK)
+            code = clearAlarms(device);
         if (code != KV_OK)
             return code;
         device.commit();
@@ -163,53 +182,44 @@ int kv_sim_reset(void)
     });
 }
 
+uint32_t kv_sim_fault_arm(const kvSimFault *fault)
+{
+    uint32_t id = 0;
+    control([&](Transaction &device) {
+        id = arm(device, *fault);
+        return id ? KV_OK : failureCode();
+    });
+    return id;
+}
+
 int kv_sim_fault_add(const kvSimFault *fault)
 {
-    return control([=](Transaction &device) {
-        const std::string_view name{fault->function,
-                                    strnlen(fault->function, sizeof fault->function)};
-        if (!name.empty() && !describe::platform::find(name))
-            return fail(BAD_VALUE, "there is no platform function '%.40s'", fault->function);
-        if (fault->effect > KV_SIM_GARBAGE)
-            return fail(BAD_VALUE, "there is no effect %u", fault->effect);
-        if (fault->effect == KV_SIM_CODE && fault->value == KV_OK)
-            return fail(BAD_VALUE, "a call can't fail with the code 0, which is success");
-        for (ArmedFault &armed : device->faults) {
-            if (armed.used)
-                continue;
-            device.modify(armed) = {1, *fault};
-            ++device.modify(device->faultCount);
-            return KV_OK;
-        }
-        return fail(FULL, "there are %u faults, no more can be", FAULTS);
-    });
+    return kv_sim_fault_arm(fault) ? 0 : -1;
 }
 
 int kv_sim_fault_clear(void)
 {
-    return control([](Transaction &device) {
-        for (ArmedFault &armed : device->faults)
-            device.modify(armed.used) = 0;
-        device.modify(device->faultCount) = 0;
-        ++device.modify(device->faultGeneration);
-        device.modify(device->hanging) = 0;
-        return KV_OK;
-    });
+    return control(endAllFaults);
+}
+
+int kv_sim_fault_end(uint32_t id)
+{
+    return control([=](Transaction &device) { return endFault(device, id); });
+}
+
+int kv_sim_fault_release(uint32_t id)
+{
+    return control([=](Transaction &device) { return releaseFault(device, id); });
 }
 
 int kv_sim_fault_get(unsigned index, kvSimFault *fault)
 {
-    return control([=](Transaction &device) {
-        unsigned seen = 0;
-        for (const ArmedFault &armed : device->faults) {
-            if (armed.used && seen++ == index) {
-                *fault = armed.fault;
-                fault->function[sizeof fault->function - 1] = '\0';
-                return KV_OK;
-            }
-        }
-        return fail(NO_OBJECT, "there is no fault %u", index);
-    });
+    return control([=](Transaction &device) { return tell(armedFault(device, index), fault); });
+}
+
+int kv_sim_fault_find(uint32_t id, kvSimFault *fault)
+{
+    return control([=](Transaction &device) { return tell(faultOf(device, id), fault); });
 }
 
 unsigned kv_sim_hanging(void)
@@ -221,6 +231,47 @@ unsigned kv_sim_hanging(void)
 const char *kv_sim_function(unsigned index)
 {
     return index < FUNCTION_COUNT ? functions()[index].name : nullptr;
+}
+
+int kv_sim_argument_get(const char *function, unsigned index, kvSimArgument *argument)
+{
+    const Function *row = describe::platform::find(function);
+    std::vector<std::string> names;
+    if (row)
+        names = argumentsOf(*row);
+    for (const Function &other : functions())
+        for (const describe::platform::Argument &own : other.arguments)
+            if (!*function && !own.isPointer && std::ranges::find(names, own.name) == names.end())
+                names.emplace_back(own.name);
+    if (!row && *function)
+        fail(BAD_VALUE, "there is no platform function '%s'", function);
+    else if (index >= names.size())
+        fail(NO_OBJECT, "there are no more numbers");
+    if (index >= names.size())
+        return -1;
+    *argument = {};
+    snprintf(argument->name, sizeof argument->name, "%s", names[index].c_str());
+    return 0;
+}
+
+int kv_sim_reboot(const kvSimReboot *reboot)
+{
+    return control([=](Transaction &device) {
+        if (reboot->clock > CLOCK_END)
+            return fail(BAD_VALUE, "the device clock ends with the year 9999");
+        restart(device, *reboot);
+        return tick(device);
+    });
+}
+
+uint32_t kv_sim_away(void)
+{
+    Transaction device;
+    if (!device)
+        return 0;
+    tick(device);
+    const uint64_t until = device->restart.until;
+    return until ? static_cast<uint32_t>((until - uptime(*device) + 999) / 1000) : 0;
 }
 
 uint64_t kv_sim_clock_get(void)
@@ -266,6 +317,14 @@ int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits)
         if (!alarms)
             return failureCode();
         return setAlarms(device, type, number, *alarms, bits);
+    });
+}
+
+int kv_sim_alarm_alter(uint32_t type, uint32_t number, uint32_t bits)
+{
+    return control([=](Transaction &device) {
+        uint32_t *alarms = alarmsOf(device, type, number);
+        return alarms ? (device.modify(*alarms) = bits, KV_OK) : failureCode();
     });
 }
 
@@ -392,7 +451,7 @@ int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
         unsigned left = index;
         for (const Notifications &all : device->services) {
             for (const Subscriber &subscriber : all.subscribers) {
-                if (!subscriber.used || left-- > 0)
+                if (!isListening(subscriber) || left-- > 0)
                     continue;
                 *subscription = {subscriber.process, &all != device->services,
                                  waiting(all, subscriber), lost(all, subscriber)};
@@ -400,6 +459,22 @@ int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription)
             }
         }
         return fail(NO_OBJECT, "there is no subscription %u", index);
+    });
+}
+
+int kv_sim_subscription_end(uint32_t process, uint32_t services, uint32_t ending)
+{
+    return control([=](Transaction &device) {
+        if (services == 0 || services > (KV_SIM_ALARMS | KV_SIM_REPORTS))
+            return fail(BAD_VALUE, "there are no services %u", services);
+        if (ending > KV_SIM_HANGUP)
+            return fail(BAD_VALUE, "there is no ending %u", ending);
+        bool any = process == 0;
+        for (const Service service : {Service::alarm, Service::pm})
+            if (services & 1U << static_cast<uint32_t>(service))
+                any |=
+                    endSubscriptions(*device, service, process, static_cast<kvSimEnding>(ending));
+        return any ? KV_OK : fail(NO_OBJECT, "process %u has no such subscription", process);
     });
 }
 

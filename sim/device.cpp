@@ -3,6 +3,7 @@
 #include "clock.h"
 #include "entry.h"
 #include "rebind.h"
+#include "restart.h"
 
 #include <atomic>
 #include <cerrno>
@@ -98,6 +99,9 @@ void forgetProcesses(State &state)
         for (Subscriber &subscriber : service.subscribers)
             subscriber.used = 0;
     state.hanging = 0;
+    for (ArmedFault &armed : state.faults)
+        if (armed.fault.effect == KV_SIM_HANG)
+            armed.fault.waiting = 0;
 }
 
 State *map(int flags, int descriptor)
@@ -297,6 +301,8 @@ bool lock(State &state)
         putBack(state, state.undo.used);
     if (!state.initialised)
         factoryReset(state);
+    else if (state.restart.underWay)
+        completeRestart(state);
     return true;
 }
 

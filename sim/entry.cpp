@@ -38,7 +38,7 @@ Call::~Call()
 {
     if (!device)
         return;
-    if (code_ != KV_OK)
+    if (!keeps_)
         device.rollback();
     finish();
     device.commit();
@@ -75,66 +75,106 @@ void Call::finish()
     device.modify(mine->pending) = 0;
 }
 
-uint32_t Call::object() const
+// None of the system, which has no number.
+std::optional<uint32_t> Call::object() const
 {
     const Function &row = rowOf(function_);
     if (row.object < 0)
-        return 0;
+        return {};
     const auto before = row.arguments.first(static_cast<size_t>(row.object));
     return arguments_
         .numbers[std::ranges::count(before, false, &describe::platform::Argument::isPointer)];
 }
 
+// Of the alarm calls, what they say.
+std::optional<uint32_t> Call::type() const
+{
+    const Function &row = rowOf(function_);
+    uint32_t number = 0;
+    for (const auto &argument : row.arguments) {
+        if (argument.type == &describe::typeOf<objType>())
+            return arguments_.numbers[number];
+        number += !argument.isPointer;
+    }
+    switch (row.objectKind) {
+    case describe::platform::Object::port:
+        return OBJ_PDH;
+    case describe::platform::Object::pw:
+        return OBJ_PWE;
+    case describe::platform::Object::group:
+        return OBJ_IMA_GROUP;
+    case describe::platform::Object::link:
+        return OBJ_IMA_LINK;
+    default:
+        return {};
+    }
+}
+
 // Those that this call is about, in case that it is one of the counters.
 void Call::growCounters()
 {
-    const Function &row = rowOf(function_);
-    if (row.library != describe::platform::Library::pmom)
-        return;
-    const auto type = [&] {
-        switch (row.objectKind) {
-        case describe::platform::Object::port:
-            return OBJ_PDH;
-        case describe::platform::Object::pw:
-            return OBJ_PWE;
-        case describe::platform::Object::group:
-            return OBJ_IMA_GROUP;
-        case describe::platform::Object::link:
-            return OBJ_IMA_LINK;
-        default:
-            return OBJ_SYSTEM;
-        }
-    }();
-    grow(device, type, type == OBJ_SYSTEM ? 1 : object(), device->clock.seen);
+    if (rowOf(function_).library == describe::platform::Library::pmom)
+        grow(device, type().value_or(OBJ_SYSTEM), object().value_or(1), device->clock.seen);
+}
+
+std::optional<uint64_t> Call::argument(std::string_view name) const
+{
+    const std::optional<NumberPlace> place = placeOf(rowOf(function_), name);
+    if (!place)
+        return {};
+    if (!place->inRecord)
+        return arguments_.numbers[place->at];
+    if (place->at + place->size > arguments_.in.size())
+        return {};
+    const auto as = [&](auto value) -> uint64_t {
+        memcpy(&value, &arguments_.in[place->at], sizeof value);
+        return value;
+    };
+    switch (place->size) {
+    case 1:
+        return as(uint8_t{});
+    case 2:
+        return as(uint16_t{});
+    case 4:
+        return as(uint32_t{});
+    default:
+        return as(uint64_t{});
+    }
 }
 
 ArmedFault *Call::meet()
 {
-    const Function &row = rowOf(function_);
-    for (ArmedFault &armed : device->faults) {
-        if (!armed.used)
-            continue;
-        const kvSimFault &fault = armed.fault;
-        const bool named = fault.function[0] != '\0';
-        if (named && strncmp(fault.function, row.name, sizeof fault.function) != 0)
-            continue;
-        if (fault.object != 0 && object() != fault.object)
-            continue;
-        if (fault.skip > 0) {
-            --device.modify(armed.fault.skip);
-            continue;
-        }
-        // Functions without a code of their own, or whose code nobody looks at, are only met by a
-        // fault that names them; one that names none counts their calls all the same.
-        if (!named && failureTextOf(row) == describe::platform::FailureText::none)
-            continue;
-        return &armed;
-    }
-    return nullptr;
+    const auto argument = [](const void *call, std::string_view name) {
+        return static_cast<const Call *>(call)->argument(name);
+    };
+    return sim::meet(device, {static_cast<uint32_t>(function_), &rowOf(function_), type(), object(),
+                              argument, this});
 }
 
-void Call::wait(const kvSimFault &fault)
+// It is there for those who ask about failures or take leave, and for the host's clock.
+bool Call::isAway()
 {
+    const Function &row = rowOf(function_);
+    return device->restart.until && row.returns != describe::platform::Returns::text &&
+           row.library != describe::platform::Library::clock &&
+           function_ != Index::alarm_process_notification &&
+           function_ != Index::pmom_process_notification && function_ != Index::alarm_unsubscribe &&
+           function_ != Index::pmom_unsubscribe;
+}
+
+// Of the body, and of what follows from it.
+void Call::answer(kvRc code)
+{
+    code_ = device && code == KV_OK ? settle(device) : code;
+    if (code_ != KV_OK)
+        keeps_ = false;
+    if (lost_ != KV_OK)
+        code_ = fail(lost_, "injected fault in %s", rowOf(function_).name);
+}
+
+void Call::wait(ArmedFault &armed)
+{
+    const kvSimFault fault = armed.fault;
     if (fault.effect == KV_SIM_DELAY) {
         device.release();
         sleepMs(fault.value);
@@ -142,8 +182,11 @@ void Call::wait(const kvSimFault &fault)
         return;
     }
     const uint32_t generation = device->faultGeneration;
+    const uint32_t releases = armed.releases;
     ++device->hanging;
-    while (device && device->faultGeneration == generation) {
+    ++armed.fault.waiting;
+    while (device && device->faultGeneration == generation && armed.fault.id == fault.id &&
+           armed.releases == releases) {
         device.release();
         sleepMs(1);
         device.regain();
@@ -160,40 +203,53 @@ bool Call::enter()
     tick(device, begun_);
     if (device->rates.count)
         growCounters();
-    ArmedFault *armed = device->faultCount ? meet() : nullptr;
-    if (armed && armed->fault.times > 0 && --device.modify(armed->fault.times) == 0) {
-        device.modify(armed->used) = 0;
-        --device.modify(device->faultCount);
-    }
+    const bool away = isAway();
+    ArmedFault *armed = !away && device->faultCount ? meet() : nullptr;
+    forgetLapsed(device);
     record_.deviceTime = seenTime(*device);
     record_.hostTime = hostTimeOfDay(begun_);
     record_.process = thisProcess();
     record_.thread = thisThread();
     record_.pending = 1;
     record_.function = static_cast<uint32_t>(function_);
+    record_.fault = armed ? armed->fault.id : 0;
     std::ranges::copy(arguments_.numbers, record_.args);
     record();
     device.commit();
+    if (away)
+        code_ = fail(NO_DEVICE, "the device is restarting");
     if (!armed)
-        return true;
+        return !away;
     const kvSimFault fault = armed->fault;
     switch (fault.effect) {
     case KV_SIM_CODE:
         code_ = fail(fault.value, "injected fault in %s", rowOf(function_).name);
         return code_ == KV_OK;
     case KV_SIM_GARBAGE: {
-        std::minstd_rand random{fault.value + static_cast<uint32_t>(device->journal.last)};
+        uint64_t seed = mixed(fault.value, fault.met);
+        std::minstd_rand random{static_cast<uint32_t>(seed ^ seed >> 32)};
         for (const auto &out : arguments_.out)
             for (uint8_t &byte : out)
                 byte = static_cast<uint8_t>(random() >> 8);
         return false;
     }
+    case KV_SIM_LOST:
+        lost_ = fault.value;
+        return true;
+    case KV_SIM_NOTHING:
+        // What fills something runs, and is undone.
+        keeps_ = false;
+        return !arguments_.out[0].empty();
     case KV_SIM_DELAY:
-    case KV_SIM_HANG:
-        wait(fault);
+    case KV_SIM_HANG: {
+        const uint32_t restarts = device->restarts;
+        wait(*armed);
         if (!device)
             code_ = NO_DEVICE;
+        else if (device->restarts != restarts)
+            code_ = fail(NO_DEVICE, "the device was restarted");
         return code_ == KV_OK;
+    }
     }
     return true;
 }

@@ -4,8 +4,7 @@
 
 #include "behaviour.h"
 #include "clock.h"
-
-#include <platform.h>
+#include "fault.h"
 
 #include <span>
 
@@ -72,26 +71,31 @@ class Call
 
     // What a function that returns a text has returned, which the journal takes for filled.
     void filled(const char *text) { text_ = text; }
+    // Whether a fault met it.
+    bool isMet() const { return record_.fault != 0; }
 
     // Runs a body that returns a code: what it changed is kept when that is a success.
     template <class Body>
     kvRc run(Body body)
     {
         if (enter())
-            code_ = body(device);
-        if (device && code_ == KV_OK)
-            code_ = settle(device);
+            answer(body(device));
         return code_;
     }
 
     Transaction device;
 
   private:
-    // The number of the object that the call is about; 0: none.
-    uint32_t object() const;
+    // The number of the object that the call is about; none without one.
+    std::optional<uint32_t> object() const;
+    std::optional<uint32_t> type() const;
     void growCounters();
     ArmedFault *meet();
-    void wait(const kvSimFault &fault);
+    std::optional<uint64_t> argument(std::string_view name) const;
+    // Whether the device can't take the call now.
+    bool isAway();
+    void answer(kvRc code);
+    void wait(ArmedFault &fault);
     // Adds the call to the journal.
     JournalRecord &record();
     // Tells the journal what it returned.
@@ -103,6 +107,8 @@ class Call
     const char *text_ = nullptr;
     uint64_t begun_ = 0; // by the host's clock, in nanoseconds
     JournalRecord record_{};
+    kvRc lost_ = KV_OK; // what it returns in place of its answer
+    bool keeps_ = true; // what the body changed
 };
 
 void sleepMs(uint32_t milliseconds);

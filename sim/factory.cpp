@@ -1,7 +1,7 @@
 // The factory defaults, and the way back to them.
+#include "factory.h"
+
 #include "clock.h"
-#include "device.h"
-#include "objects.h"
 #include "pm.h"
 
 #include <atomic>
@@ -28,23 +28,18 @@ void initialiseVersions(swVersion &version)
         snprintf(version.text[i], sizeof version.text[i], "%s", texts[i]);
 }
 
+// What the system is, whatever is configured.
 void initialiseSystem(System &system)
 {
-    system.mode = eqptMode{1};
-    system.reportMode = alarmMode{2};
     system.temperature = 41;
 
     sysParams &params = system.params;
-    params.tpid = 0x8100;
     snprintf(params.text328, sizeof params.text328, "TDM-over-packet gateway");
     snprintf(params.text410, sizeof params.text410, "VG-16");
     snprintf(params.text425, sizeof params.text425, "VG16-20210001");
     snprintf(params.text446, sizeof params.text446, "2021-06-11");
     snprintf(params.text461, sizeof params.text461, "B2");
     params.number = 12009;
-    params.psnNetType = psnNetType{1};
-    params.temperatureThr1 = 70;
-    params.temperatureThr2 = 85;
 
     initialiseVersions(system.status.version);
     for (uint32_t i = 0; i < 13; ++i)
@@ -52,31 +47,10 @@ void initialiseSystem(System &system)
     for (uint32_t i = 0; i < 6; ++i)
         system.status.values2[i] = 200 + i;
 
-    constexpr uint8_t mac[6] = {0x02, 0x00, 0x5E, 0x10, 0x00, 0x01};
-    system.interface.srcIp = 0xC0000201;
-    memcpy(system.interface.srcMac, mac, sizeof mac);
-    system.interface.lops1 = 10;
-    system.interface.lops2 = 20;
-
     system.link.words[0] = 1;
     system.link.words[1] = 2;
     system.link.words[4] = 1;
     system.link.words[5] = 2;
-    system.server.address = htonl(0xC0000264);
-    snprintf(system.debug.text, sizeof system.debug.text, "none");
-    system.debug.state = DebugState{1};
-    system.loopback.lpbk = NO_LOOPBACK;
-}
-
-void initialisePort(pdhParams &params, uint32_t port)
-{
-    params.adminStatus = ADMIN_DOWN;
-    params.clockMode = pdhClockMode{1};
-    params.frameMode = pdhFrameMode{1};
-    params.lineCode = pdhCode{1};
-    params.cableLength = 133;
-    params.niuMode = pdhNiuMode{1};
-    params.syncAux = 100 + port;
 }
 
 void zero(void *from, void *to)
@@ -85,6 +59,52 @@ void zero(void *from, void *to)
 }
 
 } // namespace
+
+void configureSystem(System &system)
+{
+    system.mode = eqptMode{1};
+    system.reportMode = alarmMode{2};
+    system.reportValue = 0;
+
+    sysParams &params = system.params;
+    params.tpid = 0x8100;
+    params.psnNetType = psnNetType{1};
+    params.temperatureThr1 = 70;
+    params.temperatureThr2 = 85;
+    params.clkOut1 = params.clkOut2 = {};
+
+    constexpr uint8_t mac[6] = {0x02, 0x00, 0x5E, 0x10, 0x00, 0x01};
+    system.interface = {};
+    system.interface.srcIp = 0xC0000201;
+    memcpy(system.interface.srcMac, mac, sizeof mac);
+    system.interface.lops1 = 10;
+    system.interface.lops2 = 20;
+
+    system.server = {};
+    system.server.address = htonl(0xC0000264);
+    system.debug = {};
+    snprintf(system.debug.text, sizeof system.debug.text, "none");
+    system.debug.state = DebugState{1};
+    system.loopback = {};
+    system.loopback.lpbk = NO_LOOPBACK;
+    system.tpgm = {};
+    system.tpgmStart = 0;
+}
+
+void configurePort(Port &port, uint32_t number)
+{
+    port.loopback = {};
+    port.loopback.lpbk = NO_LOOPBACK;
+    pdhParams &params = port.params;
+    params = {};
+    params.adminStatus = ADMIN_DOWN;
+    params.clockMode = pdhClockMode{1};
+    params.frameMode = pdhFrameMode{1};
+    params.lineCode = pdhCode{1};
+    params.cableLength = 133;
+    params.niuMode = pdhNiuMode{1};
+    params.syncAux = 100 + number;
+}
 
 void initialise(State &state)
 {
@@ -101,9 +121,9 @@ void initialise(State &state)
 
     state.upgrade.state = LOAD_NONE;
     initialiseSystem(state.system);
+    configureSystem(state.system);
     for (uint32_t i = 0; i < KV_SIM_PORTS; ++i) {
-        initialisePort(state.ports[i].params, i + 1);
-        state.ports[i].loopback.lpbk = NO_LOOPBACK;
+        configurePort(state.ports[i], i + 1);
         state.ports[i].signal = 1;
     }
     std::atomic_signal_fence(std::memory_order_seq_cst);

@@ -44,44 +44,131 @@ KV_SIM_EXPORT int kv_sim_open(void);
  * included. Hanging calls go on; subscriptions stay, with the events that wait. */
 KV_SIM_EXPORT int kv_sim_reset(void);
 
-/* Faults: what befalls the calls of the platform's functions */
+/** Kind of an object, as the platform's alarm service numbers them. */
+enum { KV_SIM_SYSTEM = 0, KV_SIM_PDH = 1, KV_SIM_GROUP = 2, KV_SIM_PW = 3, KV_SIM_LINK = 34 };
 
-/** What a fault does to the calls that it meets. A call that fails changes nothing. */
+/** What processes subscribe to: alarm events, the reports of PM intervals. */
+enum { KV_SIM_ALARMS = 1, KV_SIM_REPORTS = 2 };
+
+/* Faults: what befalls the calls of the platform's functions, and the notifications */
+
+/** What a fault does to what it meets: the first seven to calls, the others to notifications, of
+ * which `service` says which. A call that fails changes nothing, unless its answer is lost. */
 typedef enum kvSimEffect {
     KV_SIM_CODE,  /**< the call fails with the code `value`, which is not 0; GetObjectCount returns
                      it, functions that return a text return null, those that return a descriptor
                      -1 */
     KV_SIM_DELAY, /**< the call takes `value` milliseconds longer */
-    KV_SIM_HANG,  /**< the call does not return until the fault is cleared, then goes on */
-    KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` */
+    KV_SIM_HANG, /**< the call does not return until the fault is released or ended, then goes on */
+    KV_SIM_GARBAGE, /**< the call succeeds with outputs of random bytes, made from `value` and how
+                       many calls the fault has met */
+    KV_SIM_LOST, /**< the answer is lost: the call is carried out, and fails with the code `value`,
+                    which is not 0; of functions that change something */
+    KV_SIM_NOTHING, /**< the call succeeds and changes nothing; of functions that change something
+                     */
+    KV_SIM_DROP,    /**< the notification is not sent; what it would have told of is the case */
+    KV_SIM_DOUBLE,  /**< it is sent twice */
+    KV_SIM_LATE,    /**< it is sent when `value` milliseconds have passed for the device */
+    KV_SIM_SWAP,    /**< it is sent after the next one of its service */
+    KV_SIM_HOLD,    /**< it is sent when the fault is released or ended */
 } kvSimEffect;
 
+/** A number among what a call is given, by its name. */
+typedef struct kvSimArgument {
+    /** An argument, as the journal names it, or a field of the record that the call is given:
+     * "params.clockMode", "params.links.0.linkId". Of an alarm event type, number, status and
+     * delta, of a PM report interval. Empty: no argument. */
+    char name[28];
+    uint32_t value;
+} kvSimArgument;
+
+/** All that is 0 behind `value` is as if it were not there. */
 typedef struct kvSimFault {
     /** Name of the platform function; empty: all that report a code, while `skip` counts the calls
-     * of the others, too, as the journal does. */
+     * of the others, too, as the journal does. Of functions that change nothing KV_SIM_LOST and
+     * KV_SIM_NOTHING meet none. */
     char function[40];
     /** Number of the object: of a call's `args`, the first that is named port, pwId, group, link or
-     * number. A call without an object is not met. 0: whatever the object, also when there is
-     * none. */
+     * number, and of an alarm event. A call without an object is not met. 0: whatever the object,
+     * also when there is none. */
     uint32_t object;
-    uint32_t skip;   /**< how many calls it lets pass first */
-    uint32_t times;  /**< how many calls it meets then; 0: all */
+    uint32_t skip;   /**< how many that fit it lets pass first, that no fault before it meets */
+    uint32_t times;  /**< how many it meets then; 0: all */
     uint32_t effect; /**< a kvSimEffect */
     uint32_t value;
+
+    uint32_t service; /**< of the effects on notifications: KV_SIM_REPORTS; 0, too: KV_SIM_ALARMS */
+    uint32_t ofType;  /**< not 0: only what is about an object of the kind `type` */
+    uint32_t type;    /**< KV_SIM_PDH, ... */
+    uint32_t process; /**< only calls of this process */
+    /** Only calls of this operation of the library, "vexo_cmi_pwe_params_set": where that is
+     * recorded, see kv_sim_operation(). */
+    char operation[40];
+    kvSimArgument where[3]; /**< only where these have these values */
+    /** Only the n-th that fits, from 1, counted since the fault was added, whether or not another
+     * one meets it; without skip and times. */
+    uint32_t nth;
+    /** So many in a million of those that `skip` lets pass, at random: by `seed` and how many it
+     * has been tried on. 0: all. */
+    uint32_t chance;
+    uint32_t seed;
+
+    uint32_t id;      /**< told: never 0, and greater than that of any fault before */
+    uint32_t met;     /**< told: how many it has met */
+    uint32_t waiting; /**< told: how many calls hang by it, or how many notifications it keeps */
+    uint32_t spent;   /**< told: 1 when it has met all that it was to meet */
 } kvSimFault;
 
-/** Adds a fault; a call meets the first that fits it. Fails on a function that doesn't exist, on
- * the code 0 and when there are 32 already. */
+/** Adds a fault and returns its id; of those that fit a call or notification, the first meets it. 0
+ * when there is no such function, argument or effect, on the code 0, and when there are 1024
+ * already. */
+KV_SIM_EXPORT uint32_t kv_sim_fault_arm(const kvSimFault *fault);
+/** The same: 0 for success and -1 for a failure. */
 KV_SIM_EXPORT int kv_sim_fault_add(const kvSimFault *fault);
-/** Ends all faults and lets the hanging calls go on. */
+/** Ends all faults, lets the hanging calls go on and sends the notifications that were kept. */
 KV_SIM_EXPORT int kv_sim_fault_clear(void);
+/** Ends one, in the same way. */
+KV_SIM_EXPORT int kv_sim_fault_end(uint32_t id);
+/** Lets go what hangs by a fault and what it keeps; it stays, for what it meets from now on. */
+KV_SIM_EXPORT int kv_sim_fault_release(uint32_t id);
 /** The fault with this index, from 0, as it stands: skip and times count down. -1 when there are no
  * more. */
 KV_SIM_EXPORT int kv_sim_fault_get(unsigned index, kvSimFault *fault);
+/** The fault with this id, as it stands or, when it is spent or was ended, as it stood then; it is
+ * forgotten when 1024 newer ones have been added. */
+KV_SIM_EXPORT int kv_sim_fault_find(uint32_t id, kvSimFault *fault);
 /** How many calls hang; one whose process was killed counts until the faults are cleared. */
 KV_SIM_EXPORT unsigned kv_sim_hanging(void);
 /** Name of a platform function, by an index from 0; null when there are no more. */
 KV_SIM_EXPORT const char *kv_sim_function(unsigned index);
+/** What a kvSimArgument of a function's calls can be named, by an index from 0: its arguments that
+ * are numbers, and the fields of the record that it is given, 0 for each index. Of an empty name:
+ * the arguments of all functions. -1 when there are no more. */
+KV_SIM_EXPORT int kv_sim_argument_get(const char *function, unsigned index,
+                                      kvSimArgument *argument);
+
+/* Restart */
+
+typedef struct kvSimReboot {
+    uint32_t milliseconds;      /**< of device time that the device is away */
+    uint32_t keepConfiguration; /**< 0: comes back with factory defaults, without pseudowires and
+                                   IMA groups; alarms of what is there then stay */
+    uint32_t keepFaults;        /**< 0: all end */
+    uint32_t keepJournal;       /**< 0: begins anew */
+    uint32_t setClock;          /**< not 0: the clock is `clock` when the device is back */
+    uint64_t clock;             /**< microseconds since the epoch */
+} kvSimReboot;
+
+/**
+ * Restarts the device. While it is away each call fails with code 1, those that hang included; only
+ * the texts of failures are there, and the clock, which is the host's. Subscriptions end: their
+ * descriptors report a hang-up, and taking notifications fails. Loopbacks, test pattern and
+ * software load end, notifications that were kept are gone; counters are 0, and no PM interval has
+ * ended. Clock, alarms and all here is set as ever meanwhile.
+ */
+KV_SIM_EXPORT int kv_sim_reboot(const kvSimReboot *reboot);
+/** Milliseconds of device time until the device is back; 0: it is there. */
+KV_SIM_EXPORT uint32_t kv_sim_away(void);
 
 /*
  * Journal: the calls of the platform's functions. It holds the latest 4096, or as many as the
@@ -188,9 +275,6 @@ KV_SIM_EXPORT int kv_sim_clock_advance_anyway(uint64_t microseconds);
  * kv_sim_error() tells what there was instead
  */
 
-/** What processes subscribe to. */
-enum { KV_SIM_ALARMS = 1, KV_SIM_REPORTS = 2 };
-
 /** Until a process (0: any) has subscribed to these services, a sum; 0: to any. */
 KV_SIM_EXPORT int kv_sim_wait_subscribed(uint32_t process, uint32_t services,
                                          uint32_t milliseconds);
@@ -204,12 +288,11 @@ KV_SIM_EXPORT int kv_sim_wait_hanging(uint32_t calls, uint32_t milliseconds);
 
 /* Alarms */
 
-/** Kind of an object, as the platform's alarm service numbers them. */
-enum { KV_SIM_SYSTEM = 0, KV_SIM_PDH = 1, KV_SIM_GROUP = 2, KV_SIM_PW = 3, KV_SIM_LINK = 34 };
-
 /** Sets the alarm bits that are active on an object, and sends an event if that changes them. The
  * system is number 1. */
 KV_SIM_EXPORT int kv_sim_alarm_set(uint32_t type, uint32_t number, uint32_t bits);
+/** Sets them without an event. */
+KV_SIM_EXPORT int kv_sim_alarm_alter(uint32_t type, uint32_t number, uint32_t bits);
 /** Sends an event as it is, whatever the device's state; also of a type that doesn't exist. */
 KV_SIM_EXPORT int kv_sim_alarm_send(uint32_t type, uint32_t number, uint32_t status,
                                     uint32_t delta);
@@ -286,6 +369,18 @@ typedef struct kvSimSubscription {
 
 /** The subscription with this index, from 0. -1 when there are no more. */
 KV_SIM_EXPORT int kv_sim_subscription_get(unsigned index, kvSimSubscription *subscription);
+
+/** What a subscriber notices when its subscription ends. */
+typedef enum kvSimEnding {
+    KV_SIM_SILENCE, /**< nothing: no more notifications come */
+    KV_SIM_ERROR,   /**< its descriptor reports an error, and taking notifications fails */
+    KV_SIM_HANGUP,  /**< the same with a hang-up, as when what is behind a connection is gone */
+} kvSimEnding;
+
+/** Ends the subscriptions of a process (0: of all) to these services, a sum. One that is told so is
+ * woken, and finds it when it takes notifications; it can subscribe anew after alarm_unsubscribe()
+ * or pmom_unsubscribe(). -1 when the process has none. */
+KV_SIM_EXPORT int kv_sim_subscription_end(uint32_t process, uint32_t services, uint32_t ending);
 
 /* Settings: what the device is like, and what it does by itself */
 

@@ -1,6 +1,7 @@
 #include "notification.h"
 
 #include "clock.h"
+#include "fault.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <map>
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
@@ -93,18 +95,7 @@ bool ring(Subscriber &subscriber)
     return rung;
 }
 
-} // namespace
-
-kvRc wake(Transaction &device, Service service)
-{
-    for (Subscriber &subscriber : of(device, service).subscribers)
-        if (subscriber.used && !subscriber.rung && !ring(subscriber))
-            return fail(NO_DEVICE, "process %u can't be notified: %s", subscriber.process,
-                        strerror(errno));
-    return KV_OK;
-}
-
-kvRc notify(Transaction &device, Service service, const alarmEvent &event)
+kvRc send(Transaction &device, Service service, const alarmEvent &event)
 {
     if (const kvRc code = wake(device, service))
         return code;
@@ -113,6 +104,144 @@ kvRc notify(Transaction &device, Service service, const alarmEvent &event)
     device.modify(all.events[number % EVENTS]) = event;
     device.modify(all.last) = number;
     return KV_OK;
+}
+
+// Who listens sets its timer by what is due.
+kvRc keep(Transaction &device, ArmedFault &by, Service service, const alarmEvent &event)
+{
+    const uint32_t index = device->keptCount;
+    if (index >= KEPT) {
+        ++device.modify(device->lost);
+        return KV_OK;
+    }
+    const kvSimFault &fault = by.fault;
+    const bool late = fault.effect == KV_SIM_LATE;
+    device.modify(device->kept[index]) = {late ? uptime(*device) + fault.value * uint64_t{1000} : 0,
+                                          static_cast<uint32_t>(&by - device->faults),
+                                          static_cast<uint32_t>(service),
+                                          fault.effect == KV_SIM_SWAP, event};
+    device.modify(device->keptCount) = index + 1;
+    ++device.modify(by.fault.waiting);
+    return late ? wake(device, service) : KV_OK;
+}
+
+template <Service service>
+std::optional<uint64_t> argument(const void *event, std::string_view name)
+{
+    return argumentOf(service, *static_cast<const alarmEvent *>(event), name);
+}
+
+ArmedFault *meet(Transaction &device, Service service, const alarmEvent &event)
+{
+    const uint32_t about = NOTIFICATIONS + static_cast<uint32_t>(service);
+    if (service == Service::pm)
+        return meet(device, {about, nullptr, {}, {}, argument<Service::pm>, &event});
+    return meet(device,
+                {about, nullptr, event.objType, event.objId, argument<Service::alarm>, &event});
+}
+
+// Replaces what the descriptor stands for by an end of a pipe or a connection whose other is
+// closed, which it tells to whoever waits for it.
+void breakOff(int descriptor, kvSimEnding ending)
+{
+    int ends[2];
+    const int made = ending == KV_SIM_ERROR
+                         ? pipe2(ends, O_CLOEXEC)
+                         : socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+    if (made != 0)
+        return; // it stays readable
+    ::close(ends[0]);
+    dup3(ends[1], descriptor, O_CLOEXEC);
+    ::close(ends[1]);
+}
+
+} // namespace
+
+std::optional<uint64_t> argumentOf(Service service, const alarmEvent &event, std::string_view name)
+{
+    if (service == Service::pm)
+        return name == "interval" ? std::optional<uint64_t>{event.objType} : std::nullopt;
+    return name == "type"     ? std::optional<uint64_t>{event.objType}
+           : name == "number" ? std::optional<uint64_t>{event.objId}
+           : name == "status" ? std::optional<uint64_t>{event.status}
+           : name == "delta"  ? std::optional<uint64_t>{event.delta}
+                              : std::nullopt;
+}
+
+kvRc wake(Transaction &device, Service service)
+{
+    for (Subscriber &subscriber : of(device, service).subscribers)
+        if (isListening(subscriber) && !subscriber.rung && !ring(subscriber))
+            return fail(NO_DEVICE, "process %u can't be notified: %s", subscriber.process,
+                        strerror(errno));
+    return KV_OK;
+}
+
+kvRc notify(Transaction &device, Service service, const alarmEvent &event)
+{
+    const auto isSwapped = [=](const Kept &kept) {
+        return kept.swapped && kept.service == static_cast<uint32_t>(service);
+    };
+    if (std::any_of(device->kept, device->kept + std::min(device->keptCount, KEPT), isSwapped)) {
+        const kvRc code = send(device, service, event);
+        return code ? code : sendKept(device, isSwapped);
+    }
+    ArmedFault *met = device->faultCount ? meet(device, service, event) : nullptr;
+    if (!met)
+        return send(device, service, event);
+    switch (met->fault.effect) {
+    case KV_SIM_DROP:
+        return KV_OK;
+    case KV_SIM_DOUBLE: {
+        const kvRc code = send(device, service, event);
+        return code ? code : send(device, service, event);
+    }
+    default:
+        return keep(device, *met, service, event);
+    }
+}
+
+kvRc sendKept(Transaction &device, const std::function<bool(const Kept &)> &matches)
+{
+    Kept *const begin = device->kept;
+    Kept *end = begin + std::min(device->keptCount, KEPT);
+    if (std::none_of(begin, end, matches))
+        return KV_OK;
+    device.modify(device->kept);
+    device.modify(device->keptCount);
+    for (;;) {
+        Kept *first = nullptr;
+        for (Kept *kept = begin; kept != end; ++kept)
+            if (matches(*kept) && (!first || kept->due < first->due))
+                first = kept;
+        if (!first)
+            return KV_OK;
+        const Kept next = *first;
+        std::move(first + 1, end--, first);
+        device->keptCount = static_cast<uint32_t>(end - begin);
+        uint32_t &waiting = device->faults[next.fault % FAULTS].fault.waiting;
+        device.modify(waiting) -= waiting > 0;
+        const auto service = static_cast<Service>(next.service % SERVICES);
+        if (const kvRc code = send(device, service, next.event))
+            return code;
+    }
+}
+
+bool endSubscriptions(State &state, Service service, uint32_t process, kvSimEnding ending)
+{
+    bool any = false;
+    for (Subscriber &subscriber : state.services[static_cast<uint32_t>(service)].subscribers) {
+        if (!isListening(subscriber) || (process && subscriber.process != process))
+            continue;
+        any = true;
+        if (ending == KV_SIM_SILENCE) {
+            subscriber.used = 0;
+            continue;
+        }
+        subscriber.ending = ending;
+        ring(subscriber);
+    }
+    return any;
 }
 
 uint32_t waiting(const Notifications &all, const Subscriber &subscriber)
@@ -131,7 +260,7 @@ std::vector<Backlog> backlogs(Transaction &device, Service service)
     std::vector<Backlog> found;
     for (Subscriber &subscriber : all.subscribers) {
         const uint32_t count = waiting(all, subscriber) + (subscriber.busy ? 1 : 0);
-        if (!subscriber.used || count == 0)
+        if (!isListening(subscriber) || count == 0)
             continue;
         ring(subscriber);
         if (subscriber.used)
@@ -145,7 +274,7 @@ bool isSubscribed(const State &state, uint32_t process, uint32_t services)
     std::map<uint32_t, uint32_t> found; // services of each process
     for (uint32_t i = 0; i < SERVICES; ++i)
         for (const Subscriber &subscriber : state.services[i].subscribers)
-            if (subscriber.used && (!process || subscriber.process == process) &&
+            if (isListening(subscriber) && (!process || subscriber.process == process) &&
                 isThere(subscriber))
                 found[subscriber.process] |= 1U << i;
     return std::ranges::any_of(
@@ -175,13 +304,14 @@ void Subscription::close()
         *descriptor = -1;
     }
     slot_ = SUBSCRIBERS;
+    ended_ = false;
 }
 
-// A doorbell, and for the PM service a timer beside it, seen as one descriptor. It is made anew for
+// A doorbell, and a timer beside it, seen as one descriptor. It is made anew for
 // each subscription, so that a caller that couldn't use the number gets another.
 int Subscription::descriptor()
 {
-    if (slot_ < SUBSCRIBERS)
+    if (slot_ < SUBSCRIBERS && !ended_)
         return poll_;
     close();
     doorbell_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -190,13 +320,12 @@ int Subscription::descriptor()
     poll_ = epoll_create1(EPOLL_CLOEXEC);
     epoll_event readable{};
     readable.events = EPOLLIN;
-    bool made = doorbell_ >= 0 && poll_ >= 0 &&
-                bind(doorbell_, reinterpret_cast<sockaddr *>(&address), sizeof(sa_family_t)) == 0 &&
-                epoll_ctl(poll_, EPOLL_CTL_ADD, doorbell_, &readable) == 0;
-    if (made && service_ == Service::pm) {
-        timer_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-        made = timer_ >= 0 && epoll_ctl(poll_, EPOLL_CTL_ADD, timer_, &readable) == 0;
-    }
+    timer_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
+    const bool made =
+        doorbell_ >= 0 && poll_ >= 0 && timer_ >= 0 &&
+        bind(doorbell_, reinterpret_cast<sockaddr *>(&address), sizeof(sa_family_t)) == 0 &&
+        epoll_ctl(poll_, EPOLL_CTL_ADD, doorbell_, &readable) == 0 &&
+        epoll_ctl(poll_, EPOLL_CTL_ADD, timer_, &readable) == 0;
     if (!made)
         close();
     return poll_;
@@ -211,11 +340,24 @@ Subscriber *Subscription::subscriber(Transaction &device) const
     return still ? &mine : nullptr;
 }
 
+// What it was subscribed with tells that from now on.
+bool Subscription::hasEnded(Transaction &device)
+{
+    Subscriber *mine = subscriber(device);
+    if (mine && mine->ending) {
+        breakOff(poll_, static_cast<kvSimEnding>(mine->ending));
+        mine->used = 0;
+        ended_ = true;
+    }
+    return ended_;
+}
+
 kvRc Subscription::subscribe(Transaction &device)
 {
+    const bool anew = hasEnded(device) || poll_ < 0;
     if (subscriber(device))
         return KV_OK;
-    if (poll_ < 0 && descriptor() < 0)
+    if (anew && descriptor() < 0)
         return fail(NO_DEVICE, "no descriptor for notifications: %s", strerror(errno));
     Notifications &all = of(device, service_);
     // Places of those who are gone are free.
@@ -233,7 +375,7 @@ kvRc Subscription::subscribe(Transaction &device)
         free.nameSize = static_cast<uint32_t>(size - offsetof(sockaddr_un, sun_path));
         memcpy(free.name, name.sun_path, sizeof free.name);
         free.process = static_cast<uint32_t>(getpid());
-        free.rung = free.busy = 0;
+        free.rung = free.busy = free.ending = 0;
         free.taken = all.last;
         free.lost = 0;
         device.modify(free.used) = 1;
@@ -299,11 +441,9 @@ void Subscription::setHandling(bool on)
 
 void Subscription::setTimer(Transaction &device)
 {
-    if (timer_ < 0)
-        return;
     constexpr uint64_t LONGEST = 86400 * SECOND; // after that it is set again
     itimerspec next{};
-    if (const uint64_t wait = std::min(untilNextEnd(*device), LONGEST)) {
+    if (const uint64_t wait = std::min(untilNext(*device, service_), LONGEST)) {
         next.it_value.tv_sec = static_cast<time_t>(wait / SECOND);
         next.it_value.tv_nsec = static_cast<long>(wait % SECOND) * 1000;
     }

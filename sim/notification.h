@@ -4,14 +4,24 @@
 
 #include "entry.h"
 
+#include <functional>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 namespace sim
 {
 
-// Queues an event for all subscribers of a service and rings their doorbells. Fails, and queues
-// nothing, when one of them can't be woken.
+// Queues an event for all subscribers of a service and rings their doorbells, unless a fault does
+// otherwise. Fails, and queues nothing, when one of them can't be woken.
 kvRc notify(Transaction &device, Service service, const alarmEvent &event);
+
+// A number of a notification, by its name.
+std::optional<uint64_t> argumentOf(Service service, const alarmEvent &event, std::string_view name);
+
+// The notifications that faults keep and that match are sent after all, in the order in which they
+// are due.
+kvRc sendKept(Transaction &device, const std::function<bool(const Kept &)> &matches);
 
 // Rings the doorbells of a service's subscribers without an event, so that they look at the clock.
 kvRc wake(Transaction &device, Service service);
@@ -19,6 +29,14 @@ kvRc wake(Transaction &device, Service service);
 // How many events a subscriber has not taken yet, and how many it has lost.
 uint32_t waiting(const Notifications &all, const Subscriber &subscriber);
 uint64_t lost(const Notifications &all, const Subscriber &subscriber);
+
+inline bool isListening(const Subscriber &subscriber)
+{
+    return subscriber.used && !subscriber.ending;
+}
+
+// Ends those of a process (0: of all); false when there is none.
+bool endSubscriptions(State &state, Service service, uint32_t process, kvSimEnding ending);
 
 // The notifications that were lost since the last factory reset.
 uint64_t lost(Transaction &device);
@@ -52,8 +70,10 @@ class Subscription
     // Hands the events that wait to the handler, with the device let go meanwhile. Those that come
     // in the meantime are for the next time, so that a stream of them does not keep the caller.
     template <class Handler>
-    void handOver(Transaction &device, Handler handler)
+    kvRc handOver(Transaction &device, Handler handler)
     {
+        if (hasEnded(device))
+            return fail(NO_DEVICE, "the subscription has ended: unsubscribe, then subscribe anew");
         alarmEvent event;
         for (uint32_t left = waiting(device); device && left > 0 && take(device, event); --left) {
             device.release();
@@ -62,8 +82,10 @@ class Subscription
             setHandling(false);
             device.regain();
         }
-        if (device)
-            listenOn(device);
+        if (!device)
+            return failureCode();
+        listenOn(device);
+        return KV_OK;
     }
 
     // At the library's end, and in a forked child, where the descriptors are its parent's.
@@ -71,6 +93,7 @@ class Subscription
 
   private:
     Subscriber *subscriber(Transaction &device) const;
+    bool hasEnded(Transaction &device);
     uint32_t waiting(Transaction &device) const;
     bool take(Transaction &device, alarmEvent &event);
     void listenOn(Transaction &device);
@@ -81,6 +104,7 @@ class Subscription
     int doorbell_ = -1;
     int timer_ = -1;
     int poll_ = -1;
+    bool ended_ = false; // so that the descriptor tells it
     uint32_t slot_ = SUBSCRIBERS;
 };
 

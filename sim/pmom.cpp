@@ -156,10 +156,9 @@ kvRc body::pmom_subscribe(Transaction &device, void (*handler)(pmInterval interv
 
 kvRc body::pmom_process_notification(Transaction &device)
 {
-    subscription.handOver(device, [handler = subscribed](const alarmEvent &event) {
+    return subscription.handOver(device, [handler = subscribed](const alarmEvent &event) {
         handler(static_cast<pmInterval>(event.objType));
     });
-    return device ? KV_OK : failureCode();
 }
 
 kvRc body::pmom_unsubscribe(Transaction &device)

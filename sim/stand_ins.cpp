@@ -25,12 +25,12 @@ struct StandIn<function, returns, body> {
             Call call{function, given..., &instead};
             if (call.enter())
                 instead = body(call.device, given...);
-            return call.device && call.code() != KV_OK ? call.code() : instead;
+            return call.isMet() && call.code() != KV_OK ? call.code() : instead;
         } else if constexpr (returns == Returns::text) {
             Call call{function, given...};
             call.enter();
             // Texts are there without a device, too: the one that tells why there is none.
-            const bool fails = call.device && call.code() != KV_OK;
+            const bool fails = call.isMet() && call.code() != KV_OK;
             Result text = fails ? nullptr : body(call.device, given...);
             call.filled(text);
             return text;

@@ -130,6 +130,13 @@ struct Clock {
     uint32_t period[KV_SIM_INTERVALS];
 };
 
+struct Restart {
+    uint32_t underWay; // to be done, by whoever finds it so
+    uint64_t begun;    // uptime
+    uint64_t until;    // uptime at which the device is back; 0: it is there
+    kvSimReboot how;
+};
+
 enum class Service : uint32_t { alarm, pm };
 
 constexpr uint32_t SERVICES = 2;
@@ -140,8 +147,10 @@ constexpr uint32_t EVENTS = 4095;
 struct Subscriber {
     uint32_t used;
     uint32_t process;
-    uint32_t rung;  // the doorbell was rung and has not been answered yet
-    uint32_t busy;  // taking a notification
+    uint32_t rung; // the doorbell was rung and has not been answered yet
+    uint32_t busy; // taking a notification
+    // A kvSimEnding that it has yet to notice; 0: it listens.
+    uint32_t ending;
     uint64_t taken; // number of the last event that it took, or lost
     uint64_t lost;  // events, since it subscribed
     uint8_t name[16];
@@ -155,9 +164,26 @@ struct Notifications {
     alarmEvent events[EVENTS]; // of the PM service: the interval in the first word
 };
 
+constexpr uint32_t FAULTS = 1024;
+constexpr uint32_t KEPT = 1024;
+
+// A place that is free again tells of the fault that it was used for.
 struct ArmedFault {
-    uint32_t used;
+    uint32_t armed;
+    uint32_t about;    // the index of a function, ANY_FUNCTION, or from NOTIFICATIONS on a service
+    uint32_t seen;     // that fitted
+    uint32_t drawn;    // numbers for its chance
+    uint32_t releases; // of what hangs by it
     kvSimFault fault;
+};
+
+// Notifications that faults keep.
+struct Kept {
+    uint64_t due;   // uptime at which it is sent; 0: not by time
+    uint32_t fault; // its place
+    uint32_t service;
+    uint32_t swapped; // sent after the next of its service
+    alarmEvent event;
 };
 
 // What a device does and this one does only when told, each 0 or 1. Their names are the settings'.
@@ -180,7 +206,6 @@ struct Rates {
     kvSimRate rates[RATES];
 };
 
-constexpr uint32_t FAULTS = 32;
 constexpr uint32_t LOG = 512;
 
 // What a change overwrote, until it is complete. The largest changes an alarm of every pseudowire,
@@ -213,8 +238,9 @@ struct alignas(64) State {
 
     // What a transaction modified lies behind here.
     uint32_t faultGeneration; // counts the clearings: what hangs waits for the next
-    uint32_t hanging;         // calls that have begun to hang since then
-    uint64_t resets;          // the factory resets
+    uint32_t hanging;         // calls that have begun to hang since then, and were not released
+    uint32_t restarts;        // the device's
+    uint64_t resets;          // the journal's
 
     System system;
     Port ports[KV_SIM_PORTS];
@@ -224,6 +250,7 @@ struct alignas(64) State {
     uint32_t pmEpoch[KV_SIM_INTERVALS];
     Upgrade upgrade;
     Clock clock;
+    Restart restart;
 
     // Whether anything was asked for that follows from changes; until then nobody looks at them.
     uint32_t attentive;
@@ -234,8 +261,13 @@ struct alignas(64) State {
     Notifications services[SERVICES];
     uint64_t lost;
 
-    uint32_t faultCount;
+    uint32_t faultLast;    // the id of the latest
+    uint32_t faultCount;   // of the places in order
+    uint32_t faultsLapsed; // some of these are no longer armed
+    uint16_t faultOrder[FAULTS];
     ArmedFault faults[FAULTS];
+    uint32_t keptCount;
+    Kept kept[KEPT];
 
     Journal journal;
     uint64_t logLast;
@@ -243,6 +275,9 @@ struct alignas(64) State {
     uint32_t logCounted; // since then, debug records left out
     kvSimLog log[LOG];
 };
+
+// What faults may take of the 4 MiB of a new device.
+static_assert(sizeof(State::faults) + sizeof(State::faultOrder) + sizeof(State::kept) <= 320 << 10);
 
 } // namespace sim
 

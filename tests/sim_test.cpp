@@ -354,7 +354,7 @@ TEST_F(SimulatedDevice, DoesToCallsWhatItsFaultsSay)
 
         const std::pair<kvSimFault, const char *> refused[] = {
             {faultOf("config_get_temperatur", KV_SIM_CODE, 1), "no platform function"},
-            {faultOf("config_get_temperature", KV_SIM_GARBAGE + 1, 1), "no effect 4"},
+            {faultOf("config_get_temperature", KV_SIM_HOLD + 1, 1), "no effect 11"},
             {faultOf("config_get_temperature", KV_SIM_CODE, 0), "0, which is success"},
             {kvSimFault{}, "0, which is success"},
         };

@@ -338,8 +338,8 @@ class Words(Device):
     def test_the_control_interface_of_the_simulated_device_is_offered_whole(self):
         header = re.sub(r"/\*.*?\*/", "", (SOURCE / "sim/kv_sim.h").read_text(), flags=re.DOTALL)
         tool = (SOURCE / "tools/vexoctl/sim.cpp").read_text()
-        of_recorders = {"kv_sim_operation"}
-        self.assertEqual(set(re.findall(r"(kv_sim_\w+)\(", header)) - of_recorders,
+        others = {"kv_sim_operation", "kv_sim_fault_add"}  # of recorders; as kv_sim_fault_arm
+        self.assertEqual(set(re.findall(r"(kv_sim_\w+)\(", header)) - others,
                          set(re.findall(r"\bSIM\((kv_sim_\w+)\)", tool)) |
                          {"kv_" + name for name in re.findall(r"\bFORWARD\((sim_\w+)", tool)})
 
@@ -347,9 +347,13 @@ class Words(Device):
             body = re.search(rf"typedef \w+ {name} {{(.*?)}}", header, re.DOTALL)[1]
             return re.findall(r"(\w+)(?:\[\w+\])?[;,]", body)
         arguments = {row["name"]: row for row in self.manual("sim", "fault", "add")["arguments"]}
-        self.assertEqual(set(arguments), set(members("kvSimFault")))
+        told = {"id", "met", "waiting", "spent"}
+        self.assertEqual(set(arguments), set(members("kvSimFault")) - {"ofType"} - told)
         self.assertEqual([f"KV_SIM_{name.upper()}" for name in arguments["effect"]["values"]],
                          members("kvSimEffect"))
+        ends = {row["name"]: row for row in self.manual("sim", "subscription", "end")["arguments"]}
+        self.assertEqual([f"KV_SIM_{name.upper()}" for name in ends["ending"]["values"]],
+                         members("kvSimEnding"))
         self.document("sys", "src_ip", "set", "address=0x0a000001")
         self.document("misc", "dbg_mode", "set", "mask=1")
         self.document("sys", "temp", "get")
@@ -513,6 +517,12 @@ BAD_INPUT = [
     (["metrics", "form=xml"], "form: expected text or openmetrics"),
     (["sim", "fault", "add", "function=GetObjectCoun"], "did you mean 'GetObjectCount'"),
     (["sim", "fault", "add", "function=config_get_pdh"], "did you mean 'config_get_pdh_params'"),
+    (["sim", "fault", "add", "effect=lsot"], "did you mean 'lost'"),
+    (["sim", "fault", "add", "function=config_add_pw", "where=pwid=3"], "did you mean 'pwId'"),
+    (["sim", "fault", "add", "where=intervall=3"], "did you mean 'interval'"),
+    (["sim", "fault", "add", "where=port"], "name=value, with commas"),
+    (["sim", "fault", "add", "effect=drop", "where=stat=3"], "did you mean 'status'"),
+    (["sim", "fault", "add", "operation=pwe params st"], "did you mean 'pwe params set'"),
     (["--device"], "--device"),
     (["--jsn", "list"], "did you mean '--json'"),
     (["--script", "/nowhere"], "cannot read /nowhere: No such file"),
@@ -1402,6 +1412,43 @@ class Surroundings(Device):
         self.document("sim", "wait", "handled")
         self.assertEqual(watching.wait(60), 0)
         self.document("sim", "wait", "idle", "quiet=20")
+
+    def test_a_fault_tells_what_it_is_for_and_how_often_it_met(self):
+        added = [self.document("sim", "fault", "add", *words)["id"] for words in (
+            ["function=config_set_pdh_params", "effect=nothing", "type=pdh", "object=3",
+             "where=params.frameMode=2,port=3", "nth=2"],
+            ["effect=drop", "times=1", "where=type=pdh,delta=0x4"],
+            ["operation=pdh frame set", "process=1", "chance=500000", "seed=7"])]
+        for mode in (2, 2, 2):
+            self.document("pdh", "frame", "set", "port=3", f"mode={mode}")
+        self.document("sim", "alarm", "raise", "type=pdh", "number=1", "bits=0x4")
+        common = {"operation": "sim fault find", "rc": 0, "message": "", "waiting": 0}
+        expected = [
+            {"function": "config_set_pdh_params", "type": "pdh", "object": 3, "nth": 2,
+             "where": {"params.frameMode": 2, "port": 3}, "effect": "nothing", "value": 1,
+             "skip": 0, "times": 0, "met": 1, "spent": True},
+            {"service": "alarms", "where": {"type": 1, "delta": 4}, "effect": "drop", "value": 1,
+             "skip": 0, "times": 0, "met": 1, "spent": True},
+            {"function": "any", "process": 1, "operation": "vexo_cmi_pdh_frame_set",
+             "effect": "code", "value": 1, "skip": 0, "times": 0, "chance": 500000, "seed": 7,
+             "met": 0, "spent": False}]
+        for fault, row in zip(added, expected, strict=True):
+            self.assertEqual(self.document("sim", "fault", "find", f"id={fault}"),
+                             {**common, "id": fault, **row})
+        [left] = self.document("sim", "fault", "list")["faults"]
+        self.assertEqual(left["id"], added[2])
+
+    def test_an_agent_finds_the_device_restarted(self):
+        self.document("sys", "tpid", "set", "tpid=0x9100")
+        self.document("sim", "clock", "stop")
+        self.document("sim", "reboot", "milliseconds=60000", "keepConfiguration=1", "clock=0")
+        self.assertEqual(self.document("sys", "tpid", "get", status=1)["message"],
+                         "the device is restarting")
+        self.assertEqual(self.document("sim", "clock", "get")["away"], 60000)
+        self.document("sim", "clock", "advance", "seconds=60")
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x9100)
+        clock = self.document("sim", "clock", "get")
+        self.assertEqual((clock["seconds"], clock["away"]), (0, 0))
 
     def test_a_person_is_told_once_that_the_device_is_gone_with_the_process(self):
         named = self.environment.copy()

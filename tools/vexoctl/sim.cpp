@@ -16,6 +16,7 @@
 #include <cstring>
 #include <ranges>
 #include <set>
+#include <sstream>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -35,10 +36,14 @@ constexpr describe::Member OBJECTS[] = {{KV_SIM_SYSTEM, "system"},
                                         {KV_SIM_PW, "pwe"},
                                         {KV_SIM_GROUP, "ima-group"},
                                         {KV_SIM_LINK, "ima-link"}};
-constexpr describe::Member EFFECTS[] = {{KV_SIM_CODE, "code"},
-                                        {KV_SIM_DELAY, "delay"},
-                                        {KV_SIM_HANG, "hang"},
-                                        {KV_SIM_GARBAGE, "garbage"}};
+constexpr describe::Member EFFECTS[] = {
+    {KV_SIM_CODE, "code"},       {KV_SIM_DELAY, "delay"},   {KV_SIM_HANG, "hang"},
+    {KV_SIM_GARBAGE, "garbage"}, {KV_SIM_LOST, "lost"},     {KV_SIM_NOTHING, "nothing"},
+    {KV_SIM_DROP, "drop"},       {KV_SIM_DOUBLE, "double"}, {KV_SIM_LATE, "late"},
+    {KV_SIM_SWAP, "swap"},       {KV_SIM_HOLD, "hold"}};
+constexpr describe::Member FAULT_SERVICES[] = {{KV_SIM_ALARMS, "alarms"}, {KV_SIM_REPORTS, "pm"}};
+constexpr describe::Member ENDINGS[] = {
+    {KV_SIM_SILENCE, "silence"}, {KV_SIM_ERROR, "error"}, {KV_SIM_HANGUP, "hangup"}};
 constexpr describe::Member SETS[] = {{uint32_t(Counters::pm), "pm"},
                                      {uint32_t(Counters::om), "om"}};
 constexpr describe::Member GROWTHS[] = {{0, "even"}, {1, "burst"}};
@@ -55,6 +60,9 @@ constexpr Type OBJECT_TYPE = named("object type", OBJECTS);
 constexpr Type SET = named("set of counters", SETS);
 constexpr Type GROWTH = named("growth", GROWTHS);
 constexpr Type EFFECT = named("effect", EFFECTS);
+constexpr Type SERVICE = named("service", FAULT_SERVICES);
+constexpr Type ENDING = named("ending", ENDINGS);
+constexpr uint32_t NOT_GIVEN = 0xFFFFFFFF;
 
 template <class Function>
 Function *lookUp(const char *name)
@@ -114,7 +122,8 @@ void sim_clock(Json *shown, vexoResult *result)
     const uint64_t time = SIM(kv_sim_clock_get)();
     *shown = Json{{"seconds", time / SECOND},
                   {"microseconds", time % SECOND},
-                  {"stopped", SIM(kv_sim_clock_stopped)() != 0}};
+                  {"stopped", SIM(kv_sim_clock_stopped)() != 0},
+                  {"away", SIM(kv_sim_away)()}};
 }
 
 void sim_clock_set(uint32_t seconds, uint32_t microseconds, vexoResult *result)
@@ -149,16 +158,79 @@ void sim_functions(Json *shown, vexoResult *result)
     *shown = Json{{"functions", functionNames()}};
 }
 
-void checkFunction(const std::string &function)
+void checkName(const char *what, const std::string &name, const Names &names)
 {
-    const Names names = functionNames();
-    if (!function.empty() && std::ranges::count(names, function) == 0)
-        throw UsageError("function: there is no platform function " + quoted(function) +
-                         hint(function, names));
+    if (std::ranges::count(names, name) == 0)
+        throw UsageError(std::string{what} + " " + quoted(name) + hint(name, names));
 }
 
-void sim_fault_add(const char *function, uint32_t effect, uint32_t value, uint32_t object,
-                   uint32_t skip, uint32_t times, vexoResult *result)
+void checkFunction(const std::string &function)
+{
+    if (!function.empty())
+        checkName("function: there is no platform function", function, functionNames());
+}
+
+// What a fault's `where` can name; of no function, what those of all have.
+Names argumentNames(const char *function)
+{
+    Names names;
+    kvSimArgument argument;
+    for (unsigned i = 0; SIM(kv_sim_argument_get)(function, i, &argument) == 0; ++i)
+        names.emplace_back(argument.name);
+    return names;
+}
+
+void sim_arguments(Json *shown, const char *function, vexoResult *result)
+{
+    checkFunction(function);
+    report(SIM(kv_sim_open)(), result);
+    *shown = Json{{"arguments", argumentNames(function)}};
+}
+
+// "port=3,params.frameMode=2"
+void putWhere(kvSimFault &fault, const std::string &text)
+{
+    const bool notifies = fault.effect >= KV_SIM_DROP;
+    const Names names = !notifies ? argumentNames(fault.function)
+                        : fault.service == KV_SIM_REPORTS
+                            ? Names{"interval"}
+                            : Names{"type", "number", "status", "delta"};
+    std::istringstream stream{text};
+    size_t count = 0;
+    for (std::string word; std::getline(stream, word, ','); ++count) {
+        const size_t sign = word.find('=');
+        const std::string name = word.substr(0, sign);
+        if (sign == std::string::npos || count == std::size(fault.where))
+            throw UsageError("where: expected up to " + std::to_string(std::size(fault.where)) +
+                             " times name=value, with commas between them, not '" + text + "'");
+        // An index other than that which stands for all is not among the names.
+        if (name.find_first_of("0123456789") == std::string::npos)
+            checkName("where: there is no number", name, names);
+        kvSimArgument &wanted = fault.where[count];
+        checkLength("where", name.size(), sizeof wanted.name - 1);
+        strcpy_n(wanted.name, name.c_str(), sizeof wanted.name);
+        parse(name == "type" ? OBJECT_TYPE : describe::Row<uint32_t>::type, "where: " + name,
+              word.substr(sign + 1), {.members = true}, &wanted.value);
+    }
+}
+
+// "vexo_cmi_pwe_params_set", or the words for it.
+void putOperation(kvSimFault &fault, const std::string &given)
+{
+    Names names;
+    for (const describe::Operation &operation : describe::operations()) {
+        names.insert(names.end(), {operation.name, spoken(operation.name)});
+        if (given == operation.name || given == names.back())
+            return static_cast<void>(
+                strcpy_n(fault.operation, operation.name, sizeof fault.operation));
+    }
+    checkName("operation: there is no operation", given, names);
+}
+
+void sim_fault_add(Json *shown, const char *function, uint32_t effect, uint32_t value,
+                   uint32_t object, uint32_t skip, uint32_t times, uint32_t type, const char *where,
+                   uint32_t process, const char *operation, uint32_t nth, uint32_t chance,
+                   uint32_t seed, uint32_t service, vexoResult *result)
 {
     checkFunction(function);
     kvSimFault fault{};
@@ -168,23 +240,70 @@ void sim_fault_add(const char *function, uint32_t effect, uint32_t value, uint32
     fault.times = times;
     fault.effect = effect;
     fault.value = value;
-    report(SIM(kv_sim_fault_add)(&fault), result);
+    fault.ofType = type != NOT_GIVEN;
+    fault.type = fault.ofType ? type : 0;
+    fault.process = process;
+    fault.nth = nth;
+    fault.chance = chance;
+    fault.seed = seed;
+    fault.service = service;
+    putWhere(fault, where);
+    if (*operation)
+        putOperation(fault, operation);
+    const uint32_t id = SIM(kv_sim_fault_arm)(&fault);
+    report(id ? 0 : -1, result);
+    *shown = Json{{"id", id}};
+}
+
+Json faultOf(const kvSimFault &fault)
+{
+    const bool notifies = fault.effect >= KV_SIM_DROP;
+    Json row{{"id", fault.id}};
+    if (notifies)
+        row["service"] = toJson(SERVICE, &fault.service);
+    else
+        row["function"] = fault.function[0] ? fault.function : "any";
+    if (fault.ofType)
+        row["type"] = toJson(OBJECT_TYPE, &fault.type);
+    for (const auto &[name, number] :
+         {std::pair{"object", fault.object}, {"process", fault.process}, {"nth", fault.nth}})
+        if (number)
+            row[name] = number;
+    if (fault.operation[0])
+        row["operation"] = fault.operation;
+    for (const kvSimArgument &wanted : fault.where)
+        if (wanted.name[0])
+            row["where"][wanted.name] = wanted.value;
+    row.update(Json{{"effect", toJson(EFFECT, &fault.effect)},
+                    {"value", fault.value},
+                    {"skip", fault.skip},
+                    {"times", fault.times}});
+    if (fault.chance)
+        row.update(Json{{"chance", fault.chance}, {"seed", fault.seed}});
+    row.update(Json{{"met", fault.met}, {"waiting", fault.waiting}, {"spent", fault.spent != 0}});
+    return row;
 }
 
 void sim_fault_list(Json *shown, vexoResult *result)
 {
     report(SIM(kv_sim_open)(), result);
-    const auto show = [](const kvSimFault &fault) {
-        Json row{{"function", fault.function[0] ? fault.function : "any"}};
-        if (fault.object)
-            row["object"] = fault.object;
-        row.update(Json{{"effect", toJson(EFFECT, &fault.effect)},
-                        {"value", fault.value},
-                        {"skip", fault.skip},
-                        {"times", fault.times}});
-        return row;
-    };
-    *shown = Json{{"faults", all(SIM(kv_sim_fault_get), show)}, {"hanging", SIM(kv_sim_hanging)()}};
+    *shown =
+        Json{{"faults", all(SIM(kv_sim_fault_get), faultOf)}, {"hanging", SIM(kv_sim_hanging)()}};
+}
+
+void sim_fault_find(Json *shown, uint32_t id, vexoResult *result)
+{
+    kvSimFault fault{};
+    report(SIM(kv_sim_fault_find)(id, &fault), result);
+    *shown = faultOf(fault);
+}
+
+void sim_reboot(uint32_t milliseconds, uint32_t keepConfiguration, uint32_t keepFaults,
+                uint32_t keepJournal, uint32_t clock, vexoResult *result)
+{
+    const kvSimReboot reboot{milliseconds, keepConfiguration,  keepFaults,
+                             keepJournal,  clock != NOT_GIVEN, clock * SECOND};
+    report(SIM(kv_sim_reboot)(&reboot), result);
 }
 
 std::string hexOf(const uint8_t *bytes, uint32_t size)
@@ -631,15 +750,39 @@ constexpr SimCommand COMMANDS[] = {
      "two seconds the clock stops there, with a failure; with anyway=1 that one is not waited for "
      "again, and the clock goes on."},
     {COMMAND(sim_functions, "", {"shown"}), "Shows the names of the platform's functions."},
-    {COMMAND(sim_fault_add, "function=config_get_pwe_if value=8 times=1", OPTIONAL("function"),
-             {.name = "effect", .optional = true, .type = &EFFECT},
+    {COMMAND(sim_arguments, "function=config_set_pdh_params", {"shown"}, OPTIONAL("function")),
+     "Shows the numbers by which a fault can tell the calls of a platform function, where=: its "
+     "arguments, and the fields of the record that it is given, with 0 for each index; or the "
+     "arguments of all functions."},
+    {COMMAND(sim_fault_add, "function=config_get_pwe_if value=8 times=1", {"shown"},
+             OPTIONAL("function"), {.name = "effect", .optional = true, .type = &EFFECT},
              {.name = "value", .optional = true, .otherwise = 1}, OPTIONAL("object"),
-             OPTIONAL("skip"), OPTIONAL("times")),
+             OPTIONAL("skip"), OPTIONAL("times"),
+             {.name = "type", .optional = true, .otherwise = NOT_GIVEN, .type = &OBJECT_TYPE},
+             OPTIONAL("where"), OPTIONAL("process"), OPTIONAL("operation"), OPTIONAL("nth"),
+             OPTIONAL("chance"), OPTIONAL("seed"),
+             {.name = "service", .optional = true, .type = &SERVICE}),
      "Makes calls of a platform function (of all, when none is named) fail with the code value (1 "
-     "when it is left out, and never 0), take value milliseconds longer, hang until the faults are "
-     "cleared, or give random bytes made from value. Without object it meets calls for any object; "
-     "skip calls are let pass first, then times calls are met, all when it is left out."},
-    {FORWARD(sim_fault_clear, ""), "Ends all faults and lets the hanging calls go on."},
+     "when it is left out, and never 0); take value milliseconds longer; hang until the fault is "
+     "released or ended; give random bytes made from value; be carried out and fail all the same "
+     "with the code value (lost); or succeed and change nothing (nothing). Or makes notifications "
+     "of a service be dropped, sent double, late by value milliseconds of device time, swapped "
+     "with the next, or held until the fault is released or ended. Without object it meets those "
+     "of any object, without type of any kind; where names numbers among the arguments, as 'sim "
+     "arguments' shows them: where=interval=1,which=0. Skip are let pass first, then times are "
+     "met, all when it is left out; or only the nth, counted whether or not another fault meets "
+     "them; or chance in a million, at random by seed. Operation is one of the library's, known "
+     "while it is recorded. The id is for 'sim fault find', 'sim fault release' and 'sim fault "
+     "end'."},
+    {FORWARD(sim_fault_clear, ""),
+     "Ends all faults, lets the hanging calls go on and sends the notifications that were kept."},
+    {FORWARD(sim_fault_end, "id=1", {"id"}),
+     "Ends one fault, with what hangs by it or is kept as 'sim fault clear' does."},
+    {FORWARD(sim_fault_release, "id=1", {"id"}),
+     "Lets what hangs by a fault go on and sends what it keeps; the fault stays."},
+    {COMMAND(sim_fault_find, "id=1", {"shown"}, {"id"}),
+     "Shows a fault and how often it has met, also when it is spent or was ended, until 1024 newer "
+     "ones have been added."},
     {COMMAND(sim_fault_list, "", {"shown"}),
      "Shows the faults as they stand, and how many calls hang."},
     {COMMAND(sim_journal, "last=5 function=config_set_pw", {"shown"}, OPTIONAL("last"),
@@ -663,10 +806,19 @@ constexpr SimCommand COMMANDS[] = {
      "Shows lost updates among the calls that the journal holds, up to 100 and how many there are: "
      "a read of an object's record, a write to the object by another thread or process, and the "
      "write that puts the record back as it was read, with its own change."},
+    {COMMAND(sim_reboot, "milliseconds=1", {"milliseconds"}, OPTIONAL("keepConfiguration"),
+             OPTIONAL("keepFaults"), OPTIONAL("keepJournal"),
+             {.name = "clock", .optional = true, .otherwise = NOT_GIVEN}),
+     "Restarts the device: for some milliseconds of device time each call fails with code 1; "
+     "subscriptions end with a hang-up of their descriptors. It comes back with its counters at 0, "
+     "with factory defaults unless keepConfiguration=1, without faults unless keepFaults=1, with a "
+     "new journal unless keepJournal=1, and with the clock going on or, in seconds, at clock."},
     {COMMAND(sim_log, "last=5", {"shown"}, OPTIONAL("last")),
      "Shows the latest records of the device's log, 20 or as many as last says."},
     {FORWARD(sim_alarm_set, "type=pdh number=3 bits=0x1", TYPE, {"number"}, BITS("bits")),
      "Sets the alarm bits that are active on an object. The system is number 1."},
+    {FORWARD(sim_alarm_alter, "type=pdh number=3 bits=0x3", TYPE, {"number"}, BITS("bits")),
+     "Sets the alarm bits that are active on an object, without an event."},
     {CALL("sim_alarm_raise", changeAlarms<true>, "type=pdh number=3 bits=0x5", TYPE, {"number"},
           BITS("bits")),
      "Raises alarm bits on an object, besides those that are active. The system is number 1."},
@@ -709,6 +861,11 @@ constexpr SimCommand COMMANDS[] = {
     {FORWARD(sim_wait_hanging, "calls=1 milliseconds=5000",
              {.name = "calls", .optional = true, .otherwise = 1}, LIMIT),
      "Waits until so many calls (1) hang in a fault." WAITS},
+    {FORWARD(sim_subscription_end, "process=0 services=both ending=hangup", {"process"},
+             {.name = "services", .type = &SERVICES}, {.name = "ending", .type = &ENDING}),
+     "Ends the subscriptions of a process (0: of all) to alarms, PM reports or both: in silence, "
+     "or so that their "
+     "descriptors report an error or a hang-up and taking notifications fails."},
     {COMMAND(sim_pm_set, "type=pdh number=3 interval=1 counter=layout0.counters.4 value=12", TYPE,
              {"number"}, {"interval"}, {"counter"}, {"value"}),
      "Sets a PM counter of an object in the running interval. The counter is named as 'pdh pm "
