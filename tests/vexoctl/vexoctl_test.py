@@ -958,6 +958,63 @@ class Daily(Device):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 
 
+VALID_PWE = ("pwe params set pwId=17 pweAction=create pweType=tdm-1 adminStatus=1 "
+             "dstMac=02:00:5e:00:00:11 vlan.mode=untagged psn.psnType=2 t1.circuit=3 t1.rtp.mode=off")
+
+
+class Configuration(Device):
+    def test_a_device_is_kept_compared_and_led_back_by_files_and_scripts(self):
+        file = self.folder / "kept"
+        file.touch(mode=0o640)
+        self.run_all([VALID_PWE, "ima set groupId=1 imaAction=create groupParam1=1 groupParam2=2",
+                      "ima lnk add groupId=1 linkId=5"])
+        self.assertEqual(self.vexoctl("config", "save", str(file)).returncode, 0)
+        self.assertEqual(file.stat().st_mode & 0o777, 0o640)
+        self.assertEqual(sorted(path.name for path in self.folder.iterdir()), ["device", "kept"])
+        self.assertEqual(self.vexoctl("config", "save").stdout, file.read_text())
+        self.assertEqual(self.status("config", "diff", str(file)), (0, ""))
+
+        self.run_all(["sys tpid set tpid=0x88a8", "ima set groupId=1 imaAction=delete",
+                      "ima set groupId=2 imaAction=create groupParam1=1 groupParam2=2"])
+        different = "system tpid tpid: - 0x8100 + 0x88a8\nima 1: - provisioned\nima 2: + provisioned\n"
+        self.assertEqual(self.status("config", "diff", str(file), "."), (1, different))
+        self.assertEqual([(one["object"], one["field"])
+                          for one in self.document("config", "diff", str(file), status=1)],
+                         [("system tpid", "tpid"), ("ima 1", None), ("ima 2", None)])
+        script = self.vexoctl("config", "apply", str(file), "--dry-run", "--prune").stdout
+        self.assertEqual(self.status("config", "diff", str(file)), (1, different))
+        self.assertEqual(self.vexoctl(text=script).returncode, 0)
+        self.assertEqual(self.status("config", "diff", str(file)), (0, ""))
+        self.assertEqual([one["groupId"] for one in self.document("ima", "list")], [1])
+        self.assertIn("groupParam2 2", self.vexoctl("ima", "list").stdout)
+
+    def test_trouble_has_its_own_status_and_nothing_is_half_done(self):
+        file = self.folder / "kept"
+        for words in (["diff", "nothing"], ["diff"], ["apply"], ["apply", "nothing"],
+                      ["save", "a", "b"], ["save", "--stat"], ["save", "/nowhere/kept"]):
+            self.assertEqual(self.vexoctl("config", *words).returncode, 2, words)
+        self.vexoctl("config", "save", str(file))
+        self.run_all(["sys tpid set tpid=0x88a8", "sys lops set first=1 second=2",
+                      "sim fault add function=config_system_tpid_set value=128 times=1"])
+        failed = self.document("config", "apply", str(file), status=1)
+        self.assertEqual((failed["rc"], failed["done"], failed["notUndone"]),
+                         (8, ["sys lops set first=10 second=20"], []))
+        self.assertEqual(failed["undone"], ["sys lops set first=1 second=2"])
+        self.assertEqual(self.document("config", "apply", str(file))["rc"], 0)
+        self.run_all(["sim fault add function=config_get_pdh_params object=3 value=128"])
+        kept = self.vexoctl("config", "save", str(file))
+        self.assertEqual((kept.returncode, json.loads(file.read_text())["pdh"]["3"]), (1, None))
+        self.assertIn("pdh 3: failure 8: ", kept.stderr)
+
+    def run_all(self, script):
+        done = self.vexoctl(text="\n".join(script))
+        self.assertEqual(done.returncode, 0, done.stderr)
+
+    def status(self, *words):
+        done = self.vexoctl(*words)
+        return done.returncode, done.stdout
+
+
 class Session(Device):
     def test_a_script_stops_at_the_first_failure_and_says_where(self):
         for lines, status, where in (
