@@ -1214,6 +1214,7 @@ class Notifications(Device):
         self.assertEqual(json.loads(begun[1]), {"notification": "active", "objType": "pdh",
                                                 "objId": 3, "status": 5})
         self.assertRegex(begun[2], r"^20[0-9T:.-]+[+-]\d\d:\d\d active PDH")
+        self.document("sim", "alarm", "raise", "type=pdh", "number=3", "bits=0x10")
         for kind, number, change in (("pdh", 4, "clear"), ("pdh", 3, "clear"), ("pdh", 3, "raise"),
                                      ("pwe", 17, "raise"), ("system", 1, "raise")):
             if kind == "pwe":
