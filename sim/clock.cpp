@@ -3,6 +3,7 @@
 #include "entry.h"
 #include "growth.h"
 #include "notification.h"
+#include "restart.h"
 
 #include <algorithm>
 #include <atomic>
@@ -129,11 +130,22 @@ void reachLoadState(Transaction &device, uint32_t state, uint64_t when)
     Upgrade &load = device.modify(device->upgrade);
     load.state = state == load.failState ? LOAD_FAILED : state;
     load.since = when;
-    if (load.state != LOAD_DONE || !device->behaviours.loadVersion)
+    if (load.state != LOAD_DONE)
         return;
-    auto &version = device.modify(device->system.status.version.text[LOADED_VERSION]);
-    constexpr int LENGTH = sizeof load.request.fileName;
-    snprintf(version, sizeof version, "%.*s", LENGTH, load.request.fileName);
+    if (device->behaviours.loadVersion) {
+        auto &version = device.modify(device->system.status.version.text[LOADED_VERSION]);
+        constexpr int LENGTH = sizeof load.request.fileName;
+        snprintf(version, sizeof version, "%.*s", LENGTH, load.request.fileName);
+    }
+    if (device->behaviours.loadRestart)
+        restart(device,
+                {.milliseconds = device->loadDowntime * 1000,
+                 .keepConfiguration = 1,
+                 .keepFaults = 1,
+                 .keepJournal = 1,
+                 .setClock = 0,
+                 .clock = 0},
+                when);
 }
 
 void scheduleIntervals(State &state)
@@ -188,6 +200,13 @@ uint64_t nextKept(const State &state, std::optional<Service> service)
     return next ? next + state.clock.offset : 0;
 }
 
+// By device time: when a software load reaches its next state.
+uint64_t nextLoad(const State &state)
+{
+    const Upgrade &load = state.upgrade;
+    return isLoading(load) ? load.since + LOAD_STATE_TIME + state.clock.offset : 0;
+}
+
 } // namespace
 
 uint64_t nextUntil(const State &state, uint64_t time)
@@ -195,6 +214,8 @@ uint64_t nextUntil(const State &state, uint64_t time)
     uint64_t next = state.restart.until ? state.restart.until + state.clock.offset : 0;
     if (!next) {
         next = nextEnd(state);
+        if (const uint64_t load = nextLoad(state); isFirst(load, next))
+            next = load;
         if (const uint64_t kept = nextKept(state, {}); isFirst(kept, next))
             next = kept;
     }

@@ -259,7 +259,7 @@ int kv_sim_reboot(const kvSimReboot *reboot)
     return control([=](Transaction &device) {
         if (reboot->clock > CLOCK_END)
             return fail(BAD_VALUE, "the device clock ends with the year 9999");
-        restart(device, *reboot);
+        restart(device, *reboot, uptime(*device));
         return tick(device);
     });
 }

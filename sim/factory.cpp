@@ -116,6 +116,7 @@ void initialise(State &state)
     scheduleIntervals(state);
 
     state.behaviours.logAlarm = 1;
+    state.loadDowntime = 60;
     for (uint32_t &links : state.linksNeeded)
         links = 1;
 

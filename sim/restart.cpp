@@ -48,7 +48,8 @@ void endTests(State &state)
     state.system.tpgmStart = 0;
     for (Port &port : state.ports)
         port.loopback.lpbk = NO_LOOPBACK;
-    state.upgrade.state = LOAD_NONE;
+    if (isLoading(state.upgrade))
+        state.upgrade.state = LOAD_NONE;
 }
 
 void forgetCalls(State &state)
@@ -66,10 +67,9 @@ void forgetFaults(State &state)
 
 } // namespace
 
-void restart(Transaction &device, const kvSimReboot &how)
+void restart(Transaction &device, const kvSimReboot &how, uint64_t now)
 {
     device.commit();
-    const uint64_t now = uptime(*device);
     growAll(device, now);
     device.modify(device->restart) = {1, now, now + how.milliseconds * uint64_t{1000}, how};
     ++device.modify(device->restarts);

@@ -194,6 +194,7 @@ struct Behaviours {
     uint32_t portAlarms;
     uint32_t linkAlarms;
     uint32_t loadVersion;
+    uint32_t loadRestart;
     uint32_t consistency;
     uint32_t logAlarm;
 };
@@ -256,6 +257,7 @@ struct alignas(64) State {
     uint32_t attentive;
     Behaviours behaviours;
     uint32_t linksNeeded[KV_SIM_GROUPS];
+    uint32_t loadDowntime; // in seconds
     Rates rates;
 
     Notifications services[SERVICES];

@@ -418,7 +418,7 @@ TEST_F(Behaviour, HasSettingsThatTakeWhatTheyGive)
     std::map<std::string, std::string> before;
     for (unsigned i = 0; const char *name = kv_sim_setting(i); ++i)
         EXPECT_TRUE(before.emplace(name, get(name)).second) << name;
-    EXPECT_EQ(before.size(), 55U);
+    EXPECT_EQ(before.size(), 57U);
     const std::string tooLong(128, 'x');
     for (const auto &[name, value] : before) {
         SCOPED_TRACE(name);
@@ -438,6 +438,7 @@ TEST_F(Behaviour, HasSettingsThatTakeWhatTheyGive)
         EXPECT_EQ(kv_sim_get(name.c_str(), none, sizeof none), -1);
     }
     for (const auto &[name, value] : {std::pair{"links-needed.8", "9"},
+                                      {"load-downtime", "86401"},
                                       {"load-downtime", "86401"},
                                       {"temperature", "4294967296"},
                                       {"temperature", ""},
@@ -569,6 +570,33 @@ TEST_F(Behaviour, RunsWhatWasLoadedUnlessThatFailed)
     EXPECT_EQ(load("c.bin", 3), first + " " + first) << "failed before";
     EXPECT_EQ(load("d.bin", 0), first + " d.bin");
     EXPECT_EQ(load(longest, 0), "d.bin " + longest);
+
+    // Restarted, it is away, and comes back as it was configured, with the outcome of the load.
+    EXPECT_EQ(kv_sim_away(), 0U);
+    vexo_cmi_sys_tpid_set(0x9100, &result);
+    set("load-restart", "on");
+    EXPECT_EQ(load("e.bin", 4), longest + " " + longest);
+    EXPECT_EQ(kv_sim_away(), 0U) << "failed";
+    set("load-downtime", "30");
+    vexoUpgradeInfo upgrade{};
+    upgrade.mode = VEXO_UPGRADE_MODE_1;
+    strcpy_n(upgrade.fileName, "f.bin", sizeof upgrade.fileName);
+    kv_sim_upgrade_fail(0);
+    vexo_cmi_misc_upgrade_init(&upgrade, &result);
+    kv_sim_clock_advance(15 * SECOND - 1);
+    EXPECT_EQ(kv_sim_away(), 0U);
+    kv_sim_clock_advance(30 * SECOND);
+    EXPECT_EQ(kv_sim_away(), 1U) << "in milliseconds, of which one has begun";
+    unsigned tpid = 0;
+    vexo_cmi_sys_tpid_get(&tpid, &result);
+    EXPECT_EQ(result.rc, VEXO_RC_GENERAL);
+    kv_sim_clock_advance(1);
+    vexo_cmi_sys_tpid_get(&tpid, &result);
+    EXPECT_OK(result);
+    EXPECT_EQ(tpid, 0x9100U);
+    EXPECT_EQ(get("version.2"), "f.bin");
+    vexo_cmi_misc_upgrade_info_get(&upgrade, &result);
+    EXPECT_EQ(upgrade.state, vexoUpgradeState{5});
 }
 
 } // namespace
