@@ -320,7 +320,7 @@ Names completions(const Words &typed)
         const auto isFile = [](const std::string &word) {
             return word == "FILE" || word == "A" || word == "B";
         };
-        if (std::erase_if(next, isFile) + std::ranges::count_if(first, isFile) > 0)
+        if (std::erase_if(next, isFile) > 0 || std::ranges::any_of(first, isFile))
             std::ranges::copy(files(begun), std::back_inserter(next));
         for (const std::string &family : metricFamilies())
             if (begun.starts_with("families="))

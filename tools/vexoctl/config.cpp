@@ -177,14 +177,16 @@ namespace
 
 std::string lineOf(const Difference &difference)
 {
-    const auto &[key, field, a, b] = difference;
+    const bool isWhole = difference.field.empty();
     const auto value = [&](const char *sign, const Json &side) {
         if (side.is_null())
             return std::string{};
         return std::string{" "} + sign + " " +
-               (field.empty() ? side.value("pweType", "provisioned") : readable(key, field, side));
+               (isWhole ? side.value("pweType", "provisioned")
+                        : readable(difference.key, difference.field, side));
     };
-    return nameOf(key) + (field.empty() ? "" : " " + field) + ":" + value("-", a) + value("+", b);
+    return nameOf(difference.key) + (isWhole ? "" : " " + difference.field) + ":" +
+           value("-", difference.a) + value("+", difference.b);
 }
 
 } // namespace

@@ -259,12 +259,13 @@ Flat ownOf(const Key &key, const Json &fields, const Json &others)
     for (const Setter &setter : key.kind->setters)
         if (setter.record)
             addOwn(*setter.record, "", fields, others, own);
-    for (const auto &[name, field] : key.kind->fields)
-        if (field.with && fields.contains(name) && !others.contains(name) &&
-            std::ranges::any_of(own, [&](const auto &part) {
-                return part.first.starts_with(field.with + std::string{"."});
-            }))
+    for (const auto &[name, field] : key.kind->fields) {
+        if (!field.with || !fields.contains(name) || others.contains(name))
+            continue;
+        const std::string part = field.with + std::string{"."};
+        if (std::ranges::any_of(own, [&](const auto &one) { return one.first.starts_with(part); }))
             own.emplace_back(name, fields[name]);
+    }
     return own;
 }
 

@@ -130,11 +130,11 @@ class ObjectPlanner
     void checkTold() const
     {
         const auto wanted = flat(wanted_);
-        for (const auto &[path, value] : flat(present()))
-            if (value.is_null() && std::ranges::any_of(wanted, [&](const auto &other) {
-                    return other.first == path && !other.second.is_null();
+        for (const auto &one : flat(present()))
+            if (one.second.is_null() && std::ranges::any_of(wanted, [&](const auto &other) {
+                    return other.first == one.first && !other.second.is_null();
                 }))
-                throw Untold(path + ": the device doesn't tell what it is set to");
+                throw Untold(one.first + ": the device doesn't tell what it is set to");
     }
 
     // What the setter would be given.
