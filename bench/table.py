@@ -100,12 +100,28 @@ def ratios():
 
 
 def million():
-    for name, what in (("memory", "in memory"), ("file", "in a file")):
+    for name, what in (("memory", "in memory"), ("file", "in a file"),
+                       ("recorded", "in memory and recorded")):
         path = os.path.join(FOLDER, f"million-{name}.txt")
         if os.path.exists(path):
             with open(path) as file:
                 row(f"a million operations on the simulated device, {what}", "a few s",
                     f"{float(file.read()):.2f} s")
+
+
+def recorder():
+    if not os.path.exists(os.path.join(FOLDER, "recorder.json")):
+        return
+    data = load("recorder.json")
+    row("a call with the recorder before it that records nothing, more than without", "2 ns",
+        f"{data['off'] - data['without']:.1f} ns")
+    row("a call that is recorded, more than without and than two readings of the clock", "27 ns",
+        f"{data['on'] - data['without'] - 2 * data['clock']:.1f} ns")
+    row("two readings of the clock", "-", f"{2 * data['clock']:.1f} ns")
+    path = os.path.join(FOLDER, "record.txt")
+    if os.path.exists(path):
+        with open(path) as file:
+            row("bytes of a record, in the mean over the million", 200, file.read().strip())
 
 
 row("what", "to reach", "measured")
@@ -115,3 +131,4 @@ resources()
 shape()
 ratios()
 million()
+recorder()

@@ -140,7 +140,7 @@ enum class Returns { nothing, result, code, text, other };
 class Entry
 {
   public:
-    explicit Entry(size_t room) : self_{thread}
+    [[gnu::always_inline]] explicit Entry(size_t room) : self_{thread}
     {
         if (self_.busy) {
             countLost();
@@ -154,7 +154,7 @@ class Entry
             countLost();
         }
     }
-    ~Entry()
+    [[gnu::always_inline]] ~Entry()
     {
         std::atomic_signal_fence(std::memory_order_seq_cst);
         if (at_)
@@ -165,7 +165,8 @@ class Entry
     explicit operator bool() const { return at_ != nullptr; }
     Writer writer() const { return Writer{at_ + sizeof(Event)}; }
 
-    void end(EventKind kind, uint8_t absent, uint16_t place, uint64_t clock, const Writer &writer)
+    [[gnu::always_inline]] void end(EventKind kind, uint8_t absent, uint16_t place, uint64_t clock,
+                                    const Writer &writer)
     {
         endEvent(self_, kind, absent, place, clock, writer.end());
     }
@@ -232,7 +233,7 @@ template <uint16_t place, Returns returns, class Result, class... Given>
 [[gnu::noinline]] Result record(Result (*behind)(Given...), Given... given)
 {
     constexpr auto all = std::index_sequence_for<Given...>{};
-    if (!start() || !enter<place>(all, given...))
+    if ((isRecording() != ON && !start()) || !enter<place>(all, given...))
         return behind(handedOn(given)...);
     Thread &self = thread;
     ++self.depth;

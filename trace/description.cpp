@@ -47,7 +47,7 @@ constexpr size_t LONGEST = 256; // of texts whose row says nothing
 
 void finish(Shape &shape)
 {
-    constexpr size_t SLACK = 16;
+    constexpr size_t SLACK = UNIT_SIZE + 16;
     size_t enter = sizeof(Event) + SLACK;
     size_t exit = sizeof(Event) + SLACK + sizeof(uint32_t) + LONGEST + sizeof(uint32_t);
     for (uint16_t i = 0; i < shape.argumentCount; ++i) {

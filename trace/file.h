@@ -114,12 +114,13 @@ struct ThreadEvent {
 //
 // A number has 4 bytes, or 8 when it is longer than that; a callback the number of its registration
 // in 4, 0 for none. A text is its length, in 4, and its bytes. A record of up to 16 bytes is as it
-// is; of a longer one the words of 8 bytes that aren't 0 stand behind a map of up to 32 words, of 4
-// bytes, in turn. An array is the number of its elements and a record of them all. Each is filled
+// is; of a longer one the units of 16 bytes that aren't 0 stand behind a map of up to 32 units, of
+// 4 bytes, in turn. An array is the number of its elements and a record of them all. Each is filled
 // up to a multiple of 4 bytes.
 
 constexpr size_t PLAIN_SIZE = 16;
-constexpr size_t MAPPED_WORDS = 32;
+constexpr size_t UNIT_SIZE = 16;
+constexpr size_t MAPPED_UNITS = 32;
 
 constexpr size_t roundUp(size_t size, size_t unit)
 {
@@ -129,12 +130,12 @@ constexpr size_t roundUp(size_t size, size_t unit)
 // The most that a record can take.
 constexpr size_t roomFor(size_t size)
 {
-    const size_t words = roundUp(size, 8) / 8;
+    const size_t units = roundUp(size, UNIT_SIZE) / UNIT_SIZE;
     return size <= PLAIN_SIZE ? roundUp(size, 4)
-                              : words * 8 + roundUp(words, MAPPED_WORDS) / MAPPED_WORDS * 4;
+                              : units * UNIT_SIZE + roundUp(units, MAPPED_UNITS) / MAPPED_UNITS * 4;
 }
 
-// Writes where there is room for the longest value and 8 bytes more.
+// Writes where there is room for the longest value and a unit more.
 class Writer
 {
   public:
@@ -175,40 +176,36 @@ class Writer
         at_ += roundUp(size, 4);
     }
 
-    // Each word is written; the next one overwrites it when it is 0.
-    void packed(const uint8_t *from, size_t size)
+    // Each unit is written; the next one overwrites it when it is 0.
+    [[gnu::always_inline]] void packed(const uint8_t *from, size_t size)
     {
-        size_t words = size / 8;
-        const size_t rest = size % 8;
-        size_t inMap = 0;
-        uint8_t *map = at_;
-        uint32_t bits = 0;
-        at_ += 4;
-        const auto add = [&](uint64_t word) {
-            memcpy(at_, &word, sizeof word);
-            at_ += word ? sizeof word : 0;
-            bits |= uint32_t{word != 0} << inMap;
-            if (++inMap == MAPPED_WORDS) {
-                memcpy(map, &bits, sizeof bits);
-                map = at_;
-                at_ += 4;
-                inMap = bits = 0;
-            }
+        uint8_t *at = at_;
+        const auto put = [&](const uint64_t(&unit)[2], uint32_t &bits, size_t place) {
+            memcpy(at, unit, UNIT_SIZE);
+            const uint32_t isThere = (unit[0] | unit[1]) != 0;
+            at += isThere * UNIT_SIZE;
+            bits |= isThere << place;
         };
-        for (; words > 0; --words, from += 8) {
-            uint64_t word;
-            memcpy(&word, from, sizeof word);
-            add(word);
-        }
-        if (rest) {
-            uint64_t word = 0;
-            memcpy(&word, from, rest);
-            add(word);
-        }
-        if (inMap)
+        while (size > 0) {
+            uint8_t *const map = at;
+            uint32_t bits = 0;
+            at += sizeof bits;
+            const size_t whole = size / UNIT_SIZE < MAPPED_UNITS ? size / UNIT_SIZE : MAPPED_UNITS;
+            for (size_t i = 0; i < whole; ++i, from += UNIT_SIZE) {
+                uint64_t unit[2];
+                memcpy(unit, from, sizeof unit);
+                put(unit, bits, i);
+            }
+            size -= whole * UNIT_SIZE;
+            if (whole < MAPPED_UNITS && size > 0) {
+                uint64_t unit[2]{};
+                memcpy(unit, from, size);
+                put(unit, bits, whole);
+                size = 0;
+            }
             memcpy(map, &bits, sizeof bits);
-        else
-            at_ = map;
+        }
+        at_ = at;
     }
 
     uint8_t *at_;

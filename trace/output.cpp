@@ -15,7 +15,7 @@
 namespace trace
 {
 
-thread_local Thread thread __attribute__((tls_model("initial-exec")));
+constinit thread_local Thread thread __attribute__((tls_model("initial-exec")));
 bool redacting;
 
 namespace
@@ -49,10 +49,10 @@ struct KeptErrno {
     ~KeptErrno() { errno = value; }
 };
 
-uint64_t timeOf(clockid_t clock)
+uint64_t timeOfDay()
 {
     timespec time;
-    clock_gettime(clock, &time);
+    clock_gettime(CLOCK_REALTIME, &time);
     return static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
 }
 
@@ -176,8 +176,8 @@ void fillHead(Head &to, uint64_t size)
     to.size = size;
     to.wantedSize = wantedSize;
     to.blockSize = BLOCK_SIZE;
-    to.startTime = timeOf(CLOCK_REALTIME);
-    to.startClock = timeOf(CLOCK_MONOTONIC);
+    to.startTime = timeOfDay();
+    to.startClock = now();
     to.process = static_cast<uint32_t>(getpid());
     memcpy(to.session, session, sizeof session);
     to.on = startsOff ? OFF : ON;
@@ -289,12 +289,26 @@ bool occupyLeft(Thread &self)
     return false;
 }
 
+// Pages of blocks that are written for the first time: several at once cost less than one by one.
+void makeReady(uint64_t number)
+{
+#ifdef MADV_POPULATE_WRITE
+    constexpr uint64_t AT_ONCE = 8;
+    if (number > head->blockCount || (number - 1) % AT_ONCE != 0)
+        return;
+    const uint64_t left = head->blockCount - (number - 1);
+    madvise(blockAt(number - 1), (left < AT_ONCE ? left : AT_ONCE) * BLOCK_SIZE,
+            MADV_POPULATE_WRITE);
+#endif
+}
+
 // The one that was taken longest ago of those that no thread has.
 bool occupyNext(Thread &self)
 {
     for (uint32_t i = 0; i < head->blockCount; ++i) {
         const uint64_t number = ++head->taken;
         Block *const block = blockAt((number - 1) % head->blockCount);
+        makeReady(number);
         uint32_t state = block->state;
         if (state == OCCUPIED || !block->state.compare_exchange_strong(state, OCCUPIED))
             continue;
@@ -304,11 +318,6 @@ bool occupyNext(Thread &self)
         block->filled = 0;
         block->number = number;
         occupy(self, block, 0);
-#ifdef MADV_POPULATE_WRITE
-        // All its pages at once.
-        const uintptr_t from = reinterpret_cast<uintptr_t>(block) / PAGE * PAGE;
-        madvise(reinterpret_cast<void *>(from), BLOCK_SIZE, MADV_POPULATE_WRITE);
-#endif
         return true;
     }
     return false;
@@ -333,11 +342,6 @@ const char **placeOfOperation()
 } // namespace
 
 std::atomic<std::atomic<uint32_t> *> recording{&notYet};
-
-uint64_t now()
-{
-    return timeOf(CLOCK_MONOTONIC);
-}
 
 uint8_t *takeBlock(Thread &self, size_t room)
 {
@@ -451,7 +455,7 @@ void inChild()
         snprintf(session, sizeof session, "%s", running);
     else
         snprintf(session, sizeof session, "%d-%llx", getpid(),
-                 static_cast<unsigned long long>(timeOf(CLOCK_REALTIME)));
+                 static_cast<unsigned long long>(timeOfDay()));
     setenv(SESSION_VARIABLE, session, 1);
     if (pthread_key_create(&threadKey, leaveBlock) != 0 ||
         pthread_atfork(beforeFork, afterFork, inChild) != 0)

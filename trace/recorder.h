@@ -87,14 +87,19 @@ struct Thread {
     bool busy;   // writes an event
     bool failed; // of the operation's calls one has
 };
-extern thread_local Thread thread __attribute__((tls_model("initial-exec")));
+extern constinit thread_local Thread thread __attribute__((tls_model("initial-exec")));
 
 extern bool redacting;
 
 // Whether the call is to be recorded: opens the file where that hasn't been done.
 bool start();
 
-uint64_t now();
+[[gnu::always_inline]] inline uint64_t now()
+{
+    timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
+}
 
 // Room for an event in the thread's block, or in the next; null: there is none.
 uint8_t *takeBlock(Thread &thread, size_t room);

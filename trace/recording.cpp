@@ -215,13 +215,14 @@ class Cursor
         if (bytes.size() <= PLAIN_SIZE)
             return plain(bytes.data(), bytes.size());
         uint32_t map = 0;
-        for (size_t i = 0; i * 8 < bytes.size(); ++i) {
-            if (i % MAPPED_WORDS == 0)
+        for (size_t i = 0; i * UNIT_SIZE < bytes.size(); ++i) {
+            if (i % MAPPED_UNITS == 0)
                 map = number();
-            if (map >> i % MAPPED_WORDS & 1) {
-                uint8_t word[8]{};
-                take(word, sizeof word);
-                memcpy(bytes.data() + i * 8, word, std::min<size_t>(8, bytes.size() - i * 8));
+            if (map >> i % MAPPED_UNITS & 1) {
+                uint8_t unit[UNIT_SIZE]{};
+                take(unit, sizeof unit);
+                const size_t at = i * UNIT_SIZE;
+                memcpy(bytes.data() + at, unit, std::min(sizeof unit, bytes.size() - at));
             }
         }
     }
