@@ -579,10 +579,9 @@ TEST_F(Trace, HasTheDevicesFileAsItWasBefore)
     EXPECT_TRUE(before == std::string(snapshot.begin(), snapshot.end()));
 }
 
-TEST_F(Trace, HasCallbacksWithWhatTheyWereGivenAndWhatTheyCall)
+// Callbacks with what they were given, and the operations within them, each with all around it.
+Names callbacksOf(const Recording &recording)
 {
-    ASSERT_EQ(run("takes alarms"), 0);
-    const Recording recording{file()};
     std::vector<std::string> lines;
     const std::function<void(uint32_t, std::string)> list = [&](uint32_t place, std::string path) {
         const trace::Call &call = recording.calls()[place];
@@ -599,14 +598,32 @@ TEST_F(Trace, HasCallbacksWithWhatTheyWereGivenAndWhatTheyCall)
     };
     for (const uint32_t root : recording.roots())
         list(root, "");
+    return lines;
+}
+
+// Those of the agent that takes alarms.
+void expectAlarms(const Recording &recording)
+{
     const std::string way =
         "alarm_process_notification alarm_notification_handler vexoAlarmCallback";
-    EXPECT_EQ(lines,
+    EXPECT_EQ(callbacksOf(recording),
               (Names{way + R"({"objType":"pdh","object":{"objId":3,"status":5,"delta":1}})",
                      way + " pdh_frame_get",
                      way + R"({"objType":"ima","ima":{"imaType":"link","groupId":9,"linkId":9,)"
                            R"("status":5,"delta":1}})",
                      way + " pdh_frame_get"}));
+}
+
+TEST_F(Trace, HasCallbacksWithWhatTheyWereGivenAndWhatTheyCall)
+{
+    ASSERT_EQ(run("takes alarms"), 0);
+    expectAlarms(Recording{file()});
+}
+
+// It was recorded by the first vexotrace, and stays as it is.
+TEST_F(Trace, OfEveryVersionIsRead)
+{
+    expectAlarms(Recording{RECORDINGS "/1.trace"});
 }
 
 TEST_F(Trace, DoesNotChangeWhatTheLoaderFindsByItsCaller)

@@ -15,7 +15,7 @@
 namespace trace
 {
 
-constinit thread_local Thread thread __attribute__((tls_model("initial-exec")));
+constinit thread_local Thread thread __attribute__((tls_model("initial-exec"))){};
 bool redacting;
 
 namespace
