@@ -333,8 +333,8 @@ KV_SIM_EXPORT int kv_sim_om_set(uint32_t type, uint32_t number, uint32_t counter
 /** Reads one OM counter of an object, by the same numbers. */
 KV_SIM_EXPORT int kv_sim_om_get(uint32_t type, uint32_t number, uint32_t counter, uint64_t *value);
 
-/** By how much a counter grows while its object is in service: it is up, and a link is in a group.
- */
+/** By how much a counter grows while its object is in service: it is up, which ports are not until
+ * somebody takes them into service, and a link is in a group. */
 typedef struct kvSimRate {
     uint32_t type;
     uint32_t number;
