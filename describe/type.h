@@ -39,6 +39,7 @@ struct Type {
     uint32_t last = 0xFFFFFFFF;
     const char *title = nullptr; // what people call it
     bool hexadecimal = false;    // as people want to see it
+    bool isAddress = false;      // of IPv4, in the platform's byte order
 };
 
 struct Options {
@@ -121,13 +122,14 @@ struct Row<uint32_t> {
 constexpr Type HEXADECIMAL{
     .kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .hexadecimal = true};
 
-// As the platform has it.
-inline constexpr Type ADDRESS{
-    .kind = Kind::word, .name = "IPv4 address", .size = sizeof(uint32_t), .hexadecimal = true};
+constexpr Type ADDRESS{.kind = Kind::word,
+                       .name = "IPv4 address",
+                       .size = sizeof(uint32_t),
+                       .hexadecimal = true,
+                       .isAddress = true};
 
 // 0 or 1; any other number counts as 1.
-inline constexpr Type FLAG{
-    .kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .last = 1};
+constexpr Type FLAG{.kind = Kind::word, .name = "number", .size = sizeof(uint32_t), .last = 1};
 
 template <>
 struct Row<uint16_t> {

@@ -228,8 +228,7 @@ Json toJson(const Type &type, const void *value, Style style)
 {
     switch (type.kind) {
     case Kind::word:
-        if (&type == &describe::ADDRESS && style == Style::human &&
-            addressOrder != AddressOrder::unknown)
+        if (type.isAddress && style == Style::human && addressOrder != AddressOrder::unknown)
             return addressText(wordAt(value));
         if (type.hexadecimal && style == Style::human)
             return hexadecimal(wordAt(value));
@@ -274,7 +273,7 @@ void parse(const Type &type, const std::string &what, const std::string &text, L
     switch (type.kind) {
     case Kind::word:
     case Kind::enumeration:
-        if (&type == &describe::ADDRESS && text.find('.') != text.npos)
+        if (type.isAddress && text.find('.') != text.npos)
             return putWord(value, readAddress(what, text));
         putWord(value, parseWord(type, what, text, leniency));
         break;
