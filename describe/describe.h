@@ -24,6 +24,7 @@ struct Argument {
     uint32_t limit = 0xFFFFFFFF;     // the bits of a number, or the longest text, that aren't cut
     bool optional = false;           // `otherwise` when it isn't given
     uint32_t otherwise = 0;
+    bool changes = false; // by itself, as all that an operation tells that is Use::state
 
     // Deduced from the operation's signature, the type where it isn't given.
     const Type *type = nullptr;
@@ -74,6 +75,8 @@ std::vector<Case> casesOf(const Operation &operation, uint32_t links);
 
 std::span<const Operation> operations();
 const Operation *find(std::string_view name);
+// Whether two runs of the same agent may well have different values of it.
+bool changesByItself(const Operation &operation, const Argument &argument);
 // The argument that is the number of a port, pseudowire or group; null when there is none.
 const Argument *objectOf(const Operation &operation);
 

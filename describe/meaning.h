@@ -16,6 +16,9 @@ struct Meaning {
     std::string_view meaning;
 };
 
+// The meaning of a value that the device never has by itself, and can't be given.
+constexpr std::string_view NEVER = "never";
+
 std::span<const Meaning> meanings();
 // Those of one of them.
 std::vector<Meaning> meaningsOf(std::string_view of);

@@ -24,7 +24,7 @@ constexpr Role REMOVES_LINK{Use::removes, "linkIds"};
 
 constexpr Operation OPERATIONS[] = {
     OPERATION(vexo_cmi_sys_tod_set, ACTION, "settimeofday", "seconds=1767225600 microseconds=0",
-              {"seconds"}, {"microseconds"}),
+              {.name = "seconds", .changes = true}, {.name = "microseconds", .changes = true}),
     OPERATION(vexo_cmi_sys_reset, ACTION, "forker_box_shutdown", ""),
     OPERATION(vexo_cmi_sys_tdm_mode_set, SETTING, "config_set_system_mode", "mode=2", {"mode"}),
     OPERATION(vexo_cmi_sys_tdm_mode_get, SETTING, "config_get_system_mode", "", {"mode"}),
@@ -56,7 +56,7 @@ constexpr Operation OPERATIONS[] = {
     OPERATION(vexo_cmi_sys_temp_set, SETTING, "config_set_temperature_thr", "first=60 second=75",
               {"first"}, {"second"}),
     OPERATION(vexo_cmi_sys_temp_get, SETTING, "config_get_temperature config_get_system_params", "",
-              {"current"}, {"first"}, {"second"}),
+              {.name = "current", .changes = true}, {"first"}, {"second"}),
     OPERATION(vexo_cmi_sys_alarm_get, STATE, "alarm_get_active_bits", "",
               {.name = "bits", .type = &HEXADECIMAL}),
     OPERATION(vexo_cmi_sys_alarm_set, ACTION, "alarm_set_status_bits", "bits=0x2000",
@@ -67,7 +67,8 @@ constexpr Operation OPERATIONS[] = {
     OPERATION(vexo_cmi_sys_version_get, STATE, "config_get_sys_version", "", {"version"}),
     OPERATION(vexo_cmi_sys_kato_send, ACTION,
               "due: gettimeofday settimeofday gettimeofday | else: gettimeofday",
-              "seconds=1767225600 microseconds=0", {"seconds"}, {"microseconds"}),
+              "seconds=1767225600 microseconds=0", {.name = "seconds", .changes = true},
+              {.name = "microseconds", .changes = true}),
 
     OPERATION(vexo_cmi_pdh_params_set, SETTING, "config_get_pdh_params config_set_pdh_params",
               "port=3 adminStatus=1 frameMode=2 lineCode=1 cableLength=40 syncMode=1 syncParam=0 "
@@ -217,7 +218,8 @@ constexpr Operation OPERATIONS[] = {
               "tpgmParam1=1 tpgmParam2=0 tpgmParam3=0", {"tpgmParam1"}, {"tpgmParam2"},
               {"tpgmParam3"}),
     OPERATION(vexo_cmi_misc_tpgm_stat_get, ACTION,
-              "config_get_tpgm_status config_clear_tpgm_status", "clear=1", {"status"}, {"clear"}),
+              "config_get_tpgm_status config_clear_tpgm_status", "clear=1",
+              {.name = "status", .changes = true}, {"clear"}),
 };
 
 // "a 3*b" as "a b b b".
@@ -246,6 +248,12 @@ const Operation *find(std::string_view name)
     const auto found = std::ranges::find_if(
         OPERATIONS, [&](const Operation &operation) { return name == operation.name; });
     return found == std::end(OPERATIONS) ? nullptr : &*found;
+}
+
+bool changesByItself(const Operation &operation, const Argument &argument)
+{
+    return argument.changes ||
+           (operation.role.use == Use::state && argument.direction == Direction::out);
 }
 
 const Argument *objectOf(const Operation &operation)

@@ -14,19 +14,20 @@ struct Row<kvCounter> {
 RECORD(swVersion, F(text))
 RECORD(sysParams, F(platform0), F(tpid), F(platform302), F(text328), F(text410), F(text425),
        F(text446), F(text461), F(number), F(psnNetType), F(temperatureThr1), F(temperatureThr2),
-       F(clkOut1), F(clkOut2), F(operState))
-RECORD(sysStatus, F(operState), F(version), F(values1), F(values2))
+       F(clkOut1), F(clkOut2), F(operState, .changes = true))
+RECORD(sysStatus, F(operState, .changes = true), F(version), F(values1, .changes = true),
+       F(values2, .changes = true))
 RECORD(pweIf, F(srcIp, .type = &HEXADECIMAL), F(platform4), F(srcMac), F(platform14), F(lops1),
        F(lops2))
 RECORD(lopsThreshold, F(first), F(second))
 RECORD(clkOut, F(first), F(second))
 RECORD(temperatureThr, F(first), F(second))
-RECORD(sysLinkStatus, F(words))
+RECORD(sysLinkStatus, F(words, .changes = true))
 RECORD(peerServer, F(address, .type = &HEXADECIMAL), F(platform4))
 RECORD(debugInfo, F(text), F(state))
 RECORD(sysLpbk, F(lpbk), F(second))
 RECORD(tpgmSetup, F(params))
-RECORD(tpgmStatus, F(words))
+RECORD(tpgmStatus, F(words, .changes = true))
 
 RECORD(pdhParams, F(adminStatus), F(clockMode), F(clockParam), F(frameMode), F(lineCode),
        F(cableLength), F(platform22), F(niuMode), F(syncAux), F(auxParam), F(platform36))
@@ -60,8 +61,8 @@ RECORD(pwConfig, F(pweType), F(adminStatus), F(pwId), F(circuit), F(encType),
 RECORD(pwDefaultsKey, F(pweType), F(encType))
 RECORD(pwProvList, F(pwIds, .count = "count"), F(count), F(platform2050))
 
-RECORD(imaLinkEntry, F(linkId), F(state))
-RECORD(imaGroupState, F(words))
+RECORD(imaLinkEntry, F(linkId), F(state, .changes = true))
+RECORD(imaGroupState, F(words, .changes = true))
 RECORD(imaParams, F(groupParam1), F(groupParam2), F(groupParam3), F(groupState), F(linkCount),
        F(links, .count = "linkCount"))
 
@@ -89,9 +90,10 @@ RECORD(sysOmStat, F(words))
 
 RECORD(upgradeRequest, F(mode), F(constant4), F(constant8), F(serverAddress, .type = &HEXADECIMAL),
        F(fileName), F(platform80), F(constant144))
-RECORD(upgradeStatus, F(platform0), F(state), F(mode), F(platform136), F(fileName), F(platform340))
+RECORD(upgradeStatus, F(platform0), F(state, .changes = true), F(mode), F(platform136), F(fileName),
+       F(platform340))
 
-RECORD(timeval, F(tv_sec), F(tv_usec))
+RECORD(timeval, F(tv_sec, .changes = true), F(tv_usec, .changes = true))
 
 } // namespace describe
 
@@ -114,13 +116,23 @@ constexpr const Type *argumentType()
         return &Row<Pointee>::type;
 }
 
+constexpr std::string_view CHANGING[] = {"bits", "stat", "state", "stats", "temperature"};
+
+constexpr bool changesByItself(std::string_view name, Direction direction)
+{
+    return name == "line" ||
+           (direction == Direction::out && std::ranges::find(CHANGING, name) != std::end(CHANGING));
+}
+
 template <class Signature, size_t... i>
 constexpr std::array<Argument, sizeof...(i)>
 argumentsOf(const std::array<const char *, sizeof...(i)> &names, std::index_sequence<i...>)
 {
-    return {Argument{names[i], argumentType<typename Signature::template Argument<i>>(),
-                     directionOf<typename Signature::template Argument<i>>(),
-                     std::is_pointer_v<typename Signature::template Argument<i>>}...};
+    return {Argument{
+        names[i], argumentType<typename Signature::template Argument<i>>(),
+        directionOf<typename Signature::template Argument<i>>(),
+        std::is_pointer_v<typename Signature::template Argument<i>>,
+        changesByItself(names[i], directionOf<typename Signature::template Argument<i>>())}...};
 }
 
 constexpr struct {

@@ -74,6 +74,8 @@ struct Argument {
     const Type *type; // null: of a callback, or of a format's
     Direction direction;
     bool isPointer;
+    bool
+        changes; // by itself: a state, a counter; or with the library's build: a line of its source
 };
 
 struct Function {

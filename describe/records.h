@@ -48,6 +48,7 @@ ENUMERATION(vexoLinkFlag, 1, 2, {VEXO_LINK_FLAG_CLEAR, "clear"}, {VEXO_LINK_FLAG
 
 // What may be left out of a record that is given.
 constexpr const char *KEPT = "flagged: left out, it is kept";
+constexpr const char *NEVER_TAKEN = "never taken";
 constexpr const char *NON_ZERO = "non-zero: 0 keeps it";
 constexpr const char *CLEARS_OR_SETS = "two-state: 1 clears, 2 sets";
 constexpr const char *SETS_OR_CLEARS = "two-state: 1 sets, 2 clears";
@@ -76,8 +77,8 @@ RECORD(vexoSysStatus, F(state), F(values1), F(version), F(values2))
 
 RECORD(vexoPdhParamsIn, F(adminStatus), F(frameMode), F(lineCode),
        F(cableLength, .limit = SHORT<Record>), F(syncMode), F(syncParam), F(niuMode), F(auxParam))
-RECORD(vexoPdhParamsOut, F(adminStatus), F(operState), F(frameMode), F(lineCode), F(cableLength),
-       F(syncMode), F(syncParam), F(niuMode), F(loopback), F(auxParam))
+RECORD(vexoPdhParamsOut, F(adminStatus), F(operState, .changes = true), F(frameMode), F(lineCode),
+       F(cableLength), F(syncMode), F(syncParam), F(niuMode), F(loopback), F(auxParam))
 RECORD(vexoPdhSync, F(mode), F(param))
 
 // The two arrangements of a port's line counters, as people see them. Which one a port has shows in
@@ -105,12 +106,12 @@ constexpr bool isLayout1(const vexoPdhPm &pm)
     return !isLayout0(pm) && pm.lineCounters[PDH_FLAG_1] <= 1;
 }
 
-RECORD(PdhLayout0, F(counters), F(intervalFlag))
-RECORD(PdhLayout1, F(counters), F(intervalFlag))
+RECORD(PdhLayout0, F(counters, .changes = true), F(intervalFlag, .changes = true))
+RECORD(PdhLayout1, F(counters, .changes = true), F(intervalFlag, .changes = true))
 RECORD(vexoPdhPm, F(pmType), F(lineCounters, .hidden = true),
        field<PdhLayout0>("layout0", offsetof(Record, lineCounters), {.when = on<isLayout0>}),
        field<PdhLayout1>("layout1", offsetof(Record, lineCounters), {.when = on<isLayout1>}),
-       F(commonCounters))
+       F(commonCounters, .changes = true))
 
 constexpr bool isTagged(const vexoPweVlan &vlan)
 {
@@ -230,12 +231,13 @@ constexpr Type provisioning{
     VEXO_PWE_ACTION_DELETE, VEXO_PWE_ACTION_CREATE};
 
 RECORD(vexoPweParamsInfo, F(pweType), F(pweAction, .type = &provisioning), F(adminStatus),
-       F(operState), F(srcMac), F(dstMac), F(vlan), F(psn), T1<Record>, T2<Record>, ATM<Record>)
+       F(operState, .changes = true), F(srcMac), F(dstMac), F(vlan), F(psn), T1<Record>, T2<Record>,
+       ATM<Record>)
 
 RECORD(vexoPweAtmXc, F(xcType), F(xcId1, .limit = SHORT<Record>), F(xcId2, .limit = SHORT<Record>),
        F(xcId3, .limit = SHORT<Record>), F(xcId4, .limit = SHORT<Record>))
-RECORD(vexoPweGenPm, F(counters), F(valid))
-RECORD(vexoPweAtmPm, F(counters), F(valid))
+RECORD(vexoPweGenPm, F(counters, .changes = true), F(valid, .changes = true))
+RECORD(vexoPweAtmPm, F(counters, .changes = true), F(valid, .changes = true))
 
 // Which of the two bodies it is shows in where the flag was written.
 template <class Record>
@@ -279,18 +281,19 @@ RECORD(vexoPweOm, F(pweType),
 RECORD(vexoImaGroupSet, F(imaAction, .leftOut = MODIFY, .alone = on<deletesGroup>), F(groupParam1),
        F(groupParam2), F(groupParam3, .leftOut = NON_ZERO))
 RECORD(vexoImaGroupState, F(words))
-RECORD(vexoImaLinkState, F(linkId), F(words))
-RECORD(vexoImaParams, F(groupParam1), F(groupParam2), F(groupParam3), F(groupState), F(linkCount),
+RECORD(vexoImaLinkState, F(linkId), F(words, .changes = true))
+RECORD(vexoImaParams, F(groupParam1), F(groupParam2), F(groupParam3),
+       F(groupState, .changes = true), F(linkCount), F(links, .count = "linkCount"))
+RECORD(vexoImaLinkPm, F(linkId), F(intervalFlag, .changes = true), F(counters, .changes = true))
+RECORD(vexoImaGroupPm, F(intervalFlag, .changes = true), F(counters, .changes = true), F(linkCount),
        F(links, .count = "linkCount"))
-RECORD(vexoImaLinkPm, F(linkId), F(intervalFlag), F(counters))
-RECORD(vexoImaGroupPm, F(intervalFlag), F(counters), F(linkCount), F(links, .count = "linkCount"))
 RECORD(vexoImaLinkOm, F(counters))
 RECORD(vexoImaOm, F(counters), F(linkCount), F(links, .count = "linkCount"))
 
 RECORD(vexoSysInfo, F(linkStatus), F(linkSpeed, .optional = true), F(linkParam), F(linkFlag),
        F(linkMode, .optional = true), F(om))
 RECORD(vexoUpgradeInfo, F(mode), F(fileName, .limit = on<upTo<Record, 64>>),
-       F(state, .leftOut = "never taken"))
+       F(state, .leftOut = NEVER_TAKEN))
 RECORD(vexoDebugInfo, F(state), F(info))
 RECORD(vexoTpgmStatus, F(words))
 

@@ -1,6 +1,6 @@
 /*
  * A management agent: provisions a pseudowire, then prints alarm events and PM reports as they
- * come, until SIGINT or SIGTERM.
+ * come, until SIGINT or SIGTERM; and finds out when they don't.
  *
  *   cc agent.c $(pkg-config --cflags --libs vexo_cmi) -o agent
  *   ./agent [PSEUDOWIRE]
@@ -8,10 +8,17 @@
 #define _POSIX_C_SOURCE 200809L
 #include <vexo_cmi.h>
 
+#include <errno.h>
 #include <signal.h>
+#include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
+
+/* A pseudowire, and what is known of its alarms. */
+static uint32_t watched;
+static atomic_uint known;
 
 /* What the library takes from the software that hosts it. */
 int gorvGetVersion(char *buffer, int size)
@@ -32,6 +39,8 @@ static void onAlarm(vexoAlarmNotification *alarm)
 {
     static const char *const objects[] = {"", "system", "PDH port", "pseudowire"};
 
+    if (alarm->objType == VEXO_OBJ_TYPE_PWE && alarm->object.objId == watched)
+        known = alarm->object.status;
     if (alarm->objType == VEXO_OBJ_TYPE_IMA)
         printf("alarm: IMA %s %u: active 0x%08X, changed 0x%08X\n",
                alarm->ima.imaType == VEXO_IMA_TYPE_GROUP ? "group" : "link", alarm->ima.groupId,
@@ -98,9 +107,44 @@ static int provision(uint32_t pwId)
     return 1;
 }
 
+static int readAlarms(uint32_t *active)
+{
+    vexoResult result;
+
+    vexo_cmi_pwe_alarms_get(active, watched, &result);
+    return succeeded("reading the alarms", &result);
+}
+
+/* Registering says nothing, so nobody tells an agent that its subscription was refused: it would be
+ * deaf for good. Here alarms are also asked for. Where an answer is other than what the events
+ * told, and still is when it is asked for again (an event may have been under way), the events
+ * don't come: unregistering makes room for a new subscription. */
+static void reconcile(void)
+{
+    static uint32_t before;
+    static int doubtful;
+    uint32_t active;
+
+    if (!readAlarms(&active))
+        return;
+    if (active == known || !doubtful || active != before) {
+        doubtful = active != known;
+        before = active;
+        return;
+    }
+    doubtful = 0;
+    printf("alarm: pseudowire %u: active 0x%08X, without an event: registering anew\n", watched,
+           active);
+    known = active;
+    vexo_cmi_alarm_callback_unregister();
+    vexo_cmi_alarm_callback_register(onAlarm);
+}
+
 int main(int argc, char **argv)
 {
+    static const struct timespec second = {1, 0};
     const uint32_t pwId = argc > 1 ? (uint32_t)strtoul(argv[1], NULL, 0) : 17;
+    uint32_t active;
     sigset_t end;
     int taken;
 
@@ -116,14 +160,20 @@ int main(int argc, char **argv)
 
     if (!provision(pwId))
         return EXIT_FAILURE;
+    /* What was active before isn't told by an event. */
+    watched = pwId;
+    if (!readAlarms(&active))
+        return EXIT_FAILURE;
+    known = active;
     vexo_cmi_alarm_callback_register(onAlarm);
     vexo_cmi_pm_callback_register(onPm);
     puts("listening");
 
-    if (sigwait(&end, &taken) != 0)
-        taken = 0;
+    do
+        reconcile();
+    while ((taken = sigtimedwait(&end, NULL, &second)) < 0 && (errno == EAGAIN || errno == EINTR));
     /* The library would do so when the process ends; after this no callback runs. */
     vexo_cmi_fini();
     puts("ended");
-    return taken ? EXIT_SUCCESS : EXIT_FAILURE;
+    return taken > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

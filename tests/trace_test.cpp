@@ -687,7 +687,8 @@ TEST_F(Trace, ThatIsDamagedIsReadAsFarAsItIsWholeOrRefusedInWords)
                 const trace::Content content = recording.content(call);
                 const trace::Function &function = recording.functionOf(call);
                 for (size_t i = 0; i < function.arguments.size(); ++i)
-                    toJson(function.arguments[i], content.arguments[i], i % 2 == 0);
+                    toJson(function.arguments[i], content.arguments[i],
+                           i % 2 == 0 ? trace::Detail::all : trace::Detail::usual);
             }
         } catch (const trace::FileError &error) {
             EXPECT_EQ(std::string{error.what()}.find(file("damaged") + ": "), 0U) << error.what();

@@ -270,6 +270,7 @@ void writeType(Json &json, Types &types, const Type &type)
             json.member("count", field.count);
             json.truth("hidden", field.options.hidden);
             json.truth("optional", field.options.optional);
+            json.truth("changes", field.options.changes);
             json.member("flag", field.options.flag);
             json.member("counted", field.options.count);
             if (field.options.when)
@@ -287,6 +288,7 @@ struct Written {
     bool output, pointer;
     uint32_t count;
     const char *countedBy;
+    bool changes;
 };
 
 void writeArgument(Json &json, Types &types, const Written &argument)
@@ -300,7 +302,19 @@ void writeArgument(Json &json, Types &types, const Written &argument)
     if (argument.count > 1)
         json.member("count", argument.count);
     json.member("countedBy", argument.countedBy);
+    json.truth("changes", argument.changes);
     json.close('}');
+}
+
+const char *kindOf(const describe::Argument &object)
+{
+    constexpr struct {
+        const char *argument, *kind;
+    } KINDS[] = {{"port", "port"}, {"pwId", "pw"}, {"groupId", "group"}};
+    for (const auto &known : KINDS)
+        if (strcmp(object.name, known.argument) == 0)
+            return known.kind;
+    return "";
 }
 
 void writeOperation(Json &json, Types &types, const char *name)
@@ -310,6 +324,10 @@ void writeOperation(Json &json, Types &types, const char *name)
     json.member("name", name);
     json.member("layer", "operation");
     json.member("returns", row ? "result" : "nothing");
+    if (const describe::Argument *const object = row ? describe::objectOf(*row) : nullptr) {
+        json.member("object", static_cast<uint64_t>(object - row->arguments.data()));
+        json.member("objectKind", kindOf(*object));
+    }
     json.name("arguments");
     json.open('[');
     if (row)
@@ -320,11 +338,11 @@ void writeOperation(Json &json, Types &types, const char *name)
                                  argument.type->kind == Kind::text;
             writeArgument(json, types,
                           {argument.name, argument.type, output, pointer, argument.count,
-                           argument.countedBy});
+                           argument.countedBy, describe::changesByItself(*row, argument)});
         }
     for (const char *registration : REGISTRATIONS)
         if (strcmp(name, registration) == 0)
-            writeArgument(json, types, {"callback", nullptr, false, false, 1, nullptr});
+            writeArgument(json, types, {"callback", nullptr, false, false, 1, nullptr, false});
     json.close(']');
     json.close('}');
 }
@@ -353,7 +371,7 @@ void writeFunction(Json &json, Types &types, const describe::platform::Function 
         writeArgument(json, types,
                       {argument.name, argument.type,
                        typed && argument.isPointer && argument.direction == Direction::out,
-                       typed && argument.isPointer, 1, nullptr});
+                       typed && argument.isPointer, 1, nullptr, argument.changes});
     }
     json.close(']');
     json.close('}');
@@ -368,8 +386,9 @@ void writeCallback(Json &json, Types &types, Callback callback)
     json.member("returns", "nothing");
     json.name("arguments");
     json.open('[');
-    writeArgument(json, types,
-                  {row.argument, row.type, false, callback != Callback::pmInterval, 1, nullptr});
+    writeArgument(
+        json, types,
+        {row.argument, row.type, false, callback != Callback::pmInterval, 1, nullptr, false});
     json.close(']');
     json.close('}');
 }

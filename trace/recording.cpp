@@ -135,6 +135,7 @@ Type readType(const Json &json, const std::deque<Type> &types)
         field.count = element.at("count");
         field.hidden = optional(element, "hidden", false);
         field.optional = optional(element, "optional", false);
+        field.changes = optional(element, "changes", false);
         field.flag = optional(element, "flag", std::string{});
         field.counted = optional(element, "counted", std::string{});
         field.by = optional(element, "by", std::string{});
@@ -173,6 +174,7 @@ Function readFunction(const Json &json, const std::deque<Type> &types)
         argument.type = element.contains("type") ? &types.at(element.at("type")) : nullptr;
         argument.output = optional(element, "output", false);
         argument.pointer = optional(element, "pointer", false);
+        argument.changes = optional(element, "changes", false);
         argument.count = optional(element, "count", 1U);
         argument.countedBy = optional(element, "countedBy", std::string{});
         if (argument.count > LARGEST)
@@ -189,9 +191,10 @@ Function readFunction(const Json &json, const std::deque<Type> &types)
 class Cursor
 {
   public:
-    explicit Cursor(const Event &event)
-        : at_{reinterpret_cast<const uint8_t *>(&event) + sizeof event}, left_{event.size -
-                                                                               sizeof event}
+    // Null: there is nothing to read.
+    explicit Cursor(const Event *event)
+        : at_{event ? reinterpret_cast<const uint8_t *>(event + 1) : nullptr},
+          left_{event ? event->size - sizeof *event : 0}
     {
     }
 
@@ -248,9 +251,8 @@ class Cursor
     size_t left_;
 };
 
-Value readValue(Cursor &cursor, const Argument &argument)
+void readValue(Cursor &cursor, const Argument &argument, Value &value)
 {
-    Value value;
     value.isThere = true;
     if (!argument.type || !argument.pointer) {
         value.number = cursor.number();
@@ -259,11 +261,12 @@ Value readValue(Cursor &cursor, const Argument &argument)
     } else {
         if (argument.count > 1)
             value.count = std::min(cursor.number(), argument.count);
-        value.bytes.resize(size_t{argument.type->size} * value.count);
+        value.bytes.assign(size_t{argument.type->size} * value.count, 0);
         cursor.record(value.bytes);
     }
-    return value;
 }
+
+} // namespace
 
 uint64_t wordAt(const uint8_t *at, uint32_t size)
 {
@@ -288,6 +291,9 @@ uint64_t wordAt(const uint8_t *at, uint32_t size)
     }
 }
 
+namespace
+{
+
 uint32_t wordOf(const Type &record, const std::string &name, const uint8_t *value)
 {
     const Field *field = record.find(name);
@@ -295,6 +301,8 @@ uint32_t wordOf(const Type &record, const std::string &name, const uint8_t *valu
         field && (field->type->kind == Kind::word || field->type->kind == Kind::enumeration);
     return isWord ? static_cast<uint32_t>(wordAt(value + field->offset, field->type->size)) : 0;
 }
+
+} // namespace
 
 bool counts(const Field &field, const Type &record, const uint8_t *value)
 {
@@ -315,6 +323,48 @@ bool counts(const Field &field, const Type &record, const uint8_t *value)
     return !field.optional || wordAt(value + field.offset, field.type->size) != describe::UNTOUCHED;
 }
 
+namespace
+{
+
+// Of the platform's object types.
+std::optional<Object> objectOfType(uint32_t type, uint32_t number)
+{
+    switch (type) {
+    case OBJ_SYSTEM:
+        return Object{"system", number};
+    case OBJ_PDH:
+        return Object{"port", number};
+    case OBJ_PWE:
+        return Object{"pw", number};
+    case OBJ_IMA_GROUP:
+        return Object{"group", number};
+    case OBJ_IMA_LINK:
+        return Object{"link", number};
+    default:
+        return {};
+    }
+}
+
+// The part of a notification that is there, and names an object.
+std::optional<Object> objectOfNotification(const Type &notification, const uint8_t *value)
+{
+    constexpr const char *KINDS_OF[] = {"", "system", "port", "pw", "group"};
+    const uint32_t type = wordOf(notification, "objType", value);
+    for (const Field &part : notification.fields) {
+        if (part.type->kind != Kind::record || part.count != 1 ||
+            !counts(part, notification, value) || type >= std::size(KINDS_OF))
+            continue;
+        const auto word = [&](const char *name) {
+            return wordOf(*part.type, name, value + part.offset);
+        };
+        constexpr uint32_t IMA = 4, LINK = 2;
+        if (type != IMA)
+            return Object{KINDS_OF[type], part.type->find("pwId") ? word("pwId") : word("objId")};
+        return Object{word("imaType") == LINK ? "link" : "group", word("groupId")};
+    }
+    return {};
+}
+
 std::string macText(const uint8_t *mac)
 {
     char text[18];
@@ -323,11 +373,11 @@ std::string macText(const uint8_t *mac)
     return text;
 }
 
-Json listOf(const Type &type, const uint8_t *value, uint32_t count, bool all)
+Json listOf(const Type &type, const uint8_t *value, uint32_t count, Detail detail)
 {
     Json json = Json::array();
     for (uint32_t i = 0; i < count; ++i)
-        json.push_back(toJson(type, value + size_t{i} * type.size, all));
+        json.push_back(toJson(type, value + size_t{i} * type.size, detail));
     return json;
 }
 
@@ -365,7 +415,7 @@ bool Call::isRunning(const Recording &recording) const
            (parent == NONE || recording.calls()[parent].isRunning(recording));
 }
 
-Json toJson(const Type &type, const uint8_t *value, bool all)
+Json toJson(const Type &type, const uint8_t *value, Detail detail)
 {
     switch (type.kind) {
     case Kind::word:
@@ -382,18 +432,20 @@ Json toJson(const Type &type, const uint8_t *value, bool all)
     }
     Json json = Json::object();
     for (const Field &field : type.fields) {
-        if (!all && !counts(field, type, value))
+        if ((detail != Detail::all && !counts(field, type, value)) ||
+            (detail == Detail::steady && field.changes))
             continue;
         uint32_t count = field.count;
-        if (!all && !field.counted.empty())
+        if (detail != Detail::all && !field.counted.empty())
             count = std::min(count, wordOf(type, field.counted, value));
-        json[field.name] = field.count == 1 ? toJson(*field.type, value + field.offset, all)
-                                            : listOf(*field.type, value + field.offset, count, all);
+        json[field.name] = field.count == 1
+                               ? toJson(*field.type, value + field.offset, detail)
+                               : listOf(*field.type, value + field.offset, count, detail);
     }
     return json;
 }
 
-Json toJson(const Argument &argument, const Value &value, bool all)
+Json toJson(const Argument &argument, const Value &value, Detail detail)
 {
     if (!value.isThere)
         return nullptr;
@@ -404,8 +456,8 @@ Json toJson(const Argument &argument, const Value &value, bool all)
     if (argument.type->kind == Kind::text && argument.type->size == 0)
         return value.text;
     if (argument.count > 1)
-        return listOf(*argument.type, value.bytes.data(), value.count, all);
-    return toJson(*argument.type, value.bytes.data(), all);
+        return listOf(*argument.type, value.bytes.data(), value.count, detail);
+    return toJson(*argument.type, value.bytes.data(), detail);
 }
 
 // ---- The file ----
@@ -616,32 +668,64 @@ uint32_t Recording::firstWithin(uint32_t call) const
 
 Content Recording::content(const Call &call) const
 {
-    const Function &function = functionOf(call);
     Content content;
+    read(call, content);
+    return content;
+}
+
+void Recording::read(const Call &call, Content &content) const
+{
+    const Function &function = functionOf(call);
     content.arguments.resize(function.arguments.size());
-    const auto isAbsent = [](const Event &event, size_t i) { return event.absent >> i & 1; };
-    if (call.enter) {
-        Cursor cursor{*call.enter};
-        for (size_t i = 0; i < function.arguments.size(); ++i)
-            if (!function.arguments[i].output && !isAbsent(*call.enter, i))
-                content.arguments[i] = readValue(cursor, function.arguments[i]);
-    }
-    if (!call.exit)
-        return content;
-    Cursor cursor{*call.exit};
-    if (!(call.exit->absent & NO_RESULT)) {
+    content.code.reset();
+    content.text.reset();
+    const auto readAll = [&](Cursor &cursor, const Event *event, bool outputs) {
+        for (size_t i = 0; i < function.arguments.size(); ++i) {
+            if (function.arguments[i].output != outputs)
+                continue;
+            content.arguments[i].isThere = false;
+            if (event && !(event->absent >> i & 1))
+                readValue(cursor, function.arguments[i], content.arguments[i]);
+        }
+    };
+    Cursor given{call.enter};
+    readAll(given, call.enter, false);
+    Cursor back{call.exit};
+    if (call.exit && !(call.exit->absent & NO_RESULT)) {
         if (function.returns == Returns::text) {
-            content.text = cursor.text();
+            content.text = back.text();
         } else if (function.returns != Returns::nothing) {
-            content.code = cursor.number();
+            content.code = back.number();
             if (function.returns == Returns::result && *content.code != 0)
-                content.text = cursor.text();
+                content.text = back.text();
         }
     }
-    for (size_t i = 0; i < function.arguments.size(); ++i)
-        if (function.arguments[i].output && !isAbsent(*call.exit, i))
-            content.arguments[i] = readValue(cursor, function.arguments[i]);
-    return content;
+    readAll(back, call.exit, true);
+}
+
+std::optional<Object> Recording::objectOf(const Call &call, const Content &content) const
+{
+    const Function &function = functionOf(call);
+    const auto numberOf = [&](size_t argument) {
+        return static_cast<uint32_t>(content.arguments[argument].number);
+    };
+    if (!call.enter || function.arguments.empty())
+        return {};
+    if (function.object >= 0) {
+        const auto place = static_cast<size_t>(function.object);
+        if (function.objectKind != "alarm")
+            return Object{function.objectKind, numberOf(place)};
+        return place > 0 ? objectOfType(numberOf(place - 1), numberOf(place)) : std::nullopt;
+    }
+    const Type *const record = function.arguments[0].type;
+    const std::vector<uint8_t> &bytes = content.arguments[0].bytes;
+    if (!record || record->kind != Kind::record || bytes.size() != record->size)
+        return {};
+    if (function.layer == Layer::handler)
+        return objectOfType(wordOf(*record, "objType", bytes.data()),
+                            wordOf(*record, "objId", bytes.data()));
+    return function.layer == Layer::callback ? objectOfNotification(*record, bytes.data())
+                                             : std::nullopt;
 }
 
 bool Recording::failed(const Call &call) const
@@ -650,9 +734,9 @@ bool Recording::failed(const Call &call) const
     case Returns::result:
     case Returns::code:
     case Returns::status:
-        return call.exit && !(call.exit->absent & NO_RESULT) && Cursor{*call.exit}.number() != 0;
+        return call.exit && !(call.exit->absent & NO_RESULT) && Cursor{call.exit}.number() != 0;
     case Returns::descriptor:
-        return call.exit && static_cast<int>(Cursor{*call.exit}.number()) < 0;
+        return call.exit && static_cast<int>(Cursor{call.exit}.number()) < 0;
     case Returns::text:
         return call.exit && call.exit->absent & NO_RESULT;
     default:

@@ -36,6 +36,7 @@ struct Field {
     uint32_t offset;
     uint32_t count;
     bool hidden, optional;
+    bool changes;        // by itself: two runs of the same agent may have different values
     std::string flag;    // the field that says whether it counts, or empty
     std::string counted; // the field that says how many elements count, or empty
     std::string by;      // the field by whose values it is there, or empty
@@ -60,6 +61,7 @@ struct Argument {
     std::string name;
     const Type *type; // null: of a callback and the like, of which there is a number
     bool output, pointer;
+    bool changes; // as a field
     uint32_t count;
     std::string countedBy;
 };
@@ -91,6 +93,13 @@ struct Value {
     uint64_t number = 0;        // of what is no pointer
     std::string text;           // of a text
     std::vector<uint8_t> bytes; // of a record or an array
+};
+
+// A kind as the description has it: "system", "port", "pw", "group" or "link".
+struct Object {
+    std::string_view kind;
+    uint32_t number;
+    bool operator==(const Object &) const = default;
 };
 
 // What a call was given and gave back.
@@ -161,6 +170,10 @@ class Recording
     bool failed(const Call &call) const;
 
     Content content(const Call &call) const;
+    // The same into a content of that function's, without asking for memory anew.
+    void read(const Call &call, Content &content) const;
+    // What it is about; none: the system as a whole, or what the file doesn't tell.
+    std::optional<Object> objectOf(const Call &call, const Content &content) const;
 
   private:
     void readDescription(std::string_view text);
@@ -181,11 +194,17 @@ class Recording
     uint64_t unknownEvents_ = 0, damagedBlocks_ = 0, events_ = 0, eventBytes_ = 0, lastClock_ = 0;
 };
 
+// Which fields: those that matter and don't change by themselves; those that matter; all.
+enum class Detail { steady, usual, all };
+
 // A value of that type as vexoctl's --json has it: fields that are there, enumerations by name.
-// `all`: hidden fields and those that don't count, too.
-Json toJson(const Type &type, const uint8_t *value, bool all = false);
+Json toJson(const Type &type, const uint8_t *value, Detail detail = Detail::usual);
 // The same of an argument; null where it isn't there.
-Json toJson(const Argument &argument, const Value &value, bool all = false);
+Json toJson(const Argument &argument, const Value &value, Detail detail = Detail::usual);
+
+// Whether a field is there and counts in that record.
+bool counts(const Field &field, const Type &record, const uint8_t *value);
+uint64_t wordAt(const uint8_t *at, uint32_t size);
 
 // Switches the recording of a process on or off that has the file. Throws a FileError.
 void switchRecording(const std::string &path, bool on);

@@ -3,6 +3,8 @@
 #define VEXOTRACE_COMMANDS_H
 
 #include <cstdint>
+#include <initializer_list>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -10,7 +12,7 @@
 namespace vexotrace
 {
 
-enum Status { SUCCESS = 0, TROUBLE = 2 };
+enum Status { SUCCESS = 0, DIFFERENT = 1, TOO_LITTLE = 1, TROUBLE = 2 };
 
 // What is wrong with a command; nothing has been done.
 struct UsageError : std::runtime_error {
@@ -30,10 +32,38 @@ int record(const RecordOptions &options);
 
 struct ShowOptions {
     bool json = false;
+    bool failed = false;
+    std::string operation; // a pattern; empty: any
+    std::string object;    // KIND=N; empty: any
+    double slow = 0;       // milliseconds
+    bool follow = false;
+    bool all = false;
     std::vector<std::string> files;
 };
 
 int show(const ShowOptions &options);
+
+struct DiffOptions {
+    bool json = false;
+    std::string a, b;
+};
+
+int diff(const DiffOptions &options);
+
+struct CoverOptions {
+    bool json = false;
+    std::optional<double> least; // percent
+    std::string lcov;            // the file to be written; empty: none
+    std::vector<std::string> files;
+};
+
+int cover(const CoverOptions &options);
+
+int exportChrome(const std::string &file);
+
+// The first of these that is there, by their ways from the folder of this program, as it was built
+// or installed; empty: none is.
+std::string beside(std::initializer_list<const char *> ways);
 
 } // namespace vexotrace
 

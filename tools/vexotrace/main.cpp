@@ -38,9 +38,54 @@ int main(int argc, char **argv)
     ShowOptions showOptions;
     CLI::App *const showCommand = app.add_subcommand("show", "Show the calls of a recording");
     showCommand->add_flag("--json", showOptions.json, "One JSON document per line");
+    showCommand->add_flag("--failed", showOptions.failed, "Only trees with a call that failed");
+    showCommand
+        ->add_option("--operation", showOptions.operation,
+                     "Only trees with a call of such a name, as 'pwe_*'")
+        ->type_name("GLOB");
+    showCommand
+        ->add_option("--object", showOptions.object,
+                     "Only trees with a call about it: system, port, pwe, group or link")
+        ->type_name("KIND=N");
+    showCommand
+        ->add_option("--slow", showOptions.slow, "Only trees with a call that took so long or more")
+        ->type_name("MS")
+        ->check(CLI::PositiveNumber);
+    showCommand->add_flag("--follow", showOptions.follow,
+                          "Go on with what comes, until the process ends");
+    showCommand->add_flag("--all", showOptions.all, "All fields, those that don't count, too");
     showCommand->add_option("file", showOptions.files, "Recordings")
         ->required()
         ->type_name("FILE...");
+
+    DiffOptions diffOptions;
+    CLI::App *const diffCommand =
+        app.add_subcommand("diff", "Compare what two runs did; 1 where it isn't the same");
+    diffCommand->add_flag("--json", diffOptions.json, "A JSON document");
+    diffCommand->add_option("a", diffOptions.a, "A recording")->required()->type_name("A");
+    diffCommand->add_option("b", diffOptions.b, "Another")->required()->type_name("B");
+
+    CoverOptions coverOptions;
+    CLI::App *const coverCommand =
+        app.add_subcommand("cover", "Tell what of the interface recordings have met");
+    coverCommand->add_flag("--json", coverOptions.json, "A JSON document, with every item");
+    coverCommand->add_option("--min", coverOptions.least, "Exit with 1 below that")
+        ->type_name("PERCENT")
+        ->check(CLI::Range(0.0, 100.0));
+    coverCommand
+        ->add_option("--lcov", coverOptions.lcov, "Write it as lcov has it, by the header's lines")
+        ->type_name("FILE");
+    coverCommand->add_option("file", coverOptions.files, "Recordings, which are merged")
+        ->required()
+        ->type_name("FILE...");
+
+    std::string exported;
+    CLI::App *const exportCommand = app.add_subcommand("export", "Write a recording otherwise");
+    exportCommand->require_subcommand(1);
+    exportCommand->add_subcommand("chrome", "For a browser's trace viewer, as JSON")
+        ->add_option("file", exported, "A recording")
+        ->required()
+        ->type_name("FILE");
 
     std::string switched;
     CLI::App *const onCommand = app.add_subcommand("on", "Record again, in a running agent");
@@ -60,6 +105,12 @@ int main(int argc, char **argv)
             return record(recordOptions);
         if (showCommand->parsed())
             return show(showOptions);
+        if (diffCommand->parsed())
+            return diff(diffOptions);
+        if (coverCommand->parsed())
+            return cover(coverOptions);
+        if (exportCommand->parsed())
+            return exportChrome(exported);
         trace::switchRecording(switched, onCommand->parsed());
         return SUCCESS;
     } catch (const std::exception &error) {

@@ -19,20 +19,15 @@ namespace fs = std::filesystem;
 namespace
 {
 
-// Beside this program, as it was built or installed.
 std::string recorder()
 {
-    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
-    for (const char *known : {RECORDERS}) {
-        const fs::path file = (folder / known).lexically_normal();
-        if (!fs::exists(file))
-            continue;
-        if (file.native().find_first_of(": ") != std::string::npos)
-            throw UsageError(file.native() +
-                             ": the recorder can't be preloaded from a path with a blank or colon");
-        return file;
-    }
-    throw UsageError("libvexo_trace.so isn't there, which records");
+    const std::string file = beside({RECORDERS});
+    if (file.empty())
+        throw UsageError("libvexo_trace.so isn't there, which records");
+    if (file.find_first_of(": ") != std::string::npos)
+        throw UsageError(file +
+                         ": the recorder can't be preloaded from a path with a blank or colon");
+    return file;
 }
 
 // An earlier recording makes room; nothing else does.
@@ -65,6 +60,15 @@ void set(const char *variable, const std::string &value)
 }
 
 } // namespace
+
+std::string beside(std::initializer_list<const char *> ways)
+{
+    const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    for (const char *way : ways)
+        if (const fs::path file = (folder / way).lexically_normal(); fs::exists(file))
+            return file;
+    return {};
+}
 
 int record(const RecordOptions &options)
 {
