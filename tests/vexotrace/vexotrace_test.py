@@ -12,7 +12,7 @@ from pathlib import Path
 VEXOTRACE, VEXOCTL = os.environ["VEXOTRACE"], os.environ["VEXOCTL"]
 LIBRARY, SIMULATOR = Path(os.environ["VEXO_CMI_LIBRARY"]), os.environ["SIMULATOR"]
 SOURCE = Path(__file__).resolve().parents[2]
-KEPT = SOURCE / "tests/trace/agent.trace"
+KEPT = SOURCE / "tests/recordings/agent.trace"
 
 
 def setUpModule():
