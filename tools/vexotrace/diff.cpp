@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <unordered_map>
 
 namespace vexotrace
@@ -238,11 +239,11 @@ std::vector<Difference> differencesOf(const Side &a, const Side &b)
 {
     std::vector<Difference> found;
     std::vector<uint32_t> matched;
-    std::map<std::string, bool> objects;
+    std::set<std::string> objects;
     for (const Side *side : {&a, &b})
         for (const auto &[object, units] : side->byObject)
-            objects[object] = true;
-    for (const auto &[object, isThere] : objects) {
+            objects.insert(object);
+    for (const std::string &object : objects) {
         const Units ofA = a.ofObject(object), ofB = b.ofObject(object);
         // Whichever threads made them.
         if (areSame(withoutRepeats(ofA), withoutRepeats(ofB)))
