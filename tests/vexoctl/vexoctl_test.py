@@ -809,7 +809,9 @@ class Daily(Device):
         self.assertEqual(self.document("pwe", "psn", "get", "pwId=17")["psn"]["udpMode"], 2)
         # A pseudowire that isn't there is not made, nor is anything deleted.
         before = self.document("pwe", "params", "get", "pwId=all")
-        self.document("pwe", "params", "set", "pwId=99", "--change", "adminStatus=1", status=2)
+        done = self.vexoctl("pwe", "params", "set", "pwId=99,17", "--change", "adminStatus=1")
+        self.assertEqual((done.returncode, done.stdout), (1, "pwId=17: done\n"))
+        self.assertRegex(done.stderr, "pwId=99: .*not provisioned\n.*: 1 of 2 failed\n$")
         self.assertEqual(self.document("pwe", "params", "get", "pwId=all"), before)
         self.document("sim", "fault", "add", "function=config_get_pw", "value=8", "times=1")
         error = self.document("pwe", "vlan", "set", "pwId=17", "--change", "mode=2", status=1)
@@ -855,6 +857,13 @@ class Daily(Device):
         self.assertEqual([row["rc"] == 0 for row in document["objects"]], [True, False])
         self.assertEqual((document["failed"], document["rc"] > 0), (1, True))
         self.assertEqual(document["objects"][0]["status"], 2)
+        # Where the device doesn't tell which there are, none is not the answer.
+        self.document("sim", "fault", "add", "function=config_get_pw", "value=8")
+        self.assertEqual(self.document("pwe", "admin", "set", "pwId=all", "status=1", status=1)
+                         ["operation"], "pwe params get")
+        self.assertRegex(self.vexoctl("pwe", "list", "pwes=19").stderr,
+                         "^vexoctl: pwe list: pwe 1 to 19: failure .*\n$")
+        self.document("sim", "fault", "clear")
         # A document is read once for all, and nothing is called where one word is wrong.
         vlan = json.dumps(self.document("pwe", "vlan", "get", "pwId=17"))
         self.document("pwe", "vlan", "set", "pwId=18-19", "vlan=@-", "--change=vlanId=5", text=vlan)

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -79,6 +80,27 @@ Failure failure(const std::string &command, const std::string &text, Json detail
 void tell(const std::string &command, const std::string &text)
 {
     std::cerr << "vexoctl: " << command << ": " << printable(text) << std::endl;
+}
+
+// What was refused, by name and reason; one line for those that follow each other and have the same
+// reason: a device that is away refuses hundreds.
+void tellRefused(const std::string &command, const Json &refused)
+{
+    const auto numberAt = [](const std::string &name) { return name.find_last_of(' ') + 1; };
+    const auto isNext = [&](const std::string &name, const std::string &next) {
+        const std::string kind = name.substr(0, numberAt(name));
+        const size_t number = std::strtoul(name.c_str() + kind.size(), nullptr, 10);
+        return number > 0 && next == kind + std::to_string(number + 1);
+    };
+    for (auto item = refused.begin(); item != refused.end();) {
+        const std::string &first = item.key();
+        const auto &reason = item.value().get_ref<const std::string &>();
+        const std::string *last = &first;
+        while (++item != refused.end() && item.value() == reason && isNext(*last, item.key()))
+            last = &item.key();
+        tell(command, first + (last == &first ? "" : " to " + last->substr(numberAt(*last))) +
+                          ": " + reason);
+    }
 }
 
 Document readFile(const std::string &file)
@@ -162,9 +184,8 @@ void configSave(const Words &words, bool json)
         show({{"operation", "config save"}, {"rc", 0}, {"message", ""}});
     if (refused.empty())
         return;
-    for (const auto &[name, reason] : refused.items())
-        if (!json)
-            tell("config save", name + ": " + reason.get<std::string>());
+    if (!json)
+        tellRefused("config save", refused);
     if (!json || options.files.empty())
         throw Status{FAILURE};
     throw failure("config save", "the device did not tell all", {{"refused", refused}});
@@ -330,9 +351,8 @@ void listObjects(const Words &words, bool json, const std::string &section, cons
                             readable({&kind, 0}, name, value);
         std::cout << line << "\n";
     }
-    for (const auto &[name, reason] : refused.items())
-        if (!json)
-            tell(section + " list", name + ": " + reason.get<std::string>());
+    if (!json)
+        tellRefused(section + " list", refused);
     if (!refused.empty())
         throw Status{FAILURE};
 }

@@ -180,18 +180,18 @@ std::string text(const Row &row)
     return text;
 }
 
-std::string meaningsText(const std::vector<Row> &rows, size_t column)
+void addMeanings(const std::vector<Row> &rows, size_t column, std::string &lines)
 {
-    std::string lines;
     for (const Row &row : rows) {
         Names meanings;
         for (const auto &[of, value, meaning] : row.meanings)
             meanings.push_back(std::string{value} + ": " + std::string{meaning});
-        if (!meanings.empty())
-            lines += aligned("  " + row.name, joined(meanings, "; "), column);
-        lines += meaningsText(row.fields, column);
+        // A record may tell again what the operation was given.
+        const std::string line = aligned("  " + row.name, joined(meanings, "; "), column);
+        if (!meanings.empty() && lines.find(line) == std::string::npos)
+            lines += line;
+        addMeanings(row.fields, column, lines);
     }
-    return lines;
 }
 
 std::string callsText(const Operation &operation)
@@ -272,7 +272,9 @@ std::string manualText(const Operation &operation)
         if (!rows.empty())
             shown += (direction == Direction::in ? "\ngiven:\n" : "\nreturned:\n") + rows;
     }
-    if (const std::string meanings = meaningsText(page.arguments, COLUMN); !meanings.empty())
+    std::string meanings;
+    addMeanings(page.arguments, COLUMN, meanings);
+    if (!meanings.empty())
         shown += "\non the simulated device, by its own choice:\n" + meanings;
     if (const std::string calls = callsText(operation); !calls.empty())
         shown += "\n" + calls;

@@ -42,6 +42,8 @@ const Listable LISTABLE[] = {
      [](uint32_t pwId, vexoResult *result) {
          vexoPweParamsInfo info;
          vexo_cmi_pwe_params_get(&info, pwId, result);
+         if (result->rc != VEXO_RC_OK) // that it isn't there is told otherwise
+             throw Failure{"pwe params get", *result};
          if (info.pweAction != VEXO_PWE_ACTION_CREATE)
              result->rc = VEXO_RC_GENERAL;
      }},
@@ -89,7 +91,11 @@ Names changed(const Operation &operation, Names words, const Manner &manner)
     Invocation reading{*getter, asked, {}};
     if (const vexoResult &result = reading.call(); result.rc != VEXO_RC_OK)
         throw Failure{spoken(getter->name), result};
-    words.push_back(reading.outputs(Style::json).dump());
+    const Json told = reading.outputs(Style::json);
+    if (told.value("/info/pweAction"_json_pointer, "") == "not-provisioned")
+        throw Failure{spoken(operation.name),
+                      {VEXO_RC_GENERAL, "nothing to change: the pseudowire is not provisioned"}};
+    words.push_back(told.dump());
     std::ranges::copy(manner.changes, std::back_inserter(words));
     return words;
 }
