@@ -351,6 +351,9 @@ ArmedFault *armedFault(Transaction &device, unsigned index)
         if (armed.armed && index-- == 0)
             return &armed;
     }
+    for (ArmedFault &spent : device->faults)
+        if (!spent.armed && spent.fault.waiting && index-- == 0)
+            return &spent;
     fail(NO_OBJECT, "there are no more faults");
     return nullptr;
 }

@@ -52,7 +52,7 @@ enum { KV_SIM_ALARMS = 1, KV_SIM_REPORTS = 2 };
 
 /* Faults: what befalls the calls of the platform's functions, and the notifications */
 
-/** What a fault does to what it meets: the first seven to calls, the others to notifications, of
+/** What a fault does to what it meets: the first six to calls, the others to notifications, of
  * which `service` says which. A call that fails changes nothing, unless its answer is lost. */
 typedef enum kvSimEffect {
     KV_SIM_CODE,  /**< the call fails with the code `value`, which is not 0; GetObjectCount returns
@@ -131,8 +131,9 @@ KV_SIM_EXPORT int kv_sim_fault_clear(void);
 KV_SIM_EXPORT int kv_sim_fault_end(uint32_t id);
 /** Lets go what hangs by a fault and what it keeps; it stays, for what it meets from now on. */
 KV_SIM_EXPORT int kv_sim_fault_release(uint32_t id);
-/** The fault with this index, from 0, as it stands: skip and times count down. -1 when there are no
- * more. */
+/** The fault with this index, from 0, as it stands: skip and times count down. Behind those that
+ * can still meet something come spent ones that keep something, until it is let go. -1 when there
+ * are no more. */
 KV_SIM_EXPORT int kv_sim_fault_get(unsigned index, kvSimFault *fault);
 /** The fault with this id, as it stands or, when it is spent or was ended, as it stood then; it is
  * forgotten when 1024 newer ones have been added. */

@@ -486,9 +486,11 @@ TEST_F(Faults, BefallTheNextNotificationsOfAService)
             EXPECT_EQ(taken(), sent);
             EXPECT_EQ(found(id).waiting, releasing.size());
             EXPECT_EQ(found(id).met, 2U);
+            EXPECT_EQ(kv_sim_fault_get(0, &fault), releasing.empty() ? -1 : 0);
             EXPECT_EQ(kv_sim_fault_release(id), 0);
             EXPECT_EQ(taken(), releasing);
             EXPECT_EQ(found(id).waiting, 0U);
+            EXPECT_EQ(kv_sim_fault_get(0, &fault), -1);
         }
 }
 
