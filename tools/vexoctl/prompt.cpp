@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -64,6 +65,16 @@ unsigned char complete(EditLine *editor, int)
     return CC_REDISPLAY;
 }
 
+// A stop that came as a signal while nothing is read would leave no prompt behind it.
+unsigned char stop(EditLine *editor, int)
+{
+    el_set(editor, EL_PREP_TERM, 0);
+    kill(0, SIGTSTP);
+    el_set(editor, EL_PREP_TERM, 1);
+    el_wset(editor, EL_REFRESH);
+    return CC_NORM;
+}
+
 class Editor
 {
   public:
@@ -73,17 +84,19 @@ class Editor
         el_set(editor, EL_CLIENTDATA, this);
         el_set(editor, EL_PROMPT, showPrompt);
         el_set(editor, EL_EDITOR, "emacs");
-        // Of the signals, libedit needs to know the terminal's new size, and that it was stopped.
+        // Of the signals, libedit needs to know the terminal's new size, and a stop from elsewhere.
         el_set(editor, EL_SIGNAL, 1);
         el_set(editor, EL_SAFEREAD, 1);
         el_set(editor, EL_HIST, ::history, history_.get());
         // Of narrow texts libedit would make copies that it never frees.
         el_wset(editor, EL_ADDFN, L"complete", L"Complete a word", complete);
+        el_wset(editor, EL_ADDFN, L"stop", L"Stop the job", stop);
         el_source(editor, nullptr);
         el_set(editor, EL_BIND, "^I", "complete", nullptr);
         // While a line is typed, Ctrl-C empties it.
-        el_set(editor, EL_SETTY, "-d", "-intr", "intr=", nullptr);
+        el_set(editor, EL_SETTY, "-d", "-intr", "intr=", "-susp", "susp=", nullptr);
         el_set(editor, EL_BIND, "^C", "em-kill-line", nullptr);
+        el_set(editor, EL_BIND, "^Z", "stop", nullptr);
         recall();
     }
     Editor(const Editor &) = delete;
