@@ -6,6 +6,7 @@
 #include <kv_upgrade.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <numeric>
 #include <set>
@@ -677,4 +678,39 @@ TEST_F(Faults, RestartTheDeviceWhichComesBackAsItWasAskedFor)
         EXPECT_EQ(kv_sim_journal_get(1, &first), 0);
         EXPECT_EQ(first.function == std::string_view{"alarm_notification_sock"}, keeps);
     }
+}
+
+TEST_F(Device, HearsNoServiceAfterARestartUntilItIsRegisteredAnewOnceTheDeviceIsBack)
+{
+    static std::atomic<int> heard;
+    heard = 0;
+    const auto listen = [] {
+        vexo_cmi_alarm_callback_unregister();
+        vexo_cmi_alarm_callback_register([](vexoAlarmNotification *) { ++heard; });
+    };
+    const auto send = [] {
+        EXPECT_EQ(kv_sim_alarm_send(KV_SIM_PDH, 1, 1, 1), 0);
+        EXPECT_EQ(kv_sim_wait_handled(30000), 0) << kv_sim_error();
+    };
+    const auto subscriptions = [this] { return std::ranges::count(calls(), "alarm_subscribe"); };
+    kv_sim_clock_stop(1);
+    mark();
+    listen();
+    ASSERT_EQ(kv_sim_wait_subscribed(0, KV_SIM_ALARMS, 30000), 0) << kv_sim_error();
+    send();
+    EXPECT_EQ(heard, 1);
+
+    const kvSimReboot reboot{60000, 1, 1, 1, 0, 0};
+    ASSERT_EQ(kv_sim_reboot(&reboot), 0);
+    listen();
+    EXPECT_TRUE(soon([&] { return subscriptions() == 2; }));
+    ASSERT_EQ(kv_sim_clock_advance(60000 * MILLISECOND), 0);
+    send();
+    EXPECT_EQ(kv_sim_wait_subscribed(0, KV_SIM_ALARMS, 0), -1) << "it was refused while away";
+    EXPECT_EQ(heard, 1);
+    listen();
+    EXPECT_EQ(kv_sim_wait_subscribed(0, KV_SIM_ALARMS, 30000), 0) << kv_sim_error();
+    send();
+    EXPECT_EQ(heard, 2);
+    vexo_cmi_fini();
 }

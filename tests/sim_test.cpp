@@ -440,6 +440,33 @@ TEST_F(SimulatedDevice, NamesTheNumbersOfACallAndKnowsWhichOfThemIsTheObject)
     });
 }
 
+TEST_F(SimulatedDevice, FailsTheCallsOfThatProcessAloneThatAFaultIsFor)
+{
+    const auto call = [] {
+        unsigned temperature;
+        return config_get_temperature(&temperature);
+    };
+    Signal armed, done;
+    Process other{path, [&] {
+                      armed.wait();
+                      EXPECT_EQ(call(), 64U);
+                      run(path, [&] { EXPECT_EQ(call(), KV_OK) << "a child of it"; });
+                      done.send();
+                  }};
+    run(path, [&] {
+        kvSimFault fault = faultOf("config_get_temperature", KV_SIM_CODE, 64);
+        fault.process = static_cast<uint32_t>(other.id());
+        EXPECT_EQ(kv_sim_fault_add(&fault), 0);
+        EXPECT_EQ(call(), KV_OK);
+        armed.send();
+        done.wait();
+        EXPECT_EQ(call(), KV_OK);
+        EXPECT_EQ(kv_sim_fault_get(0, &fault), 0);
+        EXPECT_EQ(fault.met, 1U);
+    });
+    EXPECT_EQ(other.end(), 0);
+}
+
 TEST_F(SimulatedDevice, LetsAHangingCallGoOnWhenAnotherProcessEndsItsFault)
 {
     for (const auto release : {kv_sim_fault_clear, kv_sim_reset}) {

@@ -37,6 +37,10 @@ constexpr size_t PARTS[] = {
     offsetof(sim::State, log),
     sizeof(sim::State), // the journal's places, and then its records
     sizeof(sim::State) + sim::JOURNAL_CALLS * sizeof(uint64_t),
+    offsetof(sim::State, restart), // what follows in the corpus keeps its number
+    offsetof(sim::State, faultOrder),
+    offsetof(sim::State, keptCount),
+    offsetof(sim::State, kept),
 };
 
 // What an input is read as: the size of the file, negative by how much it is too long; then places,

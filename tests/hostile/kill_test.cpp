@@ -107,6 +107,9 @@ int keepChanging()
         vexo_cmi_pdh_alarms_set(n, &result);
         kv_log(4, 1, "kill_test", "keepChanging", static_cast<int>(n), "%u", n);
         kv_sim_interval_end(1);
+        const kvSimReboot reboot{};
+        if (n % 250 == 0)
+            kv_sim_reboot(&reboot);
         if (n % 1000 == 0)
             kv_sim_reset();
     }
@@ -225,6 +228,45 @@ TEST_F(Kill, LeavesTheDeviceUsableAndNothingHalfDone)
     }
     printf("%d kills\n", kills);
     EXPECT_GT(busy, 0) << "the kills came too soon";
+}
+
+// The first and the last that a restart takes away: they are added in this order, and go together.
+constexpr uint32_t FIRST_PW = 1, LAST_PW = KV_SIM_PWS;
+
+int keepRestarting()
+{
+    const kvSimReboot reboot{};
+    vexoPweParams pw = newPwe(VEXO_PWE_TYPE_TDM_1);
+    for (;;) {
+        for (const uint32_t pwId : {FIRST_PW, LAST_PW})
+            vexo_cmi_pwe_params_set(&pw, pwId, nullptr);
+        kv_sim_reboot(&reboot);
+    }
+}
+
+bool isProvisioned(uint32_t pwId)
+{
+    vexoPweParamsInfo info;
+    vexoResult result;
+    vexo_cmi_pwe_params_get(&info, pwId, &result);
+    EXPECT_OK(result);
+    return info.pweAction == VEXO_PWE_ACTION_CREATE;
+}
+
+TEST_F(Kill, LeavesNoRestartHalfDone)
+{
+    chance().start(2, 0);
+    for (int kills = 0; kills < 200 && !HasFailure(); ++kills) {
+        const pid_t process = start(keepRestarting);
+        EXPECT_EQ(onDevice([=] { return goesOn(process) ? 0 : 1; }), 0);
+        std::this_thread::sleep_for(microseconds{chance().below(2000)});
+        kill(process);
+        EXPECT_EQ(onDevice([] {
+                      return isProvisioned(LAST_PW) && !isProvisioned(FIRST_PW) ? 1 : HasFailure();
+                  }),
+                  0)
+            << "after " << kills << " kills";
+    }
 }
 
 } // namespace
