@@ -551,7 +551,7 @@ TEST_F(Faults, DelayNotificationsByDeviceTime)
     EXPECT_EQ(received, Numbers{5});
 }
 
-TEST_F(Faults, KeepWhatTheyKeepThroughARefusedCall)
+TEST_F(Faults, KeepAThousandNotificationsAndCountWhatComesThenAsLost)
 {
     kvSimFault fault = faultOf("", KV_SIM_HOLD);
     const uint32_t id = armed(fault);
@@ -624,6 +624,12 @@ TEST_F(Faults, RestartTheDeviceWhichComesBackAsItWasAskedFor)
         ASSERT_EQ(kv_sim_pm_set(KV_SIM_PDH, 3, 1, 4, 12), 0);
         ASSERT_EQ(kv_sim_om_set(KV_SIM_SYSTEM, 1, 3, 9), 0);
         ASSERT_EQ(kv_sim_interval_end(1), 0);
+        const pdhLpbk loopback{lpbk{2}, {}};
+        ASSERT_EQ(config_set_pdh_lpbk(&loopback, 3), KV_OK);
+        upgradeRequest request{};
+        request.mode = UpgradeMode{1};
+        strcpy_n(request.fileName, "image", sizeof request.fileName);
+        ASSERT_EQ(upgrade_load(&request), KV_OK);
         const uint32_t id = armed(faultOf("config_get_temperature", KV_SIM_CODE, 8));
         const uint32_t hanging = armed(faultOf("config_get_pwe_if", KV_SIM_HANG));
         const uint32_t holding = armed(faultOf("", KV_SIM_HOLD));
@@ -674,6 +680,12 @@ TEST_F(Faults, RestartTheDeviceWhichComesBackAsItWasAskedFor)
         sysOmStat om;
         EXPECT_EQ(pmom_sys_om_stat_get(&om, 0), KV_OK);
         EXPECT_EQ(om.words[3], 0U);
+        pdhLpbk looped;
+        EXPECT_EQ(config_get_pdh_lpbk(&looped, 3), KV_OK);
+        EXPECT_EQ(looped.lpbk, 1U);
+        upgradeStatus load;
+        EXPECT_EQ(upgrade_status_get(2, &load), KV_OK);
+        EXPECT_EQ(load.state, 1U);
         kvSimCall first;
         EXPECT_EQ(kv_sim_journal_get(1, &first), 0);
         EXPECT_EQ(first.function == std::string_view{"alarm_notification_sock"}, keeps);
