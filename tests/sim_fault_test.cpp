@@ -100,6 +100,10 @@ class Faults : public Device
         kv_sim_clock_set(1700000000'000'000); // no interval ends in the next 100 s
         received.clear();
         events.clear();
+        subscribe();
+    }
+    void subscribe()
+    {
         alarms = alarm_notification_sock();
         ASSERT_EQ(alarm_subscribe(0, 0,
                                   [](const alarmEvent *event) {
@@ -232,6 +236,9 @@ TEST_F(Faults, OfChangesAreRefusedForWhatChangesNothing)
     for (const char *name : {"config_set_pw", "config_del_ima_link", "forker_box_shutdown",
                              "settimeofday", "pmom_sys_om_stat_get", "pmom_unsubscribe"})
         EXPECT_FALSE(refused.contains(name)) << name;
+    for (const char *name :
+         {"config_get_pw", "alarm_notification_sock", "kv_rc_to_string", "GetObjectCount"})
+        EXPECT_TRUE(refused.contains(name)) << name;
 }
 
 TEST_F(Faults, MeetTheCallsThatTheyAreFor)
@@ -403,10 +410,12 @@ TEST_F(Faults, AreEndedAndReleasedOneByOne)
         return fault;
     };
     const uint32_t ids[] = {armed(hangAt(1)), armed(hangAt(2))};
-    const auto hang = [](uint32_t port) {
-        return std::thread{[=] {
+    std::atomic<uint32_t> returned = 0; // the port
+    const auto hang = [&](uint32_t port) {
+        return std::thread{[&returned, port] {
             adminStatus status;
             EXPECT_EQ(config_get_pdh_admin(&status, port), KV_OK);
+            returned = port;
         }};
     };
     std::thread first = hang(1), second = hang(2);
@@ -422,6 +431,7 @@ TEST_F(Faults, AreEndedAndReleasedOneByOne)
     first.join();
     adminStatus status;
     EXPECT_EQ(config_get_pdh_admin(&status, 1), KV_OK);
+    EXPECT_EQ(returned, 1U) << "the other hangs on";
     EXPECT_EQ(kv_sim_fault_end(ids[1]), 0);
     second.join();
     EXPECT_EQ(kv_sim_hanging(), 0U);
@@ -689,6 +699,10 @@ TEST_F(Faults, RestartTheDeviceWhichComesBackAsItWasAskedFor)
         kvSimCall first;
         EXPECT_EQ(kv_sim_journal_get(1, &first), 0);
         EXPECT_EQ(first.function == std::string_view{"alarm_notification_sock"}, keeps);
+        TearDown();
+        subscribe();
+        EXPECT_EQ(kv_sim_fault_clear(), 0);
+        EXPECT_EQ(taken(), Numbers{}) << "what was kept is gone";
     }
 }
 
@@ -714,6 +728,7 @@ TEST_F(Device, HearsNoServiceAfterARestartUntilItIsRegisteredAnewOnceTheDeviceIs
 
     const kvSimReboot reboot{60000, 1, 1, 1, 0, 0};
     ASSERT_EQ(kv_sim_reboot(&reboot), 0);
+    EXPECT_EQ(kv_sim_wait_subscribed(0, KV_SIM_ALARMS, 0), -1);
     listen();
     EXPECT_TRUE(soon([&] { return subscriptions() == 2; }));
     ASSERT_EQ(kv_sim_clock_advance(60000 * MILLISECOND), 0);
