@@ -646,7 +646,7 @@ class Records(Device):
             self.document("pwe", "params", "set", target, "params=@-", text=document)
             self.assertEqual(self.document("pwe", "params", "get", target), printed)
             (self.folder / "printed").write_text(document)
-            self.document("pwe", "params", "set", f"pwId={number + 10}", "pweAction=create",
+            self.document("pwe", "params", "set", f"pwId={number + 10}", "@@"
                           f"params=@{self.folder}/printed")
             self.assertEqual(self.document("pwe", "params", "get", f"pwId={number + 10}"), printed)
             # What needs not be given stays.
@@ -1047,6 +1047,47 @@ class Session(Device):
                                  [False, True])
                 self.assertEqual(list(answers[1]), ERROR)
                 self.assertEqual((answers[1]["file"], answers[1]["line"]), (file, where))
+
+    def test_an_atomic_script_that_fails_leaves_the_device_as_it_was(self):
+        self.documents(["pdh admin set port=2 status=1",
+                        "ima set groupId=1 imaAction=create groupParam1=1 groupParam2=1",
+                        "ima lnk add groupId=1 linkId=4"])
+        before = self.vexoctl("config", "save").stdout
+        lines = ["pdh admin set port=1-3 status=1", "sys tpid set tpid=0x2222",
+                 "ima lnk delete groupId=1 linkId=4", "ima set groupId=1 imaAction=delete",
+                 "pwe params set " + " ".join(["pwId=7", "pweType=tdm-1",
+                                               *PSEUDOWIRES["tdm-1"]]),
+                 "pwe admin set pwId=7 status=2", "pwe params get pwId=7", "list pwe"]
+        for failing, status in (("pwe admin set pwId=7,8 status=1", 1), ("sys tpid set tpid=x", 2),
+                                ("wait pdh admin get port=4 status=1 for=1", 4)):
+            done = self.vexoctl("--atomic", text="\n".join([*lines, failing]))
+            self.assertEqual(done.returncode, status, done.stderr)
+            self.assertIn("vexoctl: undone by: sys tpid set tpid=0x8100\n", done.stderr)
+            self.assertNotIn("not undone", done.stderr)
+            self.assertEqual(self.vexoctl("config", "save").stdout, before)
+        done = self.vexoctl("--atomic", "--json", text="\n".join([*lines, "pwe admin get pwId=8"]))
+        told = json.loads(done.stdout.splitlines()[-1])
+        self.assertEqual((len(told["undone"]) > 4, told["notUndone"]), (True, []))
+        script = ["sim fault add function=config_system_tpid_set skip=1 value=128",
+                  "sim fault add function=config_get_pdh_params object=9 value=128"]
+        self.assertEqual(self.vexoctl(text="\n".join(script)).returncode, 0)
+        done = self.vexoctl("--atomic", text="\n".join([*lines, "pdh admin set port=9 status=1"]))
+        self.assertIn("could not be undone", done.stderr)
+        self.assertIn("vexoctl: not undone: sys tpid set tpid=0x8100: ", done.stderr)
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x2222)
+        self.assertEqual(self.document("ima", "get", "groupId=1")["rc"], 0)
+
+    def test_what_can_not_be_undone_is_refused_before_an_atomic_script_begins(self):
+        for line in ("sys reset", "pdh pm clear port=1", "misc tpgm_stat get", "sim reset",
+                     "config apply x", "sys tpid sit tpid=1"):
+            before = self.calls()
+            done = self.vexoctl("--atomic", text=f"sys tpid set tpid=0x2222\n\n{line}")
+            self.assertEqual((done.returncode, self.calls()), (2, before), line)
+            self.assertIn("vexoctl: -:3: ", done.stderr)
+        self.assertEqual(self.vexoctl("--atomic", text="sys tpid set tpid=0x2222").returncode, 0)
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x2222)
+        for words in (["--atomic", "sys", "tpid", "get"], ["--atomic", "--keep-going"]):
+            self.assertEqual(self.vexoctl(*words, text="").returncode, 2)
 
     def test_a_script_may_have_comments_and_line_ends_of_any_kind(self):
         self.documents(['misc dbg init "info=a b" # and a comment\r', "\r", "  # nothing \\",

@@ -247,19 +247,6 @@ void configDiff(const Words &words, bool json)
 
 // ---- apply ----
 
-namespace
-{
-
-Json listOf(const std::vector<Trouble> &troubles)
-{
-    Json list = Json::array();
-    for (const auto &[what, text, rc] : troubles)
-        list.push_back({{"what", what}, {"text", text}, {"rc", rc ? Json(rc) : Json{}}});
-    return list;
-}
-
-} // namespace
-
 void configApply(const Words &words, bool json)
 {
     const Given options = given(words, 1, {"--dry-run", "--prune", "--keep-going"}, RANGES);
@@ -291,10 +278,8 @@ void configApply(const Words &words, bool json)
         for (const auto &[what, text, rc] : report.failed)
             tell("config apply",
                  what + ": " + (rc ? "failure " + std::to_string(rc) + ": " : "") + text);
-        for (const std::string &command : report.undone)
-            tell("config apply", "undone by: " + command);
-        for (const auto &[what, text, rc] : report.notUndone)
-            tell("config apply", "not undone: " + what + ": " + text);
+        for (const std::string &line : undoLines(report))
+            tell("config apply", line);
     }
     if (report.failed.empty() && json)
         show(

@@ -41,6 +41,24 @@ void compare(Device &device, const Key &key, const Settings &expected, std::vect
 
 } // namespace
 
+Json listOf(const std::vector<Trouble> &troubles)
+{
+    Json list = Json::array();
+    for (const auto &[what, text, rc] : troubles)
+        list.push_back({{"what", what}, {"text", text}, {"rc", rc ? Json(rc) : Json{}}});
+    return list;
+}
+
+Names undoLines(const Report &report)
+{
+    Names lines;
+    for (const std::string &command : report.undone)
+        lines.push_back("undone by: " + command);
+    for (const auto &[what, text, rc] : report.notUndone)
+        lines.push_back("not undone: " + what + ": " + text);
+    return lines;
+}
+
 void Undo::run(Report &report)
 {
     std::map<Key, Settings> first;

@@ -21,6 +21,11 @@ struct Report {
     std::vector<Trouble> notUndone{};
 };
 
+// Each with its members: what, text, rc.
+Json listOf(const std::vector<Trouble> &troubles);
+// What became of the undo, a line each.
+Names undoLines(const Report &report);
+
 // What objects were set to before they were changed, so that they can be led back.
 class Undo
 {

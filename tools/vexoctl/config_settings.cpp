@@ -15,31 +15,34 @@ using describe::Use;
 namespace
 {
 
-bool isGetter(const Operation &operation)
-{
-    return std::ranges::any_of(operation.arguments, [](const Argument &argument) {
-        return argument.direction == Direction::out;
-    });
-}
-
 std::string areaOf(const Operation &operation)
 {
     const std::string name = spoken(operation.name);
     return name.substr(0, name.find(' '));
 }
 
-Kind &kindOf(const Operation &operation, std::vector<Kind> &all)
+Kind emptyKindOf(const Operation &operation)
 {
     const Argument *object = describe::objectOf(operation);
     const describe::Role &role = operation.role;
-    Kind kind{.section = object ? areaOf(operation) : "system",
-              .setting = object      ? ""
-                         : role.name ? role.name
-                                     : subjectOf(operation),
-              .number = object ? object->name : nullptr};
-    const auto found = std::ranges::find_if(all, [&](const Kind &other) {
+    return {.section = object ? areaOf(operation) : "system",
+            .setting = object      ? ""
+                       : role.name ? role.name
+                                   : subjectOf(operation),
+            .number = object ? object->name : nullptr};
+}
+
+auto find(auto &all, const Kind &kind)
+{
+    return std::ranges::find_if(all, [&](const Kind &other) {
         return other.section == kind.section && other.setting == kind.setting;
     });
+}
+
+Kind &kindOf(const Operation &operation, std::vector<Kind> &all)
+{
+    Kind kind = emptyKindOf(operation);
+    const auto found = find(all, kind);
     return found == all.end() ? all.emplace_back(std::move(kind)) : *found;
 }
 
@@ -228,6 +231,22 @@ const Kind *numberedKind(const std::string &section)
     const auto found = std::ranges::find_if(
         kinds(), [&](const Kind &kind) { return kind.number && kind.section == section; });
     return found == kinds().end() ? nullptr : &*found;
+}
+
+bool isGetter(const Operation &operation)
+{
+    return std::ranges::any_of(operation.arguments, [](const Argument &argument) {
+        return argument.direction == Direction::out;
+    });
+}
+
+std::optional<Key> settingOf(const Operation &operation, uint32_t number)
+{
+    const Use use = operation.role.use;
+    const auto kind = find(kinds(), emptyKindOf(operation));
+    if (use == Use::action || use == Use::state || kind == kinds().end() || kind->getters.empty())
+        return {};
+    return Key{&*kind, number};
 }
 
 std::string nameOf(const Key &key)

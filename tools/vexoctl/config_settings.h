@@ -52,6 +52,7 @@ struct Kind {
 // Sections in the order of the document, settings of the system by their names.
 const std::vector<Kind> &kinds();
 const Kind *numberedKind(const std::string &section);
+bool isGetter(const describe::Operation &operation);
 
 struct Key {
     const Kind *kind;
@@ -59,6 +60,10 @@ struct Key {
 
     auto operator<=>(const Key &) const = default;
 };
+
+// What the operation sets a part of, of the object with this number, and its getter tells; nothing
+// when there is no such setting.
+std::optional<Key> settingOf(const describe::Operation &operation, uint32_t number);
 
 std::string nameOf(const Key &key);
 // The argument that says which object is meant: "pwId=17"; none for the system.

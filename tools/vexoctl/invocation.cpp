@@ -303,6 +303,13 @@ bool Invocation::isDeletion() const
     return false;
 }
 
+uint32_t Invocation::objectNumber() const
+{
+    const Argument *object = describe::objectOf(operation_);
+    return object ? storage_[static_cast<size_t>(object - operation_.arguments.data())].words[0]
+                  : 0;
+}
+
 const vexoResult &Invocation::call()
 {
     const CallLimit limit;

@@ -31,6 +31,8 @@ class Invocation
     Json outputs(Style style) const;
     // Whether the record says that nothing else of it is read, as it does to delete something.
     bool isDeletion() const;
+    // The number of the object that it is about; 0 when there is none.
+    uint32_t objectNumber() const;
 
   private:
     struct Storage {

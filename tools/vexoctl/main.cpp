@@ -63,12 +63,15 @@ int main(int argc, char **argv)
     std::string device;
     std::string script;
     bool keepsGoing = false;
+    bool atomic = false;
     addOptions(app, manner);
     app.add_option("--device", device, "Simulated device's file, in place of KV_SIM_DEVICE")
         ->type_name("FILE");
     app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
     app.add_flag("--keep-going", keepsGoing, "Run a script to its end, and count what fails");
+    app.add_flag("--atomic", atomic, "When a line of a script fails, undo those before it")
+        ->excludes("--keep-going");
     app.set_version_flag("--version", "vexoctl " VEXO_CMI_VERSION);
     app.set_help_flag("-h,--help", "Print this or, behind a command, what it does and takes");
     app.footer("Commands ('help' tells more):\n"
@@ -102,5 +105,9 @@ int main(int argc, char **argv)
         words.emplace_back("--keep-going");
     Session session{manner};
     session.setKeepsGoing(keepsGoing);
+    session.setAtomic(atomic);
+    const bool isScript = words.empty() && (!script.empty() || !isatty(STDIN_FILENO));
+    if (atomic && !isScript)
+        return session.refuse("--atomic is for scripts only");
     return run(session, device, script, words);
 }

@@ -263,14 +263,13 @@ std::string endOf(const Operation &operation, const Invocation &invocation)
 }
 
 Answer request(const Operation &operation, const Names &words, const Manner &manner, Style style,
-               const std::function<void(const std::string &)> &agree)
+               const std::function<void(const Invocation &)> &before)
 {
     const bool isChange = !manner.changes.empty();
     Invocation invocation{operation,
                           isChange ? changed(operation, words, manner) : words,
                           {.members = manner.force, .stale = isChange}};
-    if (const std::string end = endOf(operation, invocation); !end.empty())
-        agree(end);
+    before(invocation);
     const vexoResult &result = invocation.call();
     return {result, invocation.outputs(style)};
 }

@@ -37,13 +37,13 @@ void takeFiles(const describe::Operation &operation, Names &words);
 std::string endOf(const describe::Operation &operation, const Invocation &invocation);
 
 // One call; changes are made in what the getter tells. Throws UsageError, and Failure when that
-// can't be read. `agree` is asked before a call that ends something.
+// can't be read. `before` is told of the call before it is made.
 struct Answer {
     vexoResult result;
     Json outputs;
 };
 Answer request(const describe::Operation &operation, const Names &words, const Manner &manner,
-               Style style, const std::function<void(const std::string &)> &agree);
+               Style style, const std::function<void(const Invocation &)> &before);
 
 // ---- Fields of the outputs ----
 

@@ -10,8 +10,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <fstream>
 #include <iostream>
+#include <tuple>
 #include <utility>
 
 #include <unistd.h>
@@ -187,6 +189,51 @@ void Session::agree(const std::string &end) const
         throw UsageError("nothing was done; --yes does it without asking");
 }
 
+void Session::remember(const Operation &operation, const Invocation &invocation)
+{
+    if (!atomic_ || config::isGetter(operation))
+        return;
+    const config::Key key = *config::settingOf(operation, invocation.objectNumber());
+    config::Reading before = config::read(device_, key);
+    if (before.settings && before.settings->is_null()) {
+        Failure failure{operation_, {VEXO_RC_GENERAL, ""}};
+        strcpy_n(failure.result.message, ("it could not be undone: " + before.reason).c_str(),
+                 sizeof failure.result.message);
+        throw failure;
+    }
+    undo_.remember(key, std::move(before.settings));
+}
+
+// What is wrong otherwise is found when the line is run.
+void Session::checkUndoable(const std::string &line) const
+{
+    Manner ignored;
+    Words words = takeOptions(lex(line).words, ignored);
+    if (words.empty())
+        return;
+    if (const Command *own = commandOf(words)) {
+        if (own->name == std::string{"config apply"})
+            throw UsageError("config apply is no part of a script with --atomic");
+        return;
+    }
+    size_t count = 0;
+    const Operation &operation = operationOf(words, count);
+    const bool reads = config::isGetter(operation) && operation.role.use != describe::Use::action;
+    if (!reads && !config::settingOf(operation, 0))
+        throw UsageError(spoken(operation.name) + " can't be undone, which --atomic asks for");
+}
+
+void Session::undo()
+{
+    config::Report report;
+    undo_.run(report);
+    if (manner_.json)
+        show({{"undone", report.undone}, {"notUndone", config::listOf(report.notUndone)}});
+    else
+        for (const std::string &told : config::undoLines(report))
+            std::cerr << "vexoctl: " << printable(told) << std::endl;
+}
+
 Status Session::operate(const Words &words)
 {
     size_t count = 0;
@@ -201,7 +248,11 @@ Status Session::operate(const Words &words)
         return operateOnEach(operation, *objects, given);
     const auto [result, outputs] =
         request(operation, given, manner_, manner_.json ? Style::json : Style::human,
-                [this](const std::string &end) { agree(end); });
+                [&](const Invocation &invocation) {
+                    if (const std::string end = endOf(operation, invocation); !end.empty())
+                        agree(end);
+                    remember(operation, invocation);
+                });
     if (result.rc != VEXO_RC_OK)
         throw Failure{operation_, result};
     if (outputs.is_null()) // it has been printed line by line
@@ -227,9 +278,11 @@ Status Session::operateOnEach(const Operation &operation, const Objects &objects
 {
     takeFiles(operation, words);
     bool isAgreed = false;
-    const auto ask = [&](const std::string &end) {
-        if (!std::exchange(isAgreed, true))
+    const auto before = [&](const Invocation &invocation) {
+        const std::string end = endOf(operation, invocation);
+        if (!end.empty() && !std::exchange(isAgreed, true))
             agree(end + ", each of " + std::to_string(objects.numbers.size()));
+        remember(operation, invocation);
     };
     std::vector<std::pair<uint32_t, Fields>> shown;
     Json document{{"operation", operation_},
@@ -245,7 +298,7 @@ Status Session::operateOnEach(const Operation &operation, const Objects &objects
         Answer answer;
         try {
             answer =
-                request(operation, own, manner_, manner_.json ? Style::json : Style::human, ask);
+                request(operation, own, manner_, manner_.json ? Style::json : Style::human, before);
         } catch (const Failure &failure) {
             answer = {failure.result, Json::object()};
         }
@@ -446,15 +499,41 @@ Status Session::script(const std::string &file)
     file_ = file;
     size_t number = 0, failed = 0;
     Status first = SUCCESS;
-    for (std::string line; !isOver_ && readLine(stream, line);) {
+    const auto next = [&](std::string &line) {
+        if (!readLine(stream, line))
+            return false;
         line_ = ++number;
-        for (std::string next; lex(line).isContinued && readLine(stream, next); ++number)
-            line.replace(line.size() - 1, 1, next);
+        for (std::string more; lex(line).isContinued && readLine(stream, more); ++number)
+            line.replace(line.size() - 1, 1, more);
+        return true;
+    };
+    // Of an atomic script all lines are looked at before the first is run.
+    std::deque<std::pair<size_t, std::string>> checked;
+    for (std::string line; atomic_ && next(line);) {
+        checked.emplace_back(line_, line);
+        try {
+            checkUndoable(line);
+        } catch (const UsageError &error) {
+            return refuse(error.what());
+        }
+    }
+    const auto take = [&](std::string &line) {
+        if (!atomic_)
+            return next(line);
+        if (checked.empty() || isBroken(stream))
+            return false;
+        std::tie(line_, line) = std::move(checked.front());
+        checked.pop_front();
+        return true;
+    };
+    for (std::string line; !isOver_ && take(line);) {
         const Status status = execute(line);
         if (status == SUCCESS)
             continue;
         if (!keepsGoing_) {
             std::cerr << "vexoctl: stopped at line " << line_ << std::endl;
+            if (atomic_)
+                undo();
             return status;
         }
         if (failed++ == 0)

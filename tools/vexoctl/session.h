@@ -3,6 +3,7 @@
 #define VEXOCTL_SESSION_H
 
 #include "codec.h"
+#include "config_apply.h"
 #include "manner.h"
 #include "request.h"
 
@@ -39,6 +40,8 @@ class Session
     Status prompt();
     // What fails in a script is counted, and doesn't end it.
     void setKeepsGoing(bool keepsGoing) { keepsGoing_ = keepsGoing; }
+    // When a line of a script fails, what the lines before it set is undone.
+    void setAtomic(bool atomic) { atomic_ = atomic; }
     // Says what is wrong with the command.
     Status refuse(const std::string &text) const;
 
@@ -47,6 +50,9 @@ class Session
     Status operate(const Words &words);
     Status operateOnEach(const describe::Operation &operation, const Objects &objects, Names words);
     void agree(const std::string &end) const;
+    void remember(const describe::Operation &operation, const Invocation &invocation);
+    void checkUndoable(const std::string &line) const;
+    void undo();
     void limitCalls() const;
     void leave(const Words &words);
     void list(const Words &words) const;
@@ -63,6 +69,9 @@ class Session
     Manner manner_;
     bool compact_;
     bool keepsGoing_ = false;
+    bool atomic_ = false;
+    config::Device device_;
+    config::Undo undo_{device_};
     bool isOver_ = false;   // by the command that ends a session
     std::string operation_; // that is under way, or the command
     std::string file_;      // of the script, and the line in it
