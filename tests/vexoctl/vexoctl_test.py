@@ -646,7 +646,7 @@ class Records(Device):
             self.document("pwe", "params", "set", target, "params=@-", text=document)
             self.assertEqual(self.document("pwe", "params", "get", target), printed)
             (self.folder / "printed").write_text(document)
-            self.document("pwe", "params", "set", f"pwId={number + 10}", "@@"
+            self.document("pwe", "params", "set", f"pwId={number + 10}", "pweAction=create",
                           f"params=@{self.folder}/printed")
             self.assertEqual(self.document("pwe", "params", "get", f"pwId={number + 10}"), printed)
             # What needs not be given stays.
