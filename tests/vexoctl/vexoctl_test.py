@@ -997,6 +997,14 @@ class Configuration(Device):
         self.assertEqual([one["groupId"] for one in self.document("ima", "list")], [1])
         self.assertIn("groupParam2 2", self.vexoctl("ima", "list").stdout)
 
+        # What is refused is said; a device that tells nothing can't be compared.
+        self.run_all(["sim fault add function=config_get_pdh_params object=3 value=128"])
+        done = self.vexoctl("config", "diff", str(file))
+        self.assertEqual((done.returncode, done.stdout), (0, ""))
+        self.assertIn("config diff: pdh 3: failure ", done.stderr)
+        self.run_all(["sim reboot milliseconds=60000"])
+        self.assertEqual(self.status("config", "diff", str(file)), (2, ""))
+
     def test_trouble_has_its_own_status_and_nothing_is_half_done(self):
         file = self.folder / "kept"
         for words in (["diff", "nothing"], ["diff"], ["apply"], ["apply", "nothing"],

@@ -228,6 +228,14 @@ void configDiff(const Words &words, bool json)
         if (files[i] == DEVICE) {
             documents[i] = save(device, options.ranges);
             addNamed(device, documents[1 - i], documents[i]);
+            const Json refused = toJson(documents[i])["refused"];
+            if (refused.empty())
+                continue;
+            tellRefused("config diff", refused);
+            if (std::ranges::none_of(documents[i].objects, [](const auto &object) {
+                    return object.second && !object.second->is_null();
+                }))
+                throw Status{USAGE};
         }
     const auto found = differences(documents[0], documents[1]);
     Json list = Json::array();
