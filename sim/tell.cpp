@@ -78,7 +78,10 @@ struct Subject {
     const describe::Type *record;
     describe::platform::Object kind;
     uint32_t object;
-    auto operator<=>(const Subject &) const = default;
+    bool operator<(const Subject &other) const
+    {
+        return std::tie(record, kind, object) < std::tie(other.record, other.kind, other.object);
+    }
 };
 
 // Whatever stands behind the pointer of the direction that the class has.
@@ -114,6 +117,7 @@ class RaceFinder
     {
         if (call.pending || call.code != KV_OK)
             return false;
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a call that was told has one
         const Function &function = *describe::platform::find(call.function);
         const Subject subject = subjectOf(function, call);
         if (function.kind == Class::reads && subject.record)
@@ -171,15 +175,15 @@ int kv_sim_journal_next(kvSimCursor *cursor, kvSimCall *call, uint32_t milliseco
         found = read(device, *cursor, *call);
         return found != 0;
     });
-    return found ? found : kv_sim_open();
+    return found == 0 && kv_sim_open() != 0 ? -1 : found;
 }
 
 int kv_sim_journal_races(kvSimRace *races, unsigned size)
 {
     RaceFinder finder;
     kvSimCursor cursor{};
-    kvSimCall call;
-    kvSimRace race;
+    kvSimCall call{};
+    kvSimRace race{};
     int found = 0;
     int more;
     while ((more = kv_sim_journal_next(&cursor, &call, 0)) == 1)

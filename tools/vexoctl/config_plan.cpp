@@ -258,7 +258,7 @@ class ObjectPlanner
         Names all = wordsOf(key_);
         all.insert(all.end(), words.begin(), words.end());
         // Whatever is wrong with it is found before anything is called.
-        Invocation{operation, all, {}};
+        const Invocation checked{operation, all, {}};
         steps_.push_back({key_, phase, &operation, std::move(all), state_, after});
         state_ = std::move(after);
     }

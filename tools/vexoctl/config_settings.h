@@ -58,6 +58,7 @@ struct Key {
     const Kind *kind;
     uint32_t number = 0;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the comparison of the standard library
     auto operator<=>(const Key &) const = default;
 };
 

@@ -413,8 +413,8 @@ void sim_journal(Json *shown, uint32_t last, uint32_t records, const char *funct
             numbers.push_back(n);
     }
     Json calls = Json::array();
-    for (const uint64_t n : numbers | std::views::reverse)
-        if (SIM(kv_sim_journal_get)(n, &call) == 0)
+    for (auto n = numbers.rbegin(); n != numbers.rend(); ++n)
+        if (SIM(kv_sim_journal_get)(*n, &call) == 0)
             calls.push_back(wanted.document(call));
     if (printsDocuments()) {
         *shown = Json{{"calls", calls}};
