@@ -132,7 +132,7 @@ TEST_F(SimulatedDevice, KeepsAsManyCallsAsItWasToldWhenItWasMade)
                 EXPECT_EQ(callOf(last - calls).number, 0U) << calls;
                 EXPECT_EQ(callOf(last + 1).number, 0U) << calls;
             };
-            run(device, [&] { expect(told); });
+            run(device, [&, told = told] { expect(told); });
             if (!device.empty())
                 run(device, [&] { expect("7"); }); // it is as it was made
         }

@@ -21,7 +21,7 @@ namespace
 
 std::string recorder()
 {
-    const std::string file = beside({RECORDERS});
+    std::string file = beside({RECORDERS});
     if (file.empty())
         throw UsageError("libvexo_trace.so isn't there, which records");
     if (file.find_first_of(": ") != std::string::npos)
