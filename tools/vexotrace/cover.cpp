@@ -454,6 +454,7 @@ std::vector<Gap> gapsOf(const Items &items)
             byOwner[item.owner].items.push_back(&item);
         }
     std::vector<Gap> gaps;
+    gaps.reserve(byOwner.size());
     for (auto &[owner, gap] : byOwner)
         gaps.push_back(std::move(gap));
     std::ranges::stable_sort(gaps, std::greater{}, [](const Gap &gap) { return gap.items.size(); });
