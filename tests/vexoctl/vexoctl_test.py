@@ -109,8 +109,11 @@ class Device(unittest.TestCase):
             time.sleep(0.02)
 
     def start(self, *words):
+        # Signals may be ignored here, as by nohup(1).
         process = subprocess.Popen([VEXOCTL, *words], env=self.environment, text=True,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   preexec_fn=lambda: [signal.signal(number, signal.SIG_DFL) for number in (
+                                       signal.SIGINT, signal.SIGTERM, signal.SIGHUP)])
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
         return process
@@ -1023,6 +1026,49 @@ class Configuration(Device):
         self.assertEqual((kept.returncode, json.loads(file.read_text())["pdh"]["3"]), (1, None))
         self.assertIn("pdh 3: failure 8: ", kept.stderr)
 
+    def test_what_is_stopped_is_undone(self):
+        file, script = (str(self.folder / name) for name in ("kept", "script"))
+        self.vexoctl("config", "save", file)
+        self.run_all(["sys lops set first=1 second=2", "sys tpid set tpid=0x88a8",
+                      "pdh admin set port=3 status=1"])
+        before = self.vexoctl("config", "save").stdout
+        Path(script).write_text(self.vexoctl("config", "apply", file, "--dry-run").stdout)
+
+        def hanging(*words):
+            self.run_all(["sim fault add function=config_system_tpid_set effect=hang times=1"])
+            process = self.start(*words)
+            self.run_all(["sim wait hanging calls=1 milliseconds=60000"])
+            return process
+
+        def check(process, status, reason, undone=2):
+            _, errors = process.communicate(timeout=60)
+            self.assertEqual((process.returncode, errors.count("undone by: ")), (status, undone), errors)
+            self.assertIn(reason, errors)
+            self.assertEqual(self.vexoctl("config", "save").stdout, before)
+            self.run_all(["sim fault clear"])
+
+        for words in (["config", "apply", file], ["--atomic", "--script", script]):
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+                process = hanging(*words)
+                process.send_signal(number)
+                self.run_all(["sim fault clear"])  # the call that runs is carried out
+                check(process, 5, ": interrupted\n")
+            # What hangs has done nothing; it would still do so later.
+            check(hanging("--timeout=2", *words), 3, ": no answer within 2 seconds\n", undone=1)
+            process = hanging(*words)
+            for number in (signal.SIGTERM, signal.SIGINT):
+                process.send_signal(number)
+            self.assertIn(process.wait(60), (-signal.SIGTERM, -signal.SIGINT))
+            self.run_all(["sim fault clear", "sys lops set first=1 second=2"])
+        self.assertEqual(self.vexoctl("config", "save").stdout, before)
+        # Nothing is undone where that was not wanted; and a script goes on with nothing.
+        process = hanging("config", "apply", file, "--keep-going", "--json")
+        process.send_signal(signal.SIGTERM)
+        self.run_all(["sim fault clear"])
+        told = json.loads(process.communicate(timeout=60)[0])
+        self.assertEqual((process.returncode, told["rc"], told["undone"]), (5, None, []))
+        self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x8100)
+
     def run_all(self, script):
         done = self.vexoctl(text="\n".join(script))
         self.assertEqual(done.returncode, 0, done.stderr)
@@ -1087,7 +1133,7 @@ class Session(Device):
 
     def test_what_can_not_be_undone_is_refused_before_an_atomic_script_begins(self):
         for line in ("sys reset", "pdh pm clear port=1", "misc tpgm_stat get", "sim reset",
-                     "config apply x", "sys tpid sit tpid=1"):
+                     "config apply x", "watch count=1", "metrics", "sys tpid sit tpid=1"):
             before = self.calls()
             done = self.vexoctl("--atomic", text=f"sys tpid set tpid=0x2222\n\n{line}")
             self.assertEqual((done.returncode, self.calls()), (2, before), line)

@@ -73,9 +73,10 @@ constexpr Command COMMANDS[] = {
      "leads the device to what a document says",
      "Performs the operations that lead from what the device is set to to the document. What the "
      "document doesn't name stays; pseudowires and IMA groups that it doesn't have go only with "
-     "--prune. With --dry-run the operations are only printed, as a script. When one fails, what "
-     "was done is undone, and the report says so; with --keep-going the others are performed all "
-     "the same, and nothing is undone.",
+     "--prune. With --dry-run the operations are only printed, as a script. When one fails, takes "
+     "longer than --timeout allows or is interrupted (status 5), what was done is undone, and the "
+     "report says so; with --keep-going the others are performed all the same, and nothing is "
+     "undone.",
      configApply},
     {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
      "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array.",

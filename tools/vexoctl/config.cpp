@@ -261,6 +261,7 @@ void configApply(const Words &words, bool json)
     if (options.files.empty())
         throw UsageError("expected a file");
     const Document wanted = readFile(options.files[0]);
+    const Interruptible interruptible;
     Device device;
     Document now =
         options.has("--prune") ? save(device, options.ranges) : saveNamed(device, wanted);
@@ -295,10 +296,12 @@ void configApply(const Words &words, bool json)
     if (report.failed.empty())
         return;
     if (!json)
-        throw Status{FAILURE};
+        throw report.status;
     const Trouble &first = report.failed.front();
-    throw first.rc ? failure("config apply", first.text, details, first.rc)
-                   : failure("config apply", first.what + ": " + first.text, details);
+    Failure failed = failure("config apply", (first.rc ? "" : first.what + ": ") + first.text,
+                             details, first.rc ? first.rc : VEXO_RC_GENERAL);
+    failed.status = report.status;
+    throw failed;
 }
 
 // ---- What is provisioned ----

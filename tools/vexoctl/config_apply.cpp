@@ -61,6 +61,7 @@ Names undoLines(const Report &report)
 
 void Undo::run(Report &report)
 {
+    Interruptible::goOn();
     std::map<Key, Settings> first;
     for (const auto &[key, before] : steps_)
         first.emplace(key, before);
@@ -75,7 +76,11 @@ void Undo::run(Report &report)
         }
     }
     for (const auto &[key, before] : first)
-        compare(device_, key, before, report.notUndone);
+        try {
+            compare(device_, key, before, report.notUndone);
+        } catch (const Stopped &stopped) {
+            report.notUndone.push_back({nameOf(key), stopped.what()});
+        }
     steps_.clear();
 }
 
@@ -88,15 +93,25 @@ Report apply(Device &device, const Plan &plan, bool keepGoing)
         return report;
     Undo undo{device};
     std::map<Key, Settings> expected;
-    for (const Step &step : plan.steps) {
-        undo.remember(step.key, step.before);
-        expected[step.key] = step.after;
-        if (!perform(device, step, report.done, report.failed) && !keepGoing)
-            break;
+    std::string running;
+    try {
+        for (const Step &step : plan.steps) {
+            running = commandOf(step);
+            undo.remember(step.key, step.before);
+            expected[step.key] = step.after;
+            if (!perform(device, step, report.done, report.failed) && !keepGoing)
+                break;
+        }
+        if (report.failed.empty() || keepGoing)
+            for (const auto &[key, after] : expected) {
+                running = nameOf(key);
+                compare(device, key, after, report.failed);
+            }
+        Interruptible::check();
+    } catch (const Stopped &stopped) {
+        report.failed.push_back({running, stopped.what()});
+        report.status = stopped.status;
     }
-    if (report.failed.empty() || keepGoing)
-        for (const auto &[key, after] : expected)
-            compare(device, key, after, report.failed);
     if (!report.failed.empty() && !keepGoing)
         undo.run(report);
     return report;

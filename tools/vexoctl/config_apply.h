@@ -3,6 +3,7 @@
 #define VEXOCTL_CONFIG_APPLY_H
 
 #include "config_plan.h"
+#include "stop.h"
 
 namespace vexoctl::config
 {
@@ -19,6 +20,8 @@ struct Report {
     std::vector<Trouble> failed{};
     std::vector<std::string> undone{}; // commands that took back what had been done
     std::vector<Trouble> notUndone{};
+    // Of the command, where anything failed; when it was stopped, why.
+    Status status = FAILURE;
 };
 
 // Each with its members: what, text, rc.
@@ -35,7 +38,7 @@ class Undo
     void remember(const Key &key, Settings before) { steps_.emplace_back(key, std::move(before)); }
 
     // From the last to the first. Each object is read before, since also what failed may have been
-    // carried out.
+    // carried out. What was interrupted is undone all the same.
     void run(Report &report);
 
   private:
@@ -43,8 +46,8 @@ class Undo
     std::vector<std::pair<Key, Settings>> steps_;
 };
 
-// With `keepGoing` nothing is taken back. Objects are read afterwards: what a device took otherwise
-// than it was told has failed, too.
+// With `keepGoing` nothing is taken back, and only what stops the command ends it before the end.
+// Objects are read afterwards: what a device took otherwise than it was told has failed, too.
 Report apply(Device &device, const Plan &plan, bool keepGoing);
 
 } // namespace vexoctl::config

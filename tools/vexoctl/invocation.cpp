@@ -1,6 +1,6 @@
 #include "invocation.h"
 
-#include "limit.h"
+#include "stop.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -126,8 +126,9 @@ std::string spoken(const std::string &operation)
 }
 
 Invocation::Invocation(const Operation &operation, const Names &assignments, Leniency leniency)
-    : operation_{operation}, leniency_{leniency}, storage_(operation.arguments.size())
+    : operation_{operation}, leniency_{leniency}
 {
+    storage_.resize(operation.arguments.size());
     for (size_t i = 0; i < storage_.size(); ++i) {
         const Argument &argument = operation.arguments[i];
         const size_t words = (argument.type->size * argument.count + 3) / 4;
@@ -312,17 +313,21 @@ uint32_t Invocation::objectNumber() const
 
 const vexoResult &Invocation::call()
 {
-    const CallLimit limit;
-    std::vector<void *> arguments;
-    for (size_t i = 0; i < storage_.size(); ++i) {
-        const Argument &argument = operation_.arguments[i];
-        const bool isText =
-            argument.type->kind == Kind::text && argument.direction == Direction::in;
-        arguments.push_back(isDocument(argument) ? &storage_[i].document
-                            : isText             ? storage_[i].text.data()
-                                                 : storage_[i].bytes());
-    }
-    operation_.call(arguments.data(), &result_);
+    const auto call = [memory = memory_, &operation = operation_] {
+        std::vector<void *> arguments;
+        for (size_t i = 0; i < memory->storage.size(); ++i) {
+            const Argument &argument = operation.arguments[i];
+            Storage &storage = memory->storage[i];
+            const bool isText =
+                argument.type->kind == Kind::text && argument.direction == Direction::in;
+            arguments.push_back(isDocument(argument) ? &storage.document
+                                : isText             ? storage.text.data()
+                                                     : storage.bytes());
+        }
+        operation.call(arguments.data(), &memory->result);
+    };
+    // Commands of the simulated device have an end of their own.
+    std::string_view{operation_.name}.starts_with(PREFIX) ? makeCall(call) : call();
     return result_;
 }
 

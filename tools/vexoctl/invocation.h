@@ -5,6 +5,7 @@
 #include "checks.h"
 
 #include <istream>
+#include <memory>
 
 // A document that is shown as it is; no operation of the library has one.
 template <>
@@ -59,11 +60,17 @@ class Invocation
 
     const describe::Operation &operation_;
     const Leniency leniency_;
-    std::vector<Storage> storage_;
+    // A call that has been given up may still write to it.
+    struct Memory {
+        std::vector<Storage> storage;
+        vexoResult result{};
+    };
+    const std::shared_ptr<Memory> memory_ = std::make_shared<Memory>();
+    std::vector<Storage> &storage_ = memory_->storage;
     std::set<size_t> present_; // arguments that are given
     Paths named_;              // fields of the record that words name
     Paths given_;              // these, and those of its document
-    vexoResult result_{};
+    const vexoResult &result_ = memory_->result;
 };
 
 // The text of a file, or of standard input when it is '-'. Throws UsageError.

@@ -57,7 +57,7 @@ int main(int argc, char **argv)
         "Without a command it takes commands from standard input, with a prompt on a terminal.\n"
         "Exit status: 0 success, 1 the operation failed, 2 the command is wrong, 3 it took longer "
         "than\n"
-        "--timeout, 4 what was waited for has not come.",
+        "--timeout, 4 what was waited for has not come, 5 it was interrupted and undone.",
         "vexoctl"};
     Manner manner;
     std::string device;
@@ -109,5 +109,8 @@ int main(int argc, char **argv)
     const bool isScript = words.empty() && (!script.empty() || !isatty(STDIN_FILENO));
     if (atomic && !isScript)
         return session.refuse("--atomic is for scripts only");
-    return run(session, device, script, words);
+    const Status status = run(session, device, script, words);
+    if (isCallHanging())
+        _exit(status);
+    return status;
 }

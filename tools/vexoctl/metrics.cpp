@@ -1,7 +1,6 @@
 // Counters and alarms for Prometheus. What the device has no data for is left out.
 #include "session.h"
 
-#include "limit.h"
 #include "print.h"
 
 #include <records.h>
@@ -137,9 +136,8 @@ class Reader
     template <class... Parameters, class... Given>
     bool read(const std::string &what, void (*operation)(Parameters...), Given... given)
     {
-        const CallLimit limit;
         vexoResult result;
-        operation(given..., &result);
+        makeCallOrEnd([&] { operation(given..., &result); });
         if (result.rc == VEXO_RC_OK)
             return true;
         if (failures_++ == 0)

@@ -1,6 +1,5 @@
 #include "request.h"
 
-#include "limit.h"
 #include "print.h"
 
 #include <algorithm>
@@ -18,52 +17,42 @@ using describe::Operation;
 namespace
 {
 
-bool isThere(void (*read)(uint32_t number, vexoResult *result), uint32_t number)
+// Of a pseudowire, by what its getter tells.
+bool isAbsent(const Json &told)
 {
-    const CallLimit limit;
-    vexoResult result;
-    read(number, &result);
-    return result.rc == VEXO_RC_OK;
+    return told.value("/info/pweAction"_json_pointer, "") == "not-provisioned";
 }
 
 // No operation lists them: they are asked for.
 struct Listable {
     const char *name;
-    uint32_t last;
-    void (*read)(uint32_t number, vexoResult *result);
+    uint32_t last = 0;
+    const char *getter = nullptr;
 };
-const Listable LISTABLE[] = {
-    {"port", VEXO_PM_PDH_MAX,
-     [](uint32_t port, vexoResult *result) {
-         vexoAdminStatus status;
-         vexo_cmi_pdh_admin_get(&status, port, result);
-     }},
-    {"pwId", 1024,
-     [](uint32_t pwId, vexoResult *result) {
-         vexoPweParamsInfo info;
-         vexo_cmi_pwe_params_get(&info, pwId, result);
-         if (result->rc != VEXO_RC_OK) // that it isn't there is told otherwise
-             throw Failure{"pwe params get", *result};
-         if (info.pweAction != VEXO_PWE_ACTION_CREATE)
-             result->rc = VEXO_RC_GENERAL;
-     }},
-    {"groupId", 8,
-     [](uint32_t groupId, vexoResult *result) {
-         vexoImaParams params;
-         vexo_cmi_ima_get(&params, groupId, result);
-     }},
-    {"linkId", 0, nullptr},
-    {"number", 0, nullptr},
+constexpr Listable LISTABLE[] = {
+    {"port", VEXO_PM_PDH_MAX, "vexo_cmi_pdh_admin_get"},
+    {"pwId", 1024, "vexo_cmi_pwe_params_get"},
+    {"groupId", 8, "vexo_cmi_ima_get"},
+    {"linkId"},
+    {"number"},
 };
 
 std::vector<uint32_t> allOf(const Listable &kind)
 {
-    if (!kind.read)
+    if (!kind.getter)
         throw UsageError(std::string{kind.name} + ": expected numbers; nothing lists these");
+    const Operation &getter = *describe::find(kind.getter);
     std::vector<uint32_t> numbers;
-    for (uint32_t number = 1; number <= kind.last; ++number)
-        if (isThere(kind.read, number))
+    for (uint32_t number = 1; number <= kind.last; ++number) {
+        Invocation reading{getter, {kind.name + ("=" + std::to_string(number))}, {}};
+        const vexoResult &result = reading.call();
+        const Json told = reading.outputs(Style::json);
+        // Of a pseudowire it is told otherwise that it isn't there.
+        if (result.rc != VEXO_RC_OK && kind.name == std::string_view{"pwId"})
+            throw Failure{spoken(getter.name), result};
+        if (result.rc == VEXO_RC_OK && !isAbsent(told))
             numbers.push_back(number);
+    }
     return numbers;
 }
 
@@ -92,7 +81,7 @@ Names changed(const Operation &operation, Names words, const Manner &manner)
     if (const vexoResult &result = reading.call(); result.rc != VEXO_RC_OK)
         throw Failure{spoken(getter->name), result};
     const Json told = reading.outputs(Style::json);
-    if (told.value("/info/pweAction"_json_pointer, "") == "not-provisioned")
+    if (isAbsent(told))
         throw Failure{spoken(operation.name),
                       {VEXO_RC_GENERAL, "nothing to change: the pseudowire is not provisioned"}};
     words.push_back(told.dump());

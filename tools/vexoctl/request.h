@@ -5,6 +5,7 @@
 
 #include "invocation.h"
 #include "manner.h"
+#include "stop.h"
 
 #include <functional>
 #include <optional>
@@ -17,6 +18,7 @@ struct Failure {
     std::string operation;
     vexoResult result;
     Json details = Json::object(); // for the JSON document only
+    Status status = FAILURE;       // any other: the result has no code of the device's
 };
 
 // The objects that a word names: "pwId=1-50,60", "port=all".

@@ -1,10 +1,10 @@
 #include "session.h"
 
 #include "catalog.h"
-#include "limit.h"
 #include "manual.h"
 #include "print.h"
 #include "request.h"
+#include "stop.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -212,8 +212,9 @@ void Session::checkUndoable(const std::string &line) const
     if (words.empty())
         return;
     if (const Command *own = commandOf(words)) {
-        if (own->name == std::string{"config apply"})
-            throw UsageError("config apply is no part of a script with --atomic");
+        constexpr std::string_view REFUSED[] = {"config apply", "watch", "follow", "metrics"};
+        if (std::ranges::count(REFUSED, own->name))
+            throw UsageError(own->name + std::string{" is no part of a script with --atomic"});
         return;
     }
     size_t count = 0;
@@ -387,11 +388,7 @@ void Session::help(const Words &words) const
 
 void Session::limitCalls() const
 {
-    char seconds[32];
-    snprintf(seconds, sizeof seconds, "%g", manner_.timeout);
-    setCallLimit(manner_.timeout,
-                 error({}, std::string{"no answer within "} + seconds + " seconds"),
-                 manner_.json ? STDOUT_FILENO : STDERR_FILENO, TIMEOUT);
+    setCallLimit(manner_.timeout, [this](const Stopped &stopped) { refuse(stopped.what()); });
 }
 
 Status Session::dispatch(const Words &words)
@@ -448,16 +445,21 @@ Status Session::run(Words words)
             throw UsageError("there is no command");
         if (const Command *own = commandOf(words))
             operation_ = own->name;
-        return dispatch(words);
+        const Status status = dispatch(words);
+        Interruptible::check();
+        return status;
     } catch (const UsageError &error) {
         return refuse(error.what());
-    } catch (const Unmet &unmet) {
-        refuse(unmet.what());
-        return UNMET;
+    } catch (const Stopped &stopped) {
+        refuse(stopped.what());
+        return stopped.status;
     } catch (const Failure &failure) {
         operation_ = failure.operation;
-        return tell(static_cast<uint32_t>(failure.result.rc), failure.result.message,
-                    failure.details);
+        std::optional<uint32_t> code;
+        if (failure.status == FAILURE)
+            code = static_cast<uint32_t>(failure.result.rc);
+        tell(code, failure.result.message, failure.details);
+        return failure.status;
     } catch (const Status status) {
         return status;
     }
@@ -473,6 +475,7 @@ Status Session::execute(const Words &given)
         const Manner usual = manner_;
         status = run(given);
         manner_ = usual;
+        isOver_ |= status == TIMEOUT || (status == INTERRUPTED && line_ > 0);
     }
     return finish(status);
 }
@@ -517,6 +520,9 @@ Status Session::script(const std::string &file)
             return refuse(error.what());
         }
     }
+    std::optional<Interruptible> interruptible;
+    if (atomic_)
+        interruptible.emplace();
     const auto take = [&](std::string &line) {
         if (!atomic_)
             return next(line);
@@ -530,7 +536,7 @@ Status Session::script(const std::string &file)
         const Status status = execute(line);
         if (status == SUCCESS)
             continue;
-        if (!keepsGoing_) {
+        if (!keepsGoing_ || isOver_) {
             std::cerr << "vexoctl: stopped at line " << line_ << std::endl;
             if (atomic_)
                 undo();

@@ -6,6 +6,7 @@
 #include "config_apply.h"
 #include "manner.h"
 #include "request.h"
+#include "stop.h"
 
 #include <functional>
 #include <map>
@@ -15,8 +16,6 @@ namespace vexoctl
 {
 
 using Words = Names;
-
-enum Status { SUCCESS = 0, FAILURE = 1, USAGE = 2, TIMEOUT = 3, UNMET = 4 };
 
 // Ends a command's output: FAILURE, and a message, when it could not be written.
 Status finish(Status status);
@@ -110,10 +109,6 @@ class Options
 void watch(const Words &words, bool json);
 void follow(const Words &words, bool json);
 
-// What was waited for has not come.
-struct Unmet : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 void await(const Words &words, bool json);
 
 void metrics(const Words &words, bool json);

@@ -1,7 +1,6 @@
 #include "session.h"
 
 #include "catalog.h"
-#include "limit.h"
 #include "print.h"
 
 #include <meaning.h>
@@ -202,10 +201,9 @@ void showActive(const Subject &subject, void (*read)(Parameters...), Given... gi
 {
     if (!filter.has(subject.kind) || !filter.has(subject.number))
         return;
-    const CallLimit limit;
     uint32_t bits = 0;
     vexoResult result;
-    read(&bits, given..., &result);
+    makeCallOrEnd([&] { read(&bits, given..., &result); });
     if (result.rc != VEXO_RC_OK || (bits & filter.bits) == 0)
         return;
     printLine(Json{{"notification", "active"},
@@ -519,10 +517,7 @@ void follow(const Words &words, bool json)
     uint32_t shown = 0;
     do {
         vexoResult result;
-        {
-            const CallLimit limit;
-            vexo_cmi_misc_upgrade_info_get(&info, &result);
-        }
+        makeCallOrEnd([&] { vexo_cmi_misc_upgrade_info_get(&info, &result); });
         if (result.rc != VEXO_RC_OK)
             throw Failure{"follow upgrade", result};
         if (info.state != shown) {
@@ -582,8 +577,8 @@ void await(const Words &words, bool json)
             Names still;
             for (const auto &[path, value] : now)
                 still.push_back(path + " is " + cell(value));
-            throw Unmet("not within " + std::to_string(seconds) +
-                        " seconds: " + inWords(still, "and"));
+            throw Stopped{UNMET, "not within " + std::to_string(seconds) +
+                                     " seconds: " + inWords(still, "and")};
         }
     }
 }
