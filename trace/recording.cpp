@@ -52,6 +52,8 @@ void readHead(const std::string &path, int descriptor, Head &head)
         throw FileError(path + ": " + strerror(errno));
     if (fstat(descriptor, &state) != 0 || !S_ISREG(state.st_mode))
         throw FileError(path + ": is no file");
+    if (state.st_size == 0)
+        throw FileError(path + ": is empty: nothing was recorded, or the disk was full");
     if (!readAt(descriptor, 0, static_cast<void *>(&head), sizeof head) ||
         memcmp(head.magic, MAGIC, sizeof MAGIC) != 0)
         throw FileError(path + ": is no recording of vexotrace's");
@@ -409,10 +411,15 @@ std::string_view Function::shortName() const
     return std::string_view{name}.substr(name.starts_with(PREFIX) ? PREFIX.size() : 0);
 }
 
+bool Call::isOpen(const Recording &recording) const
+{
+    return end == 0 && next == NONE &&
+           (parent == NONE || recording.calls()[parent].isOpen(recording));
+}
+
 bool Call::isRunning(const Recording &recording) const
 {
-    return end == 0 && recording.isAlive() && next == NONE &&
-           (parent == NONE || recording.calls()[parent].isRunning(recording));
+    return recording.isAlive() && isOpen(recording);
 }
 
 Json toJson(const Type &type, const uint8_t *value, Detail detail)
@@ -604,10 +611,7 @@ void Recording::readBlocks(int descriptor)
     calls_.reserve(events_ / 2 + 1);
     for (uint32_t i = 0; i < eventsOf.size(); ++i)
         readThread(i, eventsOf[i]);
-    std::ranges::stable_sort(roots_, {}, [&](uint32_t root) {
-        const Call &call = calls_[root];
-        return call.begin ? call.begin : call.end;
-    });
+    std::ranges::stable_sort(roots_, {}, [&](uint32_t root) { return calls_[root].clock(); });
 }
 
 // Calls that are in progress, from the outermost on.

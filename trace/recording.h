@@ -121,6 +121,10 @@ struct Call {
     uint64_t begin, end;
     const Event *enter, *exit;
 
+    // Its begin or, where that is unknown, its end.
+    uint64_t clock() const { return begin ? begin : end; }
+    // Not when only its end is lost: its thread has gone on since.
+    bool isOpen(const class Recording &recording) const;
     bool isRunning(const class Recording &recording) const;
 };
 

@@ -114,9 +114,22 @@ class Showing(unittest.TestCase):
         self.assertNotIn("outerVlanId=0, outerVlanIdValid", vexotrace(*words))
         self.assertIn("vlan.outerVlanIdValid=0", vexotrace(*words, "--all"))
 
-    def test_several_files_are_shown_one_after_the_other(self):
-        once = vexotrace("show", self.file)
-        self.assertEqual(vexotrace("show", self.file, self.file), 2 * f"{self.file}:\n{once}")
+    def test_calls_of_several_processes_are_shown_by_their_times(self):
+        first, second = folder / "first", folder / "second"
+        with subprocess.Popen([VEXOTRACE, "record", "-o", first, "--", VEXOCTL], text=True,
+                              env=environment, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as process:
+            def ask(number):
+                print("pdh frame get", f"port={number}", file=process.stdin, flush=True)
+                process.stdout.readline()
+            ask(1)
+            vexotrace("record", "-o", second, "--", VEXOCTL, "pdh", "frame", "get", "port=2")
+            ask(3)
+        lines = vexotrace("show", "--operation", "pdh_frame_get", second, first).splitlines()[::2]
+        self.assertEqual([int(port) for line in lines for port in re.findall(r"port=(\d)", line)],
+                         [1, 2, 3])
+        own = [line.startswith(f"[{process.pid}] ") for line in lines]
+        self.assertEqual(own, [True, False, True])
 
     def test_a_running_agent_is_followed_and_what_still_runs_is_said(self):
         (folder / "device").unlink(missing_ok=True)

@@ -21,7 +21,7 @@ struct UsageError : std::runtime_error {
 
 struct RecordOptions {
     std::string output = "vexo.trace";
-    uint64_t size = 0; // 0: as the recorder likes
+    std::optional<uint64_t> size; // none: as the recorder likes
     bool snapshot = false;
     bool redact = false;
     std::vector<std::string> command;

@@ -78,8 +78,7 @@ std::vector<Unit> unitsOf(const Recording &recording, Contents &contents)
         units.push_back(
             {place, call.thread,
              contents.try_emplace(text, static_cast<uint32_t>(contents.size())).first->second,
-             object ? textOf(*object) : "", call.begin ? call.begin : call.end,
-             polls(recording, place)});
+             object ? textOf(*object) : "", call.clock(), polls(recording, place)});
     };
     for (const uint32_t root : recording.roots()) {
         if (!onlyHandsOn(recording, recording.calls()[root])) {

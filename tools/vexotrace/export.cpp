@@ -9,7 +9,8 @@ namespace vexotrace
 using trace::Call;
 using trace::Recording;
 
-// Each call is a complete event, one that has not returned a begin alone; times are microseconds.
+// Each call is a complete event, one that has not returned a begin alone, one whose end is lost a
+// point; times are microseconds.
 int exportChrome(const std::string &file)
 {
     const Recording recording{file};
@@ -36,9 +37,10 @@ int exportChrome(const std::string &file)
             continue;
         const trace::Function &function = recording.functionOf(call);
         const auto microseconds = [](uint64_t time) { return static_cast<double>(time) / 1e3; };
+        const char *const phase = call.end ? "X" : call.isOpen(recording) ? "B" : "i";
         Json event{{"name", function.shortName()},
                    {"cat", nameOf(function.layer)},
-                   {"ph", call.end ? "X" : "B"},
+                   {"ph", phase},
                    {"ts", microseconds(call.begin - recording.head().startClock)},
                    {"pid", process},
                    {"tid", recording.threads()[call.thread].id}};

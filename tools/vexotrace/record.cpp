@@ -72,7 +72,7 @@ std::string beside(std::initializer_list<const char *> ways)
 
 int record(const RecordOptions &options)
 {
-    if (options.size != 0 && options.size < trace::LEAST_SIZE)
+    if (options.size && *options.size < trace::LEAST_SIZE)
         throw UsageError("--size: at least " + std::to_string(trace::LEAST_SIZE) + " bytes");
     if (options.snapshot && options.redact)
         throw UsageError("--redact: a snapshot would have the addresses all the same");
@@ -87,7 +87,7 @@ int record(const RecordOptions &options)
         preloaded += std::string{":"} + others;
     set("LD_PRELOAD", preloaded);
     set(trace::FILE_VARIABLE, file);
-    set(trace::SIZE_VARIABLE, options.size ? std::to_string(options.size) : "");
+    set(trace::SIZE_VARIABLE, options.size ? std::to_string(*options.size) : "");
     set(trace::SNAPSHOT_VARIABLE, options.snapshot ? "1" : "");
     set(trace::REDACT_VARIABLE, options.redact ? "1" : "");
     set(trace::SESSION_VARIABLE, "");

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <deque>
 #include <map>
-#include <memory>
 #include <thread>
 
 #include <fnmatch.h>
@@ -70,8 +70,8 @@ class Filter
             fnmatch(options_.operation.c_str(), function.name.c_str(), 0) != 0)
             return false;
         constexpr double MILLISECOND = 1e6;
-        if (options_.slow > 0 &&
-            static_cast<double>(durationOf(recording, call)) < options_.slow * MILLISECOND)
+        if (options_.slow > 0 && static_cast<double>(durationOf(recording, call).value_or(0)) <
+                                     options_.slow * MILLISECOND)
             return false;
         return !object_ || recording.objectOf(call, recording.content(call)) == object_;
     }
@@ -81,70 +81,100 @@ class Filter
     bool asked_;
 };
 
-void print(const Recording &recording, uint32_t root, const ShowOptions &options)
+// A call with all that is within it.
+struct Tree {
+    const Recording *recording;
+    uint32_t root;
+
+    uint64_t time() const { return recording->timeOf(recording->calls()[root].clock()); }
+};
+
+// Of several processes each line begins with whose it is.
+void print(const Tree &tree, const ShowOptions &options)
 {
     const auto detail = options.all ? trace::Detail::all : trace::Detail::usual;
     if (options.json) {
-        puts(dump(documentOf(recording, root, detail)).c_str());
+        puts(dump(documentOf(*tree.recording, tree.root, detail)).c_str());
         return;
     }
-    const Call &call = recording.calls()[root];
-    std::string margin = timeText(recording.timeOf(call.begin ? call.begin : call.end)) + " ";
-    for (const std::string &line : linesOf(recording, root, detail)) {
-        printf("%s%s\n", margin.c_str(), line.c_str());
+    std::string process;
+    if (options.files.size() > 1)
+        process = "[" + std::to_string(tree.recording->head().process) + "] ";
+    std::string margin = timeText(tree.time()) + " ";
+    for (const std::string &line : linesOf(*tree.recording, tree.root, detail)) {
+        printf("%s%s%s\n", process.c_str(), margin.c_str(), line.c_str());
         margin.assign(margin.size(), ' ');
     }
 }
 
-// What has returned, as it comes; what hasn't, when the process has ended.
-void follow(const std::string &file, const Filter &filter, const ShowOptions &options)
+// Files that are read together, and what of them has been shown.
+class Shown
 {
-    using namespace std::chrono;
-    std::map<uint32_t, uint64_t> shownUpTo; // by threads
-    for (bool more = true; more;) {
-        const auto begin = steady_clock::now();
-        const Recording recording{file};
-        more = recording.isAlive();
-        for (const uint32_t root : recording.roots()) {
-            const Call &call = recording.calls()[root];
-            const uint64_t clock = call.begin ? call.begin : call.end;
-            uint64_t &shown = shownUpTo[recording.threads()[call.thread].id];
-            if (clock <= shown || (more && !call.end))
-                continue;
-            shown = clock;
-            if (filter.takes(recording, root))
-                print(recording, root, options);
-        }
-        fflush(stdout);
-        if (!more)
-            return warn(file, recording);
-        // A long file is not read all the time.
-        std::this_thread::sleep_for(
-            std::max<steady_clock::duration>(milliseconds{100}, 3 * (steady_clock::now() - begin)));
+  public:
+    explicit Shown(const ShowOptions &options)
+        : options_{options}, filter_{options}, shownUpTo_(options.files.size())
+    {
     }
-}
+
+    // What is new, by the time at which it began; of a process that goes on, what has returned.
+    // Whether there is one.
+    bool showMore()
+    {
+        recordings_.clear();
+        std::vector<Tree> trees;
+        bool goesOn = false;
+        for (size_t i = 0; i < options_.files.size(); ++i) {
+            const Recording &recording = recordings_.emplace_back(options_.files[i]);
+            const bool isFollowed = options_.follow && recording.isAlive();
+            goesOn |= isFollowed;
+            ByThreads upTo = shownUpTo_[i];
+            for (const uint32_t root : recording.roots()) {
+                const Call &call = recording.calls()[root];
+                const uint32_t thread = recording.threads()[call.thread].id;
+                if (call.clock() <= shownUpTo_[i][thread] || (isFollowed && !call.end))
+                    continue;
+                upTo[thread] = call.clock();
+                if (filter_.takes(recording, root))
+                    trees.push_back({&recording, root});
+            }
+            shownUpTo_[i] = std::move(upTo);
+        }
+        std::ranges::stable_sort(trees, {}, &Tree::time);
+        for (const Tree &tree : trees)
+            print(tree, options_);
+        fflush(stdout);
+        return goesOn;
+    }
+
+    void warnOfAll() const
+    {
+        for (size_t i = 0; i < options_.files.size(); ++i)
+            warn(options_.files[i], recordings_[i]);
+    }
+
+  private:
+    using ByThreads = std::map<uint32_t, uint64_t>;
+
+    const ShowOptions &options_;
+    const Filter filter_;
+    std::deque<Recording> recordings_;
+    std::vector<ByThreads> shownUpTo_;
+};
 
 } // namespace
 
 int show(const ShowOptions &options)
 {
-    const Filter filter{options};
-    if (options.follow && options.files.size() != 1)
-        throw UsageError("--follow: of one file");
-    if (options.follow) {
-        follow(options.files[0], filter, options);
-        return SUCCESS;
+    using namespace std::chrono;
+    Shown shown{options};
+    auto begin = steady_clock::now();
+    while (shown.showMore()) {
+        // A long file is not read all the time.
+        std::this_thread::sleep_for(
+            std::max<steady_clock::duration>(milliseconds{100}, 3 * (steady_clock::now() - begin)));
+        begin = steady_clock::now();
     }
-    for (const std::string &file : options.files) {
-        const Recording recording{file};
-        if (options.files.size() > 1 && !options.json)
-            printf("%s:\n", file.c_str());
-        for (const uint32_t root : recording.roots())
-            if (filter.takes(recording, root))
-                print(recording, root, options);
-        fflush(stdout);
-        warn(file, recording);
-    }
+    shown.warnOfAll();
     return SUCCESS;
 }
 

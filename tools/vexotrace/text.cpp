@@ -18,21 +18,22 @@ namespace
 
 constexpr uint64_t SECOND = 1000000000;
 
-std::string worldTime(uint64_t time)
+// With so many digits of a second.
+std::string timeText(uint64_t time, const char *format, tm *(*partsOf)(const time_t *, tm *),
+                     size_t digits)
 {
     const auto seconds = static_cast<time_t>(time / SECOND);
     tm parts;
-    gmtime_r(&seconds, &parts);
-    char text[64];
-    const size_t length = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    snprintf(text + length, sizeof text - length, ".%06uZ",
-             static_cast<unsigned>(time % SECOND / 1000));
-    return text;
+    partsOf(&seconds, &parts);
+    char text[32], fraction[16];
+    strftime(text, sizeof text, format, &parts);
+    snprintf(fraction, sizeof fraction, ".%09u", static_cast<unsigned>(time % SECOND));
+    return text + std::string{fraction, 1 + digits};
 }
 
-uint64_t timeOf(const Recording &recording, const Call &call)
+std::string worldTime(uint64_t time)
 {
-    return recording.timeOf(call.begin ? call.begin : call.end);
+    return timeText(time, "%Y-%m-%dT%H:%M:%S", gmtime_r, 6) + "Z";
 }
 
 // "name=value", of records "field=value" and "record.field=value".
@@ -99,14 +100,7 @@ void addLines(const Recording &recording, uint32_t place, Detail detail, size_t 
 
 std::string timeText(uint64_t time)
 {
-    const auto seconds = static_cast<time_t>(time / SECOND);
-    tm parts;
-    localtime_r(&seconds, &parts);
-    char text[32];
-    const size_t length = strftime(text, sizeof text, "%H:%M:%S", &parts);
-    snprintf(text + length, sizeof text - length, ".%03u",
-             static_cast<unsigned>(time % SECOND / 1000000));
-    return text;
+    return timeText(time, "%H:%M:%S", localtime_r, 3);
 }
 
 std::string durationText(uint64_t nanoseconds)
@@ -126,10 +120,10 @@ std::string dump(const Json &json)
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-uint64_t durationOf(const Recording &recording, const Call &call)
+std::optional<uint64_t> durationOf(const Recording &recording, const Call &call)
 {
-    if (!call.begin)
-        return 0;
+    if (!call.begin || (!call.end && !call.isOpen(recording)))
+        return {};
     uint64_t end = call.end ? call.end : recording.lastClock();
     if (call.isRunning(recording)) {
         timespec now;
@@ -152,8 +146,8 @@ std::string lineOf(const Recording &recording, const Call &call, Detail detail)
     } else {
         line += call.isRunning(recording) ? " still running" : " did not return";
     }
-    if (call.begin && detail != Detail::steady)
-        line += " <" + durationText(durationOf(recording, call)) + ">";
+    if (const auto duration = durationOf(recording, call); duration && detail != Detail::steady)
+        line += " <" + durationText(*duration) + ">";
     return line;
 }
 
@@ -194,13 +188,13 @@ Json documentOf(const Recording &recording, uint32_t place, Detail detail)
     const Call &call = recording.calls()[place];
     const Function &function = recording.functionOf(call);
     Json json;
-    json["time"] = worldTime(timeOf(recording, call));
+    json["time"] = worldTime(recording.timeOf(call.clock()));
     json["thread"] = recording.threads()[call.thread].id;
     json["layer"] = nameOf(function.layer);
     json["name"] = function.shortName();
     json.update(argumentsOf(recording, call, detail));
-    if (call.begin)
-        json["duration"] = static_cast<double>(durationOf(recording, call)) / 1e9;
+    if (const auto duration = durationOf(recording, call))
+        json["duration"] = static_cast<double>(*duration) / 1e9;
     if (call.isRunning(recording))
         json["running"] = true;
     Json &children = json["children"] = Json::array();

@@ -15,7 +15,7 @@ std::string durationText(uint64_t nanoseconds);
 std::string dump(const Json &json);
 
 // How long it took or, when it hasn't returned, has taken until now, as far as the file tells.
-uint64_t durationOf(const trace::Recording &recording, const trace::Call &call);
+std::optional<uint64_t> durationOf(const trace::Recording &recording, const trace::Call &call);
 
 // "name(arguments) = result {outputs}". Steady: what two runs of the same agent have in common.
 std::string lineOf(const trace::Recording &recording, const trace::Call &call,
