@@ -626,6 +626,34 @@ TEST_F(Trace, OfEveryVersionIsRead)
     expectAlarms(Recording{RECORDINGS "/1.trace"});
 }
 
+// Of a later version's kinds; the calls around them stay.
+TEST_F(Trace, ThatHasEventsWhichAreNotKnownIsReadWithoutThemAndSaysHowMany)
+{
+    const Recording whole{RECORDINGS "/agent.trace"};
+    std::ifstream stream{RECORDINGS "/agent.trace", std::ios::binary};
+    std::string bytes{std::istreambuf_iterator<char>{stream}, {}};
+    const auto at = [&](size_t place) {
+        return reinterpret_cast<trace::Event *>(bytes.data() + place);
+    };
+    size_t changed = 0;
+    const size_t begin = whole.head().blocksOffset + sizeof(trace::Block);
+    for (size_t place = begin, n = 0; at(place)->size > 0; place += at(place)->size, ++n) {
+        if (n % 5 != 3)
+            continue;
+        if (changed++ % 2 == 0)
+            at(place)->kind = trace::EventKind{9};
+        else
+            at(place)->function = 9999;
+    }
+    ASSERT_GT(changed, 2U);
+    std::ofstream{file("later"), std::ios::binary} << bytes;
+    const Recording recording{file("later")};
+    EXPECT_EQ(recording.unknownEvents(), changed);
+    EXPECT_EQ(recording.events(), whole.events() - changed);
+    EXPECT_EQ(recording.damagedBlocks(), 0U);
+    EXPECT_EQ(recording.threads().size(), whole.threads().size());
+}
+
 TEST_F(Trace, DoesNotChangeWhatTheLoaderFindsByItsCaller)
 {
     EXPECT_EQ(run("asks the loader"), 0);
