@@ -8,6 +8,7 @@
 #include <vexo_cmi.h>
 
 #include <array>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,16 @@ const Argument *objectOf(const Operation &operation);
 
 // All records, for checks over the rows.
 std::span<const Type *const> records();
+
+// "02:00:5e:00:00:11"
+inline std::string macText(const void *value)
+{
+    const auto *mac = static_cast<const uint8_t *>(value);
+    char text[18];
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+             mac[4], mac[5]);
+    return text;
+}
 
 // ---- How rows are made ----
 

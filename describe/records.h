@@ -164,13 +164,13 @@ constexpr auto rtpFieldsOfService = [] {
 }();
 constexpr Type rtpOfService{Kind::record, "vexoPweRtp", sizeof(vexoPweRtp), {}, rtpFieldsOfService};
 
-RECORD(vexoPweServiceT1, F(circuit), F(jitterBufferSize, .leftOut = NON_ZERO),
+RECORD(vexoPweServiceT1, F(circuit, .exclusive = true), F(jitterBufferSize, .leftOut = NON_ZERO),
        F(payloadSize, .leftOut = NON_ZERO), F(rtp, .type = &rtpOfService),
        F(reserved, .hidden = true))
-RECORD(vexoPweServiceT2, F(circuit), FLAGGED(serviceOption),
+RECORD(vexoPweServiceT2, F(circuit, .exclusive = true), FLAGGED(serviceOption),
        F(jitterBufferSize, .leftOut = NON_ZERO), F(payloadSize, .leftOut = NON_ZERO),
        F(serviceFlag, .leftOut = SETS_OR_CLEARS), F(rtp, .type = &rtpOfService))
-RECORD(vexoPweServiceA, F(circuit), F(payloadSize, .leftOut = NON_ZERO),
+RECORD(vexoPweServiceA, F(circuit, .exclusive = true), F(payloadSize, .leftOut = NON_ZERO),
        F(serviceOption, .leftOut = NON_ZERO), F(serviceFlag, .leftOut = CLEARS_OR_SETS), F(atmMode),
        F(atmType), F(atmFlag1, .leftOut = CLEARS_OR_SETS), F(atmFlag2, .leftOut = CLEARS_OR_SETS),
        F(atmClpMode), F(atmParam1), F(atmParam2), F(reserved, .hidden = true))

@@ -59,8 +59,9 @@ struct Options {
     const Type *type = nullptr; // in place of that of the member
     // Whether the field says that nothing else of the record is read; by the record that it is in.
     bool (*alone)(const void *record) = nullptr;
-    bool fixed = false;   // of a record that is given: another value takes a new object
-    bool changes = false; // by itself: a state, a counter, a time
+    bool fixed = false;     // of a record that is given: another value takes a new object
+    bool exclusive = false; // a value, but for 0, may be one object's alone
+    bool changes = false;   // by itself: a state, a counter, a time
 };
 
 struct Field {

@@ -367,14 +367,6 @@ std::optional<Object> objectOfNotification(const Type &notification, const uint8
     return {};
 }
 
-std::string macText(const uint8_t *mac)
-{
-    char text[18];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    return text;
-}
-
 Json listOf(const Type &type, const uint8_t *value, uint32_t count, Detail detail)
 {
     Json json = Json::array();
@@ -433,7 +425,7 @@ Json toJson(const Type &type, const uint8_t *value, Detail detail)
         return std::string(text, strnlen(text, type.size));
     }
     case Kind::mac:
-        return macText(value);
+        return describe::macText(value);
     case Kind::record:
         break;
     }

@@ -37,10 +37,13 @@ class Config : public testing::Test
         Names words{
             "pwId=" + std::to_string(pwId), "pweAction=create", "pweType=" + type, "adminStatus=1",
             "dstMac=02:00:5e:00:00:11",     "psn.psnType=2"};
-        const Names own = type.starts_with("atm")
-                              ? Names{"a.circuit=1",    "a.atmMode=1",   "a.atmType=1",
-                                      "a.atmClpMode=1", "a.atmParam1=0", "a.atmParam2=0"}
-                              : Names{"t1.circuit=1", "t1.rtp.mode=off"};
+        const bool hasCircuit = more.size() == 1 && more[0].starts_with("t1.circuit=");
+        Names own = type.starts_with("atm")
+                        ? Names{"a.circuit=1",    "a.atmMode=1",   "a.atmType=1",
+                                "a.atmClpMode=1", "a.atmParam1=0", "a.atmParam2=0"}
+                        : Names{"t1.rtp.mode=off"};
+        if (!type.starts_with("atm") && !hasCircuit)
+            own.emplace_back("t1.circuit=1");
         words.insert(words.end(), own.begin(), own.end());
         words.insert(words.end(), more.begin(), more.end());
         if (!std::ranges::count(more, "vlan.mode=double"))
@@ -406,6 +409,60 @@ TEST_F(Undone, KeepingOnPerformsAllThatDoesNotFail)
         for (const Difference &difference : differences(wanted_, save(device_, FEW)))
             EXPECT_EQ(nameOf(difference.key), nameOf(key));
     }
+}
+
+// A device on which a circuit is one pseudowire's alone.
+class OneForEachCircuit : public Device
+{
+  public:
+    vexoResult call(const Operation &operation, const Names &words, Json &outputs) override
+    {
+        for (uint32_t pwId = 1; pwId <= FEW.pwes && !isGetter(operation); ++pwId) {
+            const Key key{numberedKind("pwe"), pwId};
+            const auto fields = flat(read(device_, key).settings.value_or(Json::object()));
+            for (const auto &[path, value] : fields)
+                if (path.ends_with("circuit") && words[0] != wordsOf(key)[0] &&
+                    std::ranges::count(words, path + "=" + value.dump()))
+                    return {VEXO_RC_FAILURE_4, "another has this circuit"};
+        }
+        return Device::call(operation, words, outputs);
+    }
+
+  private:
+    Device device_;
+};
+
+TEST_F(Config, WhatIsOneObjectsAloneChangesHandsWithTheFewestOperations)
+{
+    for (uint32_t pwId = 1; pwId <= 6; ++pwId)
+        createPwe(pwId, "tdm-1", {"t1.circuit=" + std::to_string(pwId)});
+    const std::string before = saved();
+    // A ring of three, and a row whose end takes a free one; its first goes to a new pseudowire.
+    const std::string patch = R"({"pwe": {
+        "1": {"t1": {"circuit": 2}}, "2": {"t1": {"circuit": 3}}, "3": {"t1": {"circuit": 1}},
+        "4": {"t1": {"circuit": 5}}, "5": {"t1": {"circuit": 6}}, "6": {"t1": {"circuit": 9}},
+        "7": {"pweType": "tdm-1", "adminStatus": 1, "dstMac": "02:00:00:00:00:01",
+              "vlan": {"mode": "untagged"}, "psn": {"psnType": 2},
+              "t1": {"circuit": 4, "rtp": {"mode": "off"}}}}})";
+    const Document wanted = changed(patch);
+    const Plan plan = planOf(wanted);
+    EXPECT_EQ(plan.steps.size(), 6u + 1 + 1);
+    OneForEachCircuit device;
+    // Also the undo gives nothing to two at once.
+    kvSimFault fault{};
+    strcpy(fault.function, "config_add_pw");
+    fault.object = 7;
+    fault.effect = KV_SIM_CODE;
+    fault.value = 128;
+    ASSERT_EQ(kv_sim_fault_add(&fault), 0);
+    Report report = apply(device, plan, false);
+    EXPECT_EQ(report.failed.size(), 1u) << textOf(report);
+    EXPECT_TRUE(report.notUndone.empty()) << textOf(report);
+    EXPECT_EQ(saved(), before);
+    kv_sim_fault_clear();
+    report = apply(device, plan, false);
+    EXPECT_TRUE(report.failed.empty()) << textOf(report);
+    EXPECT_TRUE(differences(wanted, save(device_, FEW)).empty());
 }
 
 // ---- What can't be set, and what isn't told ----

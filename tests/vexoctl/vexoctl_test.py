@@ -866,6 +866,11 @@ class Daily(Device):
                          ["operation"], "pwe params get")
         self.assertRegex(self.vexoctl("pwe", "list", "pwes=19").stderr,
                          "^vexoctl: pwe list: pwe 1 to 19: failure .*\n$")
+        for port in (1, 2, 3, 7, 10, 11):
+            self.document("sim", "fault", "add", "function=config_get_pdh_params", f"object={port}",
+                          "value=8")
+        self.assertRegex(self.vexoctl("config", "save", "--state").stderr,
+                         "config save: pdh 1 to 3, 7, 10 to 11: failure .*\n.*: pwe 1 to 1024: failure .*\n$")
         self.document("sim", "fault", "clear")
         # A document is read once for all, and nothing is called where one word is wrong.
         vlan = json.dumps(self.document("pwe", "vlan", "get", "pwId=17"))
@@ -896,6 +901,18 @@ class Daily(Device):
                                     "generic.counters.0", "--values"), ["0"])
         self.assertIn("did you mean 'adminStatus'",
                       self.vexoctl(*words, "--fields=adminStatu").stderr)
+        # What getters tell together is chosen in lists, too; elsewhere there is nothing to choose.
+        self.assertEqual(self.lines("pwe", "list", "--fields=force,vlan.vlanId", "--values"),
+                         ["17\t0\t7", "18\t0\t7", "19\t0\t7"])
+        self.assertEqual([line.split() for line in self.lines("ima", "list", "--fields=linkIds,groupParam3")],
+                         [["groupId", "linkIds", "groupParam3"], ["1", "3"]])
+        self.assertEqual(self.document("pwe", "list", "--fields=pweType")[0],
+                         {"pwId": 17, "pweType": "tdm-1"})
+        self.assertIn("did you mean 'pweType'", self.vexoctl("pwe", "list", "--fields=pwType").stderr)
+        for command in ("pwe list --change force=1", "config save --fields=pwe", "metrics --values"):
+            self.assertIn("of no use", self.vexoctl(*command.split()).stderr)
+        self.assertRegex(self.lines("pdh", "params", "get", "port=1-2", "--fields=cableLength")[0],
+                         r"^port  cableLength \[the platform's unit\]$")
 
     def test_addresses_are_dotted_where_their_byte_order_is_known(self):
         self.document("sys", "src_ip", "set", "address=192.0.2.7")
@@ -962,6 +979,8 @@ class Daily(Device):
         error = self.document("wait", "pdh", "admin", "get", "port=1", "status=1", "for=1", status=4)
         self.assertEqual(error["error"], "not within 1 seconds: status is 2")
         self.document("wait", "pdh", "admin", "get", "port=99", "status=1", status=1)
+        self.assertRegex(self.document("wait", "pdh", "params", "get", "port=3", "operstate=1", status=2)
+                         ["error"], "'operstate'; did you mean 'operState'.* waited for: adminStatus, ")
 
     def test_what_the_last_release_had_as_examples_still_succeeds(self):
         examples = SOURCE / "tests/vexoctl/release-1.0.0.txt"
@@ -1375,6 +1394,7 @@ class Notifications(Device):
             self.document("sim", "fault", "clear")
 
     def test_an_upgrade_is_followed_through_its_states(self):
+        self.assertEqual(self.vexoctl("follow", "upgrade").stdout, "upgrade: state 1\n")
         for failing, states in ((0, [2, 3, 4, 5]), (4, [2, 3, 6])):
             self.document("sim", "clock", "stop")
             self.document("sim", "upgrade", "fail", f"state={failing}")
@@ -1587,9 +1607,9 @@ class Surroundings(Device):
         common = {"operation": "sim fault find", "rc": 0, "message": "", "waiting": 0}
         expected = [
             {"function": "config_set_pdh_params", "type": "pdh", "object": 3, "nth": 2,
-             "where": {"params.frameMode": 2, "port": 3}, "effect": "nothing", "value": 1,
+             "where": {"params.frameMode": 2, "port": 3}, "effect": "nothing",
              "skip": 0, "times": 0, "met": 1, "spent": True},
-            {"service": "alarms", "where": {"type": 1, "delta": 4}, "effect": "drop", "value": 1,
+            {"service": "alarms", "where": {"type": 1, "delta": 4}, "effect": "drop",
              "skip": 0, "times": 0, "met": 1, "spent": True},
             {"function": "any", "process": 1, "operation": "vexo_cmi_pdh_frame_set",
              "effect": "code", "value": 1, "skip": 0, "times": 0, "chance": 500000, "seed": 7,
@@ -1597,6 +1617,7 @@ class Surroundings(Device):
         for fault, row in zip(added, expected, strict=True):
             self.assertEqual(self.document("sim", "fault", "find", f"id={fault}"),
                              {**common, "id": fault, **row})
+        self.assertIn("seed: only with chance", self.document("sim", "fault", "add", "seed=7", status=2)["error"])
         [left] = self.document("sim", "fault", "list")["faults"]
         self.assertEqual(left["id"], added[2])
 

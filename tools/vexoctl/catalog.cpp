@@ -79,10 +79,13 @@ constexpr Command COMMANDS[] = {
      "undone.",
      configApply},
     {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
-     "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array.",
-     pweList},
+     "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array, with "
+     "--fields a table of these fields.",
+     pweList, true},
     {"ima list", "ima list [groups=N]", "the IMA groups that are provisioned",
-     "Shows the provisioned IMA groups of 1 to N (8), a line each; with --json an array.", imaList},
+     "Shows the provisioned IMA groups of 1 to N (8), a line each; with --json an array, with "
+     "--fields a table of these fields.",
+     imaList, true},
     {"exit", "exit", "ends the prompt or a script",
      "Ends the prompt, or a script, with success. 'quit' does the same."},
 };
@@ -158,17 +161,6 @@ Names namesOf(Names words)
         if (const size_t sign = word.find('='); sign != word.npos)
             word.erase(sign + 1);
     return words;
-}
-
-// "adminStatus=" and the other fields that a getter tells.
-Names fieldNames(const Operation &operation)
-{
-    Names names;
-    for (const describe::Argument &argument : operation.arguments)
-        if (argument.direction == describe::Direction::out && !isDocument(argument))
-            for (const Leaf &leaf : leaves(*argument.type))
-                names.push_back(leaf.path + "=");
-    return names;
 }
 
 // Those in the folder that the path is in so far; a folder ends with '/'.
@@ -311,7 +303,8 @@ Names completions(const Words &typed)
         next = completions(rest);
         const Words said = spokenPart({before.begin() + 1, before.end()});
         if (const Operation *operation = find(said)) {
-            std::ranges::copy(fieldNames(*operation), std::back_inserter(next));
+            for (const std::string &field : fieldNames(*operation))
+                next.push_back(field + "=");
             next.emplace_back("for=");
         }
     } else if (const Command *own = commandOf(before); own && own->run) {

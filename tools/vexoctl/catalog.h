@@ -16,7 +16,9 @@ struct Command {
     const char *usage;
     const char *purpose;
     const char *more;
-    void (*run)(const Words &words, bool json) = nullptr; // of those in files of their own
+    // Of those in files of their own.
+    void (*run)(const Words &words, const Manner &manner) = nullptr;
+    bool showsFields = false; // those that are chosen
 };
 
 std::span<const Command> commands();

@@ -17,15 +17,6 @@ using describe::Type;
 namespace
 {
 
-std::string macText(const void *value)
-{
-    const auto *mac = static_cast<const uint8_t *>(value);
-    char text[18];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-             mac[4], mac[5]);
-    return text;
-}
-
 AddressOrder addressOrder;
 
 uint32_t inHostOrder(uint32_t address)
@@ -242,7 +233,7 @@ Json toJson(const Type &type, const void *value, Style style)
         return std::string(text, strnlen(text, type.size));
     }
     case Kind::mac:
-        return macText(value);
+        return describe::macText(value);
     case Kind::record:
         break;
     }

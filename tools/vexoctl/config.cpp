@@ -77,30 +77,51 @@ Failure failure(const std::string &command, const std::string &text, Json detail
     return failure;
 }
 
+// "1 to 3, 7", of numbers in their order.
+std::string rangesOf(const std::vector<uint32_t> &numbers)
+{
+    std::string text;
+    for (size_t i = 0; i < numbers.size(); ++i) {
+        const size_t first = i;
+        while (i + 1 < numbers.size() && numbers[i + 1] == numbers[i] + 1)
+            ++i;
+        text += (text.empty() ? "" : ", ") + std::to_string(numbers[first]) +
+                (i == first ? "" : " to " + std::to_string(numbers[i]));
+    }
+    return text;
+}
+
 void tell(const std::string &command, const std::string &text)
 {
     std::cerr << "vexoctl: " << command << ": " << printable(text) << std::endl;
 }
 
-// What was refused, by name and reason; one line for those that follow each other and have the same
+// What was refused, by name and reason; one line for all objects of a kind that have the same
 // reason: a device that is away refuses hundreds.
 void tellRefused(const std::string &command, const Json &refused)
 {
-    const auto numberAt = [](const std::string &name) { return name.find_last_of(' ') + 1; };
-    const auto isNext = [&](const std::string &name, const std::string &next) {
-        const std::string kind = name.substr(0, numberAt(name));
-        const size_t number = std::strtoul(name.c_str() + kind.size(), nullptr, 10);
-        return number > 0 && next == kind + std::to_string(number + 1);
+    struct Line {
+        std::string kind, field, reason; // of "pdh 3 frameMode": "pdh", " frameMode"
+        std::vector<uint32_t> numbers{};
     };
-    for (auto item = refused.begin(); item != refused.end();) {
-        const std::string &first = item.key();
-        const auto &reason = item.value().get_ref<const std::string &>();
-        const std::string *last = &first;
-        while (++item != refused.end() && item.value() == reason && isNext(*last, item.key()))
-            last = &item.key();
-        tell(command, first + (last == &first ? "" : " to " + last->substr(numberAt(*last))) +
-                          ": " + reason);
+    std::vector<Line> lines;
+    for (const auto &[name, reason] : refused.items()) {
+        const size_t blank = name.find(' ');
+        char *end = nullptr;
+        const auto number =
+            static_cast<uint32_t>(std::strtoul(name.c_str() + blank, &end, 10)); // 0: none
+        Line line{number ? name.substr(0, blank) : name, number ? end : "", reason};
+        const auto same = std::ranges::find_if(lines, [&](const Line &other) {
+            return number && other.kind == line.kind && other.field == line.field &&
+                   other.reason == line.reason;
+        });
+        Line &place = same == lines.end() ? lines.emplace_back(std::move(line)) : *same;
+        if (number)
+            place.numbers.push_back(number);
     }
+    for (const auto &[kind, field, reason, numbers] : lines)
+        tell(command,
+             kind + (numbers.empty() ? "" : " " + rangesOf(numbers)) + field + ": " + reason);
 }
 
 Document readFile(const std::string &file)
@@ -168,7 +189,7 @@ void replaceFile(const std::string &file, const std::string &text)
 
 } // namespace
 
-void configSave(const Words &words, bool json)
+void configSave(const Words &words, const Manner &manner)
 {
     const Given options = given(words, 1, {"--state"}, RANGES);
     Device device;
@@ -180,13 +201,13 @@ void configSave(const Words &words, bool json)
     else
         replaceFile(options.files[0], text);
     const Json &refused = form["refused"];
-    if (!options.files.empty() && refused.empty() && json)
+    if (!options.files.empty() && refused.empty() && manner.json)
         show({{"operation", "config save"}, {"rc", 0}, {"message", ""}});
     if (refused.empty())
         return;
-    if (!json)
+    if (!manner.json)
         tellRefused("config save", refused);
-    if (!json || options.files.empty())
+    if (!manner.json || options.files.empty())
         throw Status{FAILURE};
     throw failure("config save", "the device did not tell all", {{"refused", refused}});
 }
@@ -196,7 +217,7 @@ void configSave(const Words &words, bool json)
 namespace
 {
 
-std::string lineOf(const Difference &difference)
+std::string differenceLine(const Difference &difference)
 {
     const bool isWhole = difference.field.empty();
     const auto value = [&](const char *sign, const Json &side) {
@@ -212,7 +233,7 @@ std::string lineOf(const Difference &difference)
 
 } // namespace
 
-void configDiff(const Words &words, bool json)
+void configDiff(const Words &words, const Manner &manner)
 {
     const Given options = given(words, 2, {}, RANGES);
     if (options.files.empty())
@@ -244,18 +265,18 @@ void configDiff(const Words &words, bool json)
                         {"field", field.empty() ? Json{} : Json(field)},
                         {"a", a},
                         {"b", b}});
-    if (json)
+    if (manner.json)
         show(list);
     else
         for (const Difference &difference : found)
-            std::cout << lineOf(difference) << "\n";
+            std::cout << differenceLine(difference) << "\n";
     if (!found.empty())
         throw Status{FAILURE};
 }
 
 // ---- apply ----
 
-void configApply(const Words &words, bool json)
+void configApply(const Words &words, const Manner &manner)
 {
     const Given options = given(words, 1, {"--dry-run", "--prune", "--keep-going"}, RANGES);
     if (options.files.empty())
@@ -280,7 +301,7 @@ void configApply(const Words &words, bool json)
                  {"failed", listOf(report.failed)},
                  {"undone", report.undone},
                  {"notUndone", listOf(report.notUndone)}};
-    if (!json) {
+    if (!manner.json) {
         if (options.has("--dry-run"))
             for (const std::string &command : report.done)
                 std::cout << command << "\n";
@@ -290,12 +311,12 @@ void configApply(const Words &words, bool json)
         for (const std::string &line : undoLines(report))
             tell("config apply", line);
     }
-    if (report.failed.empty() && json)
+    if (report.failed.empty() && manner.json)
         show(
             Json{{"operation", "config apply"}, {"rc", 0}, {"message", ""}, {"done", report.done}});
     if (report.failed.empty())
         return;
-    if (!json)
+    if (!manner.json)
         throw report.status;
     const Trouble &first = report.failed.front();
     Failure failed = failure("config apply", (first.rc ? "" : first.what + ": ") + first.text,
@@ -309,12 +330,15 @@ void configApply(const Words &words, bool json)
 namespace
 {
 
-// What the first getter tells of each object that is there, and on a line some of it.
-void listObjects(const Words &words, bool json, const std::string &section, const Names &shown)
+// All that is told of each object that is there, and on a line some of it.
+void listObjects(const Words &words, const Manner &manner, const std::string &section,
+                 const Names &usual)
 {
     const Given options = given(words, 0, {}, {section == "pwe" ? "pwes" : "groups"});
     const Kind &kind = *numberedKind(section);
+    choose(kind.getters, Json::object(), manner.fields);
     Device device;
+    std::vector<std::pair<uint32_t, Fields>> rows;
     Json list = Json::array();
     Json refused = Json::object();
     for (uint32_t number = 1; number <= lastOf(kind, options.ranges); ++number) {
@@ -328,26 +352,35 @@ void listObjects(const Words &words, bool json, const std::string &section, cons
         }
         Json told;
         device.call(*kind.getters.front(), wordsOf(key), told);
-        Json object{{kind.number, number}};
-        object.update(*reading.settings);
+        Json object = *reading.settings;
         for (const auto &[name, value] : told.items())
             object.update(value);
-        list.push_back(std::move(object));
+        const Fields fields = choose(kind.getters, object, manner.fields);
+        list.push_back({{kind.number, number}});
+        list.back().update(manner.fields.empty() ? object : asObject(fields));
+        rows.emplace_back(number, fields);
     }
-    if (json)
-        show(list);
-    for (const Json &object : list) {
-        if (json)
-            break;
-        std::string line = section + " " + object[kind.number].dump() + ":";
-        for (const std::string &wanted : shown)
-            for (const auto &[name, value] : flat(object))
+    const auto lineOfUsual = [&](const Fields &fields) {
+        std::string line;
+        for (const std::string &wanted : usual)
+            for (const auto &[name, value] : fields)
                 if (name == wanted || name.ends_with("." + wanted))
-                    line += std::string{line.ends_with(":") ? " " : ", "} + wanted + " " +
+                    line += (line.empty() ? "" : ", ") + wanted + " " +
                             readable({&kind, 0}, name, value);
-        std::cout << line << "\n";
+        return line;
+    };
+    if (manner.json) {
+        show(list);
+    } else if (!manner.fields.empty() && !manner.values) {
+        std::cout << table(kind.number, rows);
+    } else {
+        for (const auto &[number, fields] : rows)
+            if (manner.values)
+                std::cout << number << "\t" << lineOf(fields);
+            else
+                std::cout << section << " " << number << ": " << lineOfUsual(fields) << "\n";
     }
-    if (!json)
+    if (!manner.json)
         tellRefused(section + " list", refused);
     if (!refused.empty())
         throw Status{FAILURE};
@@ -355,16 +388,16 @@ void listObjects(const Words &words, bool json, const std::string &section, cons
 
 } // namespace
 
-void pweList(const Words &words, bool json)
+void pweList(const Words &words, const Manner &manner)
 {
-    listObjects(words, json, "pwe",
+    listObjects(words, manner, "pwe",
                 {"pweType", "adminStatus", "operState", "dstMac", "vlan.mode", "vlan.vlanId",
                  "psn.psnType", "circuit"});
 }
 
-void imaList(const Words &words, bool json)
+void imaList(const Words &words, const Manner &manner)
 {
-    listObjects(words, json, "ima", {"groupParam1", "groupParam2", "groupParam3", "linkIds"});
+    listObjects(words, manner, "ima", {"groupParam1", "groupParam2", "groupParam3", "linkIds"});
 }
 
 } // namespace vexoctl

@@ -4,6 +4,8 @@
 
 #include "config_settings.h"
 
+#include <cstring>
+
 namespace vexoctl::config
 {
 
@@ -17,11 +19,19 @@ struct Ranges {
 // The number of the last object; 0 for what has none.
 uint32_t lastOf(const Kind &kind, const Ranges &ranges);
 
+// "pdh 2" before "pdh 10".
+struct ByNumber {
+    bool operator()(const std::string &a, const std::string &b) const
+    {
+        return strverscmp(a.c_str(), b.c_str()) < 0;
+    }
+};
+
 struct Document {
     // Null: the device tells nothing of it; nothing: it was asked for, and isn't there.
     std::map<Key, Settings> objects{};
-    std::map<std::string, std::string> reasons{}; // by object, or by object and field
-    Json state = nullptr;                         // what changes by itself
+    std::map<std::string, std::string, ByNumber> reasons{}; // by object, or by object and field
+    Json state = nullptr;                                   // what changes by itself
     // Of a document that is a file: what stands in none of these isn't named.
     std::set<std::string> sections{};
 

@@ -91,8 +91,8 @@ Json Record::merge(const Type &type, const Json &now, const Json &wanted, void *
 class ObjectPlanner
 {
   public:
-    ObjectPlanner(const Key &key, const Settings &now, const Json &wanted)
-        : key_{key}, kind_{*key.kind}, now_{now}, wanted_{wanted}, state_{now}
+    ObjectPlanner(const Key &key, const Settings &now, const Json &wanted, bool anew)
+        : key_{key}, kind_{*key.kind}, now_{now}, wanted_{wanted}, state_{now}, isNew_{anew}
     {
     }
 
@@ -268,7 +268,7 @@ class ObjectPlanner
     const Settings &now_;
     const Json &wanted_;
     Settings state_; // after the steps so far
-    bool isNew_ = false;
+    bool isNew_;
     std::vector<Json> values_; // of the setters
     std::vector<Step> steps_;
 };
@@ -285,9 +285,54 @@ std::string shellWord(const std::string &word)
     return text + "'";
 }
 
+// What the object has to itself: "circuit=3".
+std::set<std::string> ownedBy(const Key &key, const Settings &settings)
+{
+    std::set<std::string> owned;
+    const auto values = flat(settings.value_or(Json::object()));
+    for (const Setter &setter : key.kind->setters)
+        for (const Leaf &leaf : setter.record ? leaves(*setter.record) : std::vector<Leaf>{})
+            for (const auto &[path, value] : values)
+                if (leaf.field->options.exclusive && path == leaf.path && !value.is_null() &&
+                    !isNothing(value))
+                    owned.insert(std::string{leaf.field->name} + "=" + value.dump());
+    return owned;
+}
+
+// An object that is changed, by what only it has before and after that.
+struct Move {
+    Key key;
+    std::set<std::string> from, to;
+
+    bool standsInTheWayOf(const Move &other) const
+    {
+        return std::ranges::any_of(
+            from, [&](const auto &one) { return other.to.contains(one) && !to.contains(one); });
+    }
+};
+
+// In an order in which each takes what no other has any more. Where they stand in a ring, one of
+// them is made anew: it lets go of what it has before all others are changed.
+std::vector<std::pair<Key, bool>> ordered(std::vector<Move> moves)
+{
+    std::vector<std::pair<Key, bool>> keys;
+    while (!moves.empty()) {
+        const auto isFree = [&](const Move &move) {
+            return std::ranges::none_of(moves, [&](const Move &other) {
+                return &other != &move && other.standsInTheWayOf(move);
+            });
+        };
+        const auto free = std::ranges::find_if(moves, isFree);
+        const auto next = free == moves.end() ? moves.begin() : free;
+        keys.emplace_back(next->key, free == moves.end());
+        moves.erase(next);
+    }
+    return keys;
+}
+
 } // namespace
 
-std::vector<Step> planObject(const Key &key, const Settings &now, const Settings &wanted)
+std::vector<Step> planObject(const Key &key, const Settings &now, const Settings &wanted, bool anew)
 {
     if ((wanted && wanted->is_null()) || now == wanted)
         return {};
@@ -295,7 +340,7 @@ std::vector<Step> planObject(const Key &key, const Settings &now, const Settings
         throw Untold("the device doesn't tell what it is set to");
     try {
         const Json none;
-        ObjectPlanner planner{key, now, wanted ? *wanted : none};
+        ObjectPlanner planner{key, now, wanted ? *wanted : none, anew};
         if (wanted)
             return planner.steps();
         planner.destroy();
@@ -312,18 +357,29 @@ std::vector<Step> planObject(const Key &key, const Settings &now, const Settings
 Plan plan(const Document &device, const Document &wanted, bool prune)
 {
     Plan plan;
-    for (const auto &[key, now] : device.objects) {
-        const Settings target = wanted.find(key);
-        if (!target && !prune)
-            continue;
+    const auto add = [&](const Key &key, bool anew) {
         try {
-            std::ranges::move(planObject(key, now, target), std::back_inserter(plan.steps));
+            std::ranges::move(planObject(key, device.find(key), wanted.find(key), anew),
+                              std::back_inserter(plan.steps));
         } catch (const Untold &untold) {
             const auto reason = device.reasons.find(nameOf(key));
             plan.untold[key] =
                 untold.what() + (reason == device.reasons.end() ? "" : " (" + reason->second + ")");
         }
+    };
+    std::vector<Move> moves;
+    for (const auto &[key, now] : device.objects) {
+        const Settings target = wanted.find(key);
+        if (!target && !prune)
+            continue;
+        Move move{key, ownedBy(key, now), ownedBy(key, target)};
+        if (now && target && !move.to.empty() && move.from != move.to)
+            moves.push_back(std::move(move));
+        else
+            add(key, false);
     }
+    for (const auto &[key, anew] : ordered(std::move(moves)))
+        add(key, anew);
     std::ranges::stable_sort(plan.steps, {}, &Step::phase);
     return plan;
 }

@@ -9,7 +9,7 @@ namespace vexoctl::config
 
 // The order in which operations are performed: first what stands in the way goes; links are added
 // to groups that are there.
-enum class Phase { remove, destroy, set, create, modify, add };
+enum class Phase { remove, destroy, set, modify, create, add };
 
 struct Step {
     Key key;
@@ -30,8 +30,10 @@ struct Plan {
 // can't be right.
 Plan plan(const Document &device, const Document &wanted, bool prune);
 
-// For one object, in the order in which it is done. Throws Untold.
-std::vector<Step> planObject(const Key &key, const Settings &now, const Settings &wanted);
+// For one object, in the order in which it is done; with `anew` by deleting it first. Throws
+// Untold.
+std::vector<Step> planObject(const Key &key, const Settings &now, const Settings &wanted,
+                             bool anew = false);
 
 struct Untold : std::runtime_error {
     using std::runtime_error::runtime_error;

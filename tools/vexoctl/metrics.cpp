@@ -298,7 +298,7 @@ std::string metricFamiliesHelp()
     return text;
 }
 
-void metrics(const Words &words, bool json)
+void metrics(const Words &words, const Manner &manner)
 {
     const Options options{words};
     const uint32_t pseudowires = options.number("pwes", 1024);
@@ -307,7 +307,7 @@ void metrics(const Words &words, bool json)
     if (form != "text" && form != "openmetrics")
         throw UsageError("form: expected text or openmetrics, not '" + form + "'");
     Exposition out{options.has("families") ? familiesOf(options.text("families", "")) : Names{}};
-    if (json)
+    if (manner.json)
         throw UsageError("what Prometheus reads has no form in JSON");
     Reader reader;
     uint32_t bits;

@@ -2,6 +2,8 @@
 
 #include "print.h"
 
+#include <meaning.h>
+
 #include <algorithm>
 #include <charconv>
 #include <sstream>
@@ -117,26 +119,12 @@ const Json *follow(const Json &json, const std::string &path)
     return place;
 }
 
-// Whether some object could have the field, by the rows; an element goes by its index.
-void checkField(const Operation &operation, const std::string &path)
+// What the numbers of a field are counted in, where its name doesn't say it.
+std::string unitBehind(const std::string &path)
 {
-    Names names;
-    for (const Argument &argument : operation.arguments) {
-        if (isGiven(argument))
-            continue;
-        if (isDocument(argument))
-            return;
-        names.emplace_back(argument.name);
-        for (const Leaf &leaf : leaves(*argument.type)) {
-            names.push_back(leaf.path);
-            names.push_back(std::string{argument.name} + "." + leaf.path);
-        }
-    }
-    const bool isKnown = std::ranges::any_of(names, [&](const std::string &name) {
-        return name == path || path.starts_with(name + ".") || name.starts_with(path + ".");
-    });
-    if (!isKnown || path.empty())
-        throw UsageError("fields: there is no field " + vexoctl::quoted(path) + hint(path, names));
+    const std::string name = path.substr(path.rfind('.') + 1);
+    const std::string unit{describe::unitOf(name)};
+    return unit.empty() || unit == name ? "" : " [" + unit + "]";
 }
 
 } // namespace
@@ -263,7 +251,39 @@ Answer request(const Operation &operation, const Names &words, const Manner &man
     return {result, invocation.outputs(style)};
 }
 
-Fields choose(const Operation &operation, const Json &outputs, const std::string &chosen)
+Names fieldNames(const Operation &operation)
+{
+    Names names;
+    for (const Argument &argument : operation.arguments) {
+        if (isGiven(argument) || isDocument(argument))
+            continue;
+        if (argument.type->kind != Kind::record || argument.isArray())
+            names.emplace_back(argument.name);
+        else
+            for (const Leaf &leaf : leaves(*argument.type))
+                names.push_back(leaf.path);
+    }
+    return names;
+}
+
+bool tells(const Operation &operation, const std::string &path)
+{
+    const Names names = fieldNames(operation);
+    const auto isOne = [&](const std::string &one) {
+        return std::ranges::any_of(names, [&](const std::string &name) {
+            return name == one || one.starts_with(name + ".") || name.starts_with(one + ".");
+        });
+    };
+    return std::ranges::any_of(operation.arguments, [&](const Argument &argument) {
+        const std::string own = std::string{argument.name} + ".";
+        return !isGiven(argument) &&
+               (isDocument(argument) || path == argument.name ||
+                isOne(path.starts_with(own) ? path.substr(own.size()) : path));
+    });
+}
+
+Fields choose(const std::vector<const Operation *> &operations, const Json &outputs,
+              const std::string &chosen)
 {
     Fields fields;
     // What is shown alone needs no name.
@@ -275,7 +295,15 @@ Fields choose(const Operation &operation, const Json &outputs, const std::string
     }
     std::istringstream paths{chosen};
     for (std::string path; std::getline(paths, path, ',');) {
-        checkField(operation, path);
+        if (path.empty() || std::ranges::none_of(operations, [&](const Operation *operation) {
+                return tells(*operation, path);
+            })) {
+            Names names;
+            for (const Operation *operation : operations)
+                std::ranges::move(fieldNames(*operation), std::back_inserter(names));
+            throw UsageError("fields: there is no field " + vexoctl::quoted(path) +
+                             hint(path, names));
+        }
         const Json *found = follow(whole, path);
         found = found ? found : follow(outputs, path);
         fields.emplace_back(path, found ? *found : Json{});
@@ -307,6 +335,8 @@ std::string table(const std::string &name, const std::vector<std::pair<uint32_t,
             if (std::ranges::find(head, path) == head.end())
                 head.push_back(path);
     std::vector<Names> rows{head};
+    for (std::string &path : rows[0])
+        path += unitBehind(path);
     for (const auto &[number, fields] : objects) {
         Names &row = rows.emplace_back(head.size(), "-");
         row[0] = std::to_string(number);

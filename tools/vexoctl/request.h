@@ -56,9 +56,14 @@ Json valueOf(const describe::Operation &operation, const std::string &path,
 using Fields = std::vector<std::pair<std::string, Json>>;
 
 // The chosen ones ("vlan.vlanId,adminStatus"), null where an object doesn't have one; all of them
-// that hold a value or a list of values, when none is chosen. Throws UsageError at one that no
-// object has.
-Fields choose(const describe::Operation &operation, const Json &outputs, const std::string &chosen);
+// that hold a value or a list of values, when none is chosen. Throws UsageError at one that none of
+// the operations tells.
+Fields choose(const std::vector<const describe::Operation *> &operations, const Json &outputs,
+              const std::string &chosen);
+// What an operation tells: "adminStatus", "vlan.vlanId". Empty where no row says it.
+Names fieldNames(const describe::Operation &operation);
+// Whether some object could have the field; an element goes by its index.
+bool tells(const describe::Operation &operation, const std::string &path);
 
 Json asObject(const Fields &fields);
 

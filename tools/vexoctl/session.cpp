@@ -244,7 +244,8 @@ Status Session::operate(const Words &words)
     tellOfPrivateDevice();
     printAs(manner_.json);
     limitCalls();
-    choose(operation, Json::object(), manner_.fields);
+    const std::vector<const Operation *> asked{&operation};
+    choose(asked, Json::object(), manner_.fields);
     if (const auto objects = takeObjects(operation, given))
         return operateOnEach(operation, *objects, given);
     const auto [result, outputs] =
@@ -258,7 +259,7 @@ Status Session::operate(const Words &words)
         throw Failure{operation_, result};
     if (outputs.is_null()) // it has been printed line by line
         return SUCCESS;
-    const Fields fields = choose(operation, outputs, manner_.fields);
+    const Fields fields = choose(asked, outputs, manner_.fields);
     if (manner_.values && !manner_.json) {
         std::cout << lineOf(fields);
     } else if (manner_.json || !manner_.fields.empty()) {
@@ -306,7 +307,7 @@ Status Session::operateOnEach(const Operation &operation, const Objects &objects
         const auto &[result, outputs] = answer;
         const uint32_t code = static_cast<uint32_t>(result.rc);
         const bool isDone = result.rc == VEXO_RC_OK;
-        const Fields fields = isDone ? choose(operation, outputs, manner_.fields) : Fields{};
+        const Fields fields = isDone ? choose({&operation}, outputs, manner_.fields) : Fields{};
         if (!isDone && failed++ == 0)
             document["rc"] = code;
         if (manner_.json) {
@@ -396,7 +397,10 @@ Status Session::dispatch(const Words &words)
     if (const Command *own = commandOf(words); own && own->run) {
         tellOfPrivateDevice();
         limitCalls();
-        own->run(words, manner_.json);
+        if (!manner_.changes.empty() ||
+            (!own->showsFields && (manner_.values || !manner_.fields.empty())))
+            throw UsageError("--change, --fields and --values are of no use here");
+        own->run(words, manner_);
         return SUCCESS;
     }
     refuseOptions(words);

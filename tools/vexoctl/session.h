@@ -106,17 +106,17 @@ class Options
 // ---- Commands of their own files ----
 // One that has told what came of it itself throws its status.
 
-void watch(const Words &words, bool json);
-void follow(const Words &words, bool json);
+void watch(const Words &words, const Manner &manner);
+void follow(const Words &words, const Manner &manner);
 
-void await(const Words &words, bool json);
+void await(const Words &words, const Manner &manner);
 
-void metrics(const Words &words, bool json);
-void configSave(const Words &words, bool json);
-void configDiff(const Words &words, bool json);
-void configApply(const Words &words, bool json);
-void pweList(const Words &words, bool json);
-void imaList(const Words &words, bool json);
+void metrics(const Words &words, const Manner &manner);
+void configSave(const Words &words, const Manner &manner);
+void configDiff(const Words &words, const Manner &manner);
+void configApply(const Words &words, const Manner &manner);
+void pweList(const Words &words, const Manner &manner);
+void imaList(const Words &words, const Manner &manner);
 // Which there are, and all of them.
 Names metricFamilies();
 std::string metricFamiliesHelp();

@@ -62,6 +62,8 @@ constexpr Type GROWTH = named("growth", GROWTHS);
 constexpr Type EFFECT = named("effect", EFFECTS);
 constexpr Type SERVICE = named("service", FAULT_SERVICES);
 constexpr Type ENDING = named("ending", ENDINGS);
+// Of more bits than a number has.
+constexpr Type CALL_NUMBER{Kind::text, "number of a call", 0};
 constexpr uint32_t NOT_GIVEN = 0xFFFFFFFF;
 
 template <class Function>
@@ -233,6 +235,8 @@ void sim_fault_add(Json *shown, const char *function, uint32_t effect, uint32_t 
                    uint32_t seed, uint32_t service, vexoResult *result)
 {
     checkFunction(function);
+    if (seed && !chance)
+        throw UsageError("seed: only with chance");
     kvSimFault fault{};
     strcpy_n(fault.function, function, sizeof fault.function);
     fault.object = object;
@@ -274,10 +278,12 @@ Json faultOf(const kvSimFault &fault)
     for (const kvSimArgument &wanted : fault.where)
         if (wanted.name[0])
             row["where"][wanted.name] = wanted.value;
-    row.update(Json{{"effect", toJson(EFFECT, &fault.effect)},
-                    {"value", fault.value},
-                    {"skip", fault.skip},
-                    {"times", fault.times}});
+    row["effect"] = toJson(EFFECT, &fault.effect);
+    constexpr uint32_t WITH_VALUE[] = {KV_SIM_CODE, KV_SIM_DELAY, KV_SIM_GARBAGE, KV_SIM_LOST,
+                                       KV_SIM_LATE};
+    if (std::ranges::count(WITH_VALUE, fault.effect))
+        row["value"] = fault.value;
+    row.update(Json{{"skip", fault.skip}, {"times", fault.times}});
     if (fault.chance)
         row.update(Json{{"chance", fault.chance}, {"seed", fault.seed}});
     row.update(Json{{"met", fault.met}, {"waiting", fault.waiting}, {"spent", fault.spent != 0}});
@@ -795,7 +801,8 @@ constexpr SimCommand COMMANDS[] = {
      "it; with records=1 also the bytes that it was given and that it filled. One that has not "
      "returned is shown as pending. The journal holds the latest 4096 calls, or as many as "
      "KV_SIM_JOURNAL said when the device was made; fewer where they take more than 320 bytes."},
-    {COMMAND(sim_journal_follow, "from=1 for=1", {"shown"}, OPTIONAL("from"), OPTIONAL("count"),
+    {COMMAND(sim_journal_follow, "from=1 for=1", {"shown"},
+             {.name = "from", .optional = true, .type = &CALL_NUMBER}, OPTIONAL("count"),
              OPTIONAL("for"), OPTIONAL("records"), OPTIONAL("function"), OPTIONAL("process"),
              OPTIONAL("object")),
      "Shows calls as they come, one line each, and those that were pending once more when they "

@@ -445,7 +445,7 @@ void stream(uint32_t count, uint32_t seconds, const std::function<bool()> &more)
     } while (!over);
 }
 
-void watch(const Words &words, bool json)
+void watch(const Words &words, const Manner &manner)
 {
     const Options options{words};
     const Limits limits = limitsOf(options);
@@ -453,7 +453,7 @@ void watch(const Words &words, bool json)
     const bool pm = options.has("pm");
     filter = filterOf(options);
     bool showsActive = options.has("active");
-    printAs(json);
+    printAs(manner.json);
     allowed = limits.count;
 
     Signals signals;
@@ -505,10 +505,10 @@ void turnWheel(bool on)
 
 } // namespace
 
-void follow(const Words &words, bool json)
+void follow(const Words &words, const Manner &manner)
 {
     const Limits limits = limitsOf(Options{words});
-    printAs(json);
+    printAs(manner.json);
     allowed = limits.count;
 
     Signals signals;
@@ -523,7 +523,8 @@ void follow(const Words &words, bool json)
         if (info.state != shown) {
             turnWheel(false);
             const Json document = toJson(describe::typeOf<vexoUpgradeInfo>(), &info);
-            printLine(document, "upgrade " + printable(document["fileName"]) + ": state " +
+            const std::string file = printable(document["fileName"]);
+            printLine(document, "upgrade" + (file.empty() ? "" : " " + file) + ": state " +
                                     document["state"].dump());
             shown = info.state;
         }
@@ -535,7 +536,7 @@ void follow(const Words &words, bool json)
         throw failureOf("follow upgrade", "the load failed");
 }
 
-void await(const Words &words, bool json)
+void await(const Words &words, const Manner &manner)
 {
     const Words behind{words.begin() + 1, words.end()};
     size_t count = 0;
@@ -554,7 +555,11 @@ void await(const Words &words, bool json)
         } else {
             if (name.size() == word.size())
                 throw UsageError("expected field=value, not " + vexoctl::quoted(word));
-            choose(operation, Json::object(), name);
+            if (!tells(operation, name)) {
+                const Names told = fieldNames(operation);
+                throw UsageError("nothing tells " + vexoctl::quoted(name) + hint(name, told) +
+                                 "; what can be waited for: " + joined(told, ", "));
+            }
             wanted.emplace_back(name, valueOf(operation, name, value));
             paths.push_back(name);
         }
@@ -566,11 +571,12 @@ void await(const Words &words, bool json)
         Invocation invocation{operation, asked, {}};
         if (const vexoResult &result = invocation.call(); result.rc != VEXO_RC_OK)
             throw Failure{"wait " + spoken(operation.name), result};
-        const Fields now = choose(operation, invocation.outputs(Style::json), joined(paths, ","));
+        const Fields now =
+            choose({&operation}, invocation.outputs(Style::json), joined(paths, ","));
         if (now == wanted) {
             Json document{{"operation", "wait"}, {"rc", 0}, {"message", ""}};
             document.update(asObject(now));
-            std::cout << (json ? document.dump() + "\n" : readable(asObject(now)));
+            std::cout << (manner.json ? document.dump() + "\n" : readable(asObject(now)));
             return;
         }
         if (seconds && Clock::now() - start >= std::chrono::seconds{seconds}) {
