@@ -1,4 +1,5 @@
-# What is installed, in five components: runtime, development, tools, trace, simulator.
+# What is installed, in six components: runtime, development, tools, trace, simulator and,
+# from python/, python.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 

@@ -44,4 +44,5 @@ def main() -> None:
         + "\n".join(rows) + "\n};\n\n} // namespace describe\n")
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -168,6 +168,11 @@ int kv_sim_open(void)
     return control([](Transaction &) { return KV_OK; });
 }
 
+int kv_sim_close(void)
+{
+    return letGo() ? 0 : -1;
+}
+
 int kv_sim_reset(void)
 {
     return control([](Transaction &device) {

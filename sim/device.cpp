@@ -348,6 +348,24 @@ State *device()
 
 } // namespace
 
+bool letGo()
+{
+    const std::lock_guard guard{openMutex};
+    const auto isMine = [](const Subscriber &subscriber) {
+        return subscriber.used && subscriber.process == thisProcess();
+    };
+    for (const Notifications &all :
+         opened ? std::span{opened->services} : std::span<Notifications>{})
+        if (std::ranges::any_of(all.subscribers, isMine)) {
+            fail(WRONG_STATE, "the process listens to the device, so it can't let it go");
+            return false;
+        }
+    if (opened)
+        munmap(opened, deviceSize());
+    opened = nullptr;
+    return true;
+}
+
 kvRc fail(kvRc code, const char *format, ...)
 {
     va_list arguments;

@@ -25,6 +25,9 @@ constexpr kvRc EXISTS = 256;
 constexpr kvRc WRONG_STATE = 512;
 constexpr kvRc NO_DEVICE = 1;
 
+// The next transaction opens a device. False, and fail()ed, when this process listens to this one.
+bool letGo();
+
 // An entry of the undo is its bytes, then where they belong; read from the end.
 struct Mark {
     uint32_t offset;

@@ -3,9 +3,10 @@
  * @brief Control of the simulated device, for tests and for `vexoctl sim`.
  *
  * The device lives in the file that the environment variable KV_SIM_DEVICE
- * names when the process first uses it, shared by all processes that name the
- * same file; without the variable, or with an empty one, each process has a
- * device of its own, new and in memory. docs/simulated-device.md tells more.
+ * names when the process first uses it, or first after kv_sim_close(). All
+ * processes that name the same file share it; without the variable, or with an
+ * empty one, each process has a device of its own, new and in memory.
+ * docs/simulated-device.md tells more.
  *
  * Functions that return int give 0 for success and -1 for a failure, which
  * kv_sim_error() describes. Those that return a number give 0 when the device
@@ -39,6 +40,11 @@ KV_SIM_EXPORT const char *kv_sim_error(void);
 /** Opens the device if that has not been done yet, and makes its file if there is none. -1 when it
  * can't be used; the file is then as it was. */
 KV_SIM_EXPORT int kv_sim_open(void);
+
+/** Lets the device go: the next call uses the one that KV_SIM_DEVICE names then. No other thread of
+ * the process may be in a call meanwhile. -1 when the process has a subscription; the device stays
+ * then. */
+KV_SIM_EXPORT int kv_sim_close(void);
 
 /** Puts the device back to its factory defaults: everything, faults, journal, log and clock
  * included. Hanging calls go on; subscriptions stay, with the events that wait. */

@@ -5,7 +5,7 @@
 set -eu
 source=$1 build=$2 work=$3 libdir=$4 version=$5
 rm -rf "$work"
-for component in runtime development tools trace simulator; do
+for component in runtime development tools trace simulator python; do
     cmake --install "$build" --component $component --prefix "$work/$component" >/dev/null
     "$source/packaging/compare.sh" $component "$work/$component" "$libdir" "$version"
 done

@@ -1,0 +1,306 @@
+"""A device of a test's own, and the agents that run on it."""
+from __future__ import annotations
+
+import fnmatch
+import json
+import os
+import shlex
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Union
+
+from . import _library, _where
+from .device import LONG, Device, PathLike
+from .document import Document, vexoctl
+
+RECORDING_SIZE = 2 << 20
+SETTLED = 0.05  # an agent that asks nothing for so long is idle
+SUBSCRIBED = 0.2  # after which one that listens to one service only is not waited for any more
+PATIENCE = 5.0  # how long an agent may take to end
+
+
+class AgentError(AssertionError):
+    """An agent that doesn't start, or ends otherwise than it should."""
+
+
+@dataclass
+class TraceCall:
+    """A call of an operation, of a platform function or of a callback, as it was recorded."""
+    name: str
+    layer: str  # "operation", "platform" or "callback"
+    arguments: Dict[str, Any]
+    result: Optional[Dict[str, Any]]  # None: it has not returned
+    duration: float
+    thread: int
+    children: List["TraceCall"] = field(default_factory=list)
+
+    @classmethod
+    def _of(cls, row: Mapping[str, Any]) -> "TraceCall":
+        return cls(row["name"], row["layer"], row["arguments"], row.get("result"),
+                   row.get("duration", 0.0), row["thread"],
+                   [cls._of(child) for child in row.get("children", [])])
+
+    def all(self) -> Iterator["TraceCall"]:
+        """The call and all that were made within it."""
+        yield self
+        for child in self.children:
+            yield from child.all()
+
+
+class Trace:
+    """What agents asked of the library, and that of the platform, as vexotrace tells it."""
+
+    def __init__(self, files: Sequence[Path]) -> None:
+        self._files = [str(file) for file in files if file.exists()]
+
+    def _show(self, *words: str) -> str:
+        if not self._files:
+            return ""
+        return subprocess.run([_library.program(_where.VEXOTRACE, "vexotrace"), "show", *words,
+                               *self._files], capture_output=True, check=False, text=True,
+                              errors="replace").stdout
+
+    def __str__(self) -> str:
+        return self._show()
+
+    def __iter__(self) -> Iterator[TraceCall]:
+        """The calls that were not made within another one."""
+        for line in self._show("--json").splitlines():
+            yield TraceCall._of(json.loads(line))
+
+    def calls(self, name: str = "*") -> List[TraceCall]:
+        """All calls of such a name, of both layers: "config_add_pw", "pwe_*"."""
+        return [call for tree in self for call in tree.all() if fnmatch.fnmatch(call.name, name)]
+
+
+class Agent:
+    """An agent that runs on a gateway; as a context manager it ends with the block."""
+
+    def __init__(self, gateway: "Gateway", command: Union[str, Sequence[PathLike]], *,
+                 cwd: Optional[PathLike] = None, env: Optional[Mapping[str, str]] = None,
+                 ready: bool = True, timeout: float = LONG) -> None:
+        self.gateway = gateway
+        words = shlex.split(command) if isinstance(command, str) else [os.fspath(word) for word in command]
+        self.name = os.path.basename(words[0])
+        number = len(gateway.agents) + 1
+        self.recording = gateway.folder / f"{number}.trace"
+        self._output = gateway.folder / f"{number}.output"
+        self._told = False  # that it has ended, and how
+        before, calls = {one.process for one in gateway.subscriptions}, gateway.last_call
+        with open(self._output, "wb") as output:
+            try:
+                self._process = subprocess.Popen(  # pylint: disable=consider-using-with
+                    words, stdin=subprocess.DEVNULL, stdout=output, stderr=output, cwd=cwd,
+                    start_new_session=True, env={**gateway.environment(self.recording), **(env or {})})
+            except OSError as error:
+                raise AgentError(f"the agent can't be started: {error}") from error
+        gateway.agents.append(self)
+        if ready:
+            self._wait_ready(before, calls, timeout)
+
+    def _wait_ready(self, before: "set[int]", calls: int, timeout: float) -> None:
+        """Until it listens to both services, or to one and that has been a while; or has asked
+        something and then nothing any more; or has ended well."""
+        start = changed = time.monotonic()
+        last, subscribed = calls, 0
+        while self.running:
+            now = time.monotonic()
+            services = sum(one.process not in before for one in self.gateway.subscriptions)
+            latest = self.gateway.last_call
+            if latest != last or services != subscribed:
+                last, subscribed, changed = latest, services, now
+            idle = now - changed
+            if subscribed > 1 or (subscribed and idle > SUBSCRIBED) or (last > calls and idle > SETTLED):
+                return
+            if subscribed and now - start > timeout / 2:
+                return
+            if now - start > timeout:
+                raise AgentError(f"{self.name} has neither subscribed nor become idle for {timeout} "
+                                 f"seconds{self._said()}")
+            time.sleep(0.001)
+        self._expect(0)
+
+    def _said(self) -> str:
+        return f"; it printed:\n{self.output}" if self.output else ""
+
+    def _expect(self, *statuses: int) -> None:
+        self._told = True
+        if self._process.returncode not in statuses:
+            status = self._process.returncode
+            how = f"signal {signal.Signals(-status).name}" if status < 0 else f"status {status}"
+            raise AgentError(f"{self.name} ended with {how}{self._said()}")
+
+    @property
+    def pid(self) -> int:
+        """Number of its process."""
+        return self._process.pid
+
+    @property
+    def running(self) -> bool:
+        """Whether it runs."""
+        return self._process.poll() is None
+
+    @property
+    def status(self) -> Optional[int]:
+        """With what it ended, a signal's number with a minus; None: it runs."""
+        return self._process.poll()
+
+    @property
+    def output(self) -> str:
+        """What it has printed."""
+        return self._output.read_text(encoding="utf-8", errors="replace")
+
+    @property
+    def trace(self) -> Trace:
+        """What it has asked of the library, and that of the platform."""
+        return Trace([self.recording])
+
+    def send(self, number: int) -> None:
+        """Sends it, and what it has started, a signal."""
+        try:
+            os.killpg(self.pid, number)
+        except ProcessLookupError:
+            pass
+
+    def kill(self) -> None:
+        """Kills it, as a crash or a loss of power would end it."""
+        self.send(signal.SIGKILL)
+        self._process.wait()
+        self._told = True
+
+    def wait(self, timeout: float = LONG) -> int:
+        """Waits until it ends by itself, and returns its status."""
+        try:
+            status = self._process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            raise AgentError(f"{self.name} has not ended within {timeout} seconds") from None
+        self._told = True
+        return status
+
+    def stop(self) -> None:
+        """Ends it as a system does, by SIGTERM. An AgentError when it had ended before, ends with
+        another status than 0, or doesn't end."""
+        if self._told:
+            return
+        early = not self.running
+        if early:
+            self._expect(0)
+            return
+        self.send(signal.SIGTERM)
+        try:
+            self._process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise AgentError(f"{self.name} has not ended {PATIENCE} seconds after SIGTERM"
+                             f"{self._said()}") from None
+        finally:
+            self.send(signal.SIGKILL)  # what it left behind
+        self._expect(0, -signal.SIGTERM, 128 + signal.SIGTERM)
+
+    def __enter__(self) -> "Agent":
+        return self
+
+    def __exit__(self, kind: Any, *_: Any) -> None:
+        if kind is None:
+            self.stop()
+        else:
+            self.send(signal.SIGTERM)
+
+    def __repr__(self) -> str:
+        return f"<agent {self.name}, process {self.pid}, {'runs' if self.running else f'ended: {self.status}'}>"
+
+
+class Gateway(Device):
+    """A simulated device of its own, in a folder of its own, with the agents that run on it."""
+
+    def __init__(self) -> None:
+        self.folder = Path(tempfile.mkdtemp(prefix="gateway-"))
+        self.agents: List[Agent] = []
+        self._before = os.environ.get("KV_SIM_DEVICE")
+        super().__init__(self.folder / "device")
+
+    @property
+    def file(self) -> Path:
+        """The device's file, for whatever else is to use it: KV_SIM_DEVICE."""
+        return self.folder / "device"
+
+    def environment(self, recording: Path) -> Dict[str, str]:
+        """What a process needs that is to use this device, and is recorded."""
+        folders = [_library.simulator(), os.environ.get("LD_LIBRARY_PATH"), _library.folder()]
+        recorder = _recorder()
+        preloaded = [recorder, os.environ.get("LD_PRELOAD")] if recorder else [os.environ.get("LD_PRELOAD")]
+        return {**os.environ, "KV_SIM_DEVICE": str(self.file),
+                "LD_LIBRARY_PATH": ":".join(str(one) for one in folders if one),
+                "LD_PRELOAD": ":".join(one for one in preloaded if one),
+                "VEXO_TRACE": str(recording), "VEXO_TRACE_SIZE": str(RECORDING_SIZE)}
+
+    @property
+    def config(self) -> Document:
+        """What the device is set to now."""
+        return Document.of_device(str(self.file))
+
+    @property
+    def trace(self) -> Trace:
+        """What its agents have asked of the library, and that of the platform."""
+        return Trace([agent.recording for agent in self.agents])
+
+    def agent(self, command: Union[str, Sequence[PathLike]], **options: Any) -> Agent:
+        """Starts an agent, and waits until it has subscribed or is idle."""
+        return Agent(self, command, **options)
+
+    def wait_for(self, condition: Callable[[], Any], timeout: float = LONG) -> Any:
+        """Waits until a condition holds, and returns what it gave."""
+        end = time.monotonic() + timeout
+        while True:
+            given = condition()
+            if given:
+                return given
+            if time.monotonic() > end:
+                raise AssertionError(f"what was waited for has not come about in {timeout} seconds")
+            time.sleep(0.002)
+
+    def changes(self) -> str:
+        """What the device is set to otherwise than a new one, a line each."""
+        new = self.folder / "new.json"
+        Document.of_device("").save(new)
+        _, output, error = vexoctl("config", "diff", str(new), ".", device=str(self.file))
+        return output + error
+
+    def end(self) -> None:
+        """Ends its agents and removes it."""
+        self.clear_faults()
+        for agent in self.agents:
+            if agent.running:
+                agent.kill()
+        _library.end_services()
+        self.close()
+        if self._before is None:
+            del os.environ["KV_SIM_DEVICE"]
+        else:
+            os.environ["KV_SIM_DEVICE"] = self._before
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def _recorder() -> Optional[str]:
+    """The recorder as it can be preloaded: not by a path with a blank or colon."""
+    path = _library.beside(_where.RECORDER)
+    if not path:
+        return None
+    if not any(one in str(path) for one in " :"):
+        return str(path)
+    return _linked(path)
+
+
+_links: Dict[Path, tempfile.TemporaryDirectory] = {}  # type: ignore[type-arg]
+
+
+def _linked(path: Path) -> Optional[str]:
+    if path not in _links:
+        _links[path] = tempfile.TemporaryDirectory(prefix="vexo-")  # pylint: disable=consider-using-with
+        (Path(_links[path].name) / path.name).symlink_to(path)
+    return str(Path(_links[path].name) / path.name)

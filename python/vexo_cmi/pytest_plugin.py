@@ -1,0 +1,66 @@
+"""Fixtures of pytest for the tests of agents: `gateway`, a simulated device of the test's own, and
+`agent`, which starts one on it. What a failing test's report needs to explain it is added to it."""
+# Loaded into each run of pytest, wherever this package is installed: what it needs it imports late.
+from __future__ import annotations
+
+from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional
+
+import pytest
+
+if TYPE_CHECKING:
+    from .gateway import Agent, Gateway
+
+LINES = 60  # of a recording's end
+
+
+@pytest.fixture
+def gateway() -> "Iterator[Gateway]":
+    """A simulated device of the test's own: vexo_cmi.gateway.Gateway."""
+    from .gateway import Gateway  # pylint: disable=import-outside-toplevel
+    one = Gateway()
+    try:
+        yield one
+    finally:
+        one.end()
+
+
+@pytest.fixture
+def agent(gateway: "Gateway") -> "Callable[..., Agent]":  # pylint: disable=redefined-outer-name
+    """Starts an agent on the test's gateway: with agent("gatewayd site.json"): ..."""
+    return gateway.agent
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item: Any) -> Any:
+    """Adds to a failing test's report what the agents did, and what became of the device."""
+    outcome = yield
+    report = outcome.get_result()
+    one = getattr(item, "funcargs", {}).get("gateway")
+    if report.when == "call" and report.failed and one is not None:
+        report.sections += explain(one)
+
+
+def explain(one: "Gateway") -> "List[tuple[str, str]]":
+    """What explains a failure."""
+    sections = []
+    for process in one.agents:
+        lines = str(process.trace).splitlines()
+        sections.append((f"Calls of {process!r}, the last of {len(lines)} lines",
+                         "\n".join(lines[-LINES:])))
+        sections.append((f"Output of {process!r}", process.output[-4000:]))
+    try:
+        changes = one.changes()
+    except Exception as error:  # pylint: disable=broad-except
+        changes = f"can't be told: {error}\n"
+    sections.append(("Device: what it is set to otherwise than a new one", changes))
+    return [(title, text) for title, text in sections if text]
+
+
+def pytest_assertrepr_compare(op: str, left: Any, right: Any) -> Optional[List[str]]:
+    """Says what two documents differ in, by name."""
+    if op != "==" or type(left).__module__ != "vexo_cmi.document":
+        return None
+    try:
+        return [f"{left!r} == {right!r}", *map(str, left.differences(right))]
+    except Exception:  # pylint: disable=broad-except
+        return None
