@@ -272,8 +272,8 @@ void swVersion_to_vexoSwVersion(const swVersion *src, vexoSwVersion *dst)
 {
     constexpr unsigned GORV = VEXO_SW_VERSION_GORV;
     for (unsigned i = 0; i < GORV; ++i)
-        frame::copyText(dst->text[i], src->text[i], sizeof dst->text[i]);
+        frame::copyText(dst->text[i], src->text[i]);
     gorvGetVersion(dst->text[GORV], sizeof dst->text[GORV]);
     for (unsigned i = GORV + 1; i < 10; ++i)
-        frame::copyText(dst->text[i], src->text[i], sizeof dst->text[i]);
+        frame::copyText(dst->text[i], src->text[i]);
 }

@@ -1,5 +1,4 @@
 #include "frame/outcome.h"
-#include "frame/text.h"
 
 #include <kv_common.h>
 #include <kv_config.h>
@@ -95,7 +94,9 @@ COLD bool Outcome::refuseBadType(pweType type)
 
 char *strcpy_n(char *dst, const char *src, unsigned n)
 {
-    if (n > 0)
-        frame::copyText(dst, src ? src : "", n);
+    if (n > 0) {
+        strncpy(dst, src ? src : "", n - 1);
+        dst[n - 1] = '\0';
+    }
     return dst;
 }

@@ -1,4 +1,4 @@
-// Texts that are copied into a field.
+// Texts in fields of records.
 #ifndef FRAME_TEXT_H
 #define FRAME_TEXT_H
 
@@ -8,11 +8,15 @@
 namespace frame
 {
 
-// With a NUL at the end: what does not fit is cut, what is left over is filled with NULs.
-inline void copyText(char *field, const char *text, size_t size)
+// What strcpy_n() does, for a text in a record: as many bytes as the field has can be read there,
+// however short the text is, so all are copied at once, and those behind the text cleared.
+template <size_t Size>
+void copyText(char (&field)[Size], const char *text)
 {
-    strncpy(field, text, size - 1);
-    field[size - 1] = '\0';
+    memcpy(field, text, Size);
+    field[Size - 1] = '\0';
+    const size_t length = strlen(field);
+    memset(field + length, '\0', Size - length);
 }
 
 } // namespace frame

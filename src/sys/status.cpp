@@ -22,7 +22,7 @@ namespace
 template <size_t Size>
 void copyText(char (&field)[Size], const sysParams &record, size_t offset)
 {
-    frame::copyText(field, reinterpret_cast<const char *>(&record) + offset, Size);
+    frame::copyText(field, reinterpret_cast<const char *>(&record) + offset);
 }
 
 // What does not fit is cut.
