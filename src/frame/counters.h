@@ -21,13 +21,20 @@ inline uint32_t flagOf(uint32_t word)
 
 using ClearPm = kvRc (*)(uint32_t object, pmInterval interval, uint32_t which);
 
-// Clears an object's counters in the platform's intervals that a clear covers, up to the first
-// failure.
+// Clears an object's counters, in the platform's intervals that a clear covers, as long as `goOn`
+// says so of the code that comes back.
+template <class GoOn>
+[[gnu::always_inline]] inline bool clearPm(ClearPm clear, uint32_t object, GoOn goOn)
+{
+    return goOn(clear(object, pmInterval{1}, PM_OF_OPERATION)) &&
+           goOn(clear(object, pmInterval{2}, PM_OF_OPERATION)) &&
+           goOn(clear(object, pmInterval{3}, PM_OF_OPERATION));
+}
+
+// The same up to the first failure, which is reported.
 inline bool clearPm(Outcome &outcome, ClearPm clear, uint32_t object)
 {
-    return outcome.orCodeText(clear(object, pmInterval{1}, PM_OF_OPERATION)) &&
-           outcome.orCodeText(clear(object, pmInterval{2}, PM_OF_OPERATION)) &&
-           outcome.orCodeText(clear(object, pmInterval{3}, PM_OF_OPERATION));
+    return clearPm(clear, object, [&](kvRc code) { return outcome.orCodeText(code); });
 }
 
 } // namespace frame

@@ -33,9 +33,7 @@ void clearGroup(uint32_t groupId, vexoResult *result)
 
 void clearRegardless(frame::ClearPm clear, uint32_t object)
 {
-    clear(object, pmInterval{1}, frame::PM_OF_OPERATION);
-    clear(object, pmInterval{2}, frame::PM_OF_OPERATION);
-    clear(object, pmInterval{3}, frame::PM_OF_OPERATION);
+    frame::clearPm(clear, object, [](kvRc) { return true; });
 }
 
 // The counters of all groups and their links, whatever fails.

@@ -1,4 +1,4 @@
-// PM counters of an IMA group and of its links.
+// The links of an IMA group, and the PM counters of both.
 #ifndef IMA_COUNTERS_H
 #define IMA_COUNTERS_H
 

@@ -1,10 +1,9 @@
 #include "frame/outcome.h"
 #include "frame/record.h"
+#include "ima/counters.h"
 
 #include <kv_config.h>
 #include <vexo_cmi/ima.h>
-
-#include <algorithm>
 
 #include <string.h>
 
@@ -63,10 +62,11 @@ void vexo_cmi_ima_lnk_get(uint32_t linkIds[VEXO_IMA_LINK_MAX], uint32_t *linkCou
                           uint32_t groupId, vexoResult *result)
 {
     frame::read(config_get_ima_params, groupId, result, [=](const imaParams &record) {
-        const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-        *linkCount = count;
-        for (uint32_t i = 0; i < count; ++i)
-            linkIds[i] = record.links[i].linkId;
+        const auto links = linksOf(record);
+        *linkCount = static_cast<uint32_t>(links.size());
+        uint32_t *next = linkIds;
+        for (const imaLinkEntry &link : links)
+            *next++ = link.linkId;
     });
 }
 
@@ -80,8 +80,8 @@ void vexo_cmi_ima_lnk_state_get(vexoImaLinkState states[VEXO_IMA_LINK_MAX], uint
                                 uint32_t groupId, vexoResult *result)
 {
     frame::read(config_get_ima_params, groupId, result, [=](const imaParams &record) {
-        const uint32_t count = std::min(record.linkCount, IMA_LINK_MAX);
-        *linkCount = count;
-        memcpy(states, record.links, count * sizeof *states);
+        const auto links = linksOf(record);
+        *linkCount = static_cast<uint32_t>(links.size());
+        memcpy(states, links.data(), links.size_bytes());
     });
 }

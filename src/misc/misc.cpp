@@ -21,7 +21,7 @@ namespace
 
 constexpr uint32_t UPGRADE_OBJECT = 2;
 constexpr uint32_t ALARM_OFF = 0;
-// The platform's texts and names need no terminator: one that fills its field has none.
+// Copied by strncpy(), as the platform's texts are: one that fills its field has no terminator.
 constexpr size_t FILE_NAME_SIZE = sizeof(upgradeRequest::fileName);
 
 void fillLink(vexoSysInfo *info, const sysLinkStatus &link)

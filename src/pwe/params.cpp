@@ -43,7 +43,7 @@ void overlayRtp(pwConfig &record, const vexoPweRtp &rtp)
     pwe::overlayRtpFields(record, rtp);
 }
 
-void overlayT1(pwConfig &record, const vexoPweServiceT1 &service)
+void overlay(pwConfig &record, const vexoPweServiceT1 &service)
 {
     record.circuit = service.circuit;
     overlayNonZero(record.jitterBufferSize, service.jitterBufferSize);
@@ -51,7 +51,7 @@ void overlayT1(pwConfig &record, const vexoPweServiceT1 &service)
     overlayRtp(record, service.rtp);
 }
 
-void overlayT2(pwConfig &record, const vexoPweServiceT2 &service)
+void overlay(pwConfig &record, const vexoPweServiceT2 &service)
 {
     record.circuit = service.circuit;
     pwe::overlayFlagged(record.serviceOption, service.serviceOption, service.serviceOptionValid);
@@ -61,7 +61,7 @@ void overlayT2(pwConfig &record, const vexoPweServiceT2 &service)
     overlayRtp(record, service.rtp);
 }
 
-void overlayA(pwConfig &record, const vexoPweServiceA &service)
+void overlay(pwConfig &record, const vexoPweServiceA &service)
 {
     record.circuit = service.circuit;
     overlayNonZero(record.payloadSize, service.payloadSize);
@@ -76,22 +76,7 @@ void overlayA(pwConfig &record, const vexoPweServiceA &service)
     record.atmParam2 = service.atmParam2;
 }
 
-void overlayService(pwConfig &record, const vexoPweService &service, vexoPweType type)
-{
-    switch (type) {
-    case VEXO_PWE_TYPE_TDM_1:
-        return overlayT1(record, service.t1);
-    case VEXO_PWE_TYPE_TDM_2:
-        return overlayT2(record, service.t2);
-    case VEXO_PWE_TYPE_ATM_3:
-    case VEXO_PWE_TYPE_ATM_4:
-        return overlayA(record, service.a);
-    default:
-        return;
-    }
-}
-
-void extractT1(vexoPweServiceT1 &service, const pwConfig &record)
+void extract(vexoPweServiceT1 &service, const pwConfig &record)
 {
     service.circuit = record.circuit;
     service.jitterBufferSize = record.jitterBufferSize;
@@ -99,7 +84,7 @@ void extractT1(vexoPweServiceT1 &service, const pwConfig &record)
     pwe::extractRtp(service.rtp, record);
 }
 
-void extractT2(vexoPweServiceT2 &service, const pwConfig &record)
+void extract(vexoPweServiceT2 &service, const pwConfig &record)
 {
     service.circuit = record.circuit;
     pwe::extractFlagged(service.serviceOption, service.serviceOptionValid, record.serviceOption);
@@ -109,7 +94,7 @@ void extractT2(vexoPweServiceT2 &service, const pwConfig &record)
     pwe::extractRtp(service.rtp, record);
 }
 
-void extractA(vexoPweServiceA &service, const pwConfig &record)
+void extract(vexoPweServiceA &service, const pwConfig &record)
 {
     service.circuit = record.circuit;
     service.payloadSize = record.payloadSize;
@@ -124,16 +109,18 @@ void extractA(vexoPweServiceA &service, const pwConfig &record)
     service.atmParam2 = record.atmParam2;
 }
 
-void extractService(vexoPweService &service, const pwConfig &record, vexoPweType type)
+// Hands the layout that a type has, if any, to `use`.
+template <class Service, class Use>
+void withLayout(Service &service, vexoPweType type, Use use)
 {
     switch (type) {
     case VEXO_PWE_TYPE_TDM_1:
-        return extractT1(service.t1, record);
+        return use(service.t1);
     case VEXO_PWE_TYPE_TDM_2:
-        return extractT2(service.t2, record);
+        return use(service.t2);
     case VEXO_PWE_TYPE_ATM_3:
     case VEXO_PWE_TYPE_ATM_4:
-        return extractA(service.a, record);
+        return use(service.a);
     default:
         return;
     }
@@ -156,7 +143,8 @@ void vexo_cmi_pwe_params_set(const vexoPweParams *params, uint32_t pwId, vexoRes
     if (!pwe::overlayPsn(record, params->psn, outcome))
         return;
     record.pweType = vexoPweType_to_pweType(params->pweType);
-    overlayService(record, params->service, params->pweType);
+    withLayout(params->service, params->pweType,
+               [&](const auto &service) { overlay(record, service); });
     outcome.orConfigText(write(record, params->pweAction, pwId));
 }
 
@@ -184,5 +172,5 @@ void vexo_cmi_pwe_params_get(vexoPweParamsInfo *info, uint32_t pwId, vexoResult 
     pwe::extractVlan(info->vlan, record);
     if (!pwe::extractPsn(info->psn, record, outcome))
         return;
-    extractService(info->service, record, info->pweType);
+    withLayout(info->service, info->pweType, [&](auto &service) { extract(service, record); });
 }
