@@ -652,6 +652,46 @@ TEST_F(Trace, ThatHasEventsWhichAreNotKnownIsReadWithoutThemAndSaysHowMany)
     EXPECT_EQ(recording.events(), whole.events() - changed);
     EXPECT_EQ(recording.damagedBlocks(), 0U);
     EXPECT_EQ(recording.threads().size(), whole.threads().size());
+    const auto lacksItsEnd = [](const trace::Call &call) { return call.end == 0; };
+    EXPECT_TRUE(std::ranges::none_of(whole.calls(), lacksItsEnd));
+    EXPECT_TRUE(std::ranges::any_of(recording.calls(), lacksItsEnd));
+    EXPECT_TRUE(std::ranges::none_of(recording.calls(), [&](const trace::Call &call) {
+        return call.isOpen(recording);
+    })) << "their threads have gone on";
+}
+
+TEST_F(Trace, ThatIsDamagedOrOfAnotherMachineSaysWhereAndKeepsTheRest)
+{
+    const Recording whole{RECORDINGS "/agent.trace"};
+    std::ifstream stream{RECORDINGS "/agent.trace", std::ios::binary};
+    const std::string bytes{std::istreambuf_iterator<char>{stream}, {}};
+    const size_t block = whole.head().blocksOffset, event = block + sizeof(trace::Block);
+    const auto with = [&](size_t place, uint32_t word) {
+        std::string changed = bytes;
+        memcpy(changed.data() + place, &word, sizeof word);
+        std::ofstream{file("changed"), std::ios::binary} << changed;
+        return file("changed");
+    };
+    for (const std::string &changed : {with(block + offsetof(trace::Block, filled), 1U << 20),
+                                       with(event, 9), with(event, 60000)}) {
+        const Recording recording{changed};
+        EXPECT_EQ(recording.damagedBlocks(), 1U);
+        EXPECT_GT(recording.events(), 0U);
+        EXPECT_LT(recording.events(), whole.events());
+    }
+    const auto isRefused = [](const std::string &name, const std::string &why) {
+        try {
+            const Recording recording{name};
+        } catch (const trace::FileError &error) {
+            return std::string{error.what()}.find(why) != std::string::npos;
+        }
+        return false;
+    };
+    EXPECT_TRUE(isRefused(with(offsetof(trace::Head, version), 7), "is of version 7"));
+    EXPECT_TRUE(isRefused(with(offsetof(trace::Head, byteOrder), 0x04030201), "byte order"));
+    EXPECT_TRUE(isRefused(with(offsetof(trace::Head, blockCount), 1U << 30), "does not have"));
+    std::ofstream{file("empty")};
+    EXPECT_TRUE(isRefused(file("empty"), "is empty"));
 }
 
 TEST_F(Trace, DoesNotChangeWhatTheLoaderFindsByItsCaller)

@@ -106,6 +106,7 @@ class Showing(unittest.TestCase):
         self.assertEqual(set(self.names("--object", "pwe=17")) - {"pmom_process_notification"},
                          {"pwe_params_get", "pwe_params_set", "pwe_alarms_get"})
         self.assertEqual(self.names("--object", "port=77") + self.names("--slow", "100000"), [])
+        self.assertEqual(self.names("--slow", "0.000001"), self.names())
         self.assertIn("KIND", vexotrace("show", "--help"))
         vexotrace("show", "--object", "pwe", self.file, status=2)
 
@@ -140,6 +141,10 @@ class Showing(unittest.TestCase):
         self.assertRegex(vexotrace("show", folder / "followed"),
                          r"\n.* pwe_params_set\(.*\) still running <[\d.]+ m?s>\n(.*\n)+"
                          r" +config_add_pw\(.*\) still running <")
+        begun = [event["name"] for event in json.loads(
+            vexotrace("export", "chrome", folder / "followed"))["traceEvents"]
+            if event["ph"] == "B"]
+        self.assertEqual(begun, ["pwe_params_set", "config_add_pw"])
         with subprocess.Popen([VEXOTRACE, "show", "--follow", folder / "followed"],
                               stdout=subprocess.PIPE, text=True) as follower:
             self.assertIn("pwe_params_get", follower.stdout.readline())
@@ -216,7 +221,23 @@ class Keeping(unittest.TestCase):
         shown = vexotrace("show", KEPT)
         self.assertRegex(shown, r'pwe_params_set\(pweType="tdm-1", pweAction="create".*\) = 0 <')
         self.assertRegex(shown, r'vexoAlarmCallback\(objType="pwe", object\.objId=17, ')
+        times = [json.loads(line)["time"] for line in vexotrace("show", "--json", KEPT).splitlines()]
+        self.assertEqual(times, sorted(times))
         self.assertEqual(vexotrace("diff", KEPT, KEPT), "")
+
+    def test_what_it_lacks_is_said(self):
+        FLAGS, DROPPED, LOST = 140, 152, 160
+        lacking = bytearray(KEPT.read_bytes())
+        lacking[FLAGS:FLAGS + 4] = (1 + 8 + 16 + 32).to_bytes(4, "little")
+        lacking[DROPPED] = 7
+        lacking[LOST] = 3
+        (folder / "lacking").write_bytes(lacking)
+        said = subprocess.run([VEXOTRACE, "show", folder / "lacking"], capture_output=True,
+                              text=True, check=True).stderr
+        for what in ("the disk was full: ", "7 events were dropped", "3 calls were not recorded",
+                     "more callbacks", "more addresses",
+                     "there was no device file for a snapshot"):
+            self.assertIn(f"{folder / 'lacking'}: {what}", said)
 
     def test_damaged_it_is_read_or_refused_in_words(self):
         whole, damaged = KEPT.read_bytes(), folder / "damaged"
