@@ -21,23 +21,22 @@ std::chrono::duration<double> limit;
 std::function<void(const Stopped &)> tellOf;
 std::atomic<bool> hangs;
 
-volatile std::sig_atomic_t wasInterrupted; // since the command began
-volatile std::sig_atomic_t isInterrupted;  // and nothing has been made of it so far
-volatile std::sig_atomic_t isWatched;      // by a person
+std::atomic<bool> wasInterrupted; // since the command began
+std::atomic<bool> isInterrupted;  // and nothing has been made of it so far
+std::atomic<bool> isWatched;      // by a person
 
 void interrupt(int signal)
 {
     constexpr char NOTE[] = "vexoctl: stops after the call that runs; once more ends it at once\n";
-    if (wasInterrupted) {
+    if (wasInterrupted.exchange(true)) {
         std::signal(signal, SIG_DFL);
         raise(signal);
         return;
     }
-    wasInterrupted = 1;
-    isInterrupted = 1;
+    isInterrupted = true;
     const int error = errno;
     if (isWatched && write(STDERR_FILENO, NOTE, sizeof NOTE - 1) < 0)
-        isWatched = 0;
+        isWatched = false;
     errno = error;
 }
 
@@ -83,7 +82,7 @@ bool isCallHanging()
 
 Interruptible::Interruptible()
 {
-    isWatched = isatty(STDERR_FILENO);
+    isWatched = isatty(STDERR_FILENO) == 1;
     for (size_t i = 0; i < std::size(SIGNALS); ++i) {
         struct sigaction action {
         };
@@ -99,8 +98,8 @@ Interruptible::~Interruptible()
 {
     for (size_t i = 0; i < std::size(SIGNALS); ++i)
         sigaction(SIGNALS[i], &before_[i], nullptr);
-    wasInterrupted = 0;
-    isInterrupted = 0;
+    wasInterrupted = false;
+    isInterrupted = false;
 }
 
 void Interruptible::check()
@@ -111,7 +110,7 @@ void Interruptible::check()
 
 void Interruptible::goOn()
 {
-    isInterrupted = 0;
+    isInterrupted = false;
 }
 
 } // namespace vexoctl
