@@ -5,7 +5,7 @@
 
 #include <cstring>
 #include <fstream>
-#include <set>
+#include <map>
 
 using Json = nlohmann::json;
 using namespace describe;
@@ -72,14 +72,19 @@ Json rowOf(const Type &record, const Field &field)
 int main(int, char **argv)
 {
     Json records = Json::array();
-    std::set<std::string> named;
+    std::map<std::string, size_t> places;
     for (const Type *type : describe::records()) {
-        if (!named.insert(type->name).second)
-            continue;
         Json fields = Json::array();
         for (const Field &field : type->fields)
             fields.push_back(rowOf(*type, field));
-        records.push_back({{"name", type->name}, {"size", type->size}, {"fields", fields}});
+        const auto [found, isNew] = places.emplace(type->name, records.size());
+        if (isNew)
+            records.push_back({{"name", type->name}, {"size", type->size}, {"fields", fields}});
+        // What may be left out of a record by itself may be needed where it is a part of another.
+        Json &known = records[found->second]["fields"];
+        for (size_t i = 0; i < fields.size(); ++i)
+            if (fields[i]["leftOut"])
+                known[i]["leftOut"] = true;
     }
     Json all = Json::array();
     for (const Operation &operation : operations()) {

@@ -9,6 +9,7 @@ import re
 import sys
 import textwrap
 from pathlib import Path
+from typing import Any, Dict, Iterator, List, Set, Tuple
 
 from header_help import COMMENTED, OUTPUT, lines_of, plain
 
@@ -22,6 +23,8 @@ CONTROL = re.compile(r"(?:/\*\*((?:(?!\*/).)*)\*/\s*)?KV_SIM_EXPORT ([\w ]+?[ *]
                      re.DOTALL)
 CALLBACK = re.compile(r"typedef void \(\*(\w+)\)\((\w+) \*")
 VALUE = re.compile(r"\b(\w+) = (\d+)")
+
+Row = Dict[str, Any]
 
 C_TYPES = {"uint8_t": "c_uint8", "uint32_t": "c_uint32", "uint64_t": "c_uint64", "int": "c_int",
            "unsigned": "c_uint", "char": "c_char", "const char *": "c_char_p", "char *": "c_char_p",
@@ -58,10 +61,10 @@ def class_of(name: str) -> str:
 
 # ---- The interface ----
 
-CONSTANTS: "dict[str, str]" = {}
+CONSTANTS: Dict[str, str] = {}
 
 
-def members_of(body: str) -> "list[tuple[str, str, str]]":
+def members_of(body: str) -> List[Tuple[str, str, str]]:
     """Constants of an enumeration with their names in Python and their values: VEXO_PWE_TYPE_TDM_1
     is TDM_1; what would be a mere number, TYPE_5."""
     found = VALUE.findall(re.sub(r"/\*.*?\*/", "", body, flags=re.DOTALL))
@@ -71,14 +74,14 @@ def members_of(body: str) -> "list[tuple[str, str, str]]":
             for (constant, value), name in zip(found, names)]
 
 
-def constants_of(headers: "list[str]") -> None:
+def constants_of(headers: List[str]) -> None:
     for text in headers:
         for _, enumeration, body in ENUMERATION.findall(text):
             for constant, name, _ in members_of(body):
                 CONSTANTS[constant] = f"{class_of(enumeration)}.{name}"
 
 
-def enumerations(headers: "list[str]"):
+def enumerations(headers: List[str]) -> Iterator[str]:
     for text in headers:
         for comment, enumeration, body in ENUMERATION.findall(text):
             lines = "".join(f"    {name} = {value}\n" for _, name, value in members_of(body))
@@ -86,11 +89,11 @@ def enumerations(headers: "list[str]"):
                    f"{docstring(sentences(comment))}{lines}")
 
 
-def element_type(row: dict) -> str:
+def element_type(row: Row) -> str:
     return {"word": "int", "text": "str", "mac": "str"}.get(row["kind"]) or class_of(row["type"])
 
 
-def condition(by: str = "", values: "tuple[int, ...]" = ()) -> dict:
+def condition(by: str = "", values: Tuple[int, ...] = ()) -> Row:
     """For which values of another field there is a field; of many, for which there is none."""
     if not by:
         return {}
@@ -98,7 +101,7 @@ def condition(by: str = "", values: "tuple[int, ...]" = ()) -> dict:
     return {"by": repr(by), **({"values": tuple(values)} if len(values) < 8 else {"unless": others})}
 
 
-def field(record: dict, row: dict, needed_in_records: "set[tuple[str, str]]") -> "tuple[str, str]":
+def field(record: Row, row: Row, needed_in_records: Set[Tuple[str, str]]) -> Tuple[str, str]:
     """A field's declaration and its row of the layout."""
     offsets = {other["name"]: other["offset"] for other in record["fields"]}
     covered = any(other.get("told") and other["offset"] == row["offset"]
@@ -110,7 +113,7 @@ def field(record: dict, row: dict, needed_in_records: "set[tuple[str, str]]") ->
     declaration = f"    {row['name']}: " + (
         f"Optional[{annotation}] = None" if conditional else f"{annotation} = MUST_BE_GIVEN")
     options = {"size": row["size"] if row["size"] != 4 else None,
-               "count": row["count"] if is_list else None,
+               "many": row["count"] if is_list else None,
                "flag": offsets[row["flag"]] if "flag" in row else None,
                "left_out": True if row["leftOut"] else None,
                "optional": True if row["optional"] else None,
@@ -126,7 +129,7 @@ def field(record: dict, row: dict, needed_in_records: "set[tuple[str, str]]") ->
     return declaration, f"    Field({row['name']!r}, {row['offset']}, {kinds.get(row['kind'], kind)}{given}),"
 
 
-def visible(record: dict):
+def visible(record: Row) -> Iterator[Row]:
     """Fields that people see: arrangements of hidden words give way to the words themselves."""
     hidden = {row["offset"] for row in record["fields"] if row["hidden"]}
     told = {row["offset"] for row in record["fields"] if "told" in row}
@@ -135,17 +138,17 @@ def visible(record: dict):
             yield row
 
 
-def records(rows: "list[dict]", headers: "list[str]"):
+def records(rows: List[Row], headers: List[str]) -> Iterator[str]:
     structures = {name: (comment, body) for text in headers
                   for comment, name, body in STRUCTURE.findall(text)}
     may_be_left_out = {(record["name"], row["name"])
                        for record in rows for row in record["fields"]
-                       if row["leftOut"] or (row["name"] == "mode" and record["name"] == "vexoPweRtp")}
+                       if row["leftOut"]}
     waiting = [record for record in rows if record["name"] in structures]
-    done: "set[str]" = set()
+    done: Set[str] = set()
     while waiting:
-        record = next(one for one in waiting
-                      if all(row["type"] in done for row in visible(one) if row["kind"] == "record"))
+        record = [one for one in waiting
+                  if all(row["type"] in done for row in visible(one) if row["kind"] == "record")][0]
         waiting.remove(record)
         done.add(record["name"])
         comment, body = structures[record["name"]]
@@ -162,12 +165,12 @@ def records(rows: "list[dict]", headers: "list[str]"):
                + "".join(f"{declaration}\n" for declaration, _ in lines))
 
 
-def parameters_of(headers: "list[str]") -> "dict[str, list[str]]":
+def parameters_of(headers: List[str]) -> Dict[str, List[str]]:
     return {name: [part.strip() for part in parameters.split(",")]
             for text in headers for _, name, parameters in COMMENTED.findall(text)}
 
 
-def operation(row: dict, parameters: "list[str]", text: str):
+def operation(row: Row, parameters: List[str], text: str) -> Iterator[str]:
     name = row["name"].replace("vexo_cmi_", "")
     outs = [argument for argument in row["arguments"] if argument["out"]]
     counters = {argument["countedBy"] for argument in outs if "countedBy" in argument}
@@ -198,7 +201,7 @@ def operation(row: dict, parameters: "list[str]", text: str):
                                         "record": f"{kind}.read({own}.raw)",
                                         "mac": f"mac_text({own}.raw)"}[argument["kind"]]))
     several = len(results) > 1
-    made = "".join(word.capitalize() for word in name.replace("_get", "").split("_"))
+    made = "".join(word.capitalize() for word in name.replace("_get", "_values").split("_"))
     answer = made if several else results[0][1] if results else "None"
     if several:
         yield (f"class {made}(NamedTuple):\n{docstring(f'What {name}() returns.')}"
@@ -217,11 +220,11 @@ HEAD = '''"""{title}
 Made by python/generate.py from {source}.
 """
 # The names are the header's, so that they are the same everywhere.
-# pylint: disable=invalid-name,too-many-lines,too-many-instance-attributes,too-many-arguments
+# pylint: disable=invalid-name
 '''
 
 
-def interface(rows: dict, headers: "list[str]") -> str:
+def interface(rows: Row, headers: List[str]) -> str:
     constants_of(headers)
     comments = {name: (comment, parameters) for text in headers
                 for comment, name, parameters in COMMENTED.findall(text)}
@@ -262,7 +265,7 @@ def interface(rows: dict, headers: "list[str]") -> str:
 
 # ---- The control of the simulated device ----
 
-def c_type(text: str, structures: "set[str]") -> str:
+def c_type(text: str, structures: Set[str]) -> str:
     text = " ".join(text.replace("*", " *").split()).replace("* *", "**")
     if text in C_TYPES:
         return C_TYPES[text]
@@ -275,8 +278,8 @@ def control(header: str) -> str:
     values = dict(VALUE.findall(re.sub(r"/\*.*?\*/", "", header, flags=re.DOTALL)))
     parts = [HEAD.format(title="What the simulated device is told and asked: its header.",
                          source="kv_sim.h")
-             + "from ctypes import (POINTER, Structure, c_char, c_char_p, c_int, c_uint, c_uint32, c_uint64,\n"
-             "                    c_uint8)\nfrom enum import IntEnum\nfrom typing import Any\n"]
+             + "from ctypes import (POINTER, Structure, c_char, c_char_p, c_int, c_uint, c_uint32,\n"
+             "                    c_uint64, c_uint8)\nfrom enum import IntEnum\nfrom typing import Any\n"]
     for name, body in NAMED.findall(header):
         members = re.findall(r"\b[A-Z_]{4,}\b", re.sub(r"/\*.*?\*/", "", body, flags=re.DOTALL))
         parts.append(f"class {class_of(name)}(IntEnum):\n" + docstring(f"{name} of kv_sim.h.") + "".join(
@@ -292,12 +295,13 @@ def control(header: str) -> str:
             count = member["count"] and values.get(member["count"], member["count"])
             rows.append(f'        ("{member["name"]}", {kind}{f" * {count}" if count else ""}),\n')
         parts.append(f"class {class_of(name)}(Structure):\n"
-                     + docstring("\n".join([sentences(comment) or f"{name} of kv_sim.h.", *([""] * bool(texts)), *texts]))
+                     + docstring("\n".join([sentences(comment) or f"{name} of kv_sim.h.",
+                                            *([""] * bool(texts)), *texts]))
                      + "    _fields_ = [\n" + "".join(rows) + "    ]\n")
     prototypes = []
     for _, result, name, parameters in CONTROL.findall(header):
         kinds = [] if parameters == "void" else [
-            c_type(re.match(r"\s*(.*?)\w+\s*$", part, re.DOTALL)[1], set(structures))
+            c_type(re.sub(r"\w+\s*$", "", part), set(structures))
             for part in parameters.split(",")]
         prototypes.append(f"    {name!r}: ({c_type(result, set(structures))}, [{', '.join(kinds)}]),\n")
     parts.append("PROTOTYPES: \"dict[str, tuple[Any, list[Any]]]\" = {\n" + "".join(prototypes) + "}\n")

@@ -6,6 +6,7 @@ import ctypes
 import os
 import shutil
 import sys
+import sysconfig
 import threading
 from pathlib import Path
 from typing import Any, Callable, Dict, List, Optional, Type
@@ -24,7 +25,7 @@ class LibraryMissing(OSError):
 class CmiError(Exception):
     """An operation failed: its class (an Rc), the text that came with it, and its name."""
 
-    def __init__(self, rc: Any, message: str, operation: str) -> None:
+    def __init__(self, rc: Any, message: str, operation: str) -> None:  # pylint: disable=W0621
         super().__init__(rc, message, operation)
         self.rc = rc
         self.message = message
@@ -40,17 +41,21 @@ _kept: Dict[str, List[Any]] = {}  # callbacks that the library may still call, b
 
 
 def beside(relative: str) -> Optional[Path]:
-    """A part that lies where it was built or installed to."""
-    path = HERE / relative
-    return path if relative and path.exists() else None
+    """A part from where it was built or installed to; of a package that was installed alone, by pip,
+    from where the loader looks."""
+    own = HERE / relative
+    folders = [own.parent, *map(Path, filter(None, os.environ.get("LD_LIBRARY_PATH", "").split(":"))),
+               Path("/usr/local/lib"), Path("/usr/lib", sysconfig.get_config_var("MULTIARCH") or "")]
+    return next((folder / own.name for folder in folders if (folder / own.name).exists()), None)
 
 
 def program(relative: str, name: str) -> str:
     """A program, from beside this package or from PATH."""
-    found = beside(relative) or shutil.which(name)
+    own = HERE / relative
+    found = str(own) if own.exists() else shutil.which(name)
     if not found:
         raise LibraryMissing(f"{name} isn't there: install it, or put its folder into PATH")
-    return str(found)
+    return found
 
 
 def simulator() -> Optional[Path]:
@@ -58,7 +63,7 @@ def simulator() -> Optional[Path]:
     return beside(_where.SIMULATOR)
 
 
-def folder() -> Optional[Path]:
+def library_folder() -> Optional[Path]:
     """The folder of the library, unless the loader is to find it."""
     library = beside(_where.LIBRARY)
     return library.parent if library else None
@@ -96,8 +101,8 @@ def _load_library() -> ctypes.CDLL:
         if not os.environ.get("KV_SIM_DEVICE"):
             try:
                 return ctypes.CDLL(name)
-            except OSError:
-                if _has_platform():
+            except OSError as error:
+                if "libkv_" not in str(error) or _has_platform():
                     raise
         _load_simulator()
         return ctypes.CDLL(name)

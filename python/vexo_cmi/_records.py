@@ -5,7 +5,7 @@ import sys
 from ctypes import Array, Structure, c_char, c_uint32
 from enum import IntEnum
 from struct import unpack_from
-from typing import Any, Callable, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Type, TypeVar
+from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Type, TypeVar
 
 Word = c_uint32
 NUMBER = 0xFFFFFFFF
@@ -27,7 +27,7 @@ class Enumeration(IntEnum):
     def _missing_(cls, value: object) -> Any:
         if not isinstance(value, int) or not 0 <= value <= NUMBER:
             return None
-        other = int.__new__(cls, value)
+        other: Any = int.__new__(cls, value)
         other._name_, other._value_ = str(value), value
         return other
 
@@ -47,7 +47,7 @@ class Field(NamedTuple):
     offset: int
     kind: Any  # int, an enumeration, a record, TEXT or MAC
     size: int = 4
-    count: int = 0  # of elements of a list
+    many: int = 0  # elements of a list, at most
     flag: Optional[int] = None  # where the word is that says whether it counts
     left_out: bool = False  # it may be, of a record that is given
     optional: bool = False  # an operation may leave it untouched
@@ -75,7 +75,8 @@ class Field(NamedTuple):
             elif isinstance(self.kind, type) and issubclass(self.kind, Record):
                 yield self.kind.read(data, place)
             else:
-                yield self.kind(int.from_bytes(data[place:place + self.size], sys.byteorder))
+                make: Any = self.kind
+                yield make(int.from_bytes(data[place:place + self.size], sys.byteorder))
 
     def put(self, data: bytearray, place: int, value: Any, name: str) -> None:
         """Writes one element."""
@@ -106,10 +107,10 @@ class Record:
     @classmethod
     def read(cls: Type[R], data: Any, base: int = 0) -> R:
         """What is in memory from a place on."""
-        found: dict = {}
+        found: Dict[str, Any] = {}
         told = False
         for field in cls.fields:
-            count = field.count or 1
+            count = field.many or 1
             there = field.is_there(found.get(field.by))
             if field.told is not None:  # the first whose flag is one
                 there = not told and _word(data, base + field.told) <= 1
@@ -123,7 +124,7 @@ class Record:
             values = list(field.places(data, base, count)) if there else None
             while field.written and values and values[-1] == UNTOUCHED:
                 values.pop()
-            found[field.name] = values if field.count or values is None else values[0]
+            found[field.name] = values if field.many or values is None else values[0]
         return cls(**found)
 
     def write(self, data: bytearray, base: int, needs: Sequence[str] = ()) -> None:
@@ -140,9 +141,9 @@ class Record:
                 continue
             if not there:
                 raise ValueError(f"{own}: there is none with {field.by} {getattr(self, field.by)!r}")
-            for i, one in enumerate(value if field.count else [value]):
-                if i > field.count:
-                    raise ValueError(f"{own}: expected at most {field.count} elements")
+            for i, one in enumerate(value if field.many else [value]):
+                if i >= max(field.many, 1):
+                    raise ValueError(f"{own}: expected at most {field.many} elements")
                 field.put(data, base + field.offset + i * field.size, one, own)
             if field.flag is not None:
                 data[base + field.flag:base + field.flag + 4] = (1).to_bytes(4, sys.byteorder)

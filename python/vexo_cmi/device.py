@@ -225,7 +225,7 @@ class Device:
     def ask(self, name: str, *arguments: Any) -> Any:
         """What the function of this name returns, "clock_get" for kv_sim_clock_get()."""
         return getattr(self._control, "kv_sim_" + name)(*(
-            ctypes.byref(one) if isinstance(one, (ctypes.Structure, ctypes._SimpleCData)) else one
+            one if one is None or isinstance(one, (int, bytes, ctypes.Array)) else ctypes.byref(one)
             for one in arguments))
 
     def do(self, name: str, *arguments: Any) -> int:

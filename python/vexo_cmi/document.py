@@ -48,7 +48,7 @@ class Document:
     tell the same of all that both of them name: an expected one needs to have what matters only."""
 
     def __init__(self, source: Source) -> None:
-        self._file = None if isinstance(source, Mapping) else os.fspath(source)
+        self.file = None if isinstance(source, Mapping) else os.fspath(source)
         self._content = source if isinstance(source, Mapping) else None
 
     @classmethod
@@ -63,7 +63,7 @@ class Document:
     def content(self) -> Mapping[str, Any]:
         """The document itself."""
         if self._content is None:
-            self._content = json.loads(Path(str(self._file)).read_text(encoding="utf-8"))
+            self._content = json.loads(Path(str(self.file)).read_text(encoding="utf-8"))
         return self._content
 
     def save(self, file: Union[str, "os.PathLike[str]"]) -> None:
@@ -76,8 +76,8 @@ class Document:
             files = []
             for name, document in (("ours", self), ("expected", expected)):
                 # Its own file, which messages name.
-                files.append(document._file or os.path.join(folder, name))
-                if not document._file:
+                files.append(document.file or os.path.join(folder, name))
+                if not document.file:
                     document.save(files[-1])
             status, output, error = vexoctl("--json", "config", "diff", *files)
         if status > 1:
@@ -86,9 +86,11 @@ class Document:
                 for row in json.loads(output)]
 
     def __eq__(self, other: object) -> bool:
-        return not self.differences(other) if isinstance(other, Document) else NotImplemented
+        if not isinstance(other, Document):
+            return NotImplemented
+        return not self.differences(other)
 
     __hash__ = None  # type: ignore[assignment]
 
     def __repr__(self) -> str:
-        return f"Document({self._file!r})" if self._file else "Document({...})"
+        return f"Document({self.file!r})" if self.file else "Document({...})"

@@ -212,7 +212,8 @@ class Agent:
             self.send(signal.SIGTERM)
 
     def __repr__(self) -> str:
-        return f"<agent {self.name}, process {self.pid}, {'runs' if self.running else f'ended: {self.status}'}>"
+        state = "runs" if self.running else f"ended: {self.status}"
+        return f"<agent {self.name}, process {self.pid}, {state}>"
 
 
 class Gateway(Device):
@@ -231,7 +232,7 @@ class Gateway(Device):
 
     def environment(self, recording: Path) -> Dict[str, str]:
         """What a process needs that is to use this device, and is recorded."""
-        folders = [_library.simulator(), os.environ.get("LD_LIBRARY_PATH"), _library.folder()]
+        folders = [_library.simulator(), os.environ.get("LD_LIBRARY_PATH"), _library.library_folder()]
         recorder = _recorder()
         preloaded = [recorder, os.environ.get("LD_PRELOAD")] if recorder else [os.environ.get("LD_PRELOAD")]
         return {**os.environ, "KV_SIM_DEVICE": str(self.file),

@@ -30,7 +30,7 @@ def agent(gateway: "Gateway") -> "Callable[..., Agent]":  # pylint: disable=rede
     return gateway.agent
 
 
-@pytest.hookimpl(hookwrapper=True)
+@pytest.hookimpl(hookwrapper=True)  # type: ignore[misc]
 def pytest_runtest_makereport(item: Any) -> Any:
     """Adds to a failing test's report what the agents did, and what became of the device."""
     outcome = yield

@@ -1,0 +1,135 @@
+"""The fixtures, as their users see them: each of these tests runs pytest on a test of theirs."""
+import json
+import os
+import re
+import signal
+import subprocess
+import sys
+import time
+
+import pytest
+
+import vexo_cmi
+from vexo_cmi import Difference, Document, DocumentError, _where
+from vexo_cmi._library import program
+from vexo_cmi.document import vexoctl
+from vexo_cmi.gateway import AgentError, Gateway
+
+VEXOCTL = program(_where.VEXOCTL, "vexoctl")
+SITE = {"format": 1, "pdh": {"3": {"adminStatus": 1, "cableLength": 40}}}
+
+
+def run(folder, test, *words):
+    """Runs a test, and returns whether it passed and what pytest printed."""
+    (folder / "test_it.py").write_text("import os, vexo_cmi\nfrom vexo_cmi import Document\n"
+                                       f"VEXOCTL = {VEXOCTL!r}\n{test}")
+    done = subprocess.run([sys.executable, "-m", "pytest", "-p", "no:cacheprovider", *words, str(folder)],
+                          capture_output=True, text=True, check=False, cwd=folder)
+    return done.returncode == 0, done.stdout + done.stderr
+
+
+def test_a_failing_test_is_explained_by_what_the_agent_did_and_what_became_of_the_device(tmp_path):
+    passed, report = run(tmp_path, '''
+def test_site(gateway, agent):
+    gateway.fail("config_set_pdh_params", 8, object=3)
+    with agent([VEXOCTL, "--script", "-"], ready=False) as one:
+        one.wait()
+    with agent([VEXOCTL, "pdh", "admin", "set", "port=3", "status=1"]):
+        pass
+    with agent(["sh", "-c", VEXOCTL.replace(" ", "\\\\ ") + " pdh cable_len set port=3 length=40 || echo refused"]):
+        pass
+    assert gateway.config == Document({"format": 1, "pdh": {"3": {"adminStatus": 1, "cableLength": 40}}})
+''')
+    assert not passed
+    for line in (r"E +pdh 3 cableLength: 133, expected 40", r"pdh_cable_len_set\(length=40, port=3\) = 4",
+                 r" +config_set_pdh_params\(.*\) = 8", "refused", "pdh 3 adminStatus: - 2 \\+ 1",
+                 r"Calls of <agent vexoctl, process \d+, ended: 0>"):
+        assert re.search(f"^.*{line}", report, re.MULTILINE), (line, report)
+    assert "adminStatus: 1, expected" not in report
+
+
+def test_each_test_has_its_own_device_also_side_by_side(tmp_path):
+    passed, report = run(tmp_path, '''
+import pytest
+@pytest.mark.parametrize("i", range(16))
+def test_new(gateway, agent, i):
+    assert vexo_cmi.pdh_admin_get(3) == 2
+    vexo_cmi.pdh_admin_set(1, 3)
+    assert os.environ["KV_SIM_DEVICE"] == str(gateway.file)
+    with open("files", "a") as files:
+        print(gateway.folder, file=files)
+    agent([VEXOCTL, "watch"])
+''', "-n", "2")
+    assert passed, report
+    folders = (tmp_path / "files").read_text().split("\n")[:-1]
+    assert len(set(folders)) == 16 and not any(map(os.path.exists, folders))
+    assert "KV_SIM_DEVICE" not in os.environ or os.environ["KV_SIM_DEVICE"] not in folders
+
+
+def test_an_agent_is_waited_for_until_it_listens_or_is_idle(gateway, agent):
+    with agent([VEXOCTL, "watch"]) as one:
+        assert {(of.process, of.service) for of in gateway.subscriptions} == {(one.pid, "alarms"), (one.pid, "pm")}
+        gateway.alarm("pdh", 3, 5)
+        gateway.wait_for(lambda: "PDH port 3" in one.output)
+    assert one.status == 0 and gateway.trace.calls("vexoAlarmCallback")[0].layer == "callback"
+    with agent(["sh", "-c", f"'{VEXOCTL}' pdh admin set port=3 status=1; exec sleep 100"]) as idle:
+        assert vexo_cmi.pdh_admin_get(3) == 1 and idle.running
+    assert idle.status == -signal.SIGTERM
+
+
+@pytest.mark.parametrize("command, options, says", [
+    ("no-such-agent", {}, "can't be started"),
+    (["sh", "-c", "echo no site; exit 3"], {}, "sh ended with status 3; it printed:\nno site"),
+    (["sh", "-c", "kill -SEGV $$"], {}, "sh ended with signal SIGSEGV"),
+    (["sleep", "100"], {"timeout": 0.3}, "sleep has neither subscribed nor become idle for 0.3 seconds"),
+])
+def test_an_agent_that_does_not_start_says_why(agent, command, options, says):
+    with pytest.raises(AgentError, match=says):
+        agent(command, **options)
+
+
+def test_an_agent_that_ends_otherwise_than_it_should_fails_the_test(gateway, agent, monkeypatch):
+    monkeypatch.setattr("vexo_cmi.gateway.PATIENCE", 0.3)
+    with pytest.raises(AgentError, match="has not ended 0.3 seconds after SIGTERM"):
+        with agent(["sh", "-c", f"trap '' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 1; done"]):
+            pass
+    with pytest.raises(AgentError, match="ended with status 7"):
+        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 0.01; done"]):
+            pass
+    with agent([VEXOCTL, "watch"]) as killed:
+        killed.kill()
+    assert killed.status == -signal.SIGKILL
+    with pytest.raises(ZeroDivisionError):  # what failed first is told
+        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 0.01; done"]):
+            raise ZeroDivisionError
+    left = [one.pid for one in gateway.agents if one.running]
+    gateway.wait_for(lambda: not any(one.running for one in gateway.agents) or left)
+
+
+def test_documents_are_compared_by_what_both_name(gateway, tmp_path):
+    site = tmp_path / "a site.json"
+    site.write_text(json.dumps(SITE))
+    before = gateway.config
+    assert before != Document(site)
+    assert before.differences(Document(site)) == [
+        Difference("pdh 3", "adminStatus", 2, 1), Difference("pdh 3", "cableLength", 133, 40)]
+    assert vexoctl("config", "apply", str(site))[0] == 0
+    assert gateway.config == Document(site) == Document(SITE) and before != gateway.config
+    assert gateway.changes() == "pdh 3 adminStatus: - 2 + 1\npdh 3 cableLength: - 133 + 40\n"
+    assert gateway.config != Document({**SITE, "pwe": {"17": {"pweType": "tdm-1"}}})
+    site.write_text('{"format": 1, "pdh": {"3": {"cableLenght": 1}}}')
+    with pytest.raises(DocumentError, match="did you mean 'cableLength'"):
+        assert gateway.config == Document(site)
+    gateway.fail("config_get_pdh_params", 8, object=3)
+    with pytest.raises(DocumentError, match="pdh 3"):
+        assert gateway.config
+
+
+def test_a_new_device_is_there_and_gone_in_milliseconds():
+    """The figure itself is measured by scripts/bench; here is no more than its order."""
+    times = []
+    for _ in range(20):
+        begin = time.perf_counter()
+        Gateway().end()
+        times.append(time.perf_counter() - begin)
+    assert min(times) < 0.03
