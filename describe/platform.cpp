@@ -217,4 +217,10 @@ FailureText failureTextOf(const Function &function)
     return byCode ? FailureText::code : FailureText::config;
 }
 
+bool canFail(const Function &function)
+{
+    return function.returns == Returns::code || function.returns == Returns::descriptor ||
+           (function.returns == Returns::status && function.library == Library::clock);
+}
+
 } // namespace describe::platform

@@ -224,6 +224,9 @@ std::span<const Type *const> records();
 
 FailureText failureTextOf(const Function &function);
 
+// Whether it can say that it failed, and somebody asks: a log record and a text are not asked for.
+bool canFail(const Function &function);
+
 // Defines a function of the platform from its row, for use in a macro that is given to those above:
 // it passes its arguments on to another.
 #define PLATFORM_DEFINE(callee, function, ...)                                                     \

@@ -214,6 +214,47 @@ class Covering(unittest.TestCase):
         self.assertEqual(found["vexo_cmi_ima_get"], 0)
 
 
+class Sweeping(unittest.TestCase):
+    """An agent that is right, and the same with faults planted: see swept.cpp."""
+
+    def sweep(self, *words, fault=(), status=0, timeout=60):
+        command = ["sweep", "--json", "--timeout", timeout, *words, "--", os.environ["SWEPT"], *fault]
+        report = json.loads(vexotrace(*command, status=status))
+        for point in report["points"]:
+            self.assertEqual(point["id"].split("+")[-1], "{function}/{object}/{call}:{effect}"
+                             .format_map(point))
+        verdicts = [point["verdict"] for point in report["points"]]
+        self.assertEqual(report["verdicts"], {name: verdicts.count(name) for name in verdicts})
+        return {point["id"]: point for point in report["points"]}
+
+    def test_an_agent_that_is_right_has_no_bad_verdict(self):
+        points = self.sweep("--effects", "code,stuck,lost,noop,drop,double,late,slow", "--jobs", 4)
+        self.assertEqual({point["verdict"] for point in points.values()}, {"recovered", "reported"})
+        self.assertEqual(points["config_add_pw/17/1:lost"]["operation"], "pwe_params_set")
+        self.assertEqual(points["config_add_pw/17/1:code"]["difference"], [])
+        self.assertEqual(points["alarm_notification_handler/pwe=17/1:drop"]["verdict"], "recovered")
+
+    def test_each_planted_fault_is_found_by_the_verdict_that_fits(self):
+        for fault, verdict, place in [
+                ("unchecked", "silent", "config_set_pdh_params/3/1:code"),
+                ("for-ever", "hung", "config_add_pw/17/1:stuck"),
+                ("left-behind", "half", "config_add_pw/18/1:code"),
+                ("deaf", "silent", "alarm_subscribe/-/1:code"),
+                ("wrong-status", "silent", "config_add_pw/17/1:stuck"),
+                ("freed-twice", "crashed", "config_add_pw/17/1:code"),
+                ("hangs", "hung", "config_add_pw/17/1:lost"),
+                ("old-value", "silent", "config_set_pdh_params/3/1:lost")]:
+            with self.subTest(fault):
+                words = ("--effects", "code,stuck,lost", "--only", place)
+                (point,) = self.sweep(*words, fault=[fault], status=1,
+                                      timeout=2 if verdict == "hung" else 60).values()
+                self.assertEqual((point["id"], point["verdict"]), (place, verdict))
+                self.assertEqual(self.sweep(*words)[place]["verdict"] in ("recovered", "reported"),
+                                 True)
+                for difference in point["difference"]:
+                    self.assertEqual(list(difference), ["object", "field", "a", "b"])
+
+
 class Keeping(unittest.TestCase):
     """A recording that an earlier vexotrace has made."""
 

@@ -259,14 +259,8 @@ void configDiff(const Words &words, const Manner &manner)
                 throw Status{USAGE};
         }
     const auto found = differences(documents[0], documents[1]);
-    Json list = Json::array();
-    for (const auto &[key, field, a, b] : found)
-        list.push_back({{"object", nameOf(key)},
-                        {"field", field.empty() ? Json{} : Json(field)},
-                        {"a", a},
-                        {"b", b}});
     if (manner.json)
-        show(list);
+        show(toJson(found));
     else
         for (const Difference &difference : found)
             std::cout << differenceLine(difference) << "\n";

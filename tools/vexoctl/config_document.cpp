@@ -322,4 +322,15 @@ std::string readable(const Key &key, const std::string &field, const Json &value
     return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
+Json toJson(const std::vector<Difference> &differences)
+{
+    Json list = Json::array();
+    for (const auto &[key, field, a, b] : differences)
+        list.push_back({{"object", nameOf(key)},
+                        {"field", field.empty() ? Json{} : Json(field)},
+                        {"a", a},
+                        {"b", b}});
+    return list;
+}
+
 } // namespace vexoctl::config

@@ -63,6 +63,8 @@ struct Difference {
 std::vector<Difference> differences(const Document &a, const Document &b);
 std::vector<Difference> differences(const Key &key, const Settings &a, const Settings &b);
 
+Json toJson(const std::vector<Difference> &differences);
+
 // A field's value as people read it.
 std::string readable(const Key &key, const std::string &field, const Json &value);
 

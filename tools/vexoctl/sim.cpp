@@ -1,12 +1,11 @@
-// The commands of the simulated device. They are looked up when the program runs: on a device with
-// the real platform libraries there is nothing to be found.
+// The commands of the simulated device.
 #include "session.h"
 
 #include "counters.h"
 #include "invocation.h"
 #include "print.h"
+#include "simulator.h"
 
-#include <kv_sim.h>
 #include <meaning.h>
 
 #include <algorithm>
@@ -18,7 +17,6 @@
 #include <set>
 #include <sstream>
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 namespace vexoctl
@@ -65,14 +63,6 @@ constexpr Type ENDING = named("ending", ENDINGS);
 // Of more bits than a number has.
 constexpr Type CALL_NUMBER{Kind::text, "number of a call", 0};
 constexpr uint32_t NOT_GIVEN = 0xFFFFFFFF;
-
-template <class Function>
-Function *lookUp(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_DEFAULT, name));
-}
-
-#define SIM(function) lookUp<decltype(function)>(#function)
 
 constexpr uint64_t SECOND = 1000000;
 

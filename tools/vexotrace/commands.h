@@ -61,6 +61,18 @@ int cover(const CoverOptions &options);
 
 int exportChrome(const std::string &file);
 
+// Becomes the program that sweeps, which reads the words itself.
+int sweep(const std::vector<std::string> &words);
+
+// Becomes a program; returns only when it can't be started.
+int become(const std::vector<std::string> &command);
+
+// Puts a path before those that a variable of the environment has.
+void prepend(const char *variable, const std::string &path);
+
+// The library that records.
+std::string recorder();
+
 // The first of these that is there, by their ways from the folder of this program, as it was built
 // or installed; empty: none is.
 std::string beside(std::initializer_list<const char *> ways);

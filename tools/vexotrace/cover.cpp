@@ -137,12 +137,7 @@ class Items
     void addFailure(std::string_view operation, const describe::platform::Function &function,
                     uint32_t number)
     {
-        using describe::platform::Returns;
-        const bool canFail = function.returns == Returns::code ||
-                             function.returns == Returns::descriptor ||
-                             (function.returns == Returns::status &&
-                              function.library == describe::platform::Library::clock);
-        if (canFail)
+        if (canFail(function))
             add(FAILURES, failureName(std::string{operation}, function.name, number),
                 shortName(operation), lineOf(operation));
     }

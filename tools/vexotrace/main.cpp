@@ -87,6 +87,9 @@ int main(int argc, char **argv)
         ->required()
         ->type_name("FILE");
 
+    CLI::App *const sweepCommand = app.add_subcommand(
+        "sweep", "Let each call that a command makes fail in turn, and tell what comes of it");
+
     std::string switched;
     CLI::App *const onCommand = app.add_subcommand("on", "Record again, in a running agent");
     CLI::App *const offCommand = app.add_subcommand("off", "Record nothing, in a running agent");
@@ -95,8 +98,10 @@ int main(int argc, char **argv)
             ->required()
             ->type_name("FILE");
 
+    // It takes its words itself.
+    const bool sweeps = argc > 1 && argv[1] == sweepCommand->get_name();
     try {
-        app.parse(argc, argv);
+        app.parse(sweeps ? 2 : argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? SUCCESS : TROUBLE;
     }
@@ -111,6 +116,8 @@ int main(int argc, char **argv)
             return cover(coverOptions);
         if (exportCommand->parsed())
             return exportChrome(exported);
+        if (sweepCommand->parsed())
+            return sweep({argv + 2, argv + argc});
         trace::switchRecording(switched, onCommand->parsed());
         return SUCCESS;
     } catch (const std::exception &error) {

@@ -19,17 +19,6 @@ namespace fs = std::filesystem;
 namespace
 {
 
-std::string recorder()
-{
-    std::string file = beside({RECORDERS});
-    if (file.empty())
-        throw UsageError("libvexo_trace.so isn't there, which records");
-    if (file.find_first_of(": ") != std::string::npos)
-        throw UsageError(file +
-                         ": the recorder can't be preloaded from a path with a blank or colon");
-    return file;
-}
-
 // An earlier recording makes room; nothing else does.
 void makeRoom(const std::string &file)
 {
@@ -61,6 +50,23 @@ void set(const char *variable, const std::string &value)
 
 } // namespace
 
+void prepend(const char *variable, const std::string &path)
+{
+    const char *others = getenv(variable);
+    set(variable, path + (others && *others ? std::string{":"} + others : ""));
+}
+
+std::string recorder()
+{
+    std::string file = beside({RECORDERS});
+    if (file.empty())
+        throw UsageError("libvexo_trace.so isn't there, which records");
+    if (file.find_first_of(": ") != std::string::npos)
+        throw UsageError(file +
+                         ": the recorder can't be preloaded from a path with a blank or colon");
+    return file;
+}
+
 std::string beside(std::initializer_list<const char *> ways)
 {
     const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
@@ -68,6 +74,19 @@ std::string beside(std::initializer_list<const char *> ways)
         if (const fs::path file = (folder / way).lexically_normal(); fs::exists(file))
             return file;
     return {};
+}
+
+int become(const std::vector<std::string> &command)
+{
+    std::vector<char *> words;
+    for (const std::string &word : command)
+        words.push_back(const_cast<char *>(word.c_str()));
+    words.push_back(nullptr);
+    execvp(words[0], words.data());
+    constexpr int NOT_FOUND = 127, NOT_EXECUTABLE = 126; // as a shell has it
+    const int status = errno == ENOENT ? NOT_FOUND : NOT_EXECUTABLE;
+    fprintf(stderr, "vexotrace: %s: %s\n", words[0], strerror(errno));
+    return status;
 }
 
 int record(const RecordOptions &options)
@@ -81,26 +100,15 @@ int record(const RecordOptions &options)
     const std::string file = fs::absolute(options.output);
     if (access(fs::path{file}.parent_path().c_str(), W_OK) != 0)
         throw UsageError(options.output + ": " + strerror(errno));
-    std::string preloaded = recorder();
+    const std::string preloaded = recorder();
     makeRoom(file);
-    if (const char *others = getenv("LD_PRELOAD"); others && *others)
-        preloaded += std::string{":"} + others;
-    set("LD_PRELOAD", preloaded);
+    prepend("LD_PRELOAD", preloaded);
     set(trace::FILE_VARIABLE, file);
     set(trace::SIZE_VARIABLE, options.size ? std::to_string(*options.size) : "");
     set(trace::SNAPSHOT_VARIABLE, options.snapshot ? "1" : "");
     set(trace::REDACT_VARIABLE, options.redact ? "1" : "");
     set(trace::SESSION_VARIABLE, "");
-
-    std::vector<char *> words;
-    for (const std::string &word : options.command)
-        words.push_back(const_cast<char *>(word.c_str()));
-    words.push_back(nullptr);
-    execvp(words[0], words.data());
-    constexpr int NOT_FOUND = 127, NOT_EXECUTABLE = 126; // as a shell has it
-    const int status = errno == ENOENT ? NOT_FOUND : NOT_EXECUTABLE;
-    fprintf(stderr, "vexotrace: %s: %s\n", words[0], strerror(errno));
-    return status;
+    return become(options.command);
 }
 
 } // namespace vexotrace

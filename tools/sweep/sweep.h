@@ -1,0 +1,31 @@
+// All runs of a sweep.
+#ifndef SWEEP_SWEEP_H
+#define SWEEP_SWEEP_H
+
+#include "point.h"
+#include "run.h"
+
+namespace sweep
+{
+
+struct Options {
+    Agent agent;
+    std::vector<const Effect *> effects;
+    std::string points;              // a pattern; empty: all
+    std::string check;               // a command; empty: none
+    std::optional<double> timeout{}; // seconds
+    unsigned jobs = 1;
+    unsigned depth = 1;
+    std::string resume; // the file of what has been judged; empty: none
+    std::string only;   // an id; empty: all
+    unsigned shard = 1, shards = 1;
+    std::string folder; // where everything is made that goes afterwards
+    int signals = -1;   // tells that it is to stop
+};
+
+// The entries of the report, in the order of their points. Throws Trouble.
+std::vector<Json> sweep(const Options &options);
+
+} // namespace sweep
+
+#endif
