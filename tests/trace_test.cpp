@@ -652,6 +652,8 @@ TEST_F(Trace, ThatHasEventsWhichAreNotKnownIsReadWithoutThemAndSaysHowMany)
     EXPECT_EQ(recording.events(), whole.events() - changed);
     EXPECT_EQ(recording.damagedBlocks(), 0U);
     EXPECT_EQ(recording.threads().size(), whole.threads().size());
+    EXPECT_TRUE(std::ranges::is_sorted(whole.roots(), {},
+                                       [&](uint32_t root) { return whole.calls()[root].clock(); }));
     const auto lacksItsEnd = [](const trace::Call &call) { return call.end == 0; };
     EXPECT_TRUE(std::ranges::none_of(whole.calls(), lacksItsEnd));
     EXPECT_TRUE(std::ranges::any_of(recording.calls(), lacksItsEnd));
@@ -672,9 +674,10 @@ TEST_F(Trace, ThatIsDamagedOrOfAnotherMachineSaysWhereAndKeepsTheRest)
         std::ofstream{file("changed"), std::ios::binary} << changed;
         return file("changed");
     };
-    for (const std::string &changed : {with(block + offsetof(trace::Block, filled), 1U << 20),
-                                       with(event, 9), with(event, 60000)}) {
-        const Recording recording{changed};
+    const std::pair<size_t, uint32_t> damages[] = {
+        {block + offsetof(trace::Block, filled), 1U << 20}, {event, 9}, {event, 60000}};
+    for (const auto &[place, word] : damages) {
+        const Recording recording{with(place, word)};
         EXPECT_EQ(recording.damagedBlocks(), 1U);
         EXPECT_GT(recording.events(), 0U);
         EXPECT_LT(recording.events(), whole.events());

@@ -192,6 +192,10 @@ class Covering(unittest.TestCase):
         self.assertEqual(self.items(failed)[0]["pdh"], 0)
         self.assertEqual(self.items(deaf)[0]["pdh"], 1, "a report of the ports")
         self.assertNotIn("vexo_cmi_", vexotrace("cover", deaf))
+        socketless = record("socketless", faults=["function=alarm_notification_sock times=1"],
+                            deaf=True)
+        met = self.items(socketless)[0]
+        self.assertEqual(met["alarm_callback_register: alarm_notification_sock"], 1)
 
     def test_too_little_is_told_by_the_status(self):
         percent = json.loads(vexotrace("cover", "--json", KEPT))["percent"]
