@@ -15,12 +15,13 @@ from pathlib import Path
 from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Union
 
 from . import _library, _where
-from .device import LONG, Device, PathLike
+from .device import LONG, Device, DeviceError, PathLike
 from .document import Document, vexoctl
 
 RECORDING_SIZE = 2 << 20
-SETTLED = 0.05  # an agent that asks nothing for so long is idle
-SUBSCRIBED = 0.2  # after which one that listens to one service only is not waited for any more
+QUIET = 0.05  # an agent that asks nothing and computes nothing for so long is idle
+SUBSCRIBED = 1.0  # after which one that listens to one service, and is never idle, is ready
+LOOK = 0.002  # how often that is looked at
 PATIENCE = 5.0  # how long an agent may take to end
 
 
@@ -104,31 +105,31 @@ class Agent:
             self._wait_ready(before, calls, timeout)
 
     def _wait_ready(self, before: "set[int]", calls: int, timeout: float) -> None:
-        """Until it listens to both services, or to one and that has been a while; or has asked
-        something and then nothing any more; or has ended well."""
-        start = changed = time.monotonic()
-        last, subscribed = calls, 0
+        """Until it listens to both services; or has asked something and is idle; or has ended
+        well."""
+        __tracebackhide__ = True  # pylint: disable=unused-variable
+        start = since = time.monotonic()
+        last = calls
         while self.running:
             now = time.monotonic()
             services = sum(one.process not in before for one in self.gateway.subscriptions)
             latest = self.gateway.last_call
-            if latest != last or services != subscribed:
-                last, subscribed, changed = latest, services, now
-            idle = now - changed
-            if subscribed > 1 or (subscribed and idle > SUBSCRIBED) or (last > calls and idle > SETTLED):
-                return
-            if subscribed and now - start > timeout / 2:
+            if latest != last or self.busy:
+                last, since = latest, now
+            if services > 1 or (services and now - start > SUBSCRIBED) or (
+                    last > calls and now - since > QUIET):
                 return
             if now - start > timeout:
                 raise AgentError(f"{self.name} has neither subscribed nor become idle for {timeout} "
                                  f"seconds{self._said()}")
-            time.sleep(0.001)
+            time.sleep(LOOK)
         self._expect(0)
 
     def _said(self) -> str:
         return f"; it printed:\n{self.output}" if self.output else ""
 
     def _expect(self, *statuses: int) -> None:
+        __tracebackhide__ = True  # pylint: disable=unused-variable
         self._told = True
         if self._process.returncode not in statuses:
             status = self._process.returncode
@@ -144,6 +145,11 @@ class Agent:
     def running(self) -> bool:
         """Whether it runs."""
         return self._process.poll() is None
+
+    @property
+    def busy(self) -> bool:
+        """Whether a thread of it, or of what it has started, has something to do."""
+        return _has_work(self.pid)
 
     @property
     def status(self) -> Optional[int]:
@@ -185,6 +191,7 @@ class Agent:
     def stop(self) -> None:
         """Ends it as a system does, by SIGTERM. An AgentError when it had ended before, ends with
         another status than 0, or doesn't end."""
+        __tracebackhide__ = True  # pylint: disable=unused-variable
         if self._told:
             return
         early = not self.running
@@ -206,6 +213,7 @@ class Agent:
         return self
 
     def __exit__(self, kind: Any, *_: Any) -> None:
+        __tracebackhide__ = True  # pylint: disable=unused-variable
         if kind is None:
             self.stop()
         else:
@@ -254,6 +262,20 @@ class Gateway(Device):
         """Starts an agent, and waits until it has subscribed or is idle."""
         return Agent(self, command, **options)
 
+    def wait_idle(self, quiet: float = QUIET, timeout: float = LONG) -> None:
+        """Waits until no function of the platform has been called for a while in which no agent had
+        something to do: also where the machine has other work, and lets an agent wait for its
+        turn."""
+        since = now = start = time.monotonic()
+        last = self.last_call
+        while now - since < quiet:
+            if now - start > timeout:
+                raise DeviceError(f"not idle for {quiet} seconds within {timeout}")
+            time.sleep(LOOK)
+            now, latest = time.monotonic(), self.last_call
+            if latest != last or any(agent.busy for agent in self.agents):
+                since, last = now, latest
+
     def wait_for(self, condition: Callable[[], Any], timeout: float = LONG) -> Any:
         """Waits until a condition holds, and returns what it gave."""
         end = time.monotonic() + timeout
@@ -263,7 +285,7 @@ class Gateway(Device):
                 return given
             if time.monotonic() > end:
                 raise AssertionError(f"what was waited for has not come about in {timeout} seconds")
-            time.sleep(0.002)
+            time.sleep(LOOK)
 
     def changes(self) -> str:
         """What the device is set to otherwise than a new one, a line each."""
@@ -285,6 +307,21 @@ class Gateway(Device):
         else:
             os.environ["KV_SIM_DEVICE"] = self._before
         shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def _has_work(process: int) -> bool:
+    try:
+        for thread in os.listdir(f"/proc/{process}/task"):
+            folder = f"/proc/{process}/task/{thread}"
+            with open(f"{folder}/stat", encoding="utf-8", errors="replace") as stat:
+                if stat.read().rpartition(")")[2].split()[0] in "RD":  # runs, or waits for a disk
+                    return True
+            with open(f"{folder}/children", encoding="ascii") as children:
+                if any(_has_work(int(child)) for child in children.read().split()):
+                    return True
+    except (FileNotFoundError, ProcessLookupError):  # has just ended
+        pass
+    return False
 
 
 def _recorder() -> Optional[str]:
