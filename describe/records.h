@@ -73,7 +73,7 @@ constexpr auto SHORT = on<upTo<Record, 0xFFFF>>;
 RECORD(vexoSwVersion, F(text))
 RECORD(vexoSysInventory, F(text1), F(text2), F(text3), F(text4), F(text5), F(numberHigh),
        F(numberLow))
-RECORD(vexoSysStatus, F(state), F(values1), F(version), F(values2))
+RECORD(vexoSysStatus, F(state, .changes = true), F(values1), F(version), F(values2))
 
 RECORD(vexoPdhParamsIn, F(adminStatus), F(frameMode), F(lineCode),
        F(cableLength, .limit = SHORT<Record>), F(syncMode), F(syncParam), F(niuMode), F(auxParam))
@@ -291,7 +291,7 @@ RECORD(vexoImaLinkOm, F(counters))
 RECORD(vexoImaOm, F(counters), F(linkCount), F(links, .count = "linkCount"))
 
 RECORD(vexoSysInfo, F(linkStatus), F(linkSpeed, .optional = true), F(linkParam), F(linkFlag),
-       F(linkMode, .optional = true), F(om))
+       F(linkMode, .optional = true), F(om, .changes = true))
 RECORD(vexoUpgradeInfo, F(mode), F(fileName, .limit = on<upTo<Record, 64>>),
        F(state, .leftOut = NEVER_TAKEN))
 RECORD(vexoDebugInfo, F(state), F(info))

@@ -16,6 +16,7 @@ import tempfile
 import termios
 import time
 import unittest
+import xml.etree.ElementTree
 from pathlib import Path
 
 VEXOCTL = os.environ["VEXOCTL"]
@@ -97,6 +98,10 @@ class Device(unittest.TestCase):
         done = self.vexoctl("--json", text="\n".join(script))
         self.assertEqual(done.returncode, 0, (done.stdout[-300:], done.stderr))
         return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def run_all(self, script):
+        done = self.vexoctl(text="\n".join(script))
+        self.assertEqual(done.returncode, 0, done.stderr)
 
     def calls(self):
         """The number of the device's latest call."""
@@ -1088,13 +1093,107 @@ class Configuration(Device):
         self.assertEqual((process.returncode, told["rc"], told["undone"]), (5, None, []))
         self.assertEqual(self.document("sys", "tpid", "get")["tpid"], 0x8100)
 
-    def run_all(self, script):
-        done = self.vexoctl(text="\n".join(script))
-        self.assertEqual(done.returncode, 0, done.stderr)
-
     def status(self, *words):
         done = self.vexoctl(*words)
         return done.returncode, done.stdout
+
+
+class Conformance(Device):
+    """A device's page of differences, and that it is left as it was."""
+
+    def conform(self, *words, status=0):
+        done = self.vexoctl("conform", *words, cwd=self.folder)
+        self.assertEqual((done.returncode, done.stderr), (status, ""), done.stdout)
+        return done.stdout
+
+    def in_service(self):
+        """A device that somebody uses; what it is set to."""
+        self.run_all([
+            *(f"pdh params set port={port} adminStatus=1 frameMode=6 lineCode=4 cableLength=65535 syncMode=5 "
+              "syncParam=4294967295 niuMode=4 auxParam=0" for port in range(1, 17)),
+            VALID_PWE.replace("pwId=17", "pwId=7"), "ima set groupId=1 imaAction=create groupParam1=1 groupParam2=128 groupParam3=25",
+            "ima lnk add groupId=1 linkId=1", "sys tpid set tpid=0xffff", "sys temp set first=150 second=150",
+            "misc dbg init info=conform", "misc upgrade init mode=1 fileName=load.bin",
+            "sim clock advance seconds=30", "sim clock stop",
+            "sys alarm set bits=1", "sim pm set type=pdh number=3 interval=1 counter=layout0.counters.4 value=9"])
+        return self.vexoctl("config", "save", "--state").stdout
+
+    def test_a_device_in_service_does_not_differ_and_stays_as_it_was(self):
+        self.in_service()
+        before = self.vexoctl("config", "save").stdout
+        self.assertIn(" 0 other value, 0 other refusal, ", self.conform())
+        self.assertIn(" 0 other value, 0 other refusal, 0 not tried\n", self.conform("--write"))
+        self.assertEqual(self.vexoctl("config", "save").stdout, before)
+        self.assertEqual(self.document("sys", "alarm", "get")["bits"], 1)
+        self.assertFalse((self.folder / "vexoctl-conform.saved").exists())
+
+    def test_a_page_is_kept_and_compared_with_a_later_one(self):
+        page = self.folder / "page.json"
+        page.write_text(self.conform("--json"))
+        kept = json.loads(page.read_text())
+        self.assertEqual(kept["device"]["version"]["text"][0], "boot 1.4.2")
+        self.assertRegex(kept["date"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
+        self.assertEqual(kept["questions"], sum(kept[name] for name in (
+            "same", "other value", "other refusal", "not tried")))
+        self.assertIn("\n0 changed since " + kept["date"], self.conform("--against", str(page)))
+        self.run_all(["sim set name=version.2 value='platform 8'", "sim fault add function=config_get_sys_lpbk value=8"])
+        told = self.conform(f"--against={page}", "--junit", str(self.folder / "junit.xml"), status=1)
+        self.assertIn("other refusal: misc sys_lbk get: does it answer\n  device:    refused with 4\n"
+                      "  simulated: answers\n", told)
+        self.assertIn("changed: sys version get: what does it tell\n"
+                      "  before:    version.text.2: platform 7.3.1\n  now:       version.text.2: platform 8\n", told)
+        suite = xml.etree.ElementTree.parse(self.folder / "junit.xml").getroot()
+        self.assertEqual(int(suite.get("tests")), len(suite))
+        failures = [case.get("classname") for case in suite if case.find("failure") is not None]
+        self.assertEqual(failures, ["sys status get", "sys version get", "misc sys_lbk get"])
+        self.assertEqual(len(suite.findall("*/skipped")), int(suite.get("skipped")))
+
+    def test_what_is_interrupted_is_put_back_and_what_was_killed_by_the_file(self):
+        before = self.in_service()
+        file = self.folder / "vexoctl-conform.saved"
+
+        def hanging():
+            """A run that hangs in the midst of its settings."""
+            self.run_all(["sim fault add function=config_set_pdh_lpbk effect=hang"])
+            process = self.start("conform", "--write", "--saved", str(file))
+            self.run_all(["sim wait hanging calls=1 milliseconds=60000"])
+            self.assertTrue(file.exists())
+            return process
+
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = hanging()
+            process.send_signal(number)
+            self.run_all(["sim fault clear"])
+            page, told = process.communicate(timeout=60)
+            self.assertEqual((process.returncode, told), (5, "vexoctl: conform: interrupted\n"))
+            self.assertRegex(page, r"not tried: \d+: interrupted\n")
+            self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before)
+            self.assertFalse(file.exists())
+        process = hanging()
+        process.kill()
+        process.communicate()
+        self.run_all(["sim fault clear", "pdh frame set port=16 mode=1", "sys alarm set bits=0"])
+        self.assertIn("pwe 1", self.vexoctl("pwe", "list").stdout)
+        other = self.vexoctl("--device", str(self.folder / "other"), "sim", "set", "name=version.2", "value=1")
+        self.assertEqual(other.returncode, 0)
+        refused = self.vexoctl("--device", str(self.folder / "other"), "conform", "--write", cwd=self.folder)
+        self.assertEqual(refused.returncode, 2, refused.stderr)
+        self.assertIn("another device", refused.stderr)
+        done = self.vexoctl("conform", "--write", cwd=self.folder)
+        self.assertEqual(done.returncode, 0, done.stdout)
+        self.assertIn("putting back what a run that was ended has left", done.stderr)
+        self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before)
+
+    def test_a_page_or_file_that_is_none_is_refused(self):
+        (self.folder / "vexoctl-conform.saved").write_text("{}")
+        for words, said in ((["--against", "vexoctl-conform.saved"], "not a page of conform"),
+                            (["--against"], "expected a file behind it"), (["--writ"], "did you mean '--write'"),
+                            (["--saved", "x"], "only with --write"), (["--write"], "not what conform --write saves"),
+                            (["--write", "--saved", "nowhere/x"], "cannot write nowhere/x"),
+                            (["--junit", "nowhere/x"], "cannot write nowhere/x")):
+            done = self.vexoctl("conform", *words, cwd=self.folder)
+            self.assertEqual(done.returncode, 2, (words, done.stdout, done.stderr))
+            self.assertIn(said, done.stderr)
 
 
 class Session(Device):

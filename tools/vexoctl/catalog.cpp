@@ -78,6 +78,20 @@ constexpr Command COMMANDS[] = {
      "report says so; with --keep-going the others are performed all the same, and nothing is "
      "undone.",
      configApply},
+    {"conform", "conform [--write] [--json] [--junit FILE] [--against FILE] [--saved FILE]",
+     "in what a device answers otherwise than the simulated one",
+     "Asks the device what follows from the description of the operations, and shows where it "
+     "answers otherwise than the simulated device does, as known to this version. Nothing is "
+     "changed "
+     "without --write; with it the system and one port are set, and pseudowires and a group that "
+     "are made for it, and all is put back. What the device was set to before is kept in the file "
+     "--saved (vexoctl-conform.saved) until then; where a run was killed, the next with --write "
+     "puts "
+     "it back first. --json prints the page that is to be kept: all answers, versions and date; "
+     "--against compares with such a page, --junit writes the questions as tests. The exit status "
+     "is "
+     "0 when nothing differs, from the simulated device or, with --against, from the page, else 1.",
+     conform},
     {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
      "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array, with "
      "--fields a table of these fields.",
@@ -148,9 +162,13 @@ Names wordsOf(const Command &command, bool optional)
 {
     std::istringstream usage{command.usage + strlen(command.name)};
     Names words;
-    for (std::string word; usage >> word;)
-        if (word.starts_with('[') == optional)
-            words.push_back(optional ? word.substr(1, word.size() - 2) : word);
+    for (std::string word; usage >> word;) {
+        const bool isOptional = word.starts_with('[');
+        if (isOptional == optional)
+            words.push_back(word.substr(isOptional, word.find(']') - isOptional));
+        for (; isOptional && !word.ends_with(']'); usage >> word)
+            ; // of "[--name FILE]"
+    }
     return words;
 }
 

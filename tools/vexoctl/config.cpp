@@ -156,7 +156,8 @@ void writeAll(int descriptor, const std::string &text, const std::string &file)
     }
 }
 
-// Whole or not at all; the file of before stays until then.
+} // namespace
+
 void replaceFile(const std::string &file, const std::string &text)
 {
     struct stat before {
@@ -186,8 +187,6 @@ void replaceFile(const std::string &file, const std::string &text)
         throw;
     }
 }
-
-} // namespace
 
 void configSave(const Words &words, const Manner &manner)
 {

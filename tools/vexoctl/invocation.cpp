@@ -311,6 +311,13 @@ uint32_t Invocation::objectNumber() const
                   : 0;
 }
 
+void Invocation::fill(uint32_t word)
+{
+    for (size_t i = 0; i < storage_.size(); ++i)
+        if (operation_.arguments[i].direction == Direction::out)
+            std::ranges::fill(storage_[i].words, word);
+}
+
 const vexoResult &Invocation::call()
 {
     const auto call = [memory = memory_, &operation = operation_] {

@@ -27,9 +27,13 @@ class Invocation
     Invocation(const describe::Operation &operation, const Names &assignments, Leniency leniency);
     Invocation(const Invocation &) = delete;
 
+    // What outputs hold before the call, in place of UNTOUCHED.
+    void fill(uint32_t word);
     const vexoResult &call();
     // The outputs by their names; none after a failure. Null when the operation has printed them.
     Json outputs(Style style) const;
+    // An argument as the operation left it.
+    const void *argument(size_t index) const { return storage_[index].bytes(); }
     // Whether the record says that nothing else of it is read, as it does to delete something.
     bool isDeletion() const;
     // The number of the object that it is about; 0 when there is none.

@@ -112,11 +112,14 @@ void follow(const Words &words, const Manner &manner);
 void await(const Words &words, const Manner &manner);
 
 void metrics(const Words &words, const Manner &manner);
+void conform(const Words &words, const Manner &manner);
 void configSave(const Words &words, const Manner &manner);
 void configDiff(const Words &words, const Manner &manner);
 void configApply(const Words &words, const Manner &manner);
 void pweList(const Words &words, const Manner &manner);
 void imaList(const Words &words, const Manner &manner);
+// Whole or not at all; the file of before stays until then. Throws UsageError.
+void replaceFile(const std::string &file, const std::string &text);
 // Which there are, and all of them.
 Names metricFamilies();
 std::string metricFamiliesHelp();
