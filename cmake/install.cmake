@@ -49,7 +49,7 @@ if(VEXO_CMI_TOOLS)
   install(FILES packaging/bash-completion/vexoctl
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
 
-  install(TARGETS vexo_trace LIBRARY COMPONENT trace)
+  install(TARGETS vexo_replay vexo_trace LIBRARY COMPONENT trace)
   install(TARGETS vexotrace RUNTIME COMPONENT trace)
   install(FILES packaging/man/vexotrace.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT trace)
   install(FILES packaging/bash-completion/vexotrace

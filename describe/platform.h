@@ -227,6 +227,48 @@ FailureText failureTextOf(const Function &function);
 // Whether it can say that it failed, and somebody asks: a log record and a text are not asked for.
 bool canFail(const Function &function);
 
+// The arguments of a call, in the declared order of each kind: numbers, the record that it is
+// given, and those that it fills.
+struct Arguments {
+    template <class... Given>
+    explicit Arguments(Given... given)
+    {
+        (add(given), ...);
+    }
+
+    uint32_t numbers[4]{};
+    std::span<const uint8_t> in;
+    std::span<uint8_t> out[2];
+
+  private:
+    void add(uint32_t number) { numbers[numberCount_++] = number; }
+
+    void add(std::span<const uint8_t> bytes) { in = bytes; }
+
+    // Of a MAC address.
+    void add(const unsigned char *bytes) { in = {bytes, sizeof(Mac)}; }
+
+    template <class Record>
+    void add(const Record *record)
+    {
+        in = {reinterpret_cast<const uint8_t *>(record), sizeof(Record)};
+    }
+
+    template <class Record>
+    void add(Record *record)
+    {
+        out[outCount_++] = {reinterpret_cast<uint8_t *>(record), sizeof(Record)};
+    }
+
+    template <class Result, class... Given>
+    void add(Result (*)(Given...)) // a handler
+    {
+    }
+
+    uint32_t numberCount_ = 0;
+    uint32_t outCount_ = 0;
+};
+
 // Defines a function of the platform from its row, for use in a macro that is given to those above:
 // it passes its arguments on to another.
 #define PLATFORM_DEFINE(callee, function, ...)                                                     \

@@ -258,6 +258,199 @@ class Sweeping(unittest.TestCase):
                 for difference in point["difference"]:
                     self.assertEqual(list(difference), ["object", "field", "a", "b"])
 
+# What vexoctl, as an agent, is told to do; of each call that changes something and of those that
+# read, some.
+SCRIPT = """\
+sys src_mac set mac=02:00:5e:10:00:01
+sys lops set first=3 second=4
+sys temp set first=60 second=80
+pdh params set port=3 adminStatus=1 frameMode=2 lineCode=1 cableLength=40 syncMode=1 syncParam=0 \
+niuMode=1 auxParam=0
+pdh frame set port=4 mode=3
+pdh lpbk set port=4 loopback=2
+pdh admin get port=3
+pdh pm get port=3 pmType=1
+pdh pm clear port=3
+pwe params set pwId=17 pweType=tdm-1 pweAction=create adminStatus=1 dstMac=02:00:5e:10:00:63 \
+vlan.mode=untagged psn.psnType=2 psn.param1=4711 t1.circuit=3 t1.payloadSize=256 t1.rtp.mode=1
+pwe params get pwId=17
+pwe pdv set pwId=17 size=6000
+pwe vlan set pwId=17 mode=double outerVlanId=5 vlanId=7
+pwe admin set status=2 pwId=17
+pwe alarms get pwId=17
+pdh params get port=77
+sys rpt_mode set mode=2 value=1
+misc tpgm init tpgmParam1=1 tpgmParam2=2 tpgmParam3=3
+sys kato send seconds=1000 microseconds=0
+sys tod set seconds=2000 microseconds=0
+ima set groupId=1 imaAction=create groupParam1=1 groupParam2=128 groupParam3=25
+ima lnk add linkId=5 groupId=1
+"""
+
+# A change of the script (a line is left out, doubled, put before the one above it or replaced in
+# part), and what is told of it.
+CHANGES = [
+    (("00:01", "00:02"), "config_set_pwe_src_mac_addr", 'mac: "02:00:5e:10:00:02" in place of'),
+    (("first=3 second=4", "first=3 second=5"), "config_set_pwe_lops_threshold",
+     "threshold.second: 5 in place of 4"),
+    (("first=60", "first=61"), "config_set_temperature_thr", "threshold.first: 61 in place of 60"),
+    (("cableLength=40", "cableLength=41"), "config_set_pdh_params",
+     "params.cableLength: 41 in place of 40"),
+    (("port=4 mode=3", "port=4 mode=2"), "config_set_pdh_params",
+     "params.frameMode: 2 in place of 3"),
+    (("pdh frame set port=4", "pdh frame set port=5"), "config_get_pdh_params",
+     "port: 5 in place of 4"),
+    (("loopback=2", "loopback=3"), "config_set_pdh_lpbk", "loopback.lpbk: 3 in place of 2"),
+    (("pmType=1", "pmType=2"), "pmom_pdh_pm_stat_get", "interval: 2 in place of 1"),
+    (("pdh pm clear port=3", "pdh pm clear port=4"), "pmom_pdh_pm_stat_clear",
+     "port: 4 in place of 3"),
+    (("param1=4711", "param1=4712"), "config_add_pw", "config.enc3.param1: 4712 in place of 4711"),
+    (("size=6000", "size=6001"), "config_set_pw_jitter_size", "size: 6001 in place of 6000"),
+    (("outerVlanId=5", "outerVlanId=6"), "config_set_pw", "config.outerVlanId: 6 in place of 5"),
+    (("status=2 pwId", "status=3 pwId"), "config_set_pw_admin", "status: 3 in place of 1"),
+    (("mode=2 value", "mode=1 value"), "alarm_set_notification", "mode: "),
+    (("tpgmParam2=2", "tpgmParam2=9"), "config_init_tpgm", "setup.params: [1,9,3] in place of"),
+    (("linkId=5", "linkId=6"), "config_add_ima_link", "link: 6 in place of 5"),
+    (("pwe pdv set", None), "config_set_pw", ""),
+    (("pwe admin set", "twice"), "config_set_pw_admin", ""),
+    (("sys temp set", "earlier"), "config_set_temperature_thr", ""),
+    (("pdh admin get", None), "none came", "config_get_pdh_admin"),
+    (("sys tod", "twice"), "settimeofday", ""),
+]
+
+
+def changed(script, place, how):
+    lines = script.splitlines(keepends=True)
+    (at,) = [i for i, line in enumerate(lines) if place in line]
+    if how is None:
+        del lines[at]
+    elif how == "twice":
+        lines.insert(at, lines[at])
+    elif how == "earlier":
+        lines.insert(at - 1, lines.pop(at))
+    else:
+        lines[at] = lines[at].replace(place, how)
+    return "".join(lines)
+
+
+class Replaying(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        (folder / "script").write_text(SCRIPT)
+        (folder / "device").unlink(missing_ok=True)
+        cls.file = folder / "scripted"
+        cls.told = subprocess.run(
+            [VEXOTRACE, "record", "--output", cls.file, "--size", "1M", "--", VEXOCTL,
+             "--keep-going", "--script", folder / "script"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=environment, text=True,
+            timeout=120).stdout
+
+    def replay(self, *words, script=None, command=None, file=None):
+        if script is not None:
+            (folder / "changed").write_text(script)
+            command = [VEXOCTL, "--keep-going", "--script", folder / "changed"]
+        done = subprocess.run([VEXOTRACE, "replay", *words, file or self.file, "--", *command],
+                              capture_output=True, text=True, timeout=120, env=environment)
+        return done.returncode, done.stdout, done.stderr
+
+    def test_what_is_repeated_is_answered_as_it_was(self):
+        status, told, why = self.replay(script=SCRIPT)
+        self.assertEqual((status, told), (1, self.told), why)  # a port that isn't there
+
+    def test_each_planted_change_is_found_at_its_call(self):
+        for (place, how), name, field in CHANGES:
+            with self.subTest(place=place, how=how):
+                status, _, told = self.replay(script=changed(SCRIPT, place, how))
+                self.assertEqual(status, 3, told)
+                self.assertRegex(told, rf"(?m)^  actual +{re.escape(name)}\b")
+                self.assertIn(field, told)
+                self.assertEqual(told.count("  actual "), 1)
+
+    def test_where_the_same_call_comes_later_is_told_with_the_calls_before(self):
+        script = changed(changed(SCRIPT, "sys temp set", "earlier"), "sys temp set", "earlier")
+        told = self.replay(script=script)[2]
+        self.assertRegex(told, r"(?m)^  expected  config_set_pwe_src_mac_addr\(.*\n"
+                               r"  actual    config_set_temperature_thr\(first=60, second=80\)\n"
+                               r"  later     .* 2 calls later: config_set_temperature_thr\(")
+        self.assertRegex(self.replay(script=changed(SCRIPT, "size=6000", "size=1"))[2],
+                         r"\n  before    config_get_pw_oper_state\(pwId=17\)  at .*params_get\n")
+
+    def test_it_goes_on_and_counts_or_takes_what_is_like_it(self):
+        script = SCRIPT
+        for place, how in (("size=6000", "size=1"), ("first=60", "first=6"), ("sys lops", None),
+                           ("pdh pm clear", "twice")):
+            script = changed(script, place, how)
+        status, _, told = self.replay("--continue", script=script)
+        # One is left out and the next has another value: they are one. To clear are three calls.
+        self.assertEqual((status, told.count("  actual ")), (3, 5), told)
+        self.assertIn(": 5 differences in ", told)
+        status, _, told = self.replay("--loose", script=script)
+        self.assertEqual((status, told.count("vexotrace:")), (1, 0), told)
+        status, _, told = self.replay("--loose", script="sys clk_out set first=1 second=2\n")
+        self.assertEqual(status, 3, told)
+
+    def test_an_agent_with_threads_and_faults_does_the_same_again_and_ends(self):
+        for name, times, words in (("heard", 3, {}), ("deafened", 1, {
+                "faults": ["function=alarm_subscribe value=8 times=1"], "deaf": True})):
+            file = record(name, **words)
+            told = set()
+            for _ in range(times):
+                status, out, why = self.replay(command=[folder / "agent"], file=file)
+                self.assertEqual((status, why), (0, ""), out)
+                told.add(out)
+            self.assertEqual(len(told), 1, told)
+            self.assertIn("\nended\n", out)
+
+    def test_what_the_recording_does_not_know_its_snapshot_does(self):
+        (folder / "device").unlink(missing_ok=True)
+        vexoctl("pdh", "frame", "set", "port=4", "mode=5")
+        asked = "pdh frame set port=3 mode=6\n"
+        (folder / "short").write_text(asked)
+        file = folder / "with-snapshot"
+        vexotrace("record", "--snapshot", "--output", file, "--size", "1M", "--", VEXOCTL,
+                  "--script", folder / "short")
+        vexoctl("sim", "reset")
+        status, told, why = self.replay(
+            script=asked + "pdh frame get port=4\npdh params get port=3\n", file=file)
+        self.assertEqual(status, 0, why)
+        self.assertEqual(re.findall(r"(?:frameMode|mode): (\d)", told), ["5", "6"],
+                         "of a port that was not asked for, and of one since its change")
+        status, told, _ = self.replay("--continue", script=asked + asked, file=file)
+        self.assertEqual(status, 3)
+
+    def test_vexoctl_looks_into_the_recorded_device(self):
+        def look(*words, status):
+            done = subprocess.run([VEXOCTL, "--device", f"trace:{self.file}", *words], text=True,
+                                  capture_output=True, timeout=120, env=environment)
+            self.assertEqual(done.returncode, status, done.stderr)
+            return done.stdout + done.stderr
+        self.assertEqual(look("pdh", "admin", "get", "port=3", status=0), "status: 1\n")
+        self.assertIn("jitterBufferSize: 6000", look("pwe", "params", "get", "pwId=17", status=0))
+        self.assertIn("no answer", look("pdh", "admin", "get", "port=9", status=1))
+        self.assertIn("can't be changed", look("sys", "lops", "set", "first=3", "second=4",
+                                               status=1))
+        self.assertIn("sim", look("sim", "clock", "get", status=2))
+        self.assertIn("nothing: No such file", subprocess.run(
+            [VEXOCTL, "--device=trace:nothing", "list"], capture_output=True, text=True,
+            env=environment).stderr)
+
+    def test_a_recording_that_an_earlier_vexotrace_has_made_is_replayed(self):
+        told = vexotrace("replay", KEPT, "--", folder / "agent")
+        self.assertIn("active 0x00000005, changed 0x00000005\n", told)
+        self.assertIn("active 0x00000004, changed 0x00000001\nended\n", told)
+
+    def test_what_cannot_be_replayed_is_said(self):
+        self.assertIn("no recording", vexotrace("replay", folder / "script", "--", "true",
+                                                status=2))
+        self.assertIn("command", vexotrace("replay", self.file, "--", status=2))
+        for command, why in ((["true"], "called nothing"),
+                             ([folder / "nothing"], "No such file"),
+                             (["sh", "-c", f"{VEXOCTL} sys lops set first=3 second=4 & "
+                                           f"wait; {VEXOCTL} sys version get"], "another process")):
+            status, _, told = self.replay("--continue", command=command)
+            self.assertEqual(status, 3)
+            self.assertIn(why, told)
+
 
 class Keeping(unittest.TestCase):
     """A recording that an earlier vexotrace has made."""

@@ -3,8 +3,11 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,6 +30,35 @@ void occupyStandardDescriptors()
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (fcntl(descriptor, F_GETFD) == -1)
             open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+// A recording is a device for `vexotrace replay`, which runs this program again.
+[[noreturn]] void lookInto(const std::string &recording, int argc, char **argv)
+{
+    namespace fs = std::filesystem;
+    const fs::path self = fs::read_symlink("/proc/self/exe");
+    std::string replayer = "vexotrace";
+    for (const char *way : {REPLAYERS})
+        if (const fs::path file = (self.parent_path() / way).lexically_normal(); fs::exists(file))
+            replayer = file;
+    const std::string program = self;
+    std::vector<const char *> words{replayer.c_str(),  "replay", "--look",
+                                    recording.c_str(), "--",     program.c_str()};
+    constexpr std::string_view OPTION = "--device";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (word == OPTION)
+            ++i;
+        else if (!word.starts_with(std::string{OPTION} + "="))
+            words.push_back(argv[i]);
+    }
+    words.push_back(nullptr);
+    setenv(RECORDING_VARIABLE, recording.c_str(), 1);
+    execvp(words[0], const_cast<char **>(words.data()));
+    const std::string why =
+        errno == ENOENT ? "vexotrace is not installed, which reads recordings" : strerror(errno);
+    fprintf(stderr, "vexoctl: --device trace:%s: %s\n", recording.c_str(), why.c_str());
+    exit(USAGE);
 }
 
 Status run(Session &session, const std::string &device, const std::string &script,
@@ -65,8 +97,9 @@ int main(int argc, char **argv)
     bool keepsGoing = false;
     bool atomic = false;
     addOptions(app, manner);
-    app.add_option("--device", device, "Simulated device's file, in place of KV_SIM_DEVICE")
-        ->type_name("FILE");
+    app.add_option("--device", device,
+                   "Simulated device's file, in place of KV_SIM_DEVICE; or a recording of a device")
+        ->type_name("FILE|trace:FILE");
     app.add_option("--script", script, "Run the commands of a file ('-': standard input)")
         ->type_name("FILE");
     app.add_flag("--keep-going", keepsGoing, "Run a script to its end, and count what fails");
@@ -99,6 +132,9 @@ int main(int argc, char **argv)
         manner.json = std::find(argv, argv + argc, std::string{"--json"}) != argv + argc;
         return Session{manner}.refuse(error.what());
     }
+    constexpr std::string_view RECORDING = "trace:";
+    if (device.starts_with(RECORDING))
+        lookInto(device.substr(RECORDING.size()), argc, argv);
     Words words = app.remaining();
     // Of a command it is the command's own.
     if (keepsGoing && !words.empty())

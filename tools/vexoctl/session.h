@@ -136,6 +136,9 @@ void stream(uint32_t count, uint32_t seconds, const std::function<bool()> &more)
 
 // ---- The simulated device ----
 
+// Set where what is looked into is a recording, in which there is no device.
+constexpr char RECORDING_VARIABLE[] = "VEXOCTL_RECORDING";
+
 bool isSimulated();
 // Whether it is of this process alone.
 bool isPrivateDevice();

@@ -662,7 +662,7 @@ void sim_values(Json *shown, vexoResult *result)
 
 bool isSimulated()
 {
-    return SIM(kv_sim_open) != nullptr;
+    return SIM(kv_sim_open) != nullptr && !getenv(RECORDING_VARIABLE);
 }
 
 bool isPrivateDevice()

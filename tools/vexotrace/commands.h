@@ -59,6 +59,16 @@ struct CoverOptions {
 
 int cover(const CoverOptions &options);
 
+struct ReplayOptions {
+    bool goesOn = false;
+    bool isLoose = false;
+    bool looks = false; // the command only looks at the device
+    std::string file;
+    std::vector<std::string> command;
+};
+
+int replay(const ReplayOptions &options);
+
 int exportChrome(const std::string &file);
 
 // Becomes the program that sweeps, which reads the words itself.
@@ -76,6 +86,8 @@ std::string recorder();
 // The first of these that is there, by their ways from the folder of this program, as it was built
 // or installed; empty: none is.
 std::string beside(std::initializer_list<const char *> ways);
+// The same of what is to be preloaded, for what it does.
+std::string preloaded(std::initializer_list<const char *> ways, const char *does);
 
 } // namespace vexotrace
 

@@ -79,6 +79,25 @@ int main(int argc, char **argv)
         ->required()
         ->type_name("FILE...");
 
+    ReplayOptions replayOptions;
+    CLI::App *const replayCommand = app.add_subcommand(
+        "replay",
+        "Run a command on what a recording answers in the platform's place; 3 where it goes\n"
+        "another way");
+    replayCommand->add_flag("--continue", replayOptions.goesOn,
+                            "Go on where it goes another way, and count");
+    replayCommand->add_flag("--loose", replayOptions.isLoose,
+                            "Take any call whose function and object the recording has");
+    // What `vexoctl --device trace:FILE` is.
+    replayCommand->add_flag("--look", replayOptions.looks)->group("");
+    replayCommand->add_option("file", replayOptions.file, "A recording")
+        ->required()
+        ->type_name("FILE");
+    replayCommand->add_option("command", replayOptions.command, "The command, behind --")
+        ->required()
+        ->type_name("COMMAND...");
+    replayCommand->positionals_at_end();
+
     std::string exported;
     CLI::App *const exportCommand = app.add_subcommand("export", "Write a recording otherwise");
     exportCommand->require_subcommand(1);
@@ -114,6 +133,14 @@ int main(int argc, char **argv)
             return diff(diffOptions);
         if (coverCommand->parsed())
             return cover(coverOptions);
+        if (replayCommand->parsed()) {
+            // Behind another word it is taken for one.
+            if (replayOptions.command[0] == "--")
+                replayOptions.command.erase(replayOptions.command.begin());
+            if (replayOptions.command.empty())
+                throw UsageError("replay: behind -- is to be a command");
+            return replay(replayOptions);
+        }
         if (exportCommand->parsed())
             return exportChrome(exported);
         if (sweepCommand->parsed())

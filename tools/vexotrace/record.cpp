@@ -56,15 +56,20 @@ void prepend(const char *variable, const std::string &path)
     set(variable, path + (others && *others ? std::string{":"} + others : ""));
 }
 
+std::string preloaded(std::initializer_list<const char *> ways, const char *does)
+{
+    std::string file = beside(ways);
+    if (file.empty())
+        throw UsageError(fs::path{*ways.begin()}.filename().string() + " isn't there, which " +
+                         does);
+    if (file.find_first_of(": ") != std::string::npos)
+        throw UsageError(file + ": can't be preloaded from a path with a blank or colon");
+    return file;
+}
+
 std::string recorder()
 {
-    std::string file = beside({RECORDERS});
-    if (file.empty())
-        throw UsageError("libvexo_trace.so isn't there, which records");
-    if (file.find_first_of(": ") != std::string::npos)
-        throw UsageError(file +
-                         ": the recorder can't be preloaded from a path with a blank or colon");
-    return file;
+    return preloaded({RECORDERS}, "records");
 }
 
 std::string beside(std::initializer_list<const char *> ways)

@@ -36,17 +36,6 @@ std::string worldTime(uint64_t time)
     return timeText(time, "%Y-%m-%dT%H:%M:%S", gmtime_r, 6) + "Z";
 }
 
-// "name=value", of records "field=value" and "record.field=value".
-void flatten(const std::string &name, const Json &value, std::string &text)
-{
-    if (value.is_object()) {
-        for (const auto &[field, element] : value.items())
-            flatten(name.empty() ? field : name + "." + field, element, text);
-        return;
-    }
-    text += (text.empty() ? "" : ", ") + name + "=" + dump(value);
-}
-
 bool isShown(const trace::Argument &argument, Detail detail)
 {
     return detail != Detail::steady || !argument.changes;
@@ -61,7 +50,8 @@ std::string listed(const Function &function, const Content &content, bool output
             !isShown(argument, detail))
             continue;
         const Json value = toJson(argument, content.arguments[i], detail);
-        flatten(value.is_object() ? "" : argument.name, value, text);
+        for (const auto &[name, shown] : valuesOf(value.is_object() ? "" : argument.name, value))
+            text += (text.empty() ? "" : ", ") + name + "=" + shown;
     }
     return text;
 }
@@ -133,12 +123,29 @@ std::optional<uint64_t> durationOf(const Recording &recording, const Call &call)
     return end > call.begin ? end - call.begin : 0;
 }
 
+std::vector<std::pair<std::string, std::string>> valuesOf(const std::string &name,
+                                                          const Json &value)
+{
+    if (!value.is_object())
+        return {{name, dump(value)}};
+    std::vector<std::pair<std::string, std::string>> values;
+    for (const auto &[field, element] : value.items())
+        for (auto &one : valuesOf(name.empty() ? field : name + "." + field, element))
+            values.push_back(std::move(one));
+    return values;
+}
+
+std::string askedOf(const Function &function, const Content &content, Detail detail)
+{
+    return std::string{function.shortName()} + "(" + listed(function, content, false, detail) + ")";
+}
+
 std::string lineOf(const Recording &recording, const Call &call, Detail detail)
 {
     const Content content = recording.content(call);
     const Function &function = recording.functionOf(call);
-    std::string line{function.shortName()};
-    line += call.enter ? "(" + listed(function, content, false, detail) + ")" : "(...)";
+    std::string line = call.enter ? askedOf(function, content, detail)
+                                  : std::string{function.shortName()} + "(...)";
     if (call.exit) {
         line += resultText(function, content, detail);
         if (const std::string outputs = listed(function, content, true, detail); !outputs.empty())
