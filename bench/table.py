@@ -127,6 +127,20 @@ def recorder():
                 row(what, limit, f"{float(file.read()):.3g}{unit}")
 
 
+def python():
+    if not os.path.exists(os.path.join(FOLDER, "python-operations.json")):
+        return
+    found = load("python-operations.json")
+    dearest = max(found, key=found.get)
+    row("an operation of numbers from Python, its bare call included: the dearest", "2 µs",
+        f"{found[dearest]:.2f} µs (`{dearest}`)")
+    row("the same, the median of all", "-", f"{statistics.median(found.values()):.2f} µs")
+    if os.path.exists(os.path.join(FOLDER, "python-fixtures.json")):
+        found = load("python-fixtures.json")
+        row("a test's device in Python, made and removed", "3 ms", f"{found['device']:.1f} ms")
+        row("a device compared with a document in Python", "-", f"{found['compare']:.0f} ms")
+
+
 row("what", "to reach", "measured")
 row("---", "---", "---")
 counts()
@@ -135,3 +149,4 @@ shape()
 ratios()
 million()
 recorder()
+python()
