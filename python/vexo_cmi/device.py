@@ -69,6 +69,11 @@ class Call:
     given: bytes  # the record that it was given
     filled: bytes  # what it filled
 
+    def __str__(self) -> str:
+        given = ", ".join(f"{name}={value}" for name, value in self.arguments.items())
+        result = "pending" if self.pending else f"{self.code}{f', by fault {self.fault}' * (self.fault > 0)}"
+        return f"{self.function}({given}) = {result}"
+
 
 @dataclass
 class Subscription:

@@ -1,8 +1,10 @@
 """Fixtures of pytest for the tests of agents: `gateway`, a simulated device of the test's own, and
 `agent`, which starts one on it. What a failing test's report needs to explain it is added to it."""
-# Loaded into each run of pytest, wherever this package is installed: what it needs it imports late.
+# Loaded into each run of pytest where this package is installed, also where the library isn't: it
+# loads that, and looks for programs, when a test has a gateway.
 from __future__ import annotations
 
+import os
 from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional
 
 import pytest
@@ -48,6 +50,9 @@ def explain(one: "Gateway") -> "List[tuple[str, str]]":
         sections.append((f"Calls of {process!r}, the last of {len(lines)} lines",
                          "\n".join(lines[-LINES:])))
         sections.append((f"Output of {process!r}", process.output[-4000:]))
+    own = [call for call in one.calls() if call.process == os.getpid()]
+    sections.append((f"Platform calls of the test itself, the last of {len(own)}",
+                     "\n".join(map(str, own[-LINES:]))))
     try:
         changes = one.changes()
     except Exception as error:  # pylint: disable=broad-except

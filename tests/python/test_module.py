@@ -1,6 +1,6 @@
 """The module: what holds for every operation and record, and the device's control."""
 import ast
-import ctypes
+import ctypes.util
 import dataclasses
 import inspect
 import json
@@ -18,7 +18,7 @@ import pytest
 
 import vexo_cmi
 from vexo_cmi import (AdminStatus, CmiError, Device, DeviceError, ImaAction, ImaGroupSet, PweAction, PweParams,
-                      PwePsn, PwePsnType, PweRtp, PweRtpMode, PweServiceT1, PweType, PweVlan,
+                      PwePsn, PwePsnType, PweRtp, PweRtpMode, PweServiceA, PweServiceT1, PweType, PweVlan,
                       VlanMode, _control, _interface, _records, _where)
 from vexo_cmi.document import vexoctl
 
@@ -198,6 +198,8 @@ def test_what_is_left_out_of_a_record_is_kept_and_what_is_none_is_not_there(gate
     vexo_cmi.pwe_rtp_set(PweRtp(ssrc=7), 17)
     told = vexo_cmi.pwe_params_get(17)
     assert told.t1.rtp == PweRtp(mode=PweRtpMode.ON, payloadType=96, ssrc=7)
+    vexo_cmi.pwe_rtp_set(PweRtp(mode=PweRtpMode.OFF), 17)
+    assert vexo_cmi.pwe_rtp_get(17) == PweRtp(mode=PweRtpMode.OFF)
     assert (told.t2, told.a, told.vlan.vlanId, told.psn.param3) == (None, None, None, None)
     gateway.settings["link.speed"] = 7  # a code that the library does not know
     assert vexo_cmi.misc_sys_info_get(0).linkSpeed is None
@@ -209,6 +211,8 @@ def test_what_is_left_out_of_a_record_is_kept_and_what_is_none_is_not_there(gate
 def test_callbacks_get_what_happens_until_they_are_unregistered(gateway):
     alarms, others, reports = [], [], []
     vexo_cmi.pwe_params_set(PSEUDOWIRE, 17)
+    vexo_cmi.pwe_params_set(dataclasses.replace(PSEUDOWIRE, pweType=PweType.ATM_3, t1=None, a=PweServiceA(
+        circuit=1, atmMode=1, atmType=1, atmClpMode=1, atmParam1=0, atmParam2=0)), 18)
     vexo_cmi.alarm_callback_register(alarms.append)
     vexo_cmi.pm_callback_register(reports.append)
     vexo_cmi.ima_set(ImaGroupSet(imaAction=ImaAction.CREATE, groupParam1=1, groupParam2=1), 2)
@@ -226,9 +230,10 @@ def test_callbacks_get_what_happens_until_they_are_unregistered(gateway):
     gateway.alarm("pdh", 3, 0)
     assert [(one.objType.name, one.object.objId, one.object.status, one.ima) for one in alarms] == [("PDH", 3, 5, None)]
     assert [(one.objType.name, one.ima.groupId, one.object) for one in others] == [("IMA", 2, None)]
-    assert [one.objType.name for one in reports] == ["PDH", "PWE", "IMA"] * 2
-    assert [one.pdh[4].lineCounters[0] for one in reports[::3]] == [42, 0]
-    assert [(one.pwe.pwId, len(one.pwe.generic.counters), one.pwe.atm) for one in reports[1::3]] == [(17, 13, None)] * 2
+    assert [one.objType.name for one in reports] == ["PDH", "PWE", "PWE", "IMA"] * 2
+    assert [one.pdh[4].lineCounters[0] for one in reports[::4]] == [42, 0]
+    assert [(one.pwe.pwId, len(one.pwe.generic.counters), one.pwe.atm) for one in reports[1::4]] == [(17, 13, None)] * 2
+    assert [(one.pwe.pwId, one.pwe.generic, len(one.pwe.atm.counters)) for one in reports[2::4]] == [(18, None, 4)] * 2
 
 
 def test_a_call_that_hangs_lets_other_threads_run(gateway):
@@ -339,7 +344,7 @@ def test_a_host_with_a_version_of_its_own_is_asked_for_it(tmp_path):
 def test_without_the_library_it_says_what_to_do(tmp_path):
     shutil.copytree(PACKAGE, tmp_path / "vexo_cmi")
     environment = {"PYTHONPATH": str(tmp_path), "PATH": "/nowhere", "LD_LIBRARY_PATH": "", "KV_SIM_DEVICE": ""}
-    if any(Path(folder, "libvexo_cmi.so.1").exists() for folder in ("/usr/lib", "/usr/local/lib")):
+    if ctypes.util.find_library("vexo_cmi"):
         pytest.skip("the library is installed on this system")
     told = {call: run_python(f"import vexo_cmi\ntry: {call}\nexcept vexo_cmi.LibraryMissing as error: print(error)",
                              **environment)

@@ -38,11 +38,13 @@ def test_site(gateway, agent):
         pass
     with agent(["sh", "-c", VEXOCTL.replace(" ", "\\\\ ") + " pdh cable_len set port=3 length=40 || echo refused"]):
         pass
+    vexo_cmi.pdh_admin_get(4)
     assert gateway.config == Document({"format": 1, "pdh": {"3": {"adminStatus": 1, "cableLength": 40}}})
 ''')
     assert not passed
     for line in (r"E +pdh 3 cableLength: 133, expected 40", r"pdh_cable_len_set\(length=40, port=3\) = 4",
                  r" +config_set_pdh_params\(.*\) = 8", "refused", "pdh 3 adminStatus: - 2 \\+ 1",
+                 r"config_get_pdh_admin\(port=4\) = 0",
                  r"Calls of <agent vexoctl, process \d+, ended: 0>"):
         assert re.search(f"^.*{line}", report, re.MULTILINE), (line, report)
     assert "adminStatus: 1, expected" not in report
