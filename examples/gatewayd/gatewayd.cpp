@@ -34,7 +34,7 @@ constexpr seconds SILENCE{930}; // more than the shortest PM interval
 class Agent
 {
   public:
-    explicit Agent(const Json &document)
+    explicit Agent(Json document)
     {
         if (document.at("format") != 1)
             throw Failure{"no document of format 1"};
@@ -73,16 +73,15 @@ class Agent
 
   private:
     template <class Kind>
-    void add(const std::string &kind, const Json &document)
+    void add(const std::string &kind, Json &document)
     {
-        const Json all = document.value(kind, Json::object());
-        for (const auto &[key, wanted] : all.items()) {
+        for (const auto &[key, wanted] : document[kind].items()) {
             Json known = wanted.template get<typename Kind::Params>();
             known[Kind::BESIDE] = wanted.at(Kind::BESIDE).template get<typename Kind::Beside>();
             const std::string unknown = difference(known, wanted, kind + ' ' + key);
             if (!unknown.empty())
                 throw Failure{"it is not known what this is: " + unknown};
-            objects_.push_back(std::make_unique<Kind>(kind + ' ' + key, std::stoul(key), wanted));
+            objects_.push_back(std::make_unique<Kind>(kind + ' ' + key, Json::parse(key), wanted));
         }
     }
 
@@ -93,7 +92,8 @@ class Agent
             open.push_back(object.get());
             note(object->name, "hasn't been looked at");
         }
-        for (unsigned looks = 0; looks < LOOKS && !open.empty(); ++looks) {
+        // What was wrong before gets a look, and another that tells whether it came right.
+        for (unsigned looks = 0; looks < (open == wrong_ ? 2 : LOOKS) && !open.empty(); ++looks) {
             if (looks > 1)
                 pause(PAUSE * (1 << looks));
             std::erase_if(open, [&](Object *object) {
@@ -265,22 +265,22 @@ int main(int argc, char **argv)
 {
     signal(SIGPIPE, SIG_IGN); // who reads the log may end
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-
-    bool once = false;
+    int once = 0;
     double patience = 10;
-    static constexpr option OPTIONS[] = {
-        {"once", no_argument, nullptr, 'o'}, {"patience", required_argument, nullptr, 'p'}, {}};
+    static const option OPTIONS[] = {
+        {"once", no_argument, &once, 1}, {"patience", required_argument, nullptr, 'p'}, {}};
     for (int given; (given = getopt_long(argc, argv, "", OPTIONS, nullptr)) >= 0;)
-        if (given == 'o')
-            once = true;
-        else
+        if (given)
             patience = given == 'p' ? strtod(optarg, nullptr) : 0;
     if (optind != argc - 1 || !(patience > 0)) {
         fputs("usage: gatewayd [--once] [--patience SECONDS] SITE.json\n", stderr);
         return 2;
     }
     try {
-        Agent agent{Json::parse(std::ifstream{argv[optind]})};
+        std::ifstream file{argv[optind]};
+        if (!file)
+            throw Failure{"can't be opened"};
+        Agent agent{Json::parse(file)};
         return serve(agent, once, patience);
     } catch (const std::exception &error) {
         fprintf(stderr, "gatewayd: %s: %s\n", argv[optind], error.what());
