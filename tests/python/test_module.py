@@ -332,13 +332,14 @@ def test_a_recording_has_what_python_calls(gateway):
 
 
 def test_a_host_with_a_version_of_its_own_is_asked_for_it(tmp_path):
-    program = "import vexo_cmi; print(vexo_cmi.sys_version_get().text[7])"
-    assert run_python(program) == f"python3-vexo-cmi {vexo_cmi.__version__}\n"
+    program = ("import vexo_cmi; print(vexo_cmi.sys_version_get().text[7],"
+               " 'libvexo_host' in open('/proc/self/maps').read())")
+    assert run_python(program) == f"python3-vexo-cmi {vexo_cmi.__version__} True\n"
     library = tmp_path / "host.so"
     subprocess.run([os.environ.get("CC", "cc"), "-shared", "-fPIC", "-x", "c", "-", "-o", library], check=True,
                    text=True, input='#include <string.h>\nint gorvGetVersion(char *to, int size)'
                                     '{ strncpy(to, "host 7", size); return 0; }')
-    assert run_python(program, LD_PRELOAD=str(library)) == "host 7\n"
+    assert run_python(program, LD_PRELOAD=str(library)) == "host 7 False\n"
 
 
 def test_without_the_library_it_says_what_to_do(tmp_path):
