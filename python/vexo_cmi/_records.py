@@ -29,7 +29,7 @@ class Enumeration(IntEnum):
             return None
         other: Any = int.__new__(cls, value)
         other._name_, other._value_ = str(value), value
-        return other
+        return cls._value2member_map_.setdefault(value, other)
 
 
 class _MustBeGiven:
