@@ -267,9 +267,9 @@ int main(int argc, char **argv)
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     int once = 0;
     double patience = 10;
-    static const option OPTIONS[] = {
+    const option options[] = {
         {"once", no_argument, &once, 1}, {"patience", required_argument, nullptr, 'p'}, {}};
-    for (int given; (given = getopt_long(argc, argv, "", OPTIONS, nullptr)) >= 0;)
+    for (int given; (given = getopt_long(argc, argv, "", options, nullptr)) >= 0;)
         if (given)
             patience = given == 'p' ? strtod(optarg, nullptr) : 0;
     if (optind != argc - 1 || !(patience > 0)) {
