@@ -89,10 +89,13 @@ class Builder
     Bytes build()
     {
         const std::vector<Call> &calls = recording_.calls();
+        steps_.reserve(calls.size());
         for (uint32_t i = 0; i < calls.size(); ++i)
             add(i);
-        std::ranges::stable_sort(steps_, {}, &Step::clock);
-        takeAlarms();
+        if (!std::ranges::is_sorted(steps_, {}, &Step::clock))
+            std::ranges::stable_sort(steps_, {}, &Step::clock);
+        if (std::ranges::any_of(steps_, isAlarm))
+            takeAlarms();
         for (uint32_t i = 0; i < trace::SERVICES; ++i) {
             events_[i] = addQueue(SERVICE_QUEUE);
             services_[i] = addQueue(SERVICE_QUEUE);
@@ -105,7 +108,7 @@ class Builder
   private:
     static constexpr uint32_t SERVICE_QUEUE = 0x20000; // which is not looked for
 
-    uint64_t put(const Bytes &bytes)
+    uint64_t put(std::span<const uint8_t> bytes)
     {
         const uint64_t at = (bytes_.size() + 7) / 8 * 8;
         bytes_.resize(at);
@@ -192,6 +195,11 @@ class Builder
     {
         if (!file.type || bytes.size() < file.type->size)
             return 0;
+        const auto [isSame, isNew] = isOwnLayout_.try_emplace(file.type, false);
+        if (isNew)
+            isSame->second = isSameLayout(*file.type, *own.type);
+        if (isSame->second)
+            return putOnce(bytes);
         Bytes record(own.type->size);
         copy(*file.type, *own.type, bytes.data(), record.data(), Way::toOwn);
         return putOnce(record);
@@ -253,6 +261,8 @@ class Builder
         return putOnce(record);
     }
 
+    static bool isAlarm(const Step &step) { return step.kind == StepKind::event && step.in != 0; }
+
     // What an event told of an object's alarms is what the device would answer next, where nobody
     // asked it afterwards.
     void takeAlarms()
@@ -268,7 +278,7 @@ class Builder
         std::vector<Step> all;
         for (const Step &step : steps_) {
             all.push_back(step);
-            if (step.kind != StepKind::event || step.in == 0)
+            if (!isAlarm(step))
                 continue;
             alarmEvent event;
             memcpy(&event, bytes_.data() + step.in, sizeof event);
@@ -361,8 +371,7 @@ class Builder
     template <class T>
     uint64_t putAll(const std::vector<T> &all)
     {
-        const auto *const begin = reinterpret_cast<const uint8_t *>(all.data());
-        return put(Bytes(begin, begin + all.size() * sizeof(T)));
+        return put({reinterpret_cast<const uint8_t *>(all.data()), all.size() * sizeof(T)});
     }
 
     Bytes finish()
@@ -405,6 +414,7 @@ class Builder
     const Recording &recording_;
     const uint32_t flags_;
     std::vector<const Row *> rows_; // of the recording's functions
+    std::map<const trace::Type *, bool> isOwnLayout_;
     Content content_;
     Bytes bytes_;
     std::unordered_map<std::string, uint64_t> known_;
