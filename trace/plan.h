@@ -107,6 +107,7 @@ struct Step {
     uint64_t out[2];
     uint64_t text; // that it returned or, when it failed, that told why
     uint64_t clock;
+    uint64_t end; // of a handler, by the clock
 };
 
 // The steps that answer the same question, are about the same thing or are of the same service.

@@ -47,9 +47,11 @@ thread_local const char *failureText __attribute__((tls_model("initial-exec")));
 
 struct Service {
     void (*handler)();
-    int timer; // -1: none
+    int timer;        // -1: none
+    uint32_t handled; // event; NO_STEP: none
     bool isSubscribed, isRung, isSetToRing;
-} services[SERVICES]{{nullptr, -1, false, false, false}, {nullptr, -1, false, false, false}};
+} services[SERVICES]{{nullptr, -1, NO_STEP, false, false, false},
+                     {nullptr, -1, NO_STEP, false, false, false}};
 
 uint64_t now()
 {
@@ -189,10 +191,20 @@ bool isDueInTime(uint32_t event)
     return reached(NEEDED) >= event || (plan->flags & (CONTINUES | LOOSE));
 }
 
+// Whether a handler is at work that had returned before.
+bool isHandling(uint32_t event)
+{
+    for (const Service &service : services)
+        if (service.handled != NO_STEP &&
+            plan->step(service.handled).end <= plan->step(event).clock)
+            return true;
+    return false;
+}
+
 // Whether what was called before it has been called.
 bool isDue(uint32_t event)
 {
-    return event != NO_STEP &&
+    return event != NO_STEP && !isHandling(event) &&
            (reached(ALL) >= event || (isDueInTime(event) && now() >= latestProgress + PATIENCE));
 }
 
@@ -201,7 +213,7 @@ void ring()
     for (uint32_t i = 0; i < SERVICES; ++i) {
         Service &service = services[i];
         const uint32_t event = plan->queue(plan->events[i]).at;
-        if (!service.isSubscribed || service.isRung || event == NO_STEP)
+        if (!service.isSubscribed || service.isRung || event == NO_STEP || isHandling(event))
             continue;
         if (reached(ALL) >= event) {
             service.isRung = true;
@@ -248,8 +260,10 @@ bool handOver(uint32_t number, kvRc &code)
     const uint32_t place = events.at;
     const Step &step = plan->step(place);
     passed = place;
-    forward(events, place);
     code = step.result;
+    if (code == KV_OK)
+        service.handled = place;
+    forward(events, place);
     pthread_mutex_unlock(&lock);
     if (code != KV_OK)
         return false;
@@ -258,6 +272,10 @@ bool handOver(uint32_t number, kvRc &code)
             plan->at<alarmEvent>(step.in));
     else
         reinterpret_cast<void (*)(pmInterval)>(service.handler)(pmInterval{step.numbers[0]});
+    pthread_mutex_lock(&lock);
+    service.handled = NO_STEP;
+    ring();
+    pthread_mutex_unlock(&lock);
     return true;
 }
 

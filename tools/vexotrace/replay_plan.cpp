@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <map>
+#include <tuple>
 #include <unordered_map>
 
 namespace vexotrace
@@ -234,6 +235,7 @@ class Builder
             Step step = stepOf(i, row, StepKind::event);
             step.thread = inner.thread;
             step.clock = inner.begin;
+            step.end = inner.end ? inner.end : UINT64_MAX;
             const trace::Argument &argument = function.arguments[0];
             const trace::Value &value = content_.arguments[0];
             if (!argument.pointer)
@@ -310,8 +312,9 @@ class Builder
 
     uint32_t queueOf(uint32_t what, const uint32_t *numbers, uint64_t in = 0)
     {
-        Key key{what, {}, in};
-        memcpy(key.numbers.data(), numbers, sizeof(uint32_t) * NUMBERS);
+        std::array<uint32_t, NUMBERS> all;
+        memcpy(all.data(), numbers, sizeof all);
+        const Key key{what, all, in};
         const auto [found, isNew] = keys_.try_emplace(key, 0);
         if (isNew)
             found->second = addQueue(what, numbers);
@@ -404,12 +407,7 @@ class Builder
         return std::move(bytes_);
     }
 
-    struct Key {
-        uint32_t what;
-        std::array<uint32_t, NUMBERS> numbers;
-        uint64_t in;
-        auto operator<=>(const Key &) const = default;
-    };
+    using Key = std::tuple<uint32_t, std::array<uint32_t, NUMBERS>, uint64_t>; // and the record
 
     const Recording &recording_;
     const uint32_t flags_;
