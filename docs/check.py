@@ -46,7 +46,7 @@ def missing_words(vexoctl: str, vexotrace: str) -> list[str]:
         capture_output=True, text=True).stdout.splitlines()
     has = options(vexoctl)
     for words in ([""], ["watch", ""], ["follow", ""], ["follow", "upgrade", ""], ["metrics", ""],
-                  ["config", ""], ["config", "save", "--"], ["config", "apply", "FILE", "--"], ["conform", ""],
+                  ["config", ""], ["config", "save", "--"], ["config", "apply", "FILE", "--"], ["conform", "--"], ["report", "FILE", "--"], ["sim", "create", "--"],
                   ["pwe", "list", ""], ["ima", "list", ""]):
         has += output(vexoctl, "complete", *words).split()
     has_trace = options(vexotrace)

@@ -3,6 +3,8 @@
 #include "clock.h"
 #include "objects.h"
 
+#include <algorithm>
+
 #include <cstring>
 
 using namespace sim;
@@ -172,19 +174,19 @@ kvRc body::config_clear_tpgm_status(Transaction &device, uint32_t clear)
     return restarts ? store(device, device->system.tpgmStart, uptime(*device)) : KV_OK;
 }
 
-uint32_t body::GetObjectCount(Transaction &, objType type)
+uint32_t body::GetObjectCount(Transaction &device, objType type)
 {
     switch (type) {
     case OBJ_SYSTEM:
         return 1;
     case OBJ_PDH:
-        return KV_SIM_PORTS;
+        return std::min<uint32_t>(device->likeness.ports, KV_SIM_PORTS);
     case OBJ_IMA_GROUP:
-        return KV_SIM_GROUPS;
+        return std::min<uint32_t>(device->likeness.groups, KV_SIM_GROUPS);
     case OBJ_IMA_LINK:
         return KV_SIM_LINKS;
     case OBJ_PWE:
-        return KV_SIM_PWS;
+        return std::min<uint32_t>(device->likeness.pwes, KV_SIM_PWS);
     }
     return 0;
 }

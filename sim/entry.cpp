@@ -2,6 +2,7 @@
 
 #include "clock.h"
 #include "growth.h"
+#include "likeness.h"
 #include "notification.h"
 
 #include <algorithm>
@@ -162,10 +163,33 @@ bool Call::isAway()
            function_ != Index::pmom_unsubscribe;
 }
 
+bool Call::isTaken()
+{
+    const Likeness &likeness = device->likeness;
+    if (!likeness.told)
+        return true;
+    const Function &row = rowOf(function_);
+    if (const auto number = object();
+        number && !hasObject(likeness, type().value_or(OBJ_SYSTEM), *number))
+        return false;
+    uint32_t number = 0;
+    for (const auto &argument : row.arguments) {
+        const void *value = argument.isPointer ? static_cast<const void *>(arguments_.in.data())
+                                               : &arguments_.numbers[number++];
+        if (row.kind == describe::platform::Class::writes && argument.type &&
+            argument.direction == describe::Direction::in &&
+            !takes(likeness, *argument.type, value))
+            return false;
+    }
+    return true;
+}
+
 // Of the body, and of what follows from it.
 void Call::answer(kvRc code)
 {
     code_ = device && code == KV_OK ? settle(device) : code;
+    if (device && device->likeness.told)
+        code_ = codeOf(device->likeness, code_);
     if (code_ != KV_OK)
         keeps_ = false;
     if (lost_ != KV_OK)

@@ -38,7 +38,7 @@ class Call
     kvRc run(Body body)
     {
         if (enter())
-            answer(body(device));
+            answer(isTaken() ? body(device) : failureCode());
         return code_;
     }
 
@@ -53,6 +53,8 @@ class Call
     std::optional<uint64_t> argument(std::string_view name) const;
     // Whether the device can't take the call now.
     bool isAway();
+    // Whether the device that this one is told to be like would look at it.
+    bool isTaken();
     void answer(kvRc code);
     void wait(ArmedFault &fault);
     // Adds the call to the journal.

@@ -2,6 +2,7 @@
 #include "factory.h"
 
 #include "clock.h"
+#include "likeness.h"
 #include "pm.h"
 
 #include <atomic>
@@ -117,6 +118,7 @@ void initialise(State &state)
 
     state.behaviours.logAlarm = 1;
     state.loadDowntime = 60;
+    likeItself(state.likeness);
     for (uint32_t &links : state.linksNeeded)
         links = 1;
 

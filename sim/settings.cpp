@@ -66,6 +66,30 @@ constexpr Setting SETTINGS[] = {
     {"inventory.text4", AT(system.params.text446), Form::text},
     {"inventory.text5", AT(system.params.text461), Form::text},
     {"inventory.number", AT(system.params.number), Form::number},
+    {"ports", AT(likeness.ports), Form::number, 0, 0, KV_SIM_PORTS},
+    {"pwes", AT(likeness.pwes), Form::number, 0, 0, KV_SIM_PWS},
+    {"groups", AT(likeness.groups), Form::number, 0, 0, KV_SIM_GROUPS},
+    {"code.bad-value", AT(likeness.codes[0]), Form::number},
+    {"code.no-object", AT(likeness.codes[1]), Form::number},
+    {"code.full", AT(likeness.codes[2]), Form::number},
+    {"code.exists", AT(likeness.codes[3]), Form::number},
+    {"code.state", AT(likeness.codes[4]), Form::number},
+    {"refused.eqptMode", AT(likeness.refused[0]), Form::number},
+    {"refused.adminStatus", AT(likeness.refused[1]), Form::number},
+    {"refused.pdhFrameMode", AT(likeness.refused[2]), Form::number},
+    {"refused.pdhCode", AT(likeness.refused[3]), Form::number},
+    {"refused.pdhNiuMode", AT(likeness.refused[4]), Form::number},
+    {"refused.pdhClockMode", AT(likeness.refused[5]), Form::number},
+    {"refused.lpbk", AT(likeness.refused[6]), Form::number},
+    {"refused.tagMode", AT(likeness.refused[7]), Form::number},
+    {"refused.pweIpUdpMode", AT(likeness.refused[8]), Form::number},
+    {"refused.pweEncType", AT(likeness.refused[9]), Form::number},
+    {"refused.pweAtmXcType", AT(likeness.refused[10]), Form::number},
+    {"refused.alarmMode", AT(likeness.refused[11]), Form::number},
+    {"refused.atmMode", AT(likeness.refused[12]), Form::number},
+    {"refused.atmClpMap", AT(likeness.refused[13]), Form::number},
+    {"refused.psnNetType", AT(likeness.refused[14]), Form::number},
+    {"refused.atmType", AT(likeness.refused[15]), Form::number},
     {"version.#", AT(system.status.version.text[n]), Form::text, 0, 9},
 };
 
@@ -170,6 +194,10 @@ int kv_sim_set(const char *name, const char *value)
         if (found.setting->at(*device, found.number).data() ==
             bytesOf(device->system.temperature).data())
             device.modify(device->system.temperatureSet) = 1;
+        const Place place = found.setting->at(*device, found.number);
+        const Place likeness = bytesOf(device->likeness);
+        if (place.data() >= likeness.data() && place.data() < likeness.data() + likeness.size())
+            device.modify(device->likeness.told) = 1;
         return attend(device);
     });
 }

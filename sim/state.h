@@ -199,6 +199,16 @@ struct Behaviours {
     uint32_t logAlarm;
 };
 
+// How a device differs that this one is to be like; as long as nothing was told, nobody looks.
+struct Likeness {
+    uint32_t told;
+    uint32_t ports; // how many there are
+    uint32_t pwes;
+    uint32_t groups;
+    uint32_t codes[5];    // of refusals, in the order of REFUSALS
+    uint32_t refused[16]; // of the values of each of RANGES, those that it doesn't take: a bit each
+};
+
 constexpr uint32_t RATES = 4096;
 
 // In the order of the objects; a counter has at most one.
@@ -219,7 +229,7 @@ struct Undo {
 };
 
 constexpr uint64_t MAGIC = 0x6B76'5369'6D44'6576;
-constexpr uint32_t VERSION = 4;
+constexpr uint32_t VERSION = 5;
 
 // The first bytes of a device in a file, of whatever version. A size of 0: it is just being made.
 struct Head {
@@ -258,6 +268,7 @@ struct alignas(64) State {
     Behaviours behaviours;
     uint32_t linksNeeded[KV_SIM_GROUPS];
     uint32_t loadDowntime; // in seconds
+    Likeness likeness;
     Rates rates;
 
     Notifications services[SERVICES];

@@ -418,7 +418,7 @@ TEST_F(Behaviour, HasSettingsThatTakeWhatTheyGive)
     std::map<std::string, std::string> before;
     for (unsigned i = 0; const char *name = kv_sim_setting(i); ++i)
         EXPECT_TRUE(before.emplace(name, get(name)).second) << name;
-    EXPECT_EQ(before.size(), 57U);
+    EXPECT_EQ(before.size(), 81U);
     const std::string tooLong(128, 'x');
     for (const auto &[name, value] : before) {
         SCOPED_TRACE(name);

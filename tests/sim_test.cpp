@@ -142,8 +142,8 @@ TEST_F(SimulatedDevice, RefusesAFileThatIsNoDeviceAndLeavesItAsItIs)
         {device.substr(0, device.size() - 1), "cut off"},
         {device.substr(0, 4096), "cut off"},
         {device + "x", "cut off or grown"},
-        {ofVersion(3), "made by version 3, this is 4: remove it to begin anew"},
-        {ofVersion(5), "made by version 5, this is 4: remove it to begin anew"},
+        {ofVersion(4), "made by version 4, this is 5: remove it to begin anew"},
+        {ofVersion(6), "made by version 6, this is 5: remove it to begin anew"},
         {build, "made by another build: remove it to begin anew"},
     };
     // Those that succeed whatever the platform answers.

@@ -12,6 +12,7 @@ import signal
 import struct
 import subprocess
 import sys
+import tarfile
 import tempfile
 import termios
 import time
@@ -1183,6 +1184,46 @@ class Conformance(Device):
         self.assertEqual(done.returncode, 0, done.stdout)
         self.assertIn("putting back what a run that was ended has left", done.stderr)
         self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before)
+
+    def test_a_simulated_device_is_made_like_that_of_a_page(self):
+        page = self.folder / "page.json"
+        self.run_all(["sim set name=ports value=4", "sim set name=groups value=2", "sim set name=code.no-object value=2048",
+                      "sim set name=refused.pdhFrameMode value=0x60",
+                      "sim fault add function=config_get_sys_lpbk value=8"])
+        page.write_text(self.conform("--write", "--json", status=1))
+        self.environment["KV_SIM_DEVICE"] = str(self.folder / "other")
+        self.assertEqual(self.document("sim", "create", "--like", str(page))["notTakenOver"], [])
+        self.assertIn("\n0 changed since ", self.conform("--write", "--against", str(page)))
+        for words, said in (("pdh admin get port=5", "128"), ("ima get groupId=3", "128"), ("pwe admin get pwId=5", "1"),
+                            ("pdh frame set port=1 mode=6", "2"), ("misc sys_lbk get", "4")):
+            done = self.vexoctl(*words.split())
+            self.assertIn(f": failure {said}: ", done.stderr)
+        self.run_all(["pdh frame set port=4 mode=4", "sim reset", "pdh frame set port=5 mode=6"])
+        done = self.vexoctl("sim", "create", "--like", str(self.folder / "other"))
+        self.assertEqual((done.returncode, done.stdout), (2, ""))
+
+    def test_a_report_has_all_that_helps_and_no_addresses(self):
+        self.in_service()
+        (self.folder / "vexo.trace").write_bytes(b"a recording")
+
+        def report(*words):
+            done = self.vexoctl("report", "report.tar", *words, cwd=self.folder)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            with tarfile.open(self.folder / "report.tar") as archive:
+                return {Path(member.name).name: archive.extractfile(member).read().decode() for member in archive}
+        told = report()
+        self.assertEqual(list(told), ["libraries.txt", "device.json", "conform.json", "configuration.json", "log.json",
+                                      "recording.trace"])
+        self.assertRegex(told["libraries.txt"], r"config_get_pw \S*libkv_config\.so\n")
+        self.assertEqual(json.loads(told["conform.json"])["other value"], 0)
+        self.assertEqual(json.loads(told["configuration.json"])["pwe"]["7"]["dstMac"], "00:00:00:00:00:00")
+        addresses = r"02:00:5e|3221225985"
+        self.assertNotRegex(str(told), addresses)
+        self.assertRegex(report("--with-addresses")["configuration.json"], addresses)
+        page = self.folder / "page.json"
+        page.write_text(self.conform("--json"))
+        date = json.loads(page.read_text())["date"]
+        self.assertEqual(json.loads(report("--page", str(page))["conform.json"])["date"], date)
 
     def test_a_page_or_file_that_is_none_is_refused(self):
         (self.folder / "vexoctl-conform.saved").write_text("{}")

@@ -92,6 +92,26 @@ constexpr Command COMMANDS[] = {
      "is "
      "0 when nothing differs, from the simulated device or, with --against, from the page, else 1.",
      conform},
+    {"report", "report FILE [--page FILE] [--recording FILE] [--with-addresses]",
+     "what to send to those who help, as an archive",
+     "Writes an archive (tar) with the versions, the library and its symbols, a page of conform, "
+     "the "
+     "device's settings and states, its log where it is a simulated one, and the recording. The "
+     "page is "
+     "asked of the device unless one is named; the recording is vexo.trace where there is one. MAC "
+     "and "
+     "IPv4 addresses are blanked unless told otherwise; those in a recording only where it was "
+     "made "
+     "so: with 'vexotrace record --redact'.",
+     report},
+    {"sim create", "sim create --like FILE", "a simulated device that is like another",
+     "Puts the simulated device back to its factory defaults, and has it refuse what the device of "
+     "a "
+     "page of conform refuses: numbers of objects, values, getters, with the same codes. What it "
+     "can't "
+     "be told is named. The command is part of 'sim' and so is there only with the simulated "
+     "device.",
+     simCreate},
     {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
      "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array, with "
      "--fields a table of these fields.",

@@ -80,8 +80,9 @@ Json rowOf(const Reply &answer, const Json &simulated)
     return row;
 }
 
-// What the device says that it is.
-Json deviceOf()
+} // namespace
+
+Json conformance::deviceOf()
 {
     config::Device device;
     Json about = Json::object();
@@ -93,14 +94,12 @@ Json deviceOf()
     return about;
 }
 
-std::string dateNow()
+std::string conformance::dateNow()
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
     return timeText(static_cast<uint64_t>(seconds) * 1000000, Zone::utc).substr(0, 19) + "Z";
 }
-
-} // namespace
 
 Json conformance::pageOf(const Asked &asked, bool writes)
 {
@@ -121,16 +120,27 @@ Json conformance::pageOf(const Asked &asked, bool writes)
     return page;
 }
 
-namespace
-{
-
-Json readPage(const std::string &file)
+Json conformance::readPage(const std::string &file)
 {
     const Json page = readJson(file, readWhole("page", file));
-    if (!page.is_object() || page.value("format", Json{}) != FORMAT || !page.contains("answers"))
+    const auto areFindings = [](const Json &findings) {
+        return findings.is_object() && std::ranges::all_of(findings, [](const Json &found) {
+                   return found.is_array() && std::ranges::all_of(found, &Json::is_string);
+               });
+    };
+    const auto isRow = [&](const Json &row) {
+        return row.is_object() && row.value("question", Json{}).is_string() &&
+               areFindings(row.value("answer", Json::object()));
+    };
+    if (!page.is_object() || page.value("format", Json{}) != FORMAT ||
+        !page.value("date", Json{}).is_string() || !page.value("answers", Json{}).is_array() ||
+        !std::ranges::all_of(page["answers"], isRow))
         throw UsageError(file + ": not a page of conform, or of another version of it");
     return page;
 }
+
+namespace
+{
 
 const Json *answerTo(const Json &page, const Json &question)
 {
@@ -458,7 +468,7 @@ void conform(const Words &words, const Manner &manner)
     Json page = pageOf(asked, writes);
     if (!before.is_null())
         page["against"] = {{"date", before["date"]},
-                           {"device", before["device"]},
+                           {"device", before.value("device", Json{})},
                            {"changes", changesOf(before, page)}};
     if (options.has("--junit"))
         replaceFile(options.files.at("--junit"), junitOf(page));

@@ -52,6 +52,13 @@ extern const char *const SIMULATED;
 // The page of what was asked, but for what it is compared with.
 Json pageOf(const Asked &asked, bool writes);
 
+// A page that was kept. Throws UsageError at anything else.
+Json readPage(const std::string &file);
+// When a document was made.
+std::string dateNow();
+// The versions and the inventory that a device tells.
+Json deviceOf();
+
 // Bits of the system's alarms that are raised and cleared again to see events come.
 std::optional<uint32_t> systemAlarms();
 bool setSystemAlarms(uint32_t bits);

@@ -112,6 +112,8 @@ void follow(const Words &words, const Manner &manner);
 void await(const Words &words, const Manner &manner);
 
 void metrics(const Words &words, const Manner &manner);
+void simCreate(const Words &words, const Manner &manner);
+void report(const Words &words, const Manner &manner);
 void conform(const Words &words, const Manner &manner);
 void configSave(const Words &words, const Manner &manner);
 void configDiff(const Words &words, const Manner &manner);
@@ -149,6 +151,13 @@ uint64_t lostEvents();
 uint64_t deviceClock();
 // Names the device's file; before anything else.
 void useDevice(const std::string &file);
+// The names of its settings, and some of its commands. They throw UsageError.
+Names simSettings();
+void simReset();
+void simSet(const std::string &name, uint32_t value);
+// All of its log; null of a device of its own platform's.
+Json simLog();
+void simRefuse(const std::string &function, uint32_t code);
 struct SimCommand {
     describe::Operation operation;
     const char *help;

@@ -698,6 +698,44 @@ void useDevice(const std::string &file)
         throw UsageError(SIM(kv_sim_error)());
 }
 
+Names simSettings()
+{
+    return settingNames();
+}
+
+void simReset()
+{
+    vexoResult result{};
+    report(isSimulated() ? SIM(kv_sim_reset)() : -1, &result);
+    if (result.rc != VEXO_RC_OK)
+        throw UsageError(result.message);
+}
+
+void simSet(const std::string &name, uint32_t value)
+{
+    if (SIM(kv_sim_set)(name.c_str(), std::to_string(value).c_str()) != 0)
+        throw UsageError(SIM(kv_sim_error)());
+}
+
+Json simLog()
+{
+    if (!isSimulated())
+        return {};
+    Json shown;
+    vexoResult result{};
+    sim_log(&shown, 512, &result);
+    return shown;
+}
+
+void simRefuse(const std::string &function, uint32_t code)
+{
+    kvSimFault fault{};
+    strcpy_n(fault.function, function.c_str(), sizeof fault.function);
+    fault.value = code;
+    if (SIM(kv_sim_fault_arm)(&fault) == 0)
+        throw UsageError(SIM(kv_sim_error)());
+}
+
 namespace
 {
 
