@@ -79,6 +79,13 @@ def test_an_agent_is_waited_for_until_it_listens_or_is_idle(gateway, agent):
     assert idle.status == -signal.SIGTERM
 
 
+def test_an_agent_that_computes_is_not_idle(gateway, agent):
+    agent(["sh", "-c", f"'{VEXOCTL}' sys tpid get; i=0; while [ $i -lt 300000 ]; do i=$((i+1)); done; "
+                       f"'{VEXOCTL}' pdh admin set port=3 status=1; exec sleep 100"], ready=False)
+    gateway.wait_idle()
+    assert vexo_cmi.pdh_admin_get(3) == 1
+
+
 @pytest.mark.parametrize("command, options, says", [
     ("no-such-agent", {}, "can't be started"),
     (["sh", "-c", "echo no site; exit 3"], {}, "sh ended with status 3; it printed:\nno site"),
