@@ -1013,12 +1013,15 @@ class Configuration(Device):
         self.assertEqual(self.status("config", "diff", str(file)), (0, ""))
 
         self.run_all(["sys tpid set tpid=0x88a8", "ima set groupId=1 imaAction=delete",
-                      "ima set groupId=2 imaAction=create groupParam1=1 groupParam2=2"])
-        different = "system tpid tpid: - 0x8100 + 0x88a8\nima 1: - provisioned\nima 2: + provisioned\n"
+                      "ima set groupId=2 imaAction=create groupParam1=1 groupParam2=2",
+                      re.sub("t1.*", "", VALID_PWE).replace("tdm-1", "5").replace("17", "18")])
+        different = ("system tpid tpid: - 0x8100 + 0x88a8\npwe 18: + 5\n"
+                     "ima 1: - provisioned\nima 2: + provisioned\n")
         self.assertEqual(self.status("config", "diff", str(file), "."), (1, different))
         self.assertEqual([(one["object"], one["field"])
                           for one in self.document("config", "diff", str(file), status=1)],
-                         [("system tpid", "tpid"), ("ima 1", None), ("ima 2", None)])
+                         [("system tpid", "tpid"), ("pwe 18", None), ("ima 1", None),
+                          ("ima 2", None)])
         script = self.vexoctl("config", "apply", str(file), "--dry-run", "--prune").stdout
         self.assertEqual(self.status("config", "diff", str(file)), (1, different))
         self.assertEqual(self.vexoctl(text=script).returncode, 0)

@@ -222,9 +222,11 @@ std::string differenceLine(const Difference &difference)
     const auto value = [&](const char *sign, const Json &side) {
         if (side.is_null())
             return std::string{};
+        const bool hasType = isWhole && side.contains("pweType");
         return std::string{" "} + sign + " " +
-               (isWhole ? side.value("pweType", "provisioned")
-                        : readable(difference.key, difference.field, side));
+               (hasType   ? readable(difference.key, "pweType", side["pweType"])
+                : isWhole ? "provisioned"
+                          : readable(difference.key, difference.field, side));
     };
     return nameOf(difference.key) + (isWhole ? "" : " " + difference.field) + ":" +
            value("-", difference.a) + value("+", difference.b);
