@@ -670,8 +670,10 @@ class Asker
             const Operation &getter = *kind.getters.front();
             const Seen seen = call(getter, wordsOf(getter, &objects, number));
             for (const auto &[path, value] : flatOutputs(seen.outputs)) {
-                const bool isGiven = std::ranges::any_of(
-                    words, [&](const std::string &word) { return word.starts_with(path + "="); });
+                const bool isGiven =
+                    std::ranges::any_of(words, [&, &path = path](const std::string &word) {
+                        return word.starts_with(path + "=");
+                    });
                 if (!isGiven && path != "srcMac" && path != "operState")
                     findings[path].insert(textOf(value));
             }
@@ -801,7 +803,7 @@ class Asker
                      {std::pair{"number 0", 0U}, {"number beyond", objects->last + 1}})
                     trySet(operation,
                            together(wordsOf(operation, objects, number), {printed(before)}),
-                           [&](const vexoResult &result) {
+                           [&, &what = what](const vexoResult &result) {
                                findings[what].insert(result.rc == VEXO_RC_OK ? "taken"
                                                                              : refusal(result));
                            });
@@ -871,7 +873,7 @@ class Asker
                 Names words = together(own, {place.path + "=" + value});
                 if (places.size() > 1)
                     words.push_back(printed(now));
-                trySet(operation, words, [&](const vexoResult &result) {
+                trySet(operation, words, [&, &value = value](const vexoResult &result) {
                     finding = refusal(result);
                     if (result.rc != VEXO_RC_OK)
                         return;
@@ -1061,9 +1063,10 @@ class Asker
                         if (!operation.starts_with(area))
                             continue;
                         findings[""].insert("yes");
-                        const auto slow = std::ranges::find_if(again_, [&](const auto &one) {
-                            return spoken(one.first->name) == operation;
-                        });
+                        const auto slow =
+                            std::ranges::find_if(again_, [&operation = operation](const auto &one) {
+                                return spoken(one.first->name) == operation;
+                            });
                         // Once may be the host's.
                         for (int i = 0; i < 3 && asked_.milliseconds[operation] >= SLOW &&
                                         slow != again_.end();
