@@ -6,8 +6,10 @@ import re
 import signal
 import subprocess
 import tempfile
+import time
 import unittest
 from pathlib import Path
+from xml.etree import ElementTree
 
 VEXOTRACE, VEXOCTL = os.environ["VEXOTRACE"], os.environ["VEXOCTL"]
 LIBRARY, SIMULATOR = Path(os.environ["VEXO_CMI_LIBRARY"]), os.environ["SIMULATOR"]
@@ -221,22 +223,47 @@ class Covering(unittest.TestCase):
 class Sweeping(unittest.TestCase):
     """An agent that is right, and the same with faults planted: see swept.cpp."""
 
-    def sweep(self, *words, fault=(), status=0, timeout=60):
-        command = ["sweep", "--json", "--timeout", timeout, *words, "--", os.environ["SWEPT"], *fault]
-        report = json.loads(vexotrace(*command, status=status))
-        for point in report["points"]:
-            self.assertEqual(point["id"].split("+")[-1], "{function}/{object}/{call}:{effect}"
-                             .format_map(point))
+    AGENT = (os.environ["SWEPT"],)
+
+    def report(self, *words, agent=AGENT, status=0, timeout=60):
+        return vexotrace("sweep", "--timeout", timeout, *words, "--", *agent, status=status)
+
+    def sweep(self, *words, **how):
+        report = json.loads(self.report("--json", *words, **how))
         verdicts = [point["verdict"] for point in report["points"]]
         self.assertEqual(report["verdicts"], {name: verdicts.count(name) for name in verdicts})
         return {point["id"]: point for point in report["points"]}
 
+    def left(self):
+        """What sweeps of this test have left: files, and processes."""
+        left = [*environment["TMPDIR"].iterdir()]
+        for process in Path("/proc").glob("[0-9]*"):
+            try:
+                if str(environment["TMPDIR"]).encode() in (process / "environ").read_bytes():
+                    left.append((process / "cmdline").read_bytes())
+            except OSError:
+                pass
+        return left
+
+    def setUp(self):
+        environment["TMPDIR"] = Path(tempfile.mkdtemp(dir=folder))
+        environment["PATH"] = f"{Path(VEXOCTL).parent}:{os.environ['PATH']}"
+
+    def tearDown(self):
+        self.assertEqual(self.left(), [])
+        del environment["TMPDIR"]
+
     def test_an_agent_that_is_right_has_no_bad_verdict(self):
+        before = (folder / "device").read_bytes() if (folder / "device").exists() else None
         points = self.sweep("--effects", "code,stuck,lost,noop,drop,double,late,slow", "--jobs", 4)
         self.assertEqual({point["verdict"] for point in points.values()}, {"recovered", "reported"})
-        self.assertEqual(points["config_add_pw/17/1:lost"]["operation"], "pwe_params_set")
-        self.assertEqual(points["config_add_pw/17/1:code"]["difference"], [])
+        for point in points.values():
+            self.assertEqual(point["id"], "{function}/{object}/{call}:{effect}".format_map(point))
+        point = points["config_add_pw/17/1:code"]
+        self.assertEqual((point["operation"], point["step"], point["difference"]),
+                         ("pwe_params_set", 1, []))
         self.assertEqual(points["alarm_notification_handler/pwe=17/1:drop"]["verdict"], "recovered")
+        self.assertEqual(before, (folder / "device").read_bytes() if before else None)
 
     def test_each_planted_fault_is_found_by_the_verdict_that_fits(self):
         for fault, verdict, place in [
@@ -250,13 +277,143 @@ class Sweeping(unittest.TestCase):
                 ("old-value", "silent", "config_set_pdh_params/3/1:lost")]:
             with self.subTest(fault):
                 words = ("--effects", "code,stuck,lost", "--only", place)
-                (point,) = self.sweep(*words, fault=[fault], status=1,
+                (point,) = self.sweep(*words, agent=[*self.AGENT, fault], status=1,
                                       timeout=2 if verdict == "hung" else 60).values()
                 self.assertEqual((point["id"], point["verdict"]), (place, verdict))
-                self.assertEqual(self.sweep(*words)[place]["verdict"] in ("recovered", "reported"),
-                                 True)
                 for difference in point["difference"]:
                     self.assertEqual(list(difference), ["object", "field", "a", "b"])
+                self.assertIn(self.sweep(*words)[place]["verdict"], ("recovered", "reported"))
+
+    def test_a_call_that_hangs_goes_on_when_the_time_is_up(self):
+        (point,) = self.sweep("--only", "config_add_pw/17/1:hang", timeout=2).values()
+        self.assertEqual(point["verdict"], "recovered")
+
+    def test_what_is_met_on_the_way_back_fails_too(self):
+        second = "config_add_pw/17/1:code+config_add_pw/17/2:lost"
+        points = self.sweep("--depth", 2, "--points", "config_add_pw", "--effects", "code,lost")
+        self.assertEqual(points[second]["call"], 2)
+        self.assertEqual({point["verdict"] for point in points.values()}, {"recovered"})
+        self.assertEqual([*self.sweep("--effects", "code,lost", "--only", second)], [second])
+        self.assertEqual([*points][0], "config_add_pw/17/1:code")
+
+    def test_shards_make_a_whole(self):
+        words = ("--points", "pwe_params_set", "--effects", "code,lost,noop")
+        whole, files = self.sweep(*words), []
+        for shard in "1/3", "2/3", "3/3":
+            files.append(folder / f"shard{shard[0]}")
+            files[-1].write_text(self.report("--json", *words, "--shard", shard))
+        merged = json.loads(vexotrace("sweep", "--json", "--merge", *files))
+        self.assertEqual({point["id"]: point for point in merged["points"]}, whole)
+        self.assertGreater(min(len(json.loads(file.read_text())["points"]) for file in files), 1)
+        worse = json.loads(files[0].read_text())
+        worse["points"][0]["verdict"] = "half"
+        (folder / "worse").write_text(json.dumps(worse))
+        merged = json.loads(vexotrace("sweep", "--json", "--merge", files[0], folder / "worse",
+                                      status=1))
+        self.assertEqual(merged["verdicts"]["half"], 1)
+
+    def test_interrupted_it_leaves_nothing_and_goes_on(self):
+        kept = folder / "kept"
+        words = ("sweep", "--json", "--jobs", "1", "--resume", kept, "--effects", "code,hang",
+                 "--timeout", "1", "--points", "pwe_params_set", "--", *self.AGENT)
+        for how in signal.SIGINT, signal.SIGKILL:
+            with subprocess.Popen([VEXOTRACE, *words], env=environment, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL) as sweep:
+                before = kept.read_text() if kept.exists() else ""
+                while not kept.exists() or kept.read_text().count("\n") < before.count("\n") + 2:
+                    self.assertIsNone(sweep.poll())
+                    time.sleep(0.01)
+                sweep.send_signal(how)
+            self.assertEqual(sweep.returncode, 2 if how == signal.SIGINT else -how)
+            while how == signal.SIGKILL and self.left():
+                time.sleep(0.01)
+            self.assertEqual(self.left(), [])
+        text = kept.read_text()
+        kept.write_text(text + text.splitlines()[-1][:50])
+        report = json.loads(vexotrace(*words))
+        self.assertTrue(kept.read_text().startswith(text))
+        self.assertEqual(kept.read_text().count("\n"), len(report["points"]) + 1)
+        self.assertIn("others", vexotrace(*words[:-1], VEXOCTL, "list", status=2))
+
+    def test_an_agent_that_does_not_end_is_told_to_when_it_is_at_rest(self):
+        words = ("--points", "config_add_pw", "--effects", "code,noop")
+        for until in [], ["--until", "vexoctl sim wait subscribed services=both"]:
+            points = self.sweep(*words, *until, agent=[folder / "agent"])
+            self.assertEqual({id: point["verdict"] for id, point in points.items()},
+                             {"config_add_pw/17/1:code": "reported",
+                              "config_add_pw/17/1:noop": "reported"})
+        self.assertIn("neither to an end nor to rest",
+                      self.report("--until", "false", agent=[folder / "agent"], status=2, timeout=1))
+
+    def test_the_check_counts(self):
+        script = ("sh", "-c", "vexoctl pdh admin get port=3 2>&1 >/dev/null | grep . >$TMPDIR/failed; "
+                  "test -s $TMPDIR/failed && vexoctl sim alarm raise type=pdh number=3 bits=1; true")
+        words = ("--points", "config_get_pdh_admin", "--effects", "code")
+        (point,) = self.sweep(*words, agent=script).values()
+        self.assertEqual(point["verdict"], "recovered")
+        check = ("--check", "vexoctl pdh alarms get port=3 | grep -q ': 0x0*$'")
+        (point,) = self.sweep(*words, *check, agent=script, status=1).values()
+        self.assertEqual((point["verdict"], point["difference"]), ("silent", []))
+        self.assertIn("the check failed", self.report("--check", "false", status=2))
+
+    def test_what_is_not_the_same_each_time_is_told(self):
+        (point,) = self.sweep(agent=["sh", "-c", "vexoctl sys tpid set tpid=$((0x600 + $$ % 0xF000))"],
+                              status=1).values()
+        self.assertEqual(point["verdict"], "unstable")
+        self.assertEqual(point["difference"][0]["object"], "system tpid")
+        (folder / "runs").mkdir()
+        points = self.sweep("--effects", "code", agent=[
+            "sh", "-c", f"vexoctl sys tpid get || exit; cd {folder}/runs; mktemp -p . >&2; "
+                        "test $(ls | wc -l) -gt 2 || vexoctl pdh admin get port=3"])
+        self.assertEqual(points["config_get_pdh_admin/3/1:code"]["verdict"], "unmet")
+
+    def test_a_crash_of_any_process_is_one(self):
+        for script in "$0 freed-twice; exit $?", "$0 freed-twice & exit 0":
+            (point,) = self.sweep("--only", "config_add_pw/17/1:code", status=1,
+                                  agent=["bash", "-c", f"({script})", *self.AGENT]).values()
+            self.assertEqual(point["verdict"], "crashed", script)
+
+    def test_what_agents_survive_is_covered(self):
+        for fault, survived in ((), True), (("left-behind",), False):
+            (folder / "sweep.json").write_text(self.report(
+                "--json", "--points", "pwe_params_set", "--effects", "code,lost",
+                agent=[*self.AGENT, *fault], status=not survived))
+            cover = json.loads(vexotrace("cover", "--json", folder / "sweep.json"))
+            items = {item["name"]: item for item in cover["items"]}
+            self.assertEqual(items["pwe_params_set: config_add_pw"]["survived"], survived)
+            self.assertGreater(items["pwe_params_set: config_add_pw"]["count"], 0)
+            self.assertEqual(items["pdh_frame_set: config_set_pdh_params"]["count"], 0)
+            self.assertGreater(items["pwe_params_set"]["count"], 0)
+        self.assertRegex(vexotrace("cover", folder / "sweep.json"),
+                         r"not survived:\n(    .*\n)*    pwe_params_set: config_add_pw\n")
+        (folder / "sweep.json").write_text("{}")
+        self.assertIn("neither", vexotrace("cover", folder / "sweep.json", status=2))
+
+    def test_the_report_is_read_by_others(self):
+        words = ("--points", "config_add_pw", "--effects", "code,lost", "--junit", folder / "junit")
+        agent = [*self.AGENT, "left-behind"]
+        tap = self.report(*words, "--tap", agent=agent, status=1)
+        self.assertRegex(tap, r"^TAP version 13\n1\.\.4\nnot ok 1 - config_add_pw/17/1:code half\n"
+                              r"  ---\n  verdict: half\n  difference:\n    - \"pwe 17: - tdm-1\"\n")
+        suite = ElementTree.parse(folder / "junit").getroot()
+        self.assertEqual((suite.get("tests"), suite.get("failures")), ("4", "4"))
+        self.assertEqual([case.get("name") for case in suite],
+                         re.findall(r"^not ok \d+ - (\S+)", tap, re.M))
+        self.assertRegex(self.report(*words, agent=agent, status=1),
+                         r"^config_add_pw/17/1:code: half, in pwe_params_set\n    pwe 17: - tdm-1\n"
+                         r"(.*\n)+4 faults: 4 half\n$")
+
+    def test_what_cannot_be_swept_is_said(self):
+        for said, words in [("there is no explode", ["--effects", "explode", "--", "true"]),
+                            ("I/N", ["--shard", "4/3", "--", "true"]),
+                            ("no command", ["--json"]),
+                            ("called nothing", ["--", "true"]),
+                            ("no-such-agent: No such file", ["--", "no-such-agent"]),
+                            ("ended with status 1\n    oh", ["--", "sh", "-c", "echo oh; exit 1"]),
+                            ("there is no config_add_pw/1/1:code",
+                             ["--only", "config_add_pw/1/1:code", "--", *self.AGENT]),
+                            ("no report", ["--merge", KEPT])]:
+            self.assertIn(said, vexotrace("sweep", *words, status=2))
 
 # What vexoctl, as an agent, is told to do; of each call that changes something and of those that
 # read, some.

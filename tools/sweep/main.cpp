@@ -59,12 +59,13 @@ void declare(CLI::App &app, Given &given)
     app.add_option("--points", options.points,
                    "Only where the point, its function or operation has such a name, as 'pwe_*'")
         ->type_name("GLOB");
-    app.add_option("--check", options.check, "Is to succeed, with the device named, after a run")
+    app.add_option("--check", options.task.check,
+                   "Is to succeed, with the device named, after a run")
         ->type_name("COMMAND");
-    app.add_option("--until", options.agent.until,
+    app.add_option("--until", options.task.agent.until,
                    "Tell the agent to end when this succeeds (when it calls nothing any more)")
         ->type_name("COMMAND");
-    app.add_option("--idle", options.agent.idle, "How long it calls nothing then (20)")
+    app.add_option("--idle", options.task.agent.idle, "How long it calls nothing then (20)")
         ->type_name("MS")
         ->check(CLI::Range(1, 60000));
     app.add_option("--timeout", options.timeout,
@@ -89,7 +90,7 @@ void declare(CLI::App &app, Given &given)
     app.add_flag("--json", given.json, "A JSON document");
     app.add_option("--junit", given.junit, "Write it as JUnit does, too")->type_name("FILE");
     app.add_flag("--tap", given.tap, "As the Test Anything Protocol has it");
-    app.add_option("command", options.agent.command, "The command, behind --")
+    app.add_option("command", options.task.agent.command, "The command, behind --")
         ->type_name("COMMAND...");
     app.positionals_at_end();
 }
@@ -106,7 +107,7 @@ void readEffects(Given &given)
                 : ("," + given.effects + ",").find("," + std::string{effect.name} + ",") !=
                           std::string::npos ||
                       given.effects == "all")
-            given.options.effects.push_back(&effect);
+            given.options.task.effects.push_back(&effect);
 }
 
 void readShard(Given &given)
@@ -204,7 +205,7 @@ int run(int argc, char **argv)
                  "platform's\nthat it has made, with that call failing, and tells what came of it.",
                  "vexotrace sweep"};
     declare(app, given);
-    given.options.agent.recorder = argc > 1 ? argv[1] : "";
+    given.options.task.agent.recorder = argc > 1 ? argv[1] : "";
     given.options.jobs = std::max(1U, std::thread::hardware_concurrency());
     try {
         app.parse(argc - 1, argv + 1);
@@ -214,7 +215,7 @@ int run(int argc, char **argv)
     return guarded([&] {
         if (!given.merge.empty())
             return report(given, merged(given.merge));
-        if (given.options.agent.command.empty())
+        if (given.options.task.agent.command.empty())
             throw Trouble("there is no command, behind --");
         if (!SIM(kv_sim_open))
             throw Trouble("the simulated device isn't there: the platform is another one");

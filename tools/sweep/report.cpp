@@ -86,7 +86,8 @@ std::vector<Json> merged(const std::vector<std::string> &files)
         if (!stream)
             throw Trouble(file + ": " + strerror(errno));
         try {
-            for (const Json &entry : Json::parse(stream).at("points")) {
+            const Json report = Json::parse(stream);
+            for (const Json &entry : report.at("points")) {
                 static_cast<void>(verdictIn(entry));
                 static_cast<void>(differencesIn(entry));
                 const auto known = std::ranges::find_if(

@@ -2,17 +2,14 @@
 #ifndef SWEEP_SWEEP_H
 #define SWEEP_SWEEP_H
 
-#include "point.h"
-#include "run.h"
+#include "trial.h"
 
 namespace sweep
 {
 
 struct Options {
-    Agent agent;
-    std::vector<const Effect *> effects;
+    Task task;
     std::string points;              // a pattern; empty: all
-    std::string check;               // a command; empty: none
     std::optional<double> timeout{}; // seconds
     unsigned jobs = 1;
     unsigned depth = 1;
@@ -23,7 +20,7 @@ struct Options {
     int signals = -1;   // tells that it is to stop
 };
 
-// The entries of the report, in the order of their points. Throws Trouble.
+// The entries of the report, in the order of their points. Throws a Trouble.
 std::vector<Json> sweep(const Options &options);
 
 } // namespace sweep

@@ -51,6 +51,9 @@ struct Item {
     const HeaderLine *line; // its declaration, or its owner's
     bool apart = false;     // the simulated device can't produce it
     uint64_t count = 0;
+    uint64_t survived = 0, fatal = 0; // what agents that were swept made of it
+
+    bool isSurvived() const { return survived > 0 && fatal == 0; }
 };
 
 const HeaderLine *lineOf(std::string_view name)
@@ -104,6 +107,16 @@ class Items
     {
         const auto found = byName_[group].find(name);
         return found == byName_[group].end() ? nullptr : found->second;
+    }
+
+    // A call that fails, the n-th of its function within the operation: the calls of each link
+    // after the first are as the first's. Null: there is none.
+    Item *failure(const std::string &operation, const std::string &function, uint32_t number)
+    {
+        Item *found = nullptr;
+        for (; !found && number > 0; --number)
+            found = find(FAILURES, failureName(operation, function, number));
+        return found;
     }
 
     // Where the values of an enumeration are counted, by their numbers.
@@ -280,14 +293,9 @@ class Counter
             uint32_t number = 1;
             for (uint32_t k = recording_.firstWithin(place); k != i; k = recording_.calls()[k].next)
                 number += recording_.calls()[k].function == inner.function;
-            const std::string &name = recording_.functionOf(call).name;
-            // The calls of each link after the first are as the first's.
-            for (; number > 0; --number)
-                if (Item *item =
-                        items_.find(FAILURES, Items::failureName(name, function.name, number))) {
-                    ++item->count;
-                    break;
-                }
+            if (Item *item =
+                    items_.failure(recording_.functionOf(call).name, function.name, number))
+                ++item->count;
         }
     }
 
@@ -380,14 +388,55 @@ class Counter
     std::unordered_map<const trace::Type *, Enumerations> enumerations_;
 };
 
+// ---- Reports of sweeps ----
+
+bool isReport(const std::string &file)
+{
+    return std::ifstream{file}.peek() == '{';
+}
+
+const char *serviceOf(const describe::platform::Function *function)
+{
+    return SERVICES[function && function->library == describe::platform::Library::pmom];
+}
+
+// Of the calls that failed, and what came of it.
+void countSweep(Items &items, const std::string &file)
+try {
+    std::ifstream stream{file};
+    constexpr std::string_view FAILING[] = {"code", "stuck", "lost"};
+    const Json report = Json::parse(stream);
+    for (const Json &point : report.at("points")) {
+        const std::string verdict = point.at("verdict"), operation = point.at("operation"),
+                          function = point.at("function");
+        if (verdict == "unmet" || verdict == "unstable")
+            continue;
+        if (Item *item = items.find(OPERATIONS, operation))
+            ++item->count;
+        if (!std::ranges::count(FAILING, point.at("effect").get<std::string>()))
+            continue;
+        Item *const item =
+            operation.empty()
+                ? items.failure(serviceOf(describe::platform::find(function)), function, 1)
+                : items.failure(operation, function, point.at("step"));
+        if (!item)
+            continue;
+        ++item->count;
+        ++(verdict == "recovered" || verdict == "reported" ? item->survived : item->fatal);
+    }
+} catch (const Json::exception &) {
+    throw UsageError(file + ": is neither a recording nor the report of a sweep");
+}
+
 // ---- The report ----
 
 struct Sum {
-    unsigned met = 0, of = 0;
+    unsigned met = 0, of = 0, survived = 0;
 
     void add(const Item &item)
     {
         met += item.count > 0;
+        survived += item.isSurvived();
         ++of;
     }
     double percent() const { return of ? 100.0 * met / of : 100.0; }
@@ -460,7 +509,10 @@ void print(const Items &items, const Report &report)
 {
     constexpr size_t MOST_GAPS = 10;
     const auto line = [](const char *name, const Sum &sum) {
-        printf("%-20s%5u of %4u%8.1f %%\n", name, sum.met, sum.of, sum.percent());
+        printf("%-20s%5u of %4u%8.1f %%", name, sum.met, sum.of, sum.percent());
+        if (sum.survived)
+            printf(", %u survived", sum.survived);
+        puts("");
     };
     for (size_t i = 0; i < GROUPS; ++i)
         line(GROUP_NAMES[i], report.groups[i]);
@@ -470,6 +522,12 @@ void print(const Items &items, const Report &report)
     for (const Item &item : items.all())
         if (item.apart)
             printf("    %s%s\n", item.name.c_str(), item.count ? ", met" : "");
+    const char *title = "\nMet in a sweep, and not survived:\n";
+    for (const Item &item : items.all())
+        if (item.fatal) {
+            printf("%s    %s\n", title, item.name.c_str());
+            title = "";
+        }
     const std::vector<Gap> gaps = gapsOf(items);
     if (!gaps.empty())
         puts("\nWhat would add most:");
@@ -488,13 +546,15 @@ Json documentOf(const Items &items, const Report &report)
                 listed.push_back({{"group", GROUP_NAMES[item.group]},
                                   {"name", item.name},
                                   {"owner", item.owner},
-                                  {"count", item.count}});
+                                  {"count", item.count},
+                                  {"survived", item.isSurvived()}});
     };
     Json groups = Json::array();
     for (size_t i = 0; i < GROUPS; ++i)
         groups.push_back({{"name", GROUP_NAMES[i]},
                           {"met", report.groups[i].met},
                           {"of", report.groups[i].of},
+                          {"survived", report.groups[i].survived},
                           {"percent", report.groups[i].percent()}});
     json["groups"] = std::move(groups);
     list("items", [](const Item &item) { return !item.apart; });
@@ -561,6 +621,10 @@ int cover(const CoverOptions &options)
 {
     Items items;
     for (const std::string &file : options.files) {
+        if (isReport(file)) {
+            countSweep(items, file);
+            continue;
+        }
         const Recording recording{file};
         Counter{items, recording}.count();
         warn(file, recording);

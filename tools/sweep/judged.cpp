@@ -1,0 +1,66 @@
+#include "judged.h"
+
+#include "run.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace sweep
+{
+
+Judged::Judged(const std::string &file, const Json &sweep) : file_{file}
+{
+    if (file.empty())
+        return;
+    output_ = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (output_ < 0)
+        throw Trouble(file + ": " + strerror(errno));
+    std::ifstream stream{file};
+    std::string text{std::istreambuf_iterator{stream}, {}};
+    // The last line may have been cut off.
+    const size_t whole = text.rfind('\n') + 1;
+    if (whole == 0 && !text.empty())
+        throw Trouble(file + ": is none of a sweep's");
+    text.resize(whole);
+    std::istringstream lines{text};
+    std::string line;
+    if (std::getline(lines, line) && Json::parse(line, nullptr, false) != sweep)
+        throw Trouble(file + ": is not of this sweep, whose commands are others");
+    while (std::getline(lines, line)) {
+        const Json told = Json::parse(line, nullptr, false);
+        if (told.is_discarded() || !told.contains("entry"))
+            throw Trouble(file + ": is damaged");
+        lines_[told["entry"].at("id")] = told;
+    }
+    if (ftruncate(output_, static_cast<off_t>(whole)) != 0)
+        throw Trouble(file + ": " + strerror(errno));
+    if (whole == 0)
+        add(sweep);
+}
+
+Judged::~Judged()
+{
+    if (output_ >= 0)
+        close(output_);
+}
+
+const Json *Judged::find(const std::string &id) const
+{
+    const auto found = lines_.find(id);
+    return found == lines_.end() ? nullptr : &found->second;
+}
+
+void Judged::add(const Json &line)
+{
+    const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    if (output_ >= 0 &&
+        write(output_, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        throw Trouble(file_ + ": " + strerror(errno));
+}
+
+} // namespace sweep

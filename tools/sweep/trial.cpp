@@ -1,0 +1,148 @@
+#include "trial.h"
+
+#include <platform.h>
+#include <simulator.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+namespace sweep
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+std::vector<std::string> recordingsIn(const Order &order)
+{
+    std::vector<std::string> files;
+    for (const auto &file : fs::directory_iterator{order.folder})
+        if (file.path().string().starts_with(order.recording()))
+            files.push_back(file.path());
+    return files;
+}
+
+bool hasOutputs(const describe::platform::Function &row)
+{
+    return std::ranges::any_of(row.arguments, [](const auto &argument) {
+        return argument.isPointer && argument.type &&
+               argument.direction == describe::Direction::out;
+    });
+}
+
+uint32_t arm(const Fault &fault)
+{
+    const kvSimFault made = armed(fault);
+    return SIM(kv_sim_fault_arm)(&made);
+}
+
+// Whether the simulated device can do that, and it is of consequence.
+bool canHave(const Point &point, const Effect &effect)
+{
+    const auto *row = describe::platform::find(point.function);
+    return (row != nullptr) == (effect.simulators < KV_SIM_DROP) &&
+           (effect.simulators != KV_SIM_GARBAGE || hasOutputs(*row)) && arm({point, &effect}) != 0;
+}
+
+Json placesIn(const Order &order, const std::vector<const Effect *> &effects)
+{
+    Json places = Json::array();
+    for (const Point &point : pointsOf(recordingsIn(order))) {
+        Json names = Json::array();
+        for (const Effect *effect : effects)
+            if (canHave(point, *effect))
+                names.push_back(effect->name);
+        SIM(kv_sim_fault_clear)();
+        places.push_back({{"point", toJson(point)}, {"effects", names}});
+    }
+    return places;
+}
+
+void openDevice(const Order &order)
+{
+    setenv("KV_SIM_DEVICE", order.device().c_str(), 1);
+    if (SIM(kv_sim_open)() != 0)
+        throw Trouble(SIM(kv_sim_error)());
+}
+
+std::string indented(const std::string &output)
+{
+    std::istringstream stream{output};
+    std::string text;
+    for (std::string line; std::getline(stream, line);)
+        text += "\n    " + line;
+    return text;
+}
+
+void checkGood(const Ran &ran, const std::string &command)
+{
+    std::string what;
+    if (ran.crashed)
+        what = "crashed";
+    else if (ran.hung && ran.wasTold)
+        what = "did not end when it was told to";
+    else if (ran.hung)
+        what = "came neither to an end nor to rest in time (--timeout, --until and --idle)";
+    else if (!ran.wasTold && ran.end != "status 0")
+        what = "ended with " + ran.end;
+    if (!what.empty())
+        throw Trouble("without a fault, " + command + " " + what + indented(ran.output));
+}
+
+} // namespace
+
+std::vector<Place> placesOf(const Json &told)
+{
+    std::vector<Place> places;
+    for (const Json &json : told) {
+        Place &place = places.emplace_back(Place{pointOf(json.at("point")), {}});
+        for (const std::string name : json.at("effects"))
+            place.effects.push_back(&*std::ranges::find(effects(), name, &Effect::name));
+    }
+    std::ranges::sort(places, {}, &Place::point);
+    return places;
+}
+
+Json goodRun(const Task &task, const Order &order)
+{
+    openDevice(order);
+    Json told;
+    told["before"] = config::toJson(deviceNow());
+    const Ran ran = run(task.agent, order);
+    checkGood(ran, task.agent.command[0]);
+    told["after"] = config::toJson(deviceNow());
+    told["end"] = ran.end;
+    told["wasTold"] = ran.wasTold;
+    told["output"] = ran.output;
+    told["seconds"] = ran.seconds;
+    told["places"] = placesIn(order, task.effects);
+    if (!task.check.empty() && !succeeds(task.check, order))
+        throw Trouble("without a fault, the check failed: " + task.check);
+    return told;
+}
+
+Json faultyRun(const Task &task, const Order &order, const Faults &faults, const Good &good)
+{
+    openDevice(order);
+    uint32_t last = 0;
+    for (const Fault &fault : faults)
+        if ((last = arm(fault)) == 0)
+            throw Trouble(idOf(faults) + ": " + SIM(kv_sim_error)());
+    const Ran ran = run(task.agent, order);
+    kvSimFault fault{};
+    SIM(kv_sim_fault_find)(last, &fault);
+    SIM(kv_sim_fault_clear)();
+    const config::Document after = deviceNow();
+    const auto different = differences(good.after, after);
+    const bool passed = task.check.empty() || succeeds(task.check, order);
+    Json told{{"verdict", verdictOf(good, {ran, after, passed, fault.met > 0}, different)},
+              {"difference", config::toJson(different)}};
+    if (order.records && fault.met > 0)
+        told["places"] = placesIn(order, task.effects);
+    return told;
+}
+
+} // namespace sweep
