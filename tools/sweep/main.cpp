@@ -153,10 +153,21 @@ int guarded(Work work)
     }
 }
 
+// In memory where there is room, since a device for each run would keep a disk busy.
+fs::path folderFor(unsigned jobs)
+{
+    constexpr uint64_t RECORDINGS = 64 << 20, RUN = 8 << 20;
+    const fs::path memory = "/dev/shm";
+    std::error_code error;
+    const bool fits = fs::space(memory, error).available >= RECORDINGS + jobs * RUN && !error;
+    const bool chosen = getenv("TMPDIR") || !fits || access(memory.c_str(), W_OK) != 0;
+    return chosen ? fs::temp_directory_path() : memory;
+}
+
 // Runs it in a process of its own, so that of the two, one cleans up after whichever is killed.
 int runWatched(Given &given)
 {
-    std::string folder = fs::temp_directory_path() / "vexotrace-XXXXXX";
+    std::string folder = folderFor(given.options.jobs) / "vexotrace-XXXXXX";
     if (!mkdtemp(folder.data()))
         throw Trouble(folder + ": " + strerror(errno));
     given.options.folder = folder;
