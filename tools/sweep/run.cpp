@@ -123,6 +123,7 @@ pid_t start(const std::vector<std::string> &command, const Agent &agent, const O
         dup2(output < 0 ? null : output, STDERR_FILENO);
         setEnvironment(agent, order);
         std::vector<char *> words;
+        words.reserve(command.size() + 1);
         for (const std::string &word : command)
             words.push_back(const_cast<char *>(word.c_str()));
         words.push_back(nullptr);

@@ -62,6 +62,15 @@ bool hasNumber(const std::string &line, uint32_t number)
     return false;
 }
 
+// Most are not: to ask for all of them in words would take longer than everything else.
+bool isThere(uint32_t pwId)
+{
+    vexoPweParamsInfo info;
+    vexoResult result;
+    vexo_cmi_pwe_params_get(&info, pwId, &result);
+    return result.rc != VEXO_RC_OK || info.pweAction == VEXO_PWE_ACTION_CREATE;
+}
+
 } // namespace
 
 Document deviceNow()
@@ -70,16 +79,9 @@ Document deviceNow()
     Document named, empty;
     for (const config::Kind &kind : config::kinds()) {
         empty.sections.insert(kind.section);
-        for (uint32_t number = kind.number ? 1 : 0; number <= lastOf(kind, ranges); ++number) {
-            // Most there are not: to ask for all in words would take longer than everything else.
-            vexoPweParamsInfo info;
-            vexoResult result;
-            if (kind.section == PWE)
-                vexo_cmi_pwe_params_get(&info, number, &result);
-            if (kind.section != PWE || result.rc != VEXO_RC_OK ||
-                info.pweAction == VEXO_PWE_ACTION_CREATE)
+        for (uint32_t number = kind.number ? 1 : 0; number <= lastOf(kind, ranges); ++number)
+            if (kind.section != PWE || isThere(number))
                 named.objects[{&kind, number}];
-        }
     }
     config::Device device;
     Document now = saveNamed(device, named);
