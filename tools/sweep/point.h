@@ -8,6 +8,7 @@
 
 #include <span>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace sweep
@@ -36,12 +37,9 @@ struct Point {
     uint32_t step;         // which call of that function within the operation
 
     std::string name() const { return function + "/" + object + "/" + std::to_string(call); }
-    auto operator<=>(const Point &other) const
-    {
-        return std::tie(function, where, call) <=>
-               std::tie(other.function, other.where, other.call);
-    }
-    bool operator==(const Point &other) const { return (*this <=> other) == 0; }
+    auto key() const { return std::tie(function, where, call); }
+    auto operator<=>(const Point &other) const { return key() <=> other.key(); }
+    bool operator==(const Point &other) const { return key() == other.key(); }
 };
 
 struct Fault {
