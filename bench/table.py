@@ -130,7 +130,7 @@ def recorder():
         with open(path) as file:
             # Of the platform's, of which the mix of operations has 7 in 4.
             row("calls a second that are replayed, the library's part of the million included", "1 000 000",
-                f"{1.75e6 / float(file.read()):.2g}")
+                f"{1.75e6 / float(file.read()):,.0f}".replace(",", " "))
 
 
 def python():

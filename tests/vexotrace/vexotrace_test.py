@@ -436,6 +436,7 @@ pwe vlan set pwId=17 mode=double outerVlanId=5 vlanId=7
 pwe admin set status=2 pwId=17
 pwe alarms get pwId=17
 pdh params get port=77
+pdh params get port=78
 sys rpt_mode set mode=2 value=1
 misc tpgm init tpgmParam1=1 tpgmParam2=2 tpgmParam3=3
 sys kato send seconds=1000 microseconds=0
@@ -499,8 +500,7 @@ class Replaying(unittest.TestCase):
         cls.told = subprocess.run(
             [VEXOTRACE, "record", "--output", cls.file, "--size", "1M", "--", VEXOCTL,
              "--keep-going", "--script", folder / "script"],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, env=environment, text=True,
-            timeout=120).stdout
+            capture_output=True, env=environment, text=True, timeout=120)
 
     def replay(self, *words, script=None, command=None, file=None):
         if script is not None:
@@ -512,7 +512,22 @@ class Replaying(unittest.TestCase):
 
     def test_what_is_repeated_is_answered_as_it_was(self):
         status, told, why = self.replay(script=SCRIPT)
-        self.assertEqual((status, told), (1, self.told), why)  # a port that isn't there
+        self.assertEqual((status, told), (1, self.told.stdout), why)  # ports that aren't there
+        self.assertEqual(re.findall("failure.*", why), re.findall("failure.*", self.told.stderr))
+        self.assertEqual(len(set(re.findall("failure.*", why))), 2)
+
+    def test_asking_more_or_less_often_before_a_change_makes_no_difference_after_it(self):
+        create = next(line for line in SCRIPT.splitlines(True) if "action=create" in line.lower())
+        asked, changes = "pwe pdv get pwId=17\n", "pwe pdv set pwId=17 size=6000\n"
+        (folder / "asking").write_text(create + 3 * asked + changes + asked)
+        (folder / "device").unlink(missing_ok=True)
+        vexotrace("record", "--output", folder / "polled", "--size", "1M", "--", VEXOCTL,
+                  "--script", folder / "asking")
+        for times in (1, 3, 6):
+            status, told, why = self.replay(script=create + times * asked + changes + 2 * asked,
+                                            file=folder / "polled")
+            self.assertEqual((status, re.findall(r"\d+", told)),
+                             (0, times * ["5000"] + 2 * ["6000"]), why)
 
     def test_each_planted_change_is_found_at_its_call(self):
         for (place, how), name, field in CHANGES:
