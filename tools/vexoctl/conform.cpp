@@ -122,7 +122,7 @@ Json conformance::pageOf(const Asked &asked, bool writes)
 
 Json conformance::readPage(const std::string &file)
 {
-    const Json page = readJson(file, readWhole("page", file));
+    Json page = readJson(file, readWhole("page", file));
     const auto areFindings = [](const Json &findings) {
         return findings.is_object() && std::ranges::all_of(findings, [](const Json &found) {
                    return found.is_array() && std::ranges::all_of(found, &Json::is_string);
