@@ -2,7 +2,7 @@
  * Keeps a gateway as a document says, and writes alarms and PM reports to standard output.
  *
  *   c++ -std=c++20 gatewayd.cpp -o gatewayd $(pkg-config --cflags --libs vexo_cmi)
- *   ./gatewayd [--once] [--patience SECONDS] SITE.json
+ *   ./gatewayd [--once] [--period SECONDS] [--patience SECONDS] SITE.json
  */
 #include "objects.h"
 
@@ -25,7 +25,6 @@ extern "C" int gorvGetVersion(char *buffer, int size)
     return snprintf(buffer, static_cast<size_t>(size), "gatewayd 1.0");
 }
 
-constexpr milliseconds PERIOD{1000};
 // So often is looked at what isn't as wanted: again at once, then after pauses that double.
 constexpr unsigned LOOKS = 8;
 constexpr milliseconds PAUSE{1};
@@ -34,7 +33,7 @@ constexpr seconds SILENCE{930}; // more than the shortest PM interval
 class Agent
 {
   public:
-    explicit Agent(Json document)
+    Agent(Json document, double period) : period_{period}
     {
         if (document.at("format") != 1)
             throw Failure{"no document of format 1"};
@@ -50,7 +49,7 @@ class Agent
         stop_ = stop;
         bring(true);
         if (!once) {
-            for (attend(); pause(PERIOD); attend())
+            for (attend(); pause(period_); attend())
                 bring(true);
             work(vexo_cmi_fini);
             bring(false);
@@ -214,7 +213,7 @@ class Agent
     }
 
     // False when it is to stop.
-    bool pause(milliseconds length)
+    bool pause(duration<double> length)
     {
         std::unique_lock lock{mutex_};
         paused_.wait_for(lock, stop_, length, [] { return false; });
@@ -222,6 +221,7 @@ class Agent
     }
 
     static inline Agent *agent; // the callbacks'
+    const duration<double> period_;
     std::vector<std::unique_ptr<Object>> objects_;
     std::vector<Object *> wrong_; // when they were last looked at
     bool deaf_ = true;
@@ -266,21 +266,21 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN); // who reads the log may end
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     int once = 0;
-    double patience = 10;
+    double period = 1, patience = 10;
     const option options[] = {
-        {"once", no_argument, &once, 1}, {"patience", required_argument, nullptr, 'p'}, {}};
+        {"once", 0, &once, 1}, {"period", 1, nullptr, 'e'}, {"patience", 1, nullptr, 'p'}, {}};
     for (int given; (given = getopt_long(argc, argv, "", options, nullptr)) >= 0;)
         if (given)
-            patience = given == 'p' ? strtod(optarg, nullptr) : 0;
-    if (optind != argc - 1 || !(patience > 0)) {
-        fputs("usage: gatewayd [--once] [--patience SECONDS] SITE.json\n", stderr);
+            (given == 'e' ? period : patience) = given == '?' ? 0 : strtod(optarg, nullptr);
+    if (optind != argc - 1 || !(period > 0) || !(patience > 0)) {
+        fputs("usage: gatewayd [--once] [--period S] [--patience S] SITE.json\n", stderr);
         return 2;
     }
     try {
         std::ifstream file{argv[optind]};
         if (!file)
             throw Failure{"can't be opened"};
-        Agent agent{Json::parse(file)};
+        Agent agent{Json::parse(file), period};
         return serve(agent, once, patience);
     } catch (const std::exception &error) {
         fprintf(stderr, "gatewayd: %s: %s\n", argv[optind], error.what());
