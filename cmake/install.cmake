@@ -19,7 +19,7 @@ endfunction()
 install(TARGETS vexo_cmi LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
 
 install(DIRECTORY include/ TYPE INCLUDE COMPONENT development)
-install(DIRECTORY examples TYPE DOC COMPONENT development)
+install(DIRECTORY examples TYPE DOC COMPONENT development PATTERN __pycache__ EXCLUDE)
 configure_package_config_file(cmake/vexo_cmi-config.cmake.in vexo_cmi-config.cmake
   INSTALL_DESTINATION ${package_dir}
   PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR simulator_dir)
