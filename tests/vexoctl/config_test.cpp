@@ -377,13 +377,17 @@ TEST_F(Undone, WhicheverOperationFailsTheDeviceIsAsBefore)
 
 TEST_F(Undone, WhatCannotBeUndoneIsReportedAndTheRestIsUndone)
 {
-    // The last operation fails, and so does leading the first pseudowire back.
+    // The last operation fails, and so does leading back the first pseudowire and a group's link.
     kvSimFault fault{};
     strcpy(fault.function, "config_set_pw");
     fault.object = 1;
     fault.skip = 1;
     fault.effect = KV_SIM_CODE;
     fault.value = 128;
+    ASSERT_EQ(kv_sim_fault_add(&fault), 0);
+    strcpy(fault.function, "config_add_ima_link");
+    fault.object = 0;
+    fault.where[0] = {"link", 9};
     ASSERT_EQ(kv_sim_fault_add(&fault), 0);
     Failing failing{plan_.steps.size() - 1, Failing::How::afterwards};
     const Report report = apply(failing, plan_, false);
@@ -392,7 +396,10 @@ TEST_F(Undone, WhatCannotBeUndoneIsReportedAndTheRestIsUndone)
         << textOf(report);
     const Document before = readDocument("before", before_);
     for (const Difference &difference : differences(before, save(device_, FEW)))
-        EXPECT_EQ(nameOf(difference.key), "pwe 1") << difference.field;
+        if (difference.field == "linkIds")
+            EXPECT_EQ(nameOf(difference.key) + difference.b.dump(), "ima 1[3,4]");
+        else
+            EXPECT_EQ(nameOf(difference.key), "pwe 1") << difference.field;
 }
 
 TEST_F(Undone, KeepingOnPerformsAllThatDoesNotFail)
@@ -483,6 +490,32 @@ TEST_F(Config, AValueThatNoModifyReachesTakesANewObjectAndWhenThatDoesNotHelpNot
     EXPECT_EQ(saved(), before);
 }
 
+// A device whose new pseudowires have forced AIS.
+class Forcing : public Device
+{
+  public:
+    vexoResult call(const Operation &operation, const Names &words, Json &outputs) override
+    {
+        const vexoResult result = Device::call(operation, words, outputs);
+        Json none;
+        if (std::ranges::count(words, "pweAction=create"))
+            Device::call(*describe::find("vexo_cmi_pwe_atm_force_ais_set"), {words[0], "force=1"},
+                         none);
+        return result;
+    }
+};
+
+TEST_F(Config, WhatANewObjectHasUnaskedIsTold)
+{
+    createPwe(1, "atm-3");
+    const Document wanted = save(device_, FEW);
+    perform("pwe_params_set", {"pwId=1", "pweAction=delete"});
+    const std::string before = saved();
+    Forcing device;
+    EXPECT_EQ(textOf(apply(device, planOf(wanted), false)), "pwe 1 force: is 1, not 0\n");
+    EXPECT_EQ(saved(), before);
+}
+
 TEST_F(Config, WhatTheDeviceDoesNotTellIsNullWithItsReasonAndLeftAlone)
 {
     createPwe(1, "tdm-1");
@@ -530,7 +563,7 @@ TEST_F(Config, ADocumentThatCannotBeRightIsRefusedBeforeTheFirstOperation)
         {R"({"format": 1, "pwe": {"01": {}}})", "pwe: there is no '01'"},
         {R"({"format": 1, "system": {"tipd": {}}})", "no 'tipd'; did you mean 'tpid'?"},
         {R"({"format": 1, "system": {"tpid": {"tpid": 65536}}})", "from 0 to 65535"},
-        {R"({"format": 1, "system": {"tpid": {"tpid": -1}}})", "expected a value"},
+        {R"({"format": 1, "system": {"tpid": {"tpid": -1}}})", "expected a text or a whole number"},
         {R"({"format": 1, "system": {"dbg": {"info": 1}}})", "expected a text"},
         {R"({"format": 1, "pdh": {"3": {"frameMode": 9}}})", "pdh 3 frameMode: expected 1, 2"},
         {R"({"format": 1, "pdh": {"3": {"operState": 1}}})", "no field 'operState'"},

@@ -69,8 +69,9 @@ void Undo::run(Report &report)
         const auto &[key, before] = *step;
         try {
             for (const Step &back : planObject(key, read(device_, key).settings, before))
-                if (!perform(device_, back, report.undone, report.notUndone))
-                    break;
+                if (!perform(device_, back, report.undone, report.notUndone) &&
+                    (back.phase == Phase::destroy || back.phase == Phase::create))
+                    break; // All else needs the object.
         } catch (const std::runtime_error &error) {
             report.notUndone.push_back({nameOf(key), error.what()});
         }

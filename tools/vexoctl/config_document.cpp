@@ -57,7 +57,8 @@ Json normal(const Type &type, const std::string &path, uint32_t limit, const Jso
         return value;
     }
     if (!value.is_string() && !value.is_number_unsigned())
-        throw UsageError(path + ": expected a value, not " + quoted(value.dump()));
+        throw UsageError(path + ": expected a text or a whole number from 0, not " +
+                         quoted(value.dump()));
     uint32_t words[2]{};
     parse(type, path, value.is_string() ? value.get<std::string>() : value.dump(), {}, words);
     if (type.kind == describe::Kind::word)

@@ -109,6 +109,11 @@ class ObjectPlanner
         for (size_t i = 0; i < kind_.setters.size(); ++i)
             set(kind_.setters[i], values_[i], i == kind_.maker);
         planLists(Phase::add);
+        // That a new object has nothing somewhere is expected, though no step sets it.
+        for (const Json &values : isNew_ ? values_ : std::vector<Json>{})
+            for (const auto &[name, value] : values.items())
+                if (!steps_.back().after->contains(name))
+                    (*steps_.back().after)[name] = value;
         return std::move(steps_);
     }
 
