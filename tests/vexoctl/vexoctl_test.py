@@ -536,6 +536,8 @@ BAD_INPUT = [
     (["--device"], "--device"),
     (["--jsn", "list"], "did you mean '--json'"),
     (["--script", "/nowhere"], "cannot read /nowhere: No such file"),
+    (["config", "apply", "/"], "cannot read /: Is a directory"),
+    (["sys", "tpid", "get", "--timeout", "nan"], "from 0.001 to 1000000, not 'nan'"),
     (["--script", "/"], "Is a directory"),
     (["--script", "-", "list"], "either a command or --script"),
 ]
@@ -1009,7 +1011,8 @@ class Configuration(Device):
         self.assertEqual(self.vexoctl("config", "save", str(file)).returncode, 0)
         self.assertEqual(file.stat().st_mode & 0o777, 0o640)
         self.assertEqual(sorted(path.name for path in self.folder.iterdir()), ["device", "kept"])
-        self.assertEqual(self.vexoctl("config", "save").stdout, file.read_text())
+        for standard in ([], ["-"]):
+            self.assertEqual(self.vexoctl("config", "save", *standard).stdout, file.read_text())
         self.assertEqual(self.status("config", "diff", str(file)), (0, ""))
 
         self.run_all(["sys tpid set tpid=0x88a8", "ima set groupId=1 imaAction=delete",

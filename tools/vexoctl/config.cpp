@@ -23,6 +23,7 @@ namespace
 {
 
 constexpr const char *DEVICE = ".";
+constexpr const char *STANDARD = "-"; // input or output
 
 // What stands behind the name of a command.
 struct Given {
@@ -128,13 +129,14 @@ Document readFile(const std::string &file)
 {
     std::ifstream opened;
     errno = 0;
-    if (file != "-")
+    if (file != STANDARD)
         opened.open(file);
-    std::istream &stream = file == "-" ? std::cin : opened;
+    std::istream &stream = file == STANDARD ? std::cin : opened;
     std::ostringstream text;
-    if (stream)
+    // Of a folder it is the first read that fails.
+    if (stream && stream.peek() != EOF)
         text << stream.rdbuf();
-    if (!stream || isBroken(stream))
+    if (!stream || !text || isBroken(stream))
         throw UsageError("cannot read " + file + ": " + strerror(errno));
     return readDocument(file, text.str());
 }
@@ -195,18 +197,19 @@ void configSave(const Words &words, const Manner &manner)
     const Document document = save(device, options.ranges, options.has("--state"));
     const Json form = toJson(document);
     const std::string text = textOf(form, 2);
-    if (options.files.empty())
+    const bool isFile = !options.files.empty() && options.files[0] != STANDARD;
+    if (!isFile)
         std::cout << text;
     else
         replaceFile(options.files[0], text);
     const Json &refused = form["refused"];
-    if (!options.files.empty() && refused.empty() && manner.json)
+    if (isFile && refused.empty() && manner.json)
         show({{"operation", "config save"}, {"rc", 0}, {"message", ""}});
     if (refused.empty())
         return;
     if (!manner.json)
         tellRefused("config save", refused);
-    if (!manner.json || options.files.empty())
+    if (!manner.json || !isFile)
         throw Status{FAILURE};
     throw failure("config save", "the device did not tell all", {{"refused", refused}});
 }
