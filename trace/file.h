@@ -24,6 +24,7 @@ constexpr uint64_t PAGE = 4096;
 constexpr uint32_t BLOCK_SIZE = 16384;
 constexpr uint64_t DEFAULT_SIZE = uint64_t{64} << 20;
 constexpr uint64_t LEAST_SIZE = uint64_t{1} << 20;
+constexpr uint64_t MOST_SIZE = uint64_t{1} << 40;
 
 // Of the environment: what `vexotrace record` tells the recorder.
 constexpr char FILE_VARIABLE[] = "VEXO_TRACE";

@@ -1,6 +1,7 @@
 // The file, its blocks and who has them.
 #include "recorder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -449,8 +450,7 @@ void inChild()
     redacting = getenv(REDACT_VARIABLE) != nullptr;
     const char *size = getenv(SIZE_VARIABLE);
     wantedSize = (size ? strtoull(size, nullptr, 10) : DEFAULT_SIZE) / PAGE * PAGE;
-    if (wantedSize < LEAST_SIZE)
-        wantedSize = LEAST_SIZE;
+    wantedSize = std::clamp(wantedSize, LEAST_SIZE, MOST_SIZE);
     if (const char *running = getenv(SESSION_VARIABLE))
         snprintf(session, sizeof session, "%s", running);
     else

@@ -86,6 +86,25 @@ class Comparing(unittest.TestCase):
         self.assertIn({"name": "pwe_params_set", "object": "pwe=17", "changed": 1, "onlyInA": 0,
                        "onlyInB": 0}, document["summary"])
 
+    def test_words_that_cannot_be_right_are_told(self):
+        for words, reason in ((["shwo"], "there is no 'shwo' here"),
+                              (["export", "firefox", KEPT], "there is no 'firefox' here"),
+                              (["show"], "file is required"),
+                              (["show", "--slow", "nan", KEPT], "from 0 to 1e+09, not 'nan'"),
+                              (["cover", "--min", "101", KEPT], "from 0 to 100, not '101'"),
+                              (["record", "--size", "-1", "--", "true"], "--size: from 1048576 to ")):
+            said = vexotrace(*words, status=2)
+            self.assertTrue(said.startswith("vexotrace: ") and said.count("\n") == 1, said)
+            self.assertIn(reason, said)
+
+    def test_output_that_cannot_be_written_is_trouble(self):
+        for words in (["show"], ["cover"], ["export", "chrome"]):
+            with open("/dev/full", "w", encoding="ascii") as full:
+                done = subprocess.run([VEXOTRACE, *words, KEPT], stdout=full,
+                                      stderr=subprocess.PIPE, text=True, check=False)
+            self.assertEqual(done.returncode, 2, words)
+            self.assertIn("vexotrace: the output can't be written\n", done.stderr, words)
+
     def test_what_cannot_be_read_is_trouble_and_said(self):
         (folder / "text").write_text("no recording\n" * 100)
         for other in ("text", "nothing"):

@@ -6,8 +6,45 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <sstream>
 
 using namespace vexotrace;
+
+namespace
+{
+
+// CLI::Range has "nan" in every range.
+CLI::Validator between(double least, double most)
+{
+    return {[=](const std::string &text) -> std::string {
+                double value = 0;
+                if (CLI::detail::lexical_cast(text, value) && value >= least && value <= most)
+                    return "";
+                std::ostringstream reason;
+                reason << "expected a number from " << least << " to " << most << ", not '" << text
+                       << "'";
+                return reason.str();
+            },
+            ""};
+}
+
+// What is wrong with the words; a word that is none is told before what lacks.
+std::string reasonOf(const CLI::App &app, const CLI::ParseError &error)
+{
+    const auto rest = app.remaining(true);
+    return rest.empty() ? error.what() : "there is no '" + rest.front() + "' here";
+}
+
+// What can't be written is no success.
+int finish(int status)
+{
+    if (fflush(stdout) == 0 && !ferror(stdout))
+        return status;
+    fputs("vexotrace: the output can't be written\n", stderr);
+    return TROUBLE;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -50,7 +87,7 @@ int main(int argc, char **argv)
     showCommand
         ->add_option("--slow", showOptions.slow, "Only trees with a call that took so long or more")
         ->type_name("MS")
-        ->check(CLI::PositiveNumber);
+        ->check(between(0, 1e9));
     showCommand->add_flag("--follow", showOptions.follow,
                           "Go on with what comes, until the process ends");
     showCommand->add_flag("--all", showOptions.all, "All fields, those that don't count, too");
@@ -71,7 +108,7 @@ int main(int argc, char **argv)
     coverCommand->add_flag("--json", coverOptions.json, "A JSON document, with every item");
     coverCommand->add_option("--min", coverOptions.least, "Exit with 1 below that")
         ->type_name("PERCENT")
-        ->check(CLI::Range(0.0, 100.0));
+        ->check(between(0, 100));
     coverCommand
         ->add_option("--lcov", coverOptions.lcov, "Write it as lcov has it, by the header's lines")
         ->type_name("FILE");
@@ -122,17 +159,20 @@ int main(int argc, char **argv)
     try {
         app.parse(sweeps ? 2 : argc, argv);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? SUCCESS : TROUBLE;
+        if (error.get_exit_code() == 0)
+            return finish(app.exit(error));
+        fprintf(stderr, "vexotrace: %s\n", reasonOf(app, error).c_str());
+        return TROUBLE;
     }
     try {
         if (recordCommand->parsed())
             return record(recordOptions);
         if (showCommand->parsed())
-            return show(showOptions);
+            return finish(show(showOptions));
         if (diffCommand->parsed())
-            return diff(diffOptions);
+            return finish(diff(diffOptions));
         if (coverCommand->parsed())
-            return cover(coverOptions);
+            return finish(cover(coverOptions));
         if (replayCommand->parsed()) {
             // Behind another word it is taken for one.
             if (replayOptions.command[0] == "--")
@@ -142,7 +182,7 @@ int main(int argc, char **argv)
             return replay(replayOptions);
         }
         if (exportCommand->parsed())
-            return exportChrome(exported);
+            return finish(exportChrome(exported));
         if (sweepCommand->parsed())
             return sweep({argv + 2, argv + argc});
         trace::switchRecording(switched, onCommand->parsed());

@@ -96,8 +96,10 @@ int become(const std::vector<std::string> &command)
 
 int record(const RecordOptions &options)
 {
-    if (options.size && *options.size < trace::LEAST_SIZE)
-        throw UsageError("--size: at least " + std::to_string(trace::LEAST_SIZE) + " bytes");
+    // A negative number is a huge one here.
+    if (options.size && (*options.size < trace::LEAST_SIZE || *options.size > trace::MOST_SIZE))
+        throw UsageError("--size: from " + std::to_string(trace::LEAST_SIZE) + " to " +
+                         std::to_string(trace::MOST_SIZE) + " bytes");
     if (options.snapshot && options.redact)
         throw UsageError("--redact: a snapshot would have the addresses all the same");
     if (options.snapshot)
