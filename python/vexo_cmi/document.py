@@ -12,6 +12,7 @@ from typing import Any, List, Mapping, Optional, Tuple, Union
 from . import _where
 from ._library import program
 
+LIMIT = 10  # seconds: as long as a call of the device may hang
 Source = Union[str, "os.PathLike[str]", Mapping[str, Any]]
 
 
@@ -38,8 +39,9 @@ def vexoctl(*words: str, device: Optional[str] = None) -> Tuple[int, str, str]:
     """Runs a command, and returns its status and what it printed."""
     environment = {**os.environ, **({"KV_SIM_DEVICE": device} if device is not None else {})}
     environment.pop("LD_PRELOAD", None)  # its own calls are no agent's
-    done = subprocess.run([program(_where.VEXOCTL, "vexoctl"), *words], env=environment, text=True,
-                          capture_output=True, check=False, errors="replace")
+    command = [program(_where.VEXOCTL, "vexoctl"), "--timeout", str(LIMIT), *words]
+    done = subprocess.run(command, env=environment, text=True, capture_output=True, check=False,
+                          errors="replace")
     return done.returncode, done.stdout, done.stderr
 
 

@@ -82,35 +82,27 @@ constexpr Command COMMANDS[] = {
      "in what a device answers otherwise than the simulated one",
      "Asks the device what follows from the description of the operations, and shows where it "
      "answers otherwise than the simulated device does, as known to this version. Nothing is "
-     "changed "
-     "without --write; with it the system and one port are set, and pseudowires and a group that "
-     "are made for it, and all is put back. What the device was set to before is kept in the file "
-     "--saved (vexoctl-conform.saved) until then; where a run was killed, the next with --write "
-     "puts "
-     "it back first. --json prints the page that is to be kept: all answers, versions and date; "
-     "--against compares with such a page, --junit writes the questions as tests. The exit status "
-     "is "
-     "0 when nothing differs, from the simulated device or, with --against, from the page, else 1.",
+     "changed without --write; with it the system and one port are set, and pseudowires and a "
+     "group that are made for it, and all is put back. What the device was set to before is kept "
+     "in the file --saved (vexoctl-conform.saved) until then; where a run was killed, the next "
+     "with --write puts it back first. --json prints the page that is to be kept: all answers, "
+     "versions and date; --against compares with such a page, --junit writes the questions as "
+     "tests. The exit status is 0 when nothing differs, from the simulated device or, with "
+     "--against, from the page, else 1.",
      conform},
     {"report", "report FILE [--page FILE] [--recording FILE] [--with-addresses]",
      "what to send to those who help, as an archive",
      "Writes an archive (tar) with the versions, the library and its symbols, a page of conform, "
-     "the "
-     "device's settings and states, its log where it is a simulated one, and the recording. The "
-     "page is "
-     "asked of the device unless one is named; the recording is vexo.trace where there is one. MAC "
-     "and "
-     "IPv4 addresses are blanked unless told otherwise; those in a recording only where it was "
-     "made "
-     "so: with 'vexotrace record --redact'.",
+     "the device's settings and states, its log where it is a simulated one, and the recording. "
+     "The page is asked of the device unless one is named; the recording is vexo.trace where "
+     "there is one. MAC and IPv4 addresses are blanked unless told otherwise; those in a "
+     "recording only where it was made so: with 'vexotrace record --redact'.",
      report},
     {"sim create", "sim create --like FILE", "a simulated device that is like another",
-     "Puts the simulated device back to its factory defaults, and has it refuse what the device of "
-     "a "
-     "page of conform refuses: numbers of objects, values, getters, with the same codes. What it "
-     "can't "
-     "be told is named. The command is part of 'sim' and so is there only with the simulated "
-     "device.",
+     "Puts the simulated device back to its factory defaults, and has it refuse what the device "
+     "of a page of conform refuses: numbers of objects, values, getters, with the same codes. "
+     "What it can't be told is named. The command is part of 'sim' and so is there only with the "
+     "simulated device.",
      simCreate},
     {"pwe list", "pwe list [pwes=N]", "the pseudowires that are provisioned",
      "Shows the provisioned pseudowires of 1 to N (1024), a line each; with --json an array, with "
@@ -287,7 +279,8 @@ Names commandNames()
 {
     Names names;
     for (const Command &command : COMMANDS)
-        names.push_back(command.name);
+        if (isSimulated() || !std::string_view{command.name}.starts_with("sim "))
+            names.push_back(command.name);
     return names;
 }
 
