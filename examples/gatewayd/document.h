@@ -63,7 +63,7 @@ inline void field(Json &to, const char *name, const uint8_t (&mac)[6])
     char text[18];
     snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
              mac[4], mac[5]);
-    to[name] = std::string{text};
+    to[name] = text;
 }
 inline void field(const Json &from, const char *name, uint8_t (&mac)[6])
 {
