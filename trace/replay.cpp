@@ -483,7 +483,7 @@ Answer change(Queue *queue, Index function, const Arguments &given)
             later = findStep(expected, function, given, false);
         const bool instead =
             expected != NO_STEP && plan->step(expected).function == static_cast<uint16_t>(function);
-        if (later == NO_STEP && !instead) // it is one more
+        if (!queue || (later == NO_STEP && !instead)) // it is one more
             return {Answered::yes, KV_OK, nullptr};
         // In place of the expected one; or that, and others, are left out.
         for (const uint32_t to = instead ? expected : later; queue->at != to;) {

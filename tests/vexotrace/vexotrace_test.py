@@ -295,7 +295,7 @@ class Sweeping(unittest.TestCase):
                 ("hangs", "hung", "config_add_pw/17/1:lost"),
                 ("old-value", "silent", "config_set_pdh_params/3/1:lost")]:
             with self.subTest(fault):
-                words = ("--effects", "code,stuck,lost", "--only", place)
+                words = ("--only", place)
                 (point,) = self.sweep(*words, agent=[*self.AGENT, fault], status=1,
                                       timeout=2 if verdict == "hung" else 60).values()
                 self.assertEqual((point["id"], point["verdict"]), (place, verdict))
@@ -312,7 +312,7 @@ class Sweeping(unittest.TestCase):
         points = self.sweep("--depth", 2, "--points", "config_add_pw", "--effects", "code,lost")
         self.assertEqual(points[second]["call"], 2)
         self.assertEqual({point["verdict"] for point in points.values()}, {"recovered"})
-        self.assertEqual([*self.sweep("--effects", "code,lost", "--only", second)], [second])
+        self.assertEqual([*self.sweep("--only", second)], [second])
         self.assertEqual([*points][0], "config_add_pw/17/1:code")
 
     def test_shards_make_a_whole(self):
@@ -431,6 +431,8 @@ class Sweeping(unittest.TestCase):
                             ("ended with status 1\n    oh", ["--", "sh", "-c", "echo oh; exit 1"]),
                             ("there is no config_add_pw/1/1:code",
                              ["--only", "config_add_pw/1/1:code", "--", *self.AGENT]),
+                            ("can fail is named nonesuch",
+                             ["--points", "nonesuch", "--", *self.AGENT]),
                             ("no report", ["--merge", KEPT])]:
             self.assertIn(said, vexotrace("sweep", *words, status=2))
 

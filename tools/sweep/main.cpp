@@ -101,12 +101,13 @@ void readEffects(Given &given)
     for (std::string name; std::getline(stream, name, ',');)
         if (name != "all" && std::ranges::find(effects(), name, &Effect::name) == effects().end())
             throw Trouble("--effects: there is no " + name);
+    const bool all =
+        given.effects == "all" || (given.effects.empty() && !given.options.only.empty());
     for (const Effect &effect : effects())
-        if (given.effects.empty()
-                ? effect.isDefault
-                : ("," + given.effects + ",").find("," + std::string{effect.name} + ",") !=
-                          std::string::npos ||
-                      given.effects == "all")
+        if (all || (given.effects.empty()
+                        ? effect.isDefault
+                        : ("," + given.effects + ",").find("," + std::string{effect.name} + ",") !=
+                              std::string::npos))
             given.options.task.effects.push_back(&effect);
 }
 

@@ -101,6 +101,8 @@ class Sweep
         plan({}, met_);
         if (!options_.only.empty() && waiting_.empty())
             throw Trouble("without a fault, there is no " + options_.only);
+        if (!options_.points.empty() && count_ == 0)
+            throw Trouble("--points: nothing that can fail is named " + options_.points);
         work();
         return entries();
     }
