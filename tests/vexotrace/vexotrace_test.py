@@ -90,7 +90,7 @@ class Comparing(unittest.TestCase):
         for words, reason in ((["shwo"], "there is no 'shwo' here"),
                               (["export", "firefox", KEPT], "there is no 'firefox' here"),
                               (["show"], "file is required"),
-                              (["show", "--slow", "nan", KEPT], "from 0 to 1e+09, not 'nan'"),
+                              (["show", "--slow", "nan", KEPT], "from 0 to 1000000000, not 'nan'"),
                               (["cover", "--min", "101", KEPT], "from 0 to 100, not '101'"),
                               (["record", "--size", "-1", "--", "true"], "--size: from 1048576 to ")):
             said = vexotrace(*words, status=2)
@@ -424,6 +424,9 @@ class Sweeping(unittest.TestCase):
 
     def test_what_cannot_be_swept_is_said(self):
         for said, words in [("there is no explode", ["--effects", "explode", "--", "true"]),
+                            ("sweep: --timeout: expected a number from 0.01 to 86400, not 'nan'",
+                             ["--timeout", "nan", "--", "true"]),
+                            ("sweep: there is no '--bogus' here", ["--bogus"]),
                             ("I/N", ["--shard", "4/3", "--", "true"]),
                             ("no command", ["--json"]),
                             ("called nothing", ["--", "true"]),

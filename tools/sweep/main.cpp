@@ -3,14 +3,14 @@
 #include "report.h"
 #include "sweep.h"
 
+#include <command_line.h>
 #include <simulator.h>
-
-#include <CLI/CLI.hpp>
 
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include <sys/prctl.h>
@@ -67,18 +67,18 @@ void declare(CLI::App &app, Given &given)
         ->type_name("COMMAND");
     app.add_option("--idle", options.task.agent.idle, "How long it calls nothing then (20)")
         ->type_name("MS")
-        ->check(CLI::Range(1, 60000));
+        ->check(between(1, 60000));
     app.add_option("--timeout", options.timeout,
                    "After which a run hangs (ten times what it takes without a fault, at least 1)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.01, 86400.0));
+        ->check(between(0.01, 86400));
     app.add_option("--jobs", options.jobs, "How many runs at once (one for each processor)")
         ->type_name("N")
-        ->check(CLI::Range(1, 1024));
+        ->check(between(1, 1024));
     app.add_option("--depth", options.depth,
                    "How many faults a run has: those met while it recovers from others, too (1)")
         ->type_name("N")
-        ->check(CLI::Range(1, 8));
+        ->check(between(1, 8));
     app.add_option("--only", options.only, "Only the fault with this ID")->type_name("ID");
     app.add_option("--resume", options.resume,
                    "Keep in this file what has been judged, and go on from there")
@@ -97,17 +97,17 @@ void declare(CLI::App &app, Given &given)
 
 void readEffects(Given &given)
 {
+    std::set<std::string> names;
     std::istringstream stream{given.effects};
-    for (std::string name; std::getline(stream, name, ',');)
+    for (std::string name; std::getline(stream, name, ',');) {
         if (name != "all" && std::ranges::find(effects(), name, &Effect::name) == effects().end())
             throw Trouble("--effects: there is no " + name);
-    const bool all =
-        given.effects == "all" || (given.effects.empty() && !given.options.only.empty());
+        names.insert(name);
+    }
+    // An ID names its effect itself.
+    const bool all = names.contains("all") || (names.empty() && !given.options.only.empty());
     for (const Effect &effect : effects())
-        if (all || (given.effects.empty()
-                        ? effect.isDefault
-                        : ("," + given.effects + ",").find("," + std::string{effect.name} + ",") !=
-                              std::string::npos))
+        if (all || (names.empty() ? effect.isDefault : names.contains(effect.name)))
             given.options.task.effects.push_back(&effect);
 }
 
@@ -222,7 +222,10 @@ int run(int argc, char **argv)
     try {
         app.parse(argc - 1, argv + 1);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? GOOD : TROUBLE;
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        fprintf(stderr, "vexotrace sweep: %s\n", reasonOf(app, error).c_str());
+        return TROUBLE;
     }
     return guarded([&] {
         if (!given.merge.empty())

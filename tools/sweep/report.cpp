@@ -3,6 +3,8 @@
 #include "run.h"
 #include "verdict.h"
 
+#include <junit.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -49,26 +51,6 @@ std::map<std::string, size_t> countsOf(const std::vector<Json> &entries)
     for (const Json &entry : entries)
         ++counts[verdictIn(entry)];
     return counts;
-}
-
-std::string escaped(const std::string &text)
-{
-    std::string escaped;
-    for (const char c : text)
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        default:
-            escaped += c;
-        }
-    return escaped;
 }
 
 } // namespace
@@ -153,30 +135,21 @@ std::string asTap(const std::vector<Json> &entries)
 
 std::string asJunit(const std::vector<Json> &entries)
 {
-    size_t bad = 0, skipped = 0;
-    std::string cases;
+    std::vector<vexoctl::junit::Case> cases;
     for (const Json &entry : entries) {
+        auto &one = cases.emplace_back(vexoctl::junit::Case{entry.at("function"), entry.at("id")});
         const std::string verdict = verdictIn(entry);
-        cases += "  <testcase classname=\"" + escaped(entry.at("function")) + "\" name=\"" +
-                 escaped(entry.at("id")) + "\"";
-        if (verdict == UNMET) {
-            cases += "><skipped message=\"" + verdict + "\"/></testcase>\n";
-            ++skipped;
-        } else if (isBad(verdict)) {
-            cases += "><failure type=\"" + verdict + "\" message=\"" + verdict + "\">";
-            for (const std::string &line : differencesIn(entry))
-                cases += escaped(line) + "\n";
-            cases += "</failure></testcase>\n";
-            ++bad;
-        } else {
-            cases += "/>\n";
-        }
+        if (verdict == UNMET)
+            one.skipped = verdict;
+        if (!isBad(verdict))
+            continue;
+        one.failure = verdict;
+        const std::string operation = entry.at("operation");
+        one.message = verdict + (operation.empty() ? "" : ", in " + operation);
+        for (const std::string &line : differencesIn(entry))
+            one.text += line + "\n";
     }
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"vexotrace sweep\" "
-           "tests=\"" +
-           std::to_string(entries.size()) + "\" failures=\"" + std::to_string(bad) +
-           "\" errors=\"0\" skipped=\"" + std::to_string(skipped) + "\">\n" + cases +
-           "</testsuite>\n";
+    return vexoctl::junit::suite("vexotrace sweep", cases);
 }
 
 } // namespace sweep

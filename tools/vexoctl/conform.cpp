@@ -3,6 +3,7 @@
 
 #include "config_apply.h"
 #include "config_state.h"
+#include "junit.h"
 #include "print.h"
 #include "session.h"
 
@@ -212,54 +213,23 @@ void show(const Json &page)
               << against["date"].get<std::string>() << "\n";
 }
 
-std::string escaped(const std::string &text)
-{
-    std::string xml;
-    for (const char c : text)
-        switch (c) {
-        case '&':
-            xml += "&amp;";
-            break;
-        case '<':
-            xml += "&lt;";
-            break;
-        case '>':
-            xml += "&gt;";
-            break;
-        case '"':
-            xml += "&quot;";
-            break;
-        default:
-            xml += static_cast<unsigned char>(c) < ' ' ? ' ' : c;
-        }
-    return xml;
-}
-
 std::string junitOf(const Json &page)
 {
-    std::ostringstream xml;
-    xml << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"vexoctl conform\" "
-           "tests=\""
-        << page["questions"] << "\" failures=\""
-        << page[RESULTS[1]].get<int>() + page[RESULTS[2]].get<int>() << "\" errors=\"0\" skipped=\""
-        << page[RESULTS[3]] << "\" timestamp=\"" << page["date"].get<std::string>().substr(0, 19)
-        << "\">\n";
+    std::vector<junit::Case> cases;
     for (const Json &row : page["answers"]) {
         const auto question = row["question"].get<std::string>();
         const size_t colon = question.find(": ");
-        xml << "  <testcase classname=\"" << escaped(question.substr(0, colon)) << "\" name=\""
-            << escaped(question.substr(colon + 2)) << "\"";
-        if (row.contains("why"))
-            xml << "><skipped message=\"" << escaped(row["why"]) << "\"/></testcase>\n";
-        else if (row.contains("differing"))
-            xml << "><failure type=\"" << row["result"].get<std::string>()
-                << "\" message=\"device: " << escaped(lineOf(row["differing"]))
-                << "; simulated: " << escaped(lineOf(row["simulated"])) << "\"/></testcase>\n";
-        else
-            xml << "/>\n";
+        auto &one =
+            cases.emplace_back(junit::Case{question.substr(0, colon), question.substr(colon + 2)});
+        if (row.contains("why")) {
+            one.skipped = row["why"];
+        } else if (row.contains("differing")) {
+            one.failure = row["result"];
+            one.message =
+                "device: " + lineOf(row["differing"]) + "; simulated: " + lineOf(row["simulated"]);
+        }
     }
-    xml << "</testsuite>\n";
-    return xml.str();
+    return junit::suite("vexoctl conform", cases, page["date"].get<std::string>().substr(0, 19));
 }
 
 // ---- Progress ----

@@ -1,6 +1,6 @@
 #include "manner.h"
 
-#include <CLI/CLI.hpp>
+#include <command_line.h>
 
 #include <algorithm>
 
@@ -22,13 +22,7 @@ void addOptions(CLI::App &app, Manner &manner)
     app.add_flag("--values", manner.values, "Show bare values, a line for each object");
     app.add_option("--timeout", manner.timeout, "End, with status 3, when a call takes longer")
         ->type_name("SECONDS")
-        ->check([](const std::string &text) -> std::string {
-            double seconds = 0;
-            // CLI::Range has "nan" in every range.
-            return CLI::detail::lexical_cast(text, seconds) && seconds >= 0.001 && seconds <= 1e6
-                       ? ""
-                       : "expected a number from 0.001 to 1000000, not '" + text + "'";
-        });
+        ->check(between(0.001, 1e6));
     app.add_option("--time", manner.zone, "Show when things came, by the device's clock")
         ->type_name("local|utc")
         ->check(CLI::IsMember({"local", "utc"}));

@@ -1,39 +1,15 @@
 // vexotrace: what an agent asked of the library, and that of the platform.
 #include "commands.h"
 
+#include <command_line.h>
 #include <recording.h>
 
-#include <CLI/CLI.hpp>
-
 #include <cstdio>
-#include <sstream>
 
 using namespace vexotrace;
 
 namespace
 {
-
-// CLI::Range has "nan" in every range.
-CLI::Validator between(double least, double most)
-{
-    return {[=](const std::string &text) -> std::string {
-                double value = 0;
-                if (CLI::detail::lexical_cast(text, value) && value >= least && value <= most)
-                    return "";
-                std::ostringstream reason;
-                reason << "expected a number from " << least << " to " << most << ", not '" << text
-                       << "'";
-                return reason.str();
-            },
-            ""};
-}
-
-// What is wrong with the words; a word that is none is told before what lacks.
-std::string reasonOf(const CLI::App &app, const CLI::ParseError &error)
-{
-    const auto rest = app.remaining(true);
-    return rest.empty() ? error.what() : "there is no '" + rest.front() + "' here";
-}
 
 // What can't be written is no success.
 int finish(int status)
