@@ -126,7 +126,8 @@ class Agent:
         self._expect(0)
 
     def _said(self) -> str:
-        return f"; it printed:\n{self.output}" if self.output else ""
+        printed = self.output.split("\n")
+        return f"; the last it printed: {printed[-1] or printed[-2]}" if self.output else ""
 
     def _expect(self, *statuses: int) -> None:
         __tracebackhide__ = True  # pylint: disable=unused-variable

@@ -88,7 +88,7 @@ def test_an_agent_that_computes_is_not_idle(gateway, agent):
 
 @pytest.mark.parametrize("command, options, says", [
     ("no-such-agent", {}, "can't be started"),
-    (["sh", "-c", "echo no site; exit 3"], {}, "sh ended with status 3; it printed:\nno site"),
+    (["sh", "-c", "echo no site; exit 3"], {}, "sh ended with status 3; the last it printed: no site"),
     (["sh", "-c", "kill -SEGV $$"], {}, "sh ended with signal SIGSEGV"),
     (["sleep", "100"], {"timeout": 0.3}, "sleep has neither subscribed nor become idle for 0.3 seconds"),
 ])
