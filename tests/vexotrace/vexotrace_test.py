@@ -303,6 +303,26 @@ class Sweeping(unittest.TestCase):
                     self.assertEqual(list(difference), ["object", "field", "a", "b"])
                 self.assertIn(self.sweep(*words)[place]["verdict"], ("recovered", "reported"))
 
+    def test_who_names_what_failed_need_not_name_what_was_done_before_or_not_begun(self):
+        set_ = "vexoctl pdh admin set status=1 port=$port 2>$TMPDIR/why"
+        frame = "vexoctl pdh frame set mode=3 port=$port && "
+        for act, say, verdict, unnamed in [(set_, "port $port failed", "reported", None),
+                                           (set_, "failed", "half", ["pdh 4", "pdh 5"]),
+                                           (frame + set_, "port 5 failed", "half", ["pdh 4"]),
+                                           (frame + set_, "port $port failed", "reported", None)]:
+            script = f"for port in 3 4 5; do {act} || {{ echo {say}; exit 3; }}; done"
+            words = ("--only", "config_set_pdh_admin/4/1:code")
+            how = {"agent": ["sh", "-c", script], "status": int(verdict == "half")}
+            (point,) = self.sweep(*words, **how).values()
+            self.assertEqual((point["verdict"], point.get("unnamed")), (verdict, unnamed), script)
+        self.assertRegex(self.report(*words, agent=["sh", "-c", script.replace("port $port", "it")],
+                                     status=1), r"""
+    not named: pdh 4, pdh 5
+    ended with status 3, having written:
+        it failed
+1 fault: 1 half
+$""")
+
     def test_a_call_that_hangs_goes_on_when_the_time_is_up(self):
         (point,) = self.sweep("--only", "config_add_pw/17/1:hang", timeout=2).values()
         self.assertEqual(point["verdict"], "recovered")

@@ -45,6 +45,25 @@ std::vector<std::string> differencesIn(const Json &entry)
     return lines;
 }
 
+// What else there is to say of a bad verdict, each on a line.
+std::vector<std::string> reasonsIn(const Json &entry)
+{
+    std::vector<std::string> lines;
+    std::string unnamed;
+    for (const std::string name : entry.value("unnamed", Json::array()))
+        unnamed += (unnamed.empty() ? "not named: " : ", ") + name;
+    if (!unnamed.empty())
+        lines.push_back(unnamed);
+    if (!entry.value("check", true))
+        lines.emplace_back("the check failed");
+    const Json output = entry.value("output", Json::array());
+    if (entry.contains("end"))
+        lines.push_back(dump(entry["end"]) + (output.empty() ? "" : ", having written:"));
+    for (const Json &line : output)
+        lines.push_back("    " + dump(line));
+    return lines;
+}
+
 std::map<std::string, size_t> countsOf(const std::vector<Json> &entries)
 {
     std::map<std::string, size_t> counts;
@@ -100,8 +119,9 @@ std::string asText(const std::vector<Json> &entries)
         const std::string operation = entry.at("operation");
         text += entry.at("id").get<std::string>() + ": " + verdictIn(entry) +
                 (operation.empty() ? "" : ", in " + operation) + "\n";
-        for (const std::string &line : differencesIn(entry))
-            text += "    " + line + "\n";
+        for (const auto &lines : {differencesIn(entry), reasonsIn(entry)})
+            for (const std::string &line : lines)
+                text += "    " + line + "\n";
     }
     text += std::to_string(entries.size()) + (entries.size() == 1 ? " fault" : " faults");
     const char *sign = ": ";
@@ -124,10 +144,14 @@ std::string asTap(const std::vector<Json> &entries)
                 verdict + "\n";
         if (!bad)
             continue;
-        text += "  ---\n  verdict: " + verdict + "\n  difference:\n";
-        for (const std::string &line : differencesIn(entry))
-            text +=
-                "    - " + Json(line).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+        text += "  ---\n  verdict: " + verdict + "\n";
+        for (const auto &[name, lines] :
+             {std::pair{"difference", differencesIn(entry)}, {"reasons", reasonsIn(entry)}}) {
+            text += std::string{"  "} + name + ":\n";
+            for (const std::string &line : lines)
+                text += "    - " + Json(line).dump(-1, ' ', false, Json::error_handler_t::replace) +
+                        "\n";
+        }
         text += "  ...\n";
     }
     return text;
@@ -146,8 +170,9 @@ std::string asJunit(const std::vector<Json> &entries)
         one.failure = verdict;
         const std::string operation = entry.at("operation");
         one.message = verdict + (operation.empty() ? "" : ", in " + operation);
-        for (const std::string &line : differencesIn(entry))
-            one.text += line + "\n";
+        for (const auto &lines : {differencesIn(entry), reasonsIn(entry)})
+            for (const std::string &line : lines)
+                one.text += line + "\n";
     }
     return vexoctl::junit::suite("vexotrace sweep", cases);
 }

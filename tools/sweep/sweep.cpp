@@ -231,19 +231,15 @@ class Sweep
     void end(Job &job, const Json &told)
     {
         constexpr int TRIES = 3;
-        if (told["verdict"] == UNMET && ++job.tries < TRIES)
+        if (told["judged"]["verdict"] == UNMET && ++job.tries < TRIES)
             return waiting_.push_back(std::move(job));
         const Fault &last = job.faults.back();
         const Point &point = last.point;
-        Json entry{{"id", idOf(job.faults)},
-                   {"function", point.function},
-                   {"object", point.object},
-                   {"call", point.call},
-                   {"effect", last.effect->name},
-                   {"operation", point.operation},
-                   {"step", point.step},
-                   {"verdict", told["verdict"]},
-                   {"difference", told["difference"]}};
+        Json entry{{"id", idOf(job.faults)},      {"function", point.function},
+                   {"object", point.object},      {"call", point.call},
+                   {"effect", last.effect->name}, {"operation", point.operation},
+                   {"step", point.step}};
+        entry.update(told["judged"]);
         Json line{{"entry", std::move(entry)}};
         if (told.contains("places"))
             line["places"] = told["places"];

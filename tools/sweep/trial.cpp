@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <sstream>
 
@@ -68,11 +69,24 @@ void openDevice(const Order &order)
         throw Trouble(SIM(kv_sim_error)());
 }
 
-std::string indented(const std::string &output)
+// What it wrote last, without the lines that it may have gone on writing for ever.
+std::vector<std::string> lastLines(const std::string &output)
 {
+    constexpr size_t LINES = 10, LENGTH = 200;
+    std::deque<std::string> lines;
     std::istringstream stream{output};
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line.substr(0, LENGTH));
+        if (lines.size() > LINES)
+            lines.pop_front();
+    }
+    return {lines.begin(), lines.end()};
+}
+
+std::string indented(const std::vector<std::string> &lines)
+{
     std::string text;
-    for (std::string line; std::getline(stream, line);)
+    for (const std::string &line : lines)
         text += "\n    " + line;
     return text;
 }
@@ -89,7 +103,7 @@ void checkGood(const Ran &ran, const std::string &command)
     else if (!ran.wasTold && ran.end != "status 0")
         what = "ended with " + ran.end;
     if (!what.empty())
-        throw Trouble("without a fault, " + command + " " + what + indented(ran.output));
+        throw Trouble("without a fault, " + command + " " + what + indented(lastLines(ran.output)));
 }
 
 } // namespace
@@ -138,8 +152,13 @@ Json faultyRun(const Task &task, const Order &order, const Faults &faults, const
     const config::Document after = deviceNow();
     const auto different = differences(good.after, after);
     const bool passed = task.check.empty() || succeeds(task.check, order);
-    Json told{{"verdict", verdictOf(good, {ran, after, passed, fault.met > 0}, different)},
-              {"difference", config::toJson(different)}};
+    const auto [verdict, unnamed] = judge(good, {ran, after, passed, fault.met > 0}, different);
+    Json told{{"judged", {{"verdict", verdict}, {"difference", config::toJson(different)}}}};
+    if (isBad(verdict))
+        told["judged"].update({{"unnamed", unnamed},
+                               {"check", passed},
+                               {"end", ran.hung ? "did not end" : "ended with " + ran.end},
+                               {"output", lastLines(ran.output)}});
     if (order.records && fault.met > 0)
         told["places"] = placesIn(order, task.effects);
     return told;

@@ -27,7 +27,8 @@ std::vector<Place> placesOf(const Json &told);
 // did not go well.
 Json goodRun(const Task &task, const Order &order);
 
-// verdict, difference; with a recording also the places.
+// judged: the verdict, the difference, and what explains a bad one. With a recording also the
+// places.
 Json faultyRun(const Task &task, const Order &order, const Faults &faults, const Good &good);
 
 } // namespace sweep

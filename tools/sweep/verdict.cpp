@@ -62,6 +62,14 @@ bool hasNumber(const std::string &line, uint32_t number)
     return false;
 }
 
+std::set<Key> keysOf(const std::vector<Difference> &differences)
+{
+    std::set<Key> keys;
+    for (const Difference &difference : differences)
+        keys.insert(difference.key);
+    return keys;
+}
+
 // Most are not: to ask for all of them in words would take longer than everything else.
 bool isThere(uint32_t pwId)
 {
@@ -123,32 +131,35 @@ bool isBad(const std::string &verdict)
     return verdict != RECOVERED && verdict != REPORTED && verdict != UNMET;
 }
 
-const char *verdictOf(const Good &good, const Outcome &outcome,
-                      const std::vector<Difference> &different)
+Judgement judge(const Good &good, const Outcome &outcome, const std::vector<Difference> &different)
 {
     if (outcome.ran.crashed)
-        return CRASHED;
+        return {CRASHED};
     if (outcome.ran.hung)
-        return HUNG;
+        return {HUNG};
     const bool failed = outcome.ran.end != good.ran.end || outcome.ran.wasTold != good.ran.wasTold;
     const bool asIntended = different.empty() && outcome.passed;
     if (!outcome.met)
-        return !failed && asIntended ? UNMET : UNSTABLE;
+        return {!failed && asIntended ? UNMET : UNSTABLE};
     if (!failed && asIntended)
-        return RECOVERED;
+        return {RECOVERED};
     const std::vector<std::string> said = good.lines.newIn(outcome.ran.output);
-    // Whatever is otherwise than there has been named.
-    const auto accountsFor = [&](const std::vector<Difference> &all) {
-        return std::ranges::all_of(all, [&](const Difference &difference) {
-            return std::ranges::any_of(
-                said, [&](const std::string &line) { return isNamed(difference.key, line); });
-        });
+    const auto isSaid = [&](const Key &key) {
+        return std::ranges::any_of(said,
+                                   [&](const std::string &line) { return isNamed(key, line); });
     };
-    if ((failed || !said.empty()) &&
-        (accountsFor(differences(good.before, outcome.after)) ||
-         (accountsFor(different) && (outcome.passed || !different.empty()))))
-        return REPORTED;
-    return failed ? HALF : SILENT;
+    const std::set<Key> wrong = keysOf(different),
+                        changed = keysOf(differences(good.before, outcome.after));
+    // Who names what went wrong has told that what should have come after it wasn't begun.
+    const bool names = std::ranges::any_of(wrong, isSaid);
+    std::vector<std::string> unnamed;
+    for (const Key &key : wrong)
+        if (!isSaid(key) && (!names || changed.contains(key)))
+            unnamed.push_back(nameOf(key));
+    if ((failed || !said.empty()) && (std::ranges::all_of(changed, isSaid) ||
+                                      (unnamed.empty() && (outcome.passed || !wrong.empty()))))
+        return {REPORTED};
+    return failed ? Judgement{HALF, unnamed} : Judgement{SILENT};
 }
 
 } // namespace sweep

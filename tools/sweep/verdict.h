@@ -51,8 +51,13 @@ struct Outcome {
     bool met;    // the fault was
 };
 
-const char *verdictOf(const Good &good, const Outcome &outcome,
-                      const std::vector<config::Difference> &differences);
+struct Judgement {
+    const char *verdict;
+    std::vector<std::string> unnamed{}; // of what is half: the objects that it should have named
+};
+
+Judgement judge(const Good &good, const Outcome &outcome,
+                const std::vector<config::Difference> &differences);
 
 } // namespace sweep
 
