@@ -177,17 +177,21 @@ def operation(row: Row, parameters: List[str], text: str) -> Iterator[str]:
     given, prepared, passed, checks, results = [], [], [], [], []
     for argument, parameter in zip(row["arguments"], parameters):
         own, kind = argument["name"], element_type(argument)
+        told = repr(f"{name}: {own}")
         size = argument["size"] * argument["count"]
         is_word = argument["kind"] in ("word", "enumeration")
         if not argument["out"]:
             given.append(f"{own}: {kind}")
             if is_word:
-                checks.append(f"    if not 0 <= {own} <= {argument['limit']}:\n"
-                              f"        raise outside({own!r}, {own}, {argument['limit']})\n")
+                limit = argument["limit"]
+                usual = "is not int" if kind == "int" else f"not in (int, {kind})"
+                of_kind = "" if kind == "int" else f", {kind}"
+                checks.append(f"    if {own}.__class__ {usual} or not 0 <= {own} <= {limit}:\n"
+                              f"        {own} = whole({told}, {own}, {limit}{of_kind})\n")
                 passed.append(f"byref(Word({own}))" if "*" in parameter else own)
             else:
-                passed.append({"record": f"given({own!r}, {own}, {kind})", "mac": f"mac_bytes({own!r}, {own})",
-                               "text": f"text_bytes({own!r}, {own}, {argument['limit']})"}[argument["kind"]])
+                passed.append({"record": f"given({told}, {own}, {kind})", "mac": f"mac_bytes({told}, {own})",
+                               "text": f"text_bytes({told}, {own}, {argument['limit']})"}[argument["kind"]])
             continue
         passed.append(f"byref({own})")
         counted = argument.get("countedBy")
@@ -240,8 +244,8 @@ def interface(rows: Row, headers: List[str]) -> str:
              "from typing import Callable, List, NamedTuple, Optional\n\n"
              "from ._library import call, callback, failure, operation\n"
              "from ._records import (MAC, MUST_BE_GIVEN, TEXT, Enumeration, Field, Record, Result, Word,\n"
-             "                       given, layout, mac_bytes, mac_text, outside, records, text_bytes,\n"
-             "                       untouched, words)\n",
+             "                       given, layout, mac_bytes, mac_text, records, text_bytes,\n"
+             "                       untouched, whole, words)\n",
              "", *enumerations(headers), *records(rows["records"], headers)]
     for row in rows["operations"]:
         name = row["name"].replace("vexo_cmi_", "")
@@ -278,8 +282,9 @@ def control(header: str) -> str:
     values = dict(VALUE.findall(re.sub(r"/\*.*?\*/", "", header, flags=re.DOTALL)))
     parts = [HEAD.format(title="What the simulated device is told and asked: its header.",
                          source="kv_sim.h")
-             + "from ctypes import (POINTER, Structure, c_char, c_char_p, c_int, c_uint, c_uint32,\n"
-             "                    c_uint64, c_uint8)\nfrom enum import IntEnum\nfrom typing import Any\n"]
+             + "from ctypes import POINTER, c_char, c_char_p, c_int, c_uint, c_uint32, c_uint64, c_uint8\n"
+             "from enum import IntEnum\nfrom typing import Any\n\nfrom ._records import Structure\n\n"
+             + "".join(f"{name.replace('KV_SIM_', '')} = {value}\n" for name, value in values.items())]
     for name, body in NAMED.findall(header):
         members = re.findall(r"\b[A-Z_]{4,}\b", re.sub(r"/\*.*?\*/", "", body, flags=re.DOTALL))
         parts.append(f"class {class_of(name)}(IntEnum):\n" + docstring(f"{name} of kv_sim.h.") + "".join(
@@ -300,11 +305,13 @@ def control(header: str) -> str:
                      + "    _fields_ = [\n" + "".join(rows) + "    ]\n")
     prototypes = []
     for _, result, name, parameters in CONTROL.findall(header):
-        kinds = [] if parameters == "void" else [
-            c_type(re.sub(r"\w+\s*$", "", part), set(structures))
-            for part in parameters.split(",")]
-        prototypes.append(f"    {name!r}: ({c_type(result, set(structures))}, [{', '.join(kinds)}]),\n")
-    parts.append("PROTOTYPES: \"dict[str, tuple[Any, list[Any]]]\" = {\n" + "".join(prototypes) + "}\n")
+        kinds = ", ".join([] if parameters == "void" else [
+            f"{own!r}: {c_type(kind, set(structures))}"
+            for kind, own in re.findall(r"\s*([^,]*?)(\w+)(?:,|$)", parameters)])
+        row = f"{name!r}: ({c_type(result, set(structures))}, {{{kinds}}}),"
+        prototypes.append("\n".join(textwrap.wrap(row, 100, initial_indent=" " * 4,
+                                                  subsequent_indent=" " * 8)) + "\n")
+    parts.append("PROTOTYPES: \"dict[str, tuple[Any, dict[str, Any]]]\" = {\n" + "".join(prototypes) + "}\n")
     return "\n\n".join(parts)
 
 

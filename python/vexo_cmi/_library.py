@@ -146,6 +146,11 @@ def operation(name: str, module: str) -> Callable[..., None]:
     return first
 
 
+def operations() -> List[str]:
+    """Names of the operations."""
+    return [name.replace("vexo_cmi_", "", 1) for name, module in _declared.items() if module]
+
+
 def call(name: str) -> None:
     """Calls a function that takes nothing and tells nothing."""
     _load()
@@ -161,6 +166,8 @@ _Callback = ctypes.CFUNCTYPE(None, ctypes.c_void_p)
 
 def callback(name: str, function: Optional[Callable[[Any], None]], record: Type[Record]) -> None:
     """Registers a callback."""
+    if not (function is None or callable(function)):
+        raise TypeError(f"{name.replace('vexo_cmi_', '', 1)}: expected a function, not {function!r}")
     _load()
 
     def deliver(place: int) -> None:
@@ -196,9 +203,9 @@ def control(prototypes: Dict[str, Any]) -> ctypes.CDLL:
             raise LibraryMissing(
                 f"the simulated device can't be loaded: {error}. Install libkv-simulator, or put its "
                 "folder into LD_LIBRARY_PATH before Python starts") from error
-        for name, (result, arguments) in prototypes.items():
+        for name, (result, parameters) in prototypes.items():
             function = getattr(library, name)
-            function.restype, function.argtypes = result, arguments
+            function.restype, function.argtypes = result, list(parameters.values())
         return library
 
 

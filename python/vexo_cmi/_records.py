@@ -1,8 +1,10 @@
 """Records between Python and C: what the generated interface is made of."""
 from __future__ import annotations
 
+import ctypes
+import operator
 import sys
-from ctypes import Array, Structure, c_char, c_uint32
+from ctypes import Array, c_char, c_uint8, c_uint32, c_uint64, sizeof
 from enum import IntEnum
 from struct import unpack_from
 from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Type, TypeVar
@@ -15,7 +17,7 @@ TEXT = "text"
 MAC = "MAC address"
 
 
-class Result(Structure):
+class Result(ctypes.Structure):
     """vexoResult: how an operation went."""
     _fields_ = [("rc", c_uint32), ("message", c_char * 128)]
 
@@ -35,6 +37,29 @@ class Enumeration(IntEnum):
 class _MustBeGiven:
     def __repr__(self) -> str:
         return "must be given"
+
+
+def whole(name: str, value: Any, limit: int, kind: Any = int, *, least: int = 0) -> Any:
+    """A number as it can be given; the error of what is none, or an enumeration's other than its own."""
+    numbers = f"a whole number from {least} to {limit}"
+    if not hasattr(value, "__index__") or isinstance(value, Enumeration) and (
+            kind is int or not isinstance(value, kind)):
+        raise TypeError(f"{name}: expected {numbers if kind is int else kind.__name__}, not {value!r}")
+    if not least <= value <= limit:
+        raise ValueError(f"{name}: expected {numbers}, not {value!r}")
+    return operator.index(value)
+
+
+# Of C's types; ctypes itself would cut what is beyond.
+LIMITS: Dict[Any, int] = {kind: (1 << 8 * sizeof(kind)) - 1 for kind in (c_uint8, c_uint32, c_uint64)}
+
+
+class Structure(ctypes.Structure):
+    """One that is filled by hand."""
+
+    def __setattr__(self, name: str, value: Any) -> None:
+        limit = LIMITS.get(dict(self._fields_)[name])
+        super().__setattr__(name, value if limit is None else whole(name, value, limit))
 
 
 # Of a field that is applied always: 0 would be a value, too.
@@ -83,16 +108,14 @@ class Field(NamedTuple):
         if isinstance(self.kind, type) and issubclass(self.kind, Record):
             if not isinstance(value, self.kind):
                 raise TypeError(f"{name}: expected {self.kind.__name__}, not {value!r}")
-            value.write(data, place, self.needs)
+            value.write(data, place, name, self.needs)
             return
         if self.kind is TEXT:
             data_of = text_bytes(name, value, min(self.limit, self.size))
         elif self.kind is MAC:
             data_of = mac_bytes(name, value)
-        elif isinstance(value, int) and 0 <= value <= self.limit:
-            data_of = int(value).to_bytes(self.size, sys.byteorder)
         else:
-            raise outside(name, value, self.limit)
+            data_of = whole(name, value, self.limit, self.kind).to_bytes(self.size, sys.byteorder)
         data[place:place + len(data_of)] = data_of
 
 
@@ -127,9 +150,8 @@ class Record:
             found[field.name] = values if field.many or values is None else values[0]
         return cls(**found)
 
-    def write(self, data: bytearray, base: int, needs: Sequence[str] = ()) -> None:
-        """Puts the record into memory from a place on, which is all zeros."""
-        name = type(self).__name__
+    def write(self, data: bytearray, base: int, name: str, needs: Sequence[str] = ()) -> None:
+        """Puts the record into memory from a place on, which is all zeros; it is named in errors."""
         alone = any(getattr(self, field.name) in field.alone for field in self.fields)
         for field in self.fields:
             value = getattr(self, field.name)
@@ -141,10 +163,12 @@ class Record:
                 continue
             if not there:
                 raise ValueError(f"{own}: there is none with {field.by} {getattr(self, field.by)!r}")
+            if field.many and not isinstance(value, (list, tuple)):
+                raise TypeError(f"{own}: expected a list, not {value!r}")
             for i, one in enumerate(value if field.many else [value]):
                 if i >= max(field.many, 1):
                     raise ValueError(f"{own}: expected at most {field.many} elements")
-                field.put(data, base + field.offset + i * field.size, one, own)
+                field.put(data, base + field.offset + i * field.size, one, f"{own}[{i}]" if field.many else own)
             if field.flag is not None:
                 data[base + field.flag:base + field.flag + 4] = (1).to_bytes(4, sys.byteorder)
 
@@ -161,26 +185,22 @@ def _word(data: Any, place: int) -> int:
     return int(unpack_from("I", data, place)[0])
 
 
-def outside(name: str, value: Any, limit: int) -> Exception:
-    """The error of a number that can't be given."""
-    return (ValueError if isinstance(value, int) else TypeError)(
-        f"{name}: expected a number from 0 to {limit}, not {value!r}")
-
-
 def given(name: str, value: Any, kind: Type[Record]) -> bytes:
     """A record as an operation takes it."""
     if not isinstance(value, kind):
         raise TypeError(f"{name}: expected {kind.__name__}, not {value!r}")
     data = bytearray(kind.size)
-    value.write(data, 0)
+    value.write(data, 0, name)
     return bytes(data)
 
 
 def mac_bytes(name: str, value: str) -> bytes:
     """A MAC address, which stands in text as 02:00:5e:00:00:11."""
+    if not isinstance(value, str):
+        raise TypeError(f"{name}: expected a MAC address as text, not {value!r}")
     try:
         data = bytes(int(part, 16) for part in value.split(":") if 0 < len(part) <= 2)
-    except (AttributeError, ValueError):
+    except ValueError:
         data = b""
     if len(data) != 6 or value.count(":") != 5:
         raise ValueError(f"{name}: expected a MAC address such as 02:00:5e:00:00:11, not {value!r}")

@@ -3,22 +3,37 @@
 What stands here in a few words, kv_sim.h and docs/simulated-device.md tell in full. Times are in
 seconds. Objects are named by their kind, "system", "pdh", "pwe", "ima-group" or "ima-link", and
 their number; services, "alarms" or "pm", and "both".
+
+What can't be meant, a name that nothing has or a number out of its range, is a ValueError, and what
+is of another type a TypeError, before the device is asked; what the device refuses, and what does
+not come about, is a DeviceError.
 """
 from __future__ import annotations
 
 import ctypes
+import difflib
+import functools
 import os
+import re
 from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
-from typing import Any, Dict, Iterator, List, Mapping, Optional, Tuple, Union
+from typing import Any, Collection, Dict, Iterator, List, Mapping, Optional, Tuple, Union
 
 from . import _control
 from ._control import Effect, Ending
-from ._library import control
+from ._library import control, operations
+from ._records import LIMITS, NUMBER, whole
 
-KINDS = {"system": 0, "pdh": 1, "ima-group": 2, "pwe": 3, "ima-link": 34}
-SERVICES = {"any": 0, "alarms": 1, "pm": 2, "both": 3}
+KINDS = {"system": _control.SYSTEM, "pdh": _control.PDH, "ima-group": _control.GROUP, "pwe": _control.PW,
+         "ima-link": _control.LINK}
+COUNTS = {"system": 1, "pdh": _control.PORTS, "ima-group": _control.GROUPS, "pwe": _control.PWS,
+          "ima-link": _control.LINKS}
+# What a function's argument numbers.
+OBJECTS = {"port": "pdh", "group": "ima-group", "pwId": "pwe", "link": "ima-link"}
+SERVICES = {"any": 0, "alarms": _control.ALARMS, "pm": _control.REPORTS,
+            "both": _control.ALARMS + _control.REPORTS}
 EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
+LATEST = 253402300799  # the end of the year 9999, where the device's clock stops
 LONG = 10.0  # how long is waited for what should come at once, on whichever machine
 PathLike = Union[str, "os.PathLike[str]"]
 
@@ -37,14 +52,41 @@ def _kind(number: int) -> str:
     return next((name for name, value in KINDS.items() if value == number), str(number))
 
 
-def _milliseconds(seconds: float) -> int:
-    return max(0, round(seconds * 1000))
+def known(what: str, name: str, names: Collection[str]) -> None:
+    """The error of a name that nothing has, with those that are near."""
+    if not isinstance(name, str):
+        raise TypeError(f"expected the name of a {what}, not {name!r}")
+    if name not in names:
+        near = " or ".join(map(repr, difflib.get_close_matches(name, names)))
+        raise ValueError(f"there is no {what} {name!r}{near and f': did you mean {near}?'}")
 
 
-def _microseconds(time: Union[datetime, float]) -> int:
+def _object(name: str, kind: str, number: int) -> Tuple[int, int]:
+    """An object as the device takes it."""
+    of = _number(KINDS, kind)
+    return of, whole(f"{name} ({kind})", number, COUNTS[kind], least=1)
+
+
+def _real(name: str, value: float, least: float, most: float) -> float:
+    if not isinstance(value, (int, float)):
+        raise TypeError(f"{name}: expected a number, not {value!r}")
+    if not least <= value <= most:
+        raise ValueError(f"{name}: expected a number from {least:.15g} to {most:.15g}, not {value!r}")
+    return value
+
+
+def _milliseconds(name: str, seconds: float) -> int:
+    return round(_real(name, seconds, 0, NUMBER / 1000) * 1000)
+
+
+def _timeout(seconds: float) -> int:
+    return _milliseconds("timeout", max(0, seconds))  # what is left of a longer one may be less
+
+
+def _microseconds(name: str, time: Union[datetime, float]) -> int:
     if isinstance(time, datetime):
         return (time.astimezone(timezone.utc) - EPOCH) // timedelta(microseconds=1)
-    return round(time * 1000000)
+    return round(_real(name, time, 0, LATEST) * 1000000)
 
 
 def _time(microseconds: int) -> datetime:
@@ -162,16 +204,18 @@ class Clock:
 
     def set(self, time: Union[datetime, float]) -> None:
         """Sets it, to seconds since 1970 or a datetime: no time passes by that, no interval ends."""
-        self._device.do("clock_set", _microseconds(time))
+        self._device.do("clock_set", _microseconds("time", time))
 
     def advance(self, seconds: float = 0, *, minutes: float = 0, hours: float = 0, days: float = 0,
                 anyway: bool = False) -> None:
         """Lets time pass. Every PM interval that is over meanwhile ends, one after the other, each
         as soon as the report of the one before is dealt with; anyway: a subscriber that gets no
         further is not waited for."""
-        passed = timedelta(seconds=seconds, minutes=minutes, hours=hours, days=days)
+        spans = {"seconds": (seconds, 1), "minutes": (minutes, 60), "hours": (hours, 3600),
+                 "days": (days, 86400)}
         self._device.do("clock_advance_anyway" if anyway else "clock_advance",
-                        passed // timedelta(microseconds=1))
+                        sum(_microseconds(name, _real(name, value, 0, LATEST / unit) * unit)
+                            for name, (value, unit) in spans.items()))
 
     def stop(self) -> None:
         """Stops it: time passes by advance() only."""
@@ -195,12 +239,18 @@ class Settings:
 
     def __getitem__(self, name: str) -> str:
         value = ctypes.create_string_buffer(256)
-        self._device.do("get", name.encode(), value, 256)
+        self._device.do("get", self._name(name), value, 256)
         return value.value.decode()
 
     def __setitem__(self, name: str, value: Union[str, int, bool]) -> None:
         text = ("off", "on")[value] if isinstance(value, bool) else str(value)
-        self._device.do("set", name.encode(), text.encode())
+        self._device.do("set", self._name(name), text.encode())
+
+    @staticmethod
+    def _name(name: str) -> bytes:
+        if not isinstance(name, str):
+            raise TypeError(f"expected the name of a setting, not {name!r}")
+        return name.encode()
 
     def __iter__(self) -> Iterator[str]:
         """Their names."""
@@ -229,9 +279,11 @@ class Device:
 
     def ask(self, name: str, *arguments: Any) -> Any:
         """What the function of this name returns, "clock_get" for kv_sim_clock_get()."""
+        _, parameters = _control.PROTOTYPES["kv_sim_" + name]
         return getattr(self._control, "kv_sim_" + name)(*(
-            one if one is None or isinstance(one, (int, bytes, ctypes.Array)) else ctypes.byref(one)
-            for one in arguments))
+            whole(own, one, LIMITS[kind]) if kind in LIMITS
+            else one if one is None or isinstance(one, (int, bytes, ctypes.Array)) else ctypes.byref(one)
+            for one, (own, kind) in zip(arguments, parameters.items())))
 
     def do(self, name: str, *arguments: Any) -> int:
         """The same, of one that can fail."""
@@ -258,38 +310,55 @@ class Device:
     # ---- Faults ----
 
     def fault(self, effect: Effect, value: int = 0, *,  # pylint: disable=too-many-locals
-              function: str = "", object: int = 0,  # pylint: disable=redefined-builtin
+              function: str = "",
+              object: Optional[int] = None,  # pylint: disable=redefined-builtin
               kind: Optional[str] = None, service: Optional[str] = None, skip: int = 0, times: int = 0,
-              nth: int = 0, chance: float = 0, seed: int = 0, process: int = 0, operation: str = "",
-              where: Optional[Mapping[str, int]] = None) -> Fault:
+              nth: Optional[int] = None, chance: Optional[float] = None, seed: int = 0, process: int = 0,
+              operation: str = "", where: Optional[Mapping[str, int]] = None) -> Fault:
         """Adds a fault: what befalls the calls of a platform function, or notifications. It meets
         those that fit: about the object with this number and of this kind, by this process, in this
-        operation, where the arguments or fields have these values ({"params.clockMode": 2}). It lets
-        `skip` pass first, meets `times` of them, 0: all; or only the nth; or each with this
-        chance."""
+        operation, where the arguments or fields have these values, three at most
+        ({"params.clockMode": 2}). It lets `skip` pass first, meets `times` of them, 0: all; or only
+        the nth, from 1; or each with this chance, from 0.000001 to 1."""
         wanted = _control.Fault(
-            function=function.encode(), object=object, skip=skip, times=times, effect=effect,
-            value=value, process=process, nth=nth, chance=round(chance * 1000000), seed=seed,
+            skip=skip, times=times, effect=effect, value=value, process=process, seed=seed,
+            nth=0 if nth is None else whole("nth", nth, NUMBER, least=1),
+            chance=0 if chance is None else round(_real("chance", chance, 0.000001, 1) * 1000000),
             service=_number(SERVICES, service) if service else 0)
+        if function:
+            self._check_function(function)
+            wanted.function = function.encode()
         if kind is not None:
             wanted.ofType, wanted.type = 1, _number(KINDS, kind)
+        if object is not None:
+            of = kind or "".join([OBJECTS[name] for name in self._arguments(function) if name in OBJECTS][:1])
+            wanted.object = whole(f"object{of and f' ({of})'}", object, COUNTS.get(of, NUMBER), least=1)
         if operation:
-            name = operation if operation.startswith("vexo_cmi_") else "vexo_cmi_" + operation
-            wanted.operation = name.encode()
-        for i, (name, number) in enumerate((where or {}).items()):
-            wanted.where[i] = _control.Argument(name.encode(), number)
+            name = operation[len("vexo_cmi_"):] if operation.startswith("vexo_cmi_") else operation
+            known("operation of the library", name, operations())
+            wanted.operation = f"vexo_cmi_{name}".encode()
+        self._put_where(wanted, where or {})
         number = self.ask("fault_arm", wanted)
         if number == 0:
             raise DeviceError(self.ask("error").decode())
         return Fault(self, number)
 
+    def _put_where(self, wanted: _control.Fault, where: Mapping[str, int]) -> None:
+        if len(where) > len(wanted.where):
+            raise ValueError(f"where: expected at most {len(wanted.where)} numbers")
+        function = wanted.function.decode()
+        for place, (name, value) in zip(wanted.where, where.items()):
+            if function:  # of lists the names are told for index 0
+                known(f"number in {function}", re.sub(r"\.\d+\b", ".0", name), self._arguments(function))
+            place.name, place.value = name.encode(), whole(f"where: {name}", value, NUMBER)
+
     def fail(self, function: str = "", code: int = 1, **fits: Any) -> Fault:
         """Lets the calls of a platform function fail with a code."""
-        return self.fault(Effect.CODE, code, function=function, **fits)
+        return self.fault(Effect.CODE, whole("code", code, NUMBER, least=1), function=function, **fits)
 
     def lose(self, function: str = "", code: int = 1, **fits: Any) -> Fault:
         """Loses answers: what was called is carried out, and fails with a code."""
-        return self.fault(Effect.LOST, code, function=function, **fits)
+        return self.fault(Effect.LOST, whole("code", code, NUMBER, least=1), function=function, **fits)
 
     def ignore(self, function: str = "", **fits: Any) -> Fault:
         """Calls succeed and change nothing."""
@@ -301,11 +370,11 @@ class Device:
 
     def slow(self, function: str = "", seconds: float = 1, **fits: Any) -> Fault:
         """Calls take so much longer."""
-        return self.fault(Effect.DELAY, _milliseconds(seconds), function=function, **fits)
+        return self.fault(Effect.DELAY, _milliseconds("seconds", seconds), function=function, **fits)
 
     def garble(self, function: str = "", seed: int = 1, **fits: Any) -> Fault:
         """Calls succeed with outputs of random bytes."""
-        return self.fault(Effect.GARBAGE, seed, function=function, **fits)
+        return self.fault(Effect.GARBAGE, whole("seed", seed, NUMBER), function=function, **fits)
 
     def drop(self, service: str = "alarms", **fits: Any) -> Fault:
         """Notifications are not sent."""
@@ -317,7 +386,7 @@ class Device:
 
     def late(self, service: str = "alarms", seconds: float = 1, **fits: Any) -> Fault:
         """Notifications are sent so much later, by the device's time."""
-        return self.fault(Effect.LATE, _milliseconds(seconds), service=service, **fits)
+        return self.fault(Effect.LATE, _milliseconds("seconds", seconds), service=service, **fits)
 
     def swap(self, service: str = "alarms", **fits: Any) -> Fault:
         """Notifications are sent after the next one."""
@@ -347,16 +416,25 @@ class Device:
     @property
     def functions(self) -> Dict[str, List[str]]:
         """The platform's functions, and the names of what each is given."""
-        found: Dict[str, List[str]] = {}
+        return {name: self._arguments(name) for name in self._functions}
+
+    @functools.cached_property
+    def _functions(self) -> List[str]:
+        found: List[str] = []
         while True:
             name = self.ask("function", len(found))
             if name is None:
                 return found
-            found[name.decode()] = [argument.name.decode() for argument in
-                                    self._each_argument(name)]
+            found.append(name.decode())
 
-    def _each_argument(self, function: bytes) -> Iterator[_control.Argument]:
-        return self._each("argument_get", _control.Argument, function)
+    def _arguments(self, function: str) -> List[str]:
+        return [] if not function else [argument.name.decode()
+                for argument in self._each("argument_get", _control.Argument, function.encode())]
+
+    def _check_function(self, name: str) -> None:
+        if name in operations():
+            raise ValueError(f"{name!r} is an operation, not a platform function")
+        known("platform function", name, self._functions)
 
     # ---- Restart ----
 
@@ -366,9 +444,9 @@ class Device:
         """Restarts the device, which is away for so long, by its own time: each call fails then, and
         all subscriptions end. Without its configuration it comes back with factory defaults."""
         self.do("reboot", _control.Reboot(
-            milliseconds=_milliseconds(seconds), keepConfiguration=keep_configuration,
+            milliseconds=_milliseconds("seconds", seconds), keepConfiguration=keep_configuration,
             keepFaults=keep_faults, keepJournal=keep_journal, setClock=clock is not None,
-            clock=0 if clock is None else _microseconds(clock)))
+            clock=0 if clock is None else _microseconds("clock", clock)))
 
     @property
     def away(self) -> float:
@@ -380,6 +458,8 @@ class Device:
     def calls(self, function: str = "", after: int = 0) -> List[Call]:
         """The calls of the platform's functions that the journal holds, of all or of one function,
         that came after the one with this number."""
+        if function:
+            self._check_function(function)
         return [call for call in self.follow(_control.Cursor(next=after + 1) if after else None)
                 if function in ("", call.function)]
 
@@ -399,7 +479,7 @@ class Device:
         """Each call from a place on, until none has come for so long."""
         cursor = cursor or _control.Cursor()
         found = _control.Call()
-        while self.do("journal_next", cursor, found, _milliseconds(timeout)):
+        while self.do("journal_next", cursor, found, _timeout(timeout)):
             yield self._call(found)
 
     def call(self, number: int) -> Call:
@@ -429,25 +509,25 @@ class Device:
 
     def wait_subscribed(self, process: int = 0, service: str = "any", timeout: float = LONG) -> None:
         """Waits until a process (0: any) has subscribed."""
-        self.do("wait_subscribed", process, _number(SERVICES, service), _milliseconds(timeout))
+        self.do("wait_subscribed", process, _number(SERVICES, service), _timeout(timeout))
 
     def wait_handled(self, timeout: float = LONG) -> None:
         """Waits until all subscribers have dealt with all notifications that have been sent."""
-        self.do("wait_handled", _milliseconds(timeout))
+        self.do("wait_handled", _timeout(timeout))
 
     def wait_idle(self, quiet: float = 0.05, timeout: float = LONG) -> None:
         """Waits until no function of the platform has been called for a while."""
-        self.do("wait_idle", _milliseconds(quiet), _milliseconds(timeout))
+        self.do("wait_idle", _milliseconds("quiet", quiet), _timeout(timeout))
 
     def wait_hanging(self, calls: int = 1, timeout: float = LONG) -> None:
         """Waits until so many calls hang."""
-        self.do("wait_hanging", calls, _milliseconds(timeout))
+        self.do("wait_hanging", calls, _timeout(timeout))
 
     # ---- Alarms ----
 
     def alarm(self, kind: str, number: int, bits: int, event: bool = True) -> None:
         """Sets the alarm bits that are active on an object; an event tells of it, or does not."""
-        self.do("alarm_set" if event else "alarm_alter", _number(KINDS, kind), number, bits)
+        self.do("alarm_set" if event else "alarm_alter", *_object("number", kind, number), bits)
 
     def send_alarm(self, kind: Union[str, int], number: int, status: int, delta: int, *,
                    count: int = 1, pause: float = 0) -> None:
@@ -456,12 +536,12 @@ class Device:
         if count == 1:
             self.do("alarm_send", of, number, status, delta)
         else:
-            self.do("alarm_burst", of, number, status, delta, count, _milliseconds(pause))
+            self.do("alarm_burst", of, number, status, delta, count, _milliseconds("pause", pause))
 
     def alarm_bits(self, kind: str, number: int) -> int:
         """The alarm bits that are active on an object."""
         bits = ctypes.c_uint32()
-        self.do("alarm_get", _number(KINDS, kind), number, bits)
+        self.do("alarm_get", *_object("number", kind, number), bits)
         return bits.value
 
     # ---- Counters and PM intervals ----
@@ -476,28 +556,28 @@ class Device:
 
     def set_pm(self, kind: str, number: int, interval: int, word: int, value: int) -> None:
         """Sets a word of an object's PM counters in the running interval."""
-        self.do("pm_set", _number(KINDS, kind), number, interval, word, value)
+        self.do("pm_set", *_object("number", kind, number), interval, word, value)
 
     def pm(self, kind: str, number: int, interval: int, word: int) -> int:
         """Reads such a word."""
         value = ctypes.c_uint32()
-        self.do("pm_get", _number(KINDS, kind), number, interval, word, value)
+        self.do("pm_get", *_object("number", kind, number), interval, word, value)
         return value.value
 
     def set_om(self, kind: str, number: int, counter: int, value: int) -> None:
         """Sets an OM counter of an object."""
-        self.do("om_set", _number(KINDS, kind), number, counter, value)
+        self.do("om_set", *_object("number", kind, number), counter, value)
 
     def om(self, kind: str, number: int, counter: int) -> int:
         """Reads one."""
         value = ctypes.c_uint64()
-        self.do("om_get", _number(KINDS, kind), number, counter, value)
+        self.do("om_get", *_object("number", kind, number), counter, value)
         return value.value
 
     def grow(self, rate: Rate) -> None:
         """Lets a counter grow from now on; an amount of 0 ends that."""
-        self.do("rate_set", _control.Rate(_number(KINDS, rate.kind), rate.number, rate.om, rate.counter,
-                                          rate.amount, _milliseconds(rate.seconds), rate.burst))
+        self.do("rate_set", _control.Rate(*_object("number", rate.kind, rate.number), rate.om, rate.counter,
+                                          rate.amount, _milliseconds("seconds", rate.seconds), rate.burst))
 
     @property
     def rates(self) -> List[Rate]:

@@ -15,7 +15,7 @@ from pathlib import Path
 from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Union
 
 from . import _library, _where
-from .device import LONG, Device, DeviceError, PathLike
+from .device import LONG, Device, DeviceError, PathLike, known
 from .document import Document, vexoctl
 
 RECORDING_SIZE = 2 << 20
@@ -23,6 +23,9 @@ QUIET = 0.05  # an agent that asks nothing and computes nothing for so long is i
 SUBSCRIBED = 1.0  # after which one that listens to one service, and is never idle, is ready
 LOOK = 0.002  # how often that is looked at
 PATIENCE = 5.0  # how long an agent may take to end
+# What is recorded besides operations and functions of the platform.
+CALLBACKS = ["vexoAlarmCallback", "vexoPmCallback", "alarm_notification_handler", "pm_notification_handler",
+             "alarm_callback_register", "pm_callback_register"]
 
 
 class AgentError(AssertionError):
@@ -56,7 +59,8 @@ class TraceCall:
 class Trace:
     """What agents asked of the library, and that of the platform, as vexotrace tells it."""
 
-    def __init__(self, files: Sequence[Path]) -> None:
+    def __init__(self, gateway: "Gateway", files: Sequence[Path]) -> None:
+        self._gateway = gateway
         self._files = [str(file) for file in files if file.exists()]
 
     def _show(self, *words: str) -> str:
@@ -75,8 +79,14 @@ class Trace:
             yield TraceCall._of(json.loads(line))
 
     def calls(self, name: str = "*") -> List[TraceCall]:
-        """All calls of such a name, of both layers: "config_add_pw", "pwe_*"."""
-        return [call for tree in self for call in tree.all() if fnmatch.fnmatch(call.name, name)]
+        """All calls of such a name, of both layers: "config_add_pw", "pwe_*". A ValueError when nothing
+        is named like that."""
+        found = [call for tree in self for call in tree.all() if fnmatch.fnmatch(call.name, name)]
+        if not found:
+            names = [*_library.operations(), *CALLBACKS, *self._gateway.functions]
+            if not fnmatch.filter(names, name):
+                known("operation, platform function or callback", name, names)
+        return found
 
 
 class Agent:
@@ -165,7 +175,7 @@ class Agent:
     @property
     def trace(self) -> Trace:
         """What it has asked of the library, and that of the platform."""
-        return Trace([self.recording])
+        return Trace(self.gateway, [self.recording])
 
     def send(self, number: int) -> None:
         """Sends it, and what it has started, a signal."""
@@ -257,7 +267,7 @@ class Gateway(Device):
     @property
     def trace(self) -> Trace:
         """What its agents have asked of the library, and that of the platform."""
-        return Trace([agent.recording for agent in self.agents])
+        return Trace(self, [agent.recording for agent in self.agents])
 
     def agent(self, command: Union[str, Sequence[PathLike]], **options: Any) -> Agent:
         """Starts an agent, and waits until it has subscribed or is idle."""

@@ -4,6 +4,7 @@ import ctypes.util
 import dataclasses
 import inspect
 import json
+import operator
 import os
 import re
 import shlex
@@ -158,27 +159,39 @@ def test_every_operation_does_and_tells_what_it_does_in_vexoctl(gateway, tmp_pat
 
 
 @pytest.mark.parametrize("call, error, says", [
-    (lambda: vexo_cmi.sys_tpid_set(0x10000), ValueError, "tpid: expected a number from 0 to 65535, not 65536"),
-    (lambda: vexo_cmi.pdh_admin_get(-1), ValueError, "port: expected"),
-    (lambda: vexo_cmi.pdh_admin_get(1 << 32), ValueError, "port: expected"),
-    (lambda: vexo_cmi.pdh_admin_get(1.5), ctypes.ArgumentError, "convert"),
-    (lambda: vexo_cmi.sys_src_mac_set("02:00:5e"), ValueError, "mac: expected a MAC address"),
+    (lambda: vexo_cmi.sys_tpid_set(0x10000), ValueError,
+     "sys_tpid_set: tpid: expected a whole number from 0 to 65535, not 65536"),
+    (lambda: vexo_cmi.pdh_admin_get(-1), ValueError, "pdh_admin_get: port: expected a whole number"),
+    (lambda: vexo_cmi.pdh_admin_get(1 << 32), ValueError, "pdh_admin_get: port: expected"),
+    (lambda: vexo_cmi.pdh_admin_get(1.5), TypeError, "pdh_admin_get: port: expected a whole number"),
+    (lambda: vexo_cmi.pdh_admin_get("3"), TypeError, "pdh_admin_get: port: expected a whole number"),
+    (lambda: vexo_cmi.pdh_admin_set(3, AdminStatus.STATUS_1), TypeError,
+     "pdh_admin_set: port: expected a whole number from 0 to 4294967295, not <AdminStatus.STATUS_1: 1>"),
+    (lambda: vexo_cmi.pdh_admin_set(VlanMode.UNTAGGED, 3), TypeError,
+     "pdh_admin_set: status: expected AdminStatus, not <VlanMode.UNTAGGED: 1>"),
+    (lambda: vexo_cmi.pdh_admin_set(1 << 32, 3), ValueError, "pdh_admin_set: status: expected a whole number"),
+    (lambda: vexo_cmi.sys_src_mac_set("02:00:5e"), ValueError, "sys_src_mac_set: mac: expected a MAC address"),
     (lambda: vexo_cmi.sys_src_mac_set("02:00:5e:00:00:1g"), ValueError, "mac: expected a MAC address"),
-    (lambda: vexo_cmi.misc_dbg_init("x" * 129), ValueError, "info: expected at most 128 bytes"),
-    (lambda: vexo_cmi.misc_dbg_init(7), TypeError, "info: expected a text"),
-    (lambda: vexo_cmi.pwe_vlan_set(PSEUDOWIRE, 17), TypeError, "vlan: expected PweVlan"),
-    (lambda: vexo_cmi.pwe_vlan_set(PweVlan(), 17), TypeError, "PweVlan.mode must be given"),
+    (lambda: vexo_cmi.sys_src_mac_set(None), TypeError, "sys_src_mac_set: mac: expected a MAC address"),
+    (lambda: vexo_cmi.misc_dbg_init("x" * 129), ValueError, "misc_dbg_init: info: expected at most 128 bytes"),
+    (lambda: vexo_cmi.misc_dbg_init(7), TypeError, "misc_dbg_init: info: expected a text"),
+    (lambda: vexo_cmi.pwe_vlan_set(PSEUDOWIRE, 17), TypeError, "pwe_vlan_set: vlan: expected PweVlan"),
+    (lambda: vexo_cmi.pwe_vlan_set(None, 17), TypeError, "pwe_vlan_set: vlan: expected PweVlan, not None"),
+    (lambda: vexo_cmi.pwe_vlan_set(PweVlan(), 17), TypeError, "pwe_vlan_set: vlan.mode must be given"),
+    (lambda: vexo_cmi.pwe_vlan_set(PweVlan(mode=AdminStatus.STATUS_1), 17), TypeError,
+     "pwe_vlan_set: vlan.mode: expected VlanMode, not <AdminStatus.STATUS_1: 1>"),
     (lambda: vexo_cmi.pwe_vlan_set(PweVlan(mode=VlanMode.UNTAGGED, vlanId=3), 17), ValueError,
-     "PweVlan.vlanId: there is none with mode <VlanMode.UNTAGGED: 1>"),
+     "pwe_vlan_set: vlan.vlanId: there is none with mode <VlanMode.UNTAGGED: 1>"),
     (lambda: vexo_cmi.pwe_vlan_set(PweVlan(mode=VlanMode.MODE_2, vlanId=0x10000), 17), ValueError,
-     "PweVlan.vlanId: expected a number from 0 to 65535"),
+     "pwe_vlan_set: vlan.vlanId: expected a whole number from 0 to 65535"),
     (lambda: vexo_cmi.pwe_params_set(dataclasses.replace(PSEUDOWIRE, t1=None), 17), TypeError,
-     "PweParams.t1 must be given"),
+     "pwe_params_set: params.t1 must be given"),
     (lambda: vexo_cmi.pwe_params_set(dataclasses.replace(
         PSEUDOWIRE, t1=PweServiceT1(circuit=3, rtp=PweRtp(payloadType=96))), 17), TypeError,
-     "PweRtp.mode must be given"),
+     "pwe_params_set: params.t1.rtp.mode must be given"),
     (lambda: vexo_cmi.ima_set(ImaGroupSet(imaAction=ImaAction.CREATE), 1), TypeError,
-     "ImaGroupSet.groupParam1 must be given"),
+     "groupParam1 must be given"),
+    (lambda: vexo_cmi.alarm_callback_register(3), TypeError, "alarm_callback_register: expected a function, not 3"),
     (lambda: vexo_cmi.ima_set(ImaGroupSet(imaAction=3, groupParam1=1, groupParam2=1), 1), CmiError,
      "ima_set: failure 1: Bad IMA action"),
     (lambda: vexo_cmi.pdh_admin_get(17), CmiError, "pdh_admin_get: failure 4: "),
@@ -289,18 +302,67 @@ def test_the_whole_control_of_the_device_is_there(gateway):
     assert vexo_cmi.pdh_admin_get(3) == AdminStatus.STATUS_2
 
 
-@pytest.mark.parametrize("call, says", [
-    (lambda device: device.fail("config_get_nothing"), "config_get_nothing"),
-    (lambda device: device.fail("config_get_pdh_admin", 0), "0"),
-    (lambda device: device.alarm("pdh", 99, 1), "99"),
-    (lambda device: device.alarm("port", 3, 1), "expected one of system, pdh, ima-group, pwe, ima-link, not 'port'"),
-    (lambda device: device.settings["temperatur"], "temperatur"),
-    (lambda device: device.wait_subscribed(timeout=0.01), "subscribed"),
-    (lambda device: device.call(7), "7"),
-])
-def test_the_device_says_what_it_cannot_do(gateway, call, says):
-    with pytest.raises((DeviceError, ValueError), match=re.escape(says)):
+@pytest.mark.parametrize("error, call, says", [(error, *row) for error, rows in {
+    ValueError: [
+        (lambda device: device.fail("config_get_pdh_admim"),
+         "no platform function 'config_get_pdh_admim': did you mean 'config_get_pdh_admin'"),
+        (lambda device: device.fail("pdh_admin_get"), "'pdh_admin_get' is an operation, not a platform function"),
+        (lambda device: device.fail(operation="pdh_admim_get"),
+         "no operation of the library 'pdh_admim_get': did you mean 'pdh_admin_get'"),
+        (lambda device: device.calls("config_get_pdh_admim"), "did you mean 'config_get_pdh_admin'"),
+        (lambda device: device.trace.calls("pdh_admim_get"), "did you mean 'pdh_admin_get'"),
+        (lambda device: device.trace.calls("xyz_*"), "no operation, platform function or callback 'xyz_*'"),
+        (lambda device: device.fail("config_add_pw", where={"config.circiut": 1}), "'config.circuit'"),
+        (lambda device: device.fail("config_add_pw", where={"pwId": -1}), "where: pwId: expected a whole number"),
+        (lambda device: device.fail(where=dict.fromkeys("abcd", 1)), "where: expected at most 3"),
+        (lambda device: device.fail("config_get_pdh_admin", object=17),
+         "object (pdh): expected a whole number from 1 to 16"),
+        (lambda device: device.fail(kind="ima-link", object=65),
+         "object (ima-link): expected a whole number from 1 to 64"),
+        (lambda device: device.fail(object=0), "object: expected a whole number from 1"),
+        (lambda device: device.fail("config_get_pdh_admin", 0), "code: expected a whole number from 1 to 4294967295"),
+        (lambda device: device.lose("config_add_pw", 1 << 32), "code: expected a whole number from 1 to 4294967295"),
+        (lambda device: device.fail(nth=0), "nth: expected a whole number from 1 to 4294967295, not 0"),
+        (lambda device: device.fail(nth=-1), "nth: expected a whole number from 1"),
+        (lambda device: device.fail(times=-1), "times: expected a whole number from 0 to 4294967295, not -1"),
+        (lambda device: device.fail(chance=0), "chance: expected a number from 1e-06 to 1, not 0"),
+        (lambda device: device.fail(chance=1.1), "chance: expected"),
+        (lambda device: device.slow(seconds=-1), "seconds: expected a number from 0 to 4294967.295, not -1"),
+        (lambda device: device.slow(seconds=float("nan")), "seconds: expected a number from 0"),
+        (lambda device: device.wait_handled(float("inf")), "timeout: expected a number from 0"),
+        (lambda device: device.clock.advance(days=-1), "days: expected a number from 0 to"),
+        (lambda device: device.clock.set(-1), "time: expected a number from 0 to 253402300799"),
+        (lambda device: device.alarm("pdh", 3, 1 << 40), "bits: expected a whole number from 0 to 4294967295"),
+        (lambda device: device.alarm("pdh", 99, 1), "number (pdh): expected a whole number from 1 to 16, not 99"),
+        (lambda device: device.alarm("port", 3, 1),
+         "expected one of system, pdh, ima-group, pwe, ima-link, not 'port'"),
+        (lambda device: device.grow(vexo_cmi.Rate("pdh", 3, 1, amount=-1, seconds=1)), "amount: expected"),
+        (lambda device: device.set_om("system", 1, 4, 1 << 64),
+         "value: expected a whole number from 0 to 18446744073709551615"),
+        (lambda device: device.call(-1), "number: expected a whole number from 0"),
+    ],
+    TypeError: [
+        (lambda device: device.alarm("pdh", "3", 1), "number (pdh): expected a whole number from 1 to 16, not '3'"),
+        (lambda device: device.fail("config_get_pdh_admin", "8"), "code: expected a whole number"),
+        (lambda device: device.fail(8), "expected the name of a platform function, not 8"),
+        (lambda device: device.set_period(1, 0.5), "seconds: expected a whole number"),
+        (lambda device: device.fail(times=1.5), "times: expected a whole number"),
+        (lambda device: device.slow(seconds="1"), "seconds: expected a number, not '1'"),
+        (lambda device: device.settings[3], "expected the name of a setting, not 3"),
+    ],
+    DeviceError: [
+        (lambda device: device.settings["temperatur"], "temperatur"),
+        (lambda device: operator.setitem(device.settings, "temperature", 1 << 40), "temperature"),
+        (lambda device: device.fail(nth=1, times=1), "without skip and times"),
+        (lambda device: device.wait_subscribed(timeout=-1), "subscribed"),
+        (lambda device: device.call(7), "7"),
+    ]}.items() for row in rows])
+def test_the_device_says_what_it_cannot_do(gateway, error, call, says):
+    before = [gateway.clock.stop(), gateway.clock.now, gateway.pending]
+    with pytest.raises(error, match=re.escape(says)):
         call(gateway)
+    assert (gateway.faults, gateway.last_call, gateway.rates) == ([], 0, [])
+    assert [None, gateway.clock.now, gateway.pending] == before
 
 
 def test_a_process_goes_from_device_to_device_unless_it_listens(gateway, tmp_path):
