@@ -337,19 +337,28 @@ $""")
 
     def test_shards_make_a_whole(self):
         words = ("--points", "pwe_params_set", "--effects", "code,lost,noop")
-        whole, files = self.sweep(*words), []
-        for shard in "1/3", "2/3", "3/3":
+        whole, files = json.loads(self.report("--json", *words)), []
+        for shard in "3/3", "1/3", "2/3":
             files.append(folder / f"shard{shard[0]}")
             files[-1].write_text(self.report("--json", *words, "--shard", shard))
-        merged = json.loads(vexotrace("sweep", "--json", "--merge", *files))
-        self.assertEqual({point["id"]: point for point in merged["points"]}, whole)
+        self.assertEqual(json.loads(vexotrace("sweep", "--json", "--merge", *files)), whole)
         self.assertGreater(min(len(json.loads(file.read_text())["points"]) for file in files), 1)
+        self.assertIn("lack 2/3", vexotrace("sweep", "--merge", *files[:2], status=2))
         worse = json.loads(files[0].read_text())
-        worse["points"][0]["verdict"] = "half"
+        worse["sweep"]["depth"] = 2
         (folder / "worse").write_text(json.dumps(worse))
-        merged = json.loads(vexotrace("sweep", "--json", "--merge", files[0], folder / "worse",
-                                      status=1))
-        self.assertEqual(merged["verdicts"]["half"], 1)
+        self.assertIn(f"worse: is of another sweep than {files[0]}: depth is 2, not 1",
+                      vexotrace("sweep", "--merge", *files, folder / "worse", status=2))
+        worse["sweep"]["depth"] = 1
+        worse["points"][0]["verdict"] = "half"
+        worse["sweep"]["faults"] = "others"
+        (folder / "worse").write_text(json.dumps(worse))
+        for again in [*files, folder / "worse"], [folder / "worse", *files]:
+            done = subprocess.run([VEXOTRACE, "sweep", "--json", "--merge", *again], text=True,
+                                  capture_output=True, env=environment, check=False)
+            self.assertEqual((done.returncode, json.loads(done.stdout)["verdicts"]["half"]), (1, 1))
+            self.assertIn(": shard 3/3 again: ", done.stderr)
+            self.assertIn(": the agent's faults are others than in ", done.stderr)
 
     def test_interrupted_it_leaves_nothing_and_goes_on(self):
         kept = folder / "kept"
@@ -372,7 +381,32 @@ $""")
         report = json.loads(vexotrace(*words))
         self.assertTrue(kept.read_text().startswith(text))
         self.assertEqual(kept.read_text().count("\n"), len(report["points"]) + 1)
-        self.assertIn("others", vexotrace(*words[:-1], VEXOCTL, "list", status=2))
+        self.assertIn("--check is another", vexotrace(*words[:-2], "--check", "true", *words[-2:],
+                                                      status=2))
+        kept.write_text("of mine\n")
+        self.assertIn("kept: is none of a sweep's", vexotrace(*words, status=2))
+        self.assertEqual(kept.read_text(), "of mine\n")
+
+    def test_verdicts_of_an_agent_that_was_another_are_refused(self):
+        kept, outer, inner = folder / "judged", folder / "outer", folder / "inner"
+        inner.write_text("vexoctl pdh admin set port=3 status=1 || exit\n")
+        outer.write_text('echo $$ >>"$1"; . "${0%/*}/inner"\n')
+        how = {"agent": ["sh", outer, folder / "log"]}
+        words = ("--resume", kept, "--effects", "code")
+        first = self.report(*words, **how)
+        text = kept.read_text()
+        self.assertEqual((self.report(*words, **how), kept.read_text()), (first, text))
+        for file, said in (inner, "the agent does something else"), (outer, "has changed"):
+            file.write_text(file.read_text() + "vexoctl pdh admin get port=4\n")
+            self.assertIn(f"{said} since", self.report(*words, **how, status=2))
+        self.assertEqual(kept.read_text(), text)
+
+    def test_judged_once_they_are_judged_deeper_and_by_more_effects(self):
+        words = ("--points", "config_add_pw", "--resume", folder / "deeper")
+        self.sweep(*words, "--effects", "code")
+        self.sweep(*words, "--effects", "code", "--depth", 2)
+        deep = ("--effects", "code,lost", "--depth", 2)
+        self.assertEqual([*self.sweep(*words, *deep)], [*self.sweep(*words[:2], *deep)])
 
     def test_an_agent_that_does_not_end_is_told_to_when_it_is_at_rest(self):
         words = ("--points", "config_add_pw", "--effects", "code,noop")
@@ -443,7 +477,9 @@ $""")
                          r"(.*\n)+4 faults: 4 half\n$")
 
     def test_what_cannot_be_swept_is_said(self):
-        for said, words in [("there is no explode", ["--effects", "explode", "--", "true"]),
+        own = folder / "own.c"
+        own.write_text("int main;\n")
+        for said, words in [("there is no 'explode'", ["--effects", "explode", "--", "true"]),
                             ("sweep: --timeout: expected a number from 0.01 to 86400, not 'nan'",
                              ["--timeout", "nan", "--", "true"]),
                             ("sweep: there is no '--bogus' here", ["--bogus"]),
@@ -456,8 +492,18 @@ $""")
                              ["--only", "config_add_pw/1/1:code", "--", *self.AGENT]),
                             ("can fail is named nonesuch",
                              ["--points", "nonesuch", "--", *self.AGENT]),
-                            ("no report", ["--merge", KEPT])]:
-            self.assertIn(said, vexotrace("sweep", *words, status=2))
+                            ("no report", ["--merge", KEPT]),
+                            ("--merge excludes command", ["--merge", KEPT, "--", "true"]),
+                            ("--shard excludes --merge", ["--merge", KEPT, "--shard", "1/2"]),
+                            ("excludes --tap", ["--tap", "--json", "--", "true"]),
+                            ("--effects: is empty", ["--effects", "", "--", "true"]),
+                            ("own.c is another file", ["--junit", own, "--", *self.AGENT]),
+                            (f"{folder}: Is a directory", ["--junit", folder, "--", *self.AGENT]),
+                            ("no/junit: No such", ["--junit", folder / "no/junit", "--", "true"])]:
+            told = vexotrace("sweep", *words, status=2)
+            self.assertIn(said, told)
+            self.assertTrue(told.startswith("vexotrace sweep: "), told)
+        self.assertEqual(own.read_text(), "int main;\n")
 
 # What vexoctl, as an agent, is told to do; of each call that changes something and of those that
 # read, some.

@@ -13,7 +13,21 @@
 namespace sweep
 {
 
-Judged::Judged(const std::string &file, const Json &sweep) : file_{file}
+namespace
+{
+
+// What a sweep's verdicts depend on.
+constexpr std::pair<const char *, const char *> PARTS[] = {
+    {"command", "the command is another"},
+    {"until", "--until is another"},
+    {"check", "--check is another"},
+    {"files", "a file that the command names has changed"},
+    {"good", "without a fault the agent does something else"},
+};
+
+} // namespace
+
+Judged::Judged(const std::string &file) : file_{file}
 {
     if (file.empty())
         return;
@@ -29,8 +43,11 @@ Judged::Judged(const std::string &file, const Json &sweep) : file_{file}
     text.resize(whole);
     std::istringstream lines{text};
     std::string line;
-    if (std::getline(lines, line) && Json::parse(line, nullptr, false) != sweep)
-        throw Trouble(file + ": is not of this sweep, whose commands are others");
+    if (std::getline(lines, line)) {
+        sweep_ = Json::parse(line, nullptr, false);
+        if (!sweep_.is_object() || !sweep_.contains("command"))
+            throw Trouble(file + ": is none of a sweep's");
+    }
     while (std::getline(lines, line)) {
         const Json told = Json::parse(line, nullptr, false);
         if (told.is_discarded() || !told.contains("entry"))
@@ -39,14 +56,21 @@ Judged::Judged(const std::string &file, const Json &sweep) : file_{file}
     }
     if (ftruncate(output_, static_cast<off_t>(whole)) != 0)
         throw Trouble(file + ": " + strerror(errno));
-    if (whole == 0)
-        add(sweep);
 }
 
 Judged::~Judged()
 {
     if (output_ >= 0)
         close(output_);
+}
+
+void Judged::begin(const Json &sweep)
+{
+    if (sweep_.is_null())
+        return add(sweep);
+    for (const auto &[name, change] : PARTS)
+        if (sweep_.value(name, Json{}) != sweep.at(name))
+            throw Trouble(file_ + ": " + change + " since; to begin anew, remove it");
 }
 
 const Json *Judged::find(const std::string &id) const

@@ -12,12 +12,14 @@ namespace sweep
 class Judged
 {
   public:
-    // Reads what is there of the same sweep, and throws a Trouble at another's. Without a name
+    // Reads what is there, and throws a Trouble where that is nothing of a sweep's. Without a name
     // there is no file.
-    Judged(const std::string &file, const Json &sweep);
+    explicit Judged(const std::string &file);
     Judged(const Judged &) = delete;
     ~Judged();
 
+    // Throws a Trouble where what has been judged is another sweep's.
+    void begin(const Json &sweep);
     // By the id of its entry; null: it hasn't been.
     const Json *find(const std::string &id) const;
     void add(const Json &line);
@@ -25,6 +27,7 @@ class Judged
   private:
     const std::string file_;
     int output_ = -1;
+    Json sweep_; // null: nothing is there
     std::map<std::string, Json> lines_;
 };
 

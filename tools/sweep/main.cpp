@@ -51,14 +51,18 @@ void declare(CLI::App &app, Given &given)
     std::string names;
     for (const Effect &effect : effects())
         names += (names.empty() ? "" : ", ") + std::string{effect.name};
+    const CLI::Validator something{
+        [](const std::string &text) { return text.empty() ? "is empty" : ""; }, ""};
     app.set_help_flag("-h,--help", "Print this");
     app.add_option("--effects", given.effects,
                    "What befalls each point, with commas, of " + names +
                        "; or all (code,lost,hang,drop)")
-        ->type_name("LIST");
+        ->type_name("LIST")
+        ->check(something);
     app.add_option("--points", options.points,
                    "Only where the point, its function or operation has such a name, as 'pwe_*'")
-        ->type_name("GLOB");
+        ->type_name("GLOB")
+        ->check(something);
     app.add_option("--check", options.task.check,
                    "Is to succeed, with the device named, after a run")
         ->type_name("COMMAND");
@@ -69,7 +73,7 @@ void declare(CLI::App &app, Given &given)
         ->type_name("MS")
         ->check(between(1, 60000));
     app.add_option("--timeout", options.timeout,
-                   "After which a run hangs (ten times what it takes without a fault, at least 1)")
+                   "After which a run hangs (ten times what it takes without a fault, at least 5)")
         ->type_name("SECONDS")
         ->check(between(0.01, 86400));
     app.add_option("--jobs", options.jobs, "How many runs at once (one for each processor)")
@@ -79,19 +83,30 @@ void declare(CLI::App &app, Given &given)
                    "How many faults a run has: those met while it recovers from others, too (1)")
         ->type_name("N")
         ->check(between(1, 8));
-    app.add_option("--only", options.only, "Only the fault with this ID")->type_name("ID");
+    app.add_option("--only", options.only, "Only the fault with this ID")
+        ->type_name("ID")
+        ->check(something);
     app.add_option("--resume", options.resume,
                    "Keep in this file what has been judged, and go on from there")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(something);
     app.add_option("--shard", given.shard, "Only every N-th fault, from the I-th on")
-        ->type_name("I/N");
-    app.add_option("--merge", given.merge, "Join the JSON reports of several sweeps into one")
-        ->type_name("FILE...");
-    app.add_flag("--json", given.json, "A JSON document");
-    app.add_option("--junit", given.junit, "Write it as JUnit does, too")->type_name("FILE");
-    app.add_flag("--tap", given.tap, "As the Test Anything Protocol has it");
+        ->type_name("I/N")
+        ->check(something);
+    CLI::Option *const merge =
+        app.add_option("--merge", given.merge, "Join the JSON reports of a sweep's shards into one")
+            ->type_name("FILE...");
+    CLI::Option *const json = app.add_flag("--json", given.json, "A JSON document");
+    app.add_option("--junit", given.junit, "Write it as JUnit does, too")
+        ->type_name("FILE")
+        ->check(something);
+    app.add_flag("--tap", given.tap, "As the Test Anything Protocol has it")->excludes(json);
     app.add_option("command", options.task.agent.command, "The command, behind --")
         ->type_name("COMMAND...");
+    for (CLI::Option *option : app.get_options())
+        if (option != merge && option != app.get_help_ptr() && option != json &&
+            !option->check_name("--junit") && !option->check_name("--tap"))
+            merge->excludes(option);
     app.positionals_at_end();
 }
 
@@ -101,7 +116,7 @@ void readEffects(Given &given)
     std::istringstream stream{given.effects};
     for (std::string name; std::getline(stream, name, ',');) {
         if (name != "all" && std::ranges::find(effects(), name, &Effect::name) == effects().end())
-            throw Trouble("--effects: there is no " + name);
+            throw Trouble("--effects: there is no '" + name + "'");
         names.insert(name);
     }
     // An ID names its effect itself.
@@ -121,26 +136,47 @@ void readShard(Given &given)
         throw Trouble("--shard: is to be I/N, from 1/N to N/N, not " + given.shard);
 }
 
-void write(const Given &given, const std::vector<Json> &entries)
+// Before a sweep that may take hours, and so that a word too many costs nobody a file.
+void checkJunit(const std::string &file)
 {
-    if (!given.junit.empty()) {
-        std::ofstream stream{given.junit};
-        if (!(stream << asJunit(entries) << std::flush))
-            throw Trouble(given.junit + ": can't be written");
-    }
+    const fs::path path{file}, folder = path.has_parent_path() ? path.parent_path() : ".";
+    if (fs::is_directory(path))
+        throw Trouble(file + ": " + strerror(EISDIR));
+    if (access((fs::exists(path) ? path : folder).c_str(), W_OK) != 0)
+        throw Trouble(file + ": " + strerror(errno));
+    if (!fs::is_regular_file(path))
+        return;
+    std::ifstream stream{file};
+    const std::string text{std::istreambuf_iterator{stream}, {}};
+    if (!text.empty() && (text[0] != '<' || text.find("<testsuite") == text.npos))
+        throw Trouble("--junit: " + file + " is another file than a report, and stays as it is");
+}
+
+int write(const Given &given, const Report &report)
+{
+    const auto &entries = report.entries;
     const std::string text =
-        given.json  ? reportOf(entries).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"
+        given.json  ? toJson(report).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"
         : given.tap ? asTap(entries)
                     : asText(entries);
     fputs(text.c_str(), stdout);
     if (fflush(stdout) != 0)
         throw Trouble("the report can't be written");
+    if (!given.junit.empty()) {
+        std::ofstream stream{given.junit};
+        if (!(stream << asJunit(entries) << std::flush))
+            throw Trouble(given.junit + ": can't be written");
+    }
+    return isGood(entries) ? GOOD : BAD;
 }
 
-int report(const Given &given, const std::vector<Json> &entries)
+int merge(const Given &given)
 {
-    write(given, entries);
-    return isGood(entries) ? GOOD : BAD;
+    std::vector<std::string> notes;
+    const Report whole = merged(given.merge, notes);
+    for (const std::string &note : notes)
+        fprintf(stderr, "vexotrace sweep: %s\n", note.c_str());
+    return write(given, whole);
 }
 
 template <class Work>
@@ -149,7 +185,7 @@ int guarded(Work work)
     try {
         return work();
     } catch (const std::exception &error) {
-        fprintf(stderr, "vexotrace: sweep: %s\n", error.what());
+        fprintf(stderr, "vexotrace sweep: %s\n", error.what());
         return TROUBLE;
     }
 }
@@ -193,7 +229,7 @@ int runWatched(Given &given)
         const int status = guarded([&] {
             if (getppid() != guard)
                 throw Trouble("interrupted");
-            return report(given, sweep::sweep(given.options));
+            return write(given, sweep::sweep(given.options));
         });
         cleanUp();
         _exit(status);
@@ -228,8 +264,10 @@ int run(int argc, char **argv)
         return TROUBLE;
     }
     return guarded([&] {
+        if (!given.junit.empty())
+            checkJunit(given.junit);
         if (!given.merge.empty())
-            return report(given, merged(given.merge));
+            return merge(given);
         if (given.options.task.agent.command.empty())
             throw Trouble("there is no command, behind --");
         if (!SIM(kv_sim_open))

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <set>
 
 namespace sweep
 {
@@ -64,6 +66,24 @@ std::vector<std::string> reasonsIn(const Json &entry)
     return lines;
 }
 
+// A report, in which everything is that is looked for in one.
+Json read(const std::string &file)
+{
+    std::ifstream stream{file};
+    if (!stream)
+        throw Trouble(file + ": " + strerror(errno));
+    try {
+        Json report = Json::parse(stream);
+        const unsigned shard = report.at("sweep").at("shard"), count = report["sweep"].at("shards");
+        for (const Json &entry : report.at("points"))
+            static_cast<void>(asText({entry}) + asJunit({entry}));
+        if (shard >= 1 && shard <= count)
+            return report;
+    } catch (const Json::exception &) {
+    }
+    throw Trouble(file + ": is no report of a sweep's");
+}
+
 std::map<std::string, size_t> countsOf(const std::vector<Json> &entries)
 {
     std::map<std::string, size_t> counts;
@@ -74,35 +94,64 @@ std::map<std::string, size_t> countsOf(const std::vector<Json> &entries)
 
 } // namespace
 
-Json reportOf(const std::vector<Json> &entries)
+Json toJson(const Report &report)
 {
-    return {{"points", entries}, {"verdicts", countsOf(entries)}};
+    return {{"points", report.entries},
+            {"verdicts", countsOf(report.entries)},
+            {"sweep", report.sweep}};
 }
 
-std::vector<Json> merged(const std::vector<std::string> &files)
+Report merged(const std::vector<std::string> &files, std::vector<std::string> &notes)
 {
-    std::vector<Json> all;
+    struct Place {
+        size_t first, within; // among the faults that come first; among those of greater depth
+        std::string id;
+        auto operator<=>(const Place &) const = default;
+    };
+    std::map<std::string, Place> places;
+    std::map<Place, Json> entries;
+    std::set<unsigned> shards;
+    Report whole;
     for (const std::string &file : files) {
-        std::ifstream stream{file};
-        if (!stream)
-            throw Trouble(file + ": " + strerror(errno));
-        try {
-            const Json report = Json::parse(stream);
-            for (const Json &entry : report.at("points")) {
-                static_cast<void>(verdictIn(entry));
-                static_cast<void>(differencesIn(entry));
-                const auto known = std::ranges::find_if(
-                    all, [&](const Json &other) { return other.at("id") == entry.at("id"); });
-                if (known == all.end())
-                    all.push_back(entry);
-                else if (isBad(verdictIn(entry)) && !isBad(verdictIn(*known)))
-                    *known = entry;
-            }
-        } catch (const Json::exception &) {
-            throw Trouble(file + ": is no report of a sweep's");
+        const Json report = read(file);
+        const Json &sweep = report["sweep"];
+        const unsigned shard = sweep["shard"], count = sweep["shards"];
+        if (whole.sweep.is_null())
+            whole.sweep = sweep;
+        for (const char *name :
+             {"command", "until", "check", "effects", "points", "only", "depth", "shards"})
+            if (whole.sweep.at(name) != sweep.at(name))
+                throw Trouble(file + ": is of another sweep than " + files[0] + ": " + name +
+                              " is " + dump(sweep[name]) + ", not " + dump(whole.sweep[name]));
+        for (const char *name : {"files", "faults"})
+            if (whole.sweep.at(name) != sweep.at(name))
+                notes.push_back(file + ": the agent's " + name + " are others than in " + files[0]);
+        if (!shards.insert(shard).second)
+            notes.push_back(file + ": shard " + std::to_string(shard) + "/" +
+                            std::to_string(count) + " again: the bad verdicts count");
+        Place place{shard - 1, 0, ""};
+        for (const Json &entry : report["points"]) {
+            const bool isFirst = entry["id"].get<std::string>().find('+') == std::string::npos;
+            if (isFirst && !place.id.empty())
+                place.first += count;
+            place.within = isFirst ? 0 : place.within + 1;
+            place.id = entry["id"];
+            Json &known = entries[places.try_emplace(place.id, place).first->second];
+            if (known.is_null() || (isBad(verdictIn(entry)) && !isBad(verdictIn(known))))
+                known = entry;
         }
     }
-    return all;
+    std::string missing;
+    for (unsigned shard = 1; shard <= whole.sweep["shards"]; ++shard)
+        if (!shards.contains(shard))
+            missing += (missing.empty() ? "" : ", ") + std::to_string(shard) + "/" +
+                       dump(whole.sweep["shards"]);
+    if (!missing.empty())
+        throw Trouble("--merge: of the shards there lack " + missing);
+    whole.sweep["shards"] = whole.sweep["shard"] = 1;
+    for (auto &[place, entry] : entries)
+        whole.entries.push_back(std::move(entry));
+    return whole;
 }
 
 bool isGood(const std::vector<Json> &entries)

@@ -9,10 +9,16 @@
 namespace sweep
 {
 
-// {"points": [...], "verdicts": {...}}
-Json reportOf(const std::vector<Json> &entries);
-// The entries of several reports; of a point that is in more than one, the worse.
-std::vector<Json> merged(const std::vector<std::string> &files);
+struct Report {
+    Json sweep; // what it is of: what was run, with which options, and which shard this is
+    std::vector<Json> entries; // in the order of their points; after each, those of greater depth
+};
+
+// {"points": [...], "verdicts": {...}, "sweep": {...}}
+Json toJson(const Report &report);
+// Of all shards of a sweep; of a fault that is in more than one, the worse. What else there is to
+// be said of them is put into the notes.
+Report merged(const std::vector<std::string> &files, std::vector<std::string> &notes);
 
 bool isGood(const std::vector<Json> &entries);
 

@@ -191,8 +191,9 @@ class Running
     Ran wait()
     {
         const auto patience = durationOf(order_.seconds);
-        auto deadline = begin_ + patience;
-        bool releases = order_.releases;
+        const auto holds = durationOf(order_.holds.value_or(order_.seconds));
+        bool releases = order_.holds.has_value();
+        auto deadline = begin_ + holds;
         while (!hasEnded()) {
             const auto now = Clock::now();
             if (now >= deadline && releases) {
@@ -207,7 +208,7 @@ class Running
                 pause(deadline);
                 continue;
             }
-            deadline = Clock::now() + patience;
+            deadline = Clock::now() + (releases ? holds : patience);
         }
         ran_.seconds = std::chrono::duration<double>{Clock::now() - begin_}.count();
         killAll();
@@ -281,7 +282,7 @@ class Running
         if (untilSucceeded_)
             return true;
         if (!until_ && process_ && Clock::now() >= nextUntil_) {
-            until_ = start(shell(agent_.until), agent_, {order_.folder, false, 0, false}, -1);
+            until_ = start(shell(agent_.until), agent_, {order_.folder, false, 0, {}}, -1);
             nextUntil_ = Clock::now() + milliseconds{agent_.idle};
         }
         return false;
@@ -357,7 +358,8 @@ bool succeeds(const std::string &command, const Order &order)
     Agent checker;
     checker.command = shell(command);
     Order plain = order;
-    plain.records = plain.releases = false;
+    plain.records = false;
+    plain.holds.reset();
     plain.ends = true;
     const Ran ran = Running{checker, plain}.wait();
     return !ran.hung && ran.end == "status 0";

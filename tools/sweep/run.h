@@ -26,9 +26,8 @@ struct Agent {
 struct Order {
     std::string folder; // of its own; the device's and the recording's files are made in it
     bool records;
-    double
-        seconds; // after which it hangs; faults that hang calls end then, and it has as many again
-    bool releases; // whether there are such faults
+    double seconds;              // after which it hangs
+    std::optional<double> holds; // seconds after which calls that hang go on, where some do
     // Whether the agent ends by itself; unknown: this run is to show it.
     std::optional<bool> ends{};
 

@@ -9,9 +9,12 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <sstream>
 
 #include <fnmatch.h>
 #include <poll.h>
@@ -20,6 +23,7 @@
 namespace sweep
 {
 
+namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 namespace
@@ -28,6 +32,72 @@ namespace
 bool contains(const std::vector<Place> &places, const Point &point)
 {
     return std::ranges::binary_search(places, point, {}, &Place::point);
+}
+
+std::vector<std::string> namesOf(const std::vector<const Effect *> &effects)
+{
+    std::vector<std::string> names;
+    for (const Effect *effect : effects)
+        names.emplace_back(effect->name);
+    return names;
+}
+
+// FNV-1a of texts.
+class Fingerprint
+{
+  public:
+    void add(const std::string &text)
+    {
+        for (const char c : text + '\0') // as another text may go on
+            hash_ = (hash_ ^ static_cast<unsigned char>(c)) * 0x100000001B3;
+    }
+    std::string text() const
+    {
+        char text[17];
+        snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash_));
+        return text;
+    }
+
+  private:
+    uint64_t hash_ = 0xCBF29CE484222325;
+};
+
+// What the command names, its program and files that it is given; with the times of their changes.
+using Files = std::map<std::string, std::pair<std::string, fs::file_time_type>>;
+
+Files filesOf(const std::vector<std::string> &command)
+{
+    Files files;
+    const auto add = [&](const fs::path &path) {
+        std::error_code error;
+        if (!fs::is_regular_file(path, error))
+            return false;
+        std::ifstream stream{path, std::ios::binary};
+        Fingerprint content;
+        content.add({std::istreambuf_iterator{stream}, {}});
+        files[path] = {content.text(), fs::last_write_time(path, error)};
+        return true;
+    };
+    std::istringstream folders{getenv("PATH") ? getenv("PATH") : ""};
+    if (command[0].find('/') == std::string::npos)
+        for (std::string folder;
+             std::getline(folders, folder, ':') && !add(folder / fs::path{command[0]});) {
+        }
+    for (const std::string &word : command)
+        if (&word != command.data() || word.find('/') != std::string::npos)
+            add(word);
+    return files;
+}
+
+// Of those that the runs between haven't changed: a log, say, is nothing that makes the agent
+// another.
+std::string sameIn(const Files &before, const Files &after)
+{
+    Fingerprint fingerprint;
+    for (const auto &[path, state] : before)
+        if (const auto found = after.find(path); found != after.end() && found->second == state)
+            fingerprint.add(path + ' ' + state.first);
+    return fingerprint.text();
 }
 
 class Progress
@@ -66,16 +136,11 @@ class Progress
 class Sweep
 {
   public:
-    explicit Sweep(const Options &options)
-        : options_{options}, judged_{options.resume,
-                                     {{"command", options.task.agent.command},
-                                      {"until", options.task.agent.until},
-                                      {"check", options.task.check}}}
-    {
-    }
+    explicit Sweep(const Options &options) : options_{options}, judged_{options.resume} {}
 
-    std::vector<Json> all()
+    Report all()
     {
+        const Files before = filesOf(options_.task.agent.command);
         const Json first = good(std::nullopt);
         const bool ends = !first["wasTold"];
         const Json second = good(ends);
@@ -91,20 +156,38 @@ class Sweep
         const auto different = differences(good_->after, document(second["after"]));
         if (!different.empty() || first["end"] != second["end"] ||
             first["wasTold"] != second["wasTold"])
-            return {unstable(config::toJson(different))};
+            return {sweep_, {unstable(config::toJson(different))}};
         order_.ends = ends;
-        order_.seconds = options_.timeout.value_or(std::max(
-            1.0, 10 * std::max(first["seconds"].get<double>(), second["seconds"].get<double>())));
+        // A machine that is busy must not make an agent look hung; a call that hangs only has to
+        // do so for longer than a run takes.
+        constexpr double LEAST = 5, LEAST_HELD = 1;
+        const double usual =
+            10 * std::max(first["seconds"].get<double>(), second["seconds"].get<double>());
+        order_.seconds = options_.timeout.value_or(std::max(LEAST, usual));
+        held_ = options_.timeout.value_or(std::max(LEAST_HELD, usual));
         met_ = placesOf(first["places"]);
         const std::vector<Place> again = placesOf(second["places"]);
         std::erase_if(met_, [&](const Place &place) { return !contains(again, place.point); });
+        const std::string files = sameIn(before, filesOf(options_.task.agent.command));
+        sweep_["files"] = files;
+        Fingerprint good;
+        good.add(first["after"].dump());
+        for (const Place &place : met_)
+            if (place.point.call == 1)
+                good.add(place.point.name());
+        judged_.begin({{"command", sweep_["command"]},
+                       {"until", sweep_["until"]},
+                       {"check", sweep_["check"]},
+                       {"files", files},
+                       {"good", good.text()}});
         plan({}, met_);
+        sweep_["faults"] = planned_.text();
         if (!options_.only.empty() && waiting_.empty())
             throw Trouble("without a fault, there is no " + options_.only);
         if (!options_.points.empty() && count_ == 0)
             throw Trouble("--points: nothing that can fail is named " + options_.points);
         work();
-        return entries();
+        return {sweep_, entries()};
     }
 
   private:
@@ -166,28 +249,39 @@ class Sweep
                fits(point.operation);
     }
 
-    void plan(const Faults &before, const std::vector<Place> &places)
-    {
-        for (const Place &place : places)
-            for (const Effect *effect : place.effects) {
-                Faults faults = before;
-                faults.push_back({place.point, effect});
-                const std::string id = idOf(faults);
-                if (!takes(faults, id) ||
-                    (before.empty() && count_++ % options_.shards + 1 != options_.shard))
-                    continue;
-                ids_.push_back(id);
-                if (const Json *told = judged_.find(id))
-                    take({faults}, *told);
-                else
-                    waiting_.push_back({std::move(faults)});
-            }
-    }
-
     struct Job {
-        Faults faults;
+        Faults faults{};
+        std::vector<size_t> order{}; // in the report: where each of the faults comes among its like
         int tries = 0;
     };
+
+    void plan(const Job &before, const std::vector<Place> &places)
+    {
+        size_t count = 0;
+        for (const Place &place : places)
+            for (const Effect *effect : place.effects) {
+                Job job = before;
+                job.faults.push_back({place.point, effect});
+                job.order.push_back(count);
+                const std::string id = idOf(job.faults);
+                if (std::ranges::find(options_.task.effects, effect) ==
+                        options_.task.effects.end() ||
+                    !takes(job.faults, id))
+                    continue;
+                ++count;
+                if (before.faults.empty()) {
+                    planned_.add(id);
+                    if (count_++ % options_.shards + 1 != options_.shard)
+                        continue;
+                }
+                ids_[job.order] = id;
+                const Json *const told = judged_.find(id);
+                if (told && (job.faults.size() >= options_.depth || told->contains("places")))
+                    take(job, *told);
+                else
+                    waiting_.push_back(std::move(job));
+            }
+    }
 
     void work()
     {
@@ -220,8 +314,10 @@ class Sweep
     {
         Order made = order();
         made.records = job.faults.size() < options_.depth;
-        made.releases = std::ranges::any_of(
-            job.faults, [](const Fault &fault) { return fault.effect->simulators == KV_SIM_HANG; });
+        if (std::ranges::any_of(job.faults, [](const Fault &fault) {
+                return fault.effect->simulators == KV_SIM_HANG;
+            }))
+            made.holds = held_;
         const Faults faults = job.faults;
         auto keeper = std::make_unique<Keeper>(
             made.folder, [&] { return faultyRun(options_.task, made, faults, *good_); });
@@ -263,13 +359,13 @@ class Sweep
                    std::ranges::any_of(
                        job.faults, [&](const Fault &fault) { return fault.point == place.point; });
         });
-        plan(job.faults, more);
+        plan(job, more);
     }
 
     std::vector<Json> entries() const
     {
         std::vector<Json> all;
-        for (const std::string &id : ids_)
+        for (const auto &[order, id] : ids_)
             if (options_.only.empty() || id == options_.only)
                 all.push_back(told_.at(id));
         return all;
@@ -277,11 +373,24 @@ class Sweep
 
     const Options &options_;
     Judged judged_;
-    Order order_{"", false, 0, false};
+    Json sweep_{{"command", options_.task.agent.command},
+                {"until", options_.task.agent.until},
+                {"check", options_.task.check},
+                {"effects", namesOf(options_.task.effects)},
+                {"points", options_.points},
+                {"only", options_.only},
+                {"depth", options_.depth},
+                {"shards", options_.shards},
+                {"shard", options_.shard},
+                {"files", ""},
+                {"faults", ""}};
+    Order order_{"", false, 0, {}};
+    double held_ = 0;
     std::optional<Good> good_;
     std::vector<Place> met_;
     size_t runs_ = 0, count_ = 0;
-    std::vector<std::string> ids_; // in the order of the report
+    Fingerprint planned_;
+    std::map<std::vector<size_t>, std::string> ids_; // in the order of the report
     std::deque<Job> waiting_;
     std::vector<std::pair<Job, std::unique_ptr<Keeper>>> running_;
     std::map<std::string, Json> told_;
@@ -291,7 +400,7 @@ class Sweep
 
 } // namespace
 
-std::vector<Json> sweep(const Options &options)
+Report sweep(const Options &options)
 {
     return Sweep{options}.all();
 }

@@ -2,6 +2,7 @@
 #ifndef SWEEP_SWEEP_H
 #define SWEEP_SWEEP_H
 
+#include "report.h"
 #include "trial.h"
 
 namespace sweep
@@ -20,8 +21,8 @@ struct Options {
     int signals = -1;   // tells that it is to stop
 };
 
-// The entries of the report, in the order of their points. Throws a Trouble.
-std::vector<Json> sweep(const Options &options);
+// Throws a Trouble.
+Report sweep(const Options &options);
 
 } // namespace sweep
 

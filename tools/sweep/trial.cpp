@@ -48,14 +48,14 @@ bool canHave(const Point &point, const Effect &effect)
            (effect.simulators != KV_SIM_GARBAGE || hasOutputs(*row)) && arm({point, &effect}) != 0;
 }
 
-Json placesIn(const Order &order, const std::vector<const Effect *> &effects)
+Json placesIn(const Order &order)
 {
     Json places = Json::array();
     for (const Point &point : pointsOf(recordingsIn(order))) {
         Json names = Json::array();
-        for (const Effect *effect : effects)
-            if (canHave(point, *effect))
-                names.push_back(effect->name);
+        for (const Effect &effect : effects())
+            if (canHave(point, effect))
+                names.push_back(effect.name);
         SIM(kv_sim_fault_clear)();
         places.push_back({{"point", toJson(point)}, {"effects", names}});
     }
@@ -132,7 +132,7 @@ Json goodRun(const Task &task, const Order &order)
     told["wasTold"] = ran.wasTold;
     told["output"] = ran.output;
     told["seconds"] = ran.seconds;
-    told["places"] = placesIn(order, task.effects);
+    told["places"] = placesIn(order);
     if (!task.check.empty() && !succeeds(task.check, order))
         throw Trouble("without a fault, the check failed: " + task.check);
     return told;
@@ -159,8 +159,8 @@ Json faultyRun(const Task &task, const Order &order, const Faults &faults, const
                                {"check", passed},
                                {"end", ran.hung ? "did not end" : "ended with " + ran.end},
                                {"output", lastLines(ran.output)}});
-    if (order.records && fault.met > 0)
-        told["places"] = placesIn(order, task.effects);
+    if (order.records)
+        told["places"] = fault.met > 0 ? placesIn(order) : Json::array();
     return told;
 }
 
