@@ -33,7 +33,7 @@ def run(folder, scenario, *options):
     # Their place comes first: the options are known there.
     done = subprocess.run([sys.executable, "-m", "pytest", SCENARIOS, "-p", "no:cacheprovider", "-k", scenario,
                            *options], capture_output=True, text=True, check=False, cwd=folder)
-    counts = dict(re.findall(r"(\d+) (passed|failed|error)", done.stdout.splitlines()[-1]))
+    counts = dict(re.findall(r"(\d+) (passed|failed|error)", (done.stdout.splitlines() or [""])[-1]))
     return {what: int(count) for count, what in counts.items()}, done.stdout + done.stderr
 
 
@@ -53,6 +53,25 @@ def test_gatewayd_is_right(tmp_path):
 def test_an_agent_in_python_is_right(tmp_path, written):
     counts, report = run(tmp_path, "test", *written("Right"))
     assert counts == {"passed": len(FAULTS)}, report
+
+
+@pytest.mark.parametrize("option, says", [
+    ("--agent=", "--agent: '' is not there, nor in PATH"),
+    ("--agent='x", "--agent: No closing quotation: 'x"),
+    ("--agent=/nowhere/agent {site}", "--agent: '/nowhere/agent' is not there, nor in PATH"),
+    (f"--agent={__file__}", f"--agent: '{__file__}' is no program that can be run"),
+    ("--agent=env {sight}", "--agent: braces stand around site, patience only, or are doubled: {sight}"),
+    ("--site=missing.json", "--site: cannot read {here}/missing.json: No such file or directory"),
+    ("--site=small.json", "--site: {here}/small.json: two ports and two pseudowires are needed"),
+    ("--alarm=", "--alarm: expected what the agent prints"),
+    ("--report={}", "--report: braces stand around kind, number, interval only, or are doubled: {}"),
+    ("--limit=0", "--limit: expected seconds, not '0'"),
+    ("--limit=nan", "--limit: expected seconds, not 'nan'"),
+])
+def test_an_option_that_cannot_be_ends_the_run_with_a_line(tmp_path, written, option, says):
+    (tmp_path / "small.json").write_text('{"format": 1, "pdh": {"1": {}}}')
+    counts, report = run(tmp_path, "test", *written("Right"), option)
+    assert (counts, report.strip()) == ({}, "ERROR: " + says.replace("{here}", str(tmp_path)))
 
 
 @pytest.mark.parametrize("scenario", FAULTS)
