@@ -1,9 +1,7 @@
-/*
- * Keeps a gateway as a document says, and writes alarms and PM reports to standard output.
- *
- *   c++ -std=c++20 gatewayd.cpp -o gatewayd $(pkg-config --cflags --libs vexo_cmi)
- *   ./gatewayd [--once] [--period SECONDS] [--patience SECONDS] SITE.json
- */
+// Keeps a gateway as a document says, and writes alarms and PM reports to standard output.
+//
+//   c++ -std=c++20 gatewayd.cpp -o gatewayd $(pkg-config --cflags --libs vexo_cmi)
+//   ./gatewayd [--once] [--period SECONDS] [--patience SECONDS] SITE.json
 #include "objects.h"
 
 #include <condition_variable>
@@ -61,6 +59,8 @@ class Agent
     bool tell(bool always)
     {
         const std::lock_guard lock{mutex_};
+        if (ferror(stdout))
+            problems_["log"] = "can't be written";
         for (const auto &[name, problem] : problems_)
             if (always || problems_ != told_)
                 fprintf(stderr, "gatewayd: %s: %s\n", name.c_str(), problem.c_str());

@@ -96,9 +96,9 @@ std::map<std::string, size_t> countsOf(const std::vector<Json> &entries)
 
 Json toJson(const Report &report)
 {
-    return {{"points", report.entries},
-            {"verdicts", countsOf(report.entries)},
-            {"sweep", report.sweep}};
+    return {{"sweep", report.sweep},
+            {"points", report.entries},
+            {"verdicts", countsOf(report.entries)}};
 }
 
 Report merged(const std::vector<std::string> &files, std::vector<std::string> &notes)

@@ -14,7 +14,7 @@ struct Report {
     std::vector<Json> entries; // in the order of their points; after each, those of greater depth
 };
 
-// {"points": [...], "verdicts": {...}, "sweep": {...}}
+// {"sweep": {...}, "points": [...], "verdicts": {...}}
 Json toJson(const Report &report);
 // Of all shards of a sweep; of a fault that is in more than one, the worse. What else there is to
 // be said of them is put into the notes.
