@@ -11,3 +11,4 @@ from ._where import VERSION as __version__
 from .device import (Call, Clock, Device, DeviceError, Fault, LogRecord, Rate, Settings,
                      Subscription)
 from .document import Difference, Document, DocumentError
+from .gateway import Agent, AgentError, Gateway

@@ -32,6 +32,8 @@ COUNTS = {"system": 1, "pdh": _control.PORTS, "ima-group": _control.GROUPS, "pwe
 OBJECTS = {"port": "pdh", "group": "ima-group", "pwId": "pwe", "link": "ima-link"}
 SERVICES = {"any": 0, "alarms": _control.ALARMS, "pm": _control.REPORTS,
             "both": _control.ALARMS + _control.REPORTS}
+# Of Device, in the order of the effects.
+METHODS = ("fail", "slow", "hang", "garble", "lose", "ignore", "drop", "double", "late", "swap", "hold")
 EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
 LATEST = 253402300799  # the end of the year 9999, where the device's clock stops
 LONG = 10.0  # how long is waited for what should come at once, on whichever machine
@@ -185,10 +187,30 @@ class Fault:
         """Ends it, and lets go what hangs by it."""
         self._device.do("fault_end", self.id)
 
+    def __str__(self) -> str:
+        """As it would be added, and how many it has met."""
+        try:
+            now = self._now()
+        except DeviceError as error:
+            return str(error)
+        effect, value = Effect(now.effect), now.value
+        told = {"code": value * (effect in (Effect.CODE, Effect.LOST)),
+                "seconds": value / 1000 * (effect in (Effect.DELAY, Effect.LATE)),
+                "seed": now.seed or value * (effect is Effect.GARBAGE),
+                "object": now.object, "kind": _kind(now.type) if now.ofType else "",
+                "process": now.process, "operation": now.operation.decode().replace("vexo_cmi_", "", 1),
+                "where": {one.name.decode(): one.value for one in now.where if one.name},
+                "skip": now.skip, "times": 0 if now.nth else now.times + now.met * (now.times > 0 or now.spent),
+                "nth": now.nth, "chance": now.chance / 1000000}
+        first = now.function.decode()
+        if effect >= Effect.DROP:
+            first = "pm" if now.service == _control.REPORTS else "alarms"
+        words = [repr(first)] * (first != "") + [f"{name}={one!r}" for name, one in told.items() if one]
+        waiting = f", {now.waiting} waiting" if now.waiting else ""
+        return f"{METHODS[effect]}({', '.join(words)}): met {now.met or 'none'}{waiting}"
+
     def __repr__(self) -> str:
-        now = self._now()
-        what = now.function.decode() or _control.Effect(now.effect).name.lower()
-        return f"<fault {self.id}: {what}, met {now.met}{', spent' if now.spent else ''}>"
+        return f"<fault {self.id}: {self}>"
 
 
 class Clock:
@@ -272,6 +294,7 @@ class Device:
         self._control = control(_control.PROTOTYPES)
         self.clock = Clock(self)
         self.settings = Settings(self)
+        self.added: List[Fault] = []  # all of its faults, also those that have ended
         if path is not None:
             self.do("close")
             os.environ["KV_SIM_DEVICE"] = os.fspath(path)
@@ -341,7 +364,8 @@ class Device:
         number = self.ask("fault_arm", wanted)
         if number == 0:
             raise DeviceError(self.ask("error").decode())
-        return Fault(self, number)
+        self.added.append(Fault(self, number))
+        return self.added[-1]
 
     def _put_where(self, wanted: _control.Fault, where: Mapping[str, int]) -> None:
         if len(where) > len(wanted.where):

@@ -22,6 +22,7 @@ RECORDING_SIZE = 2 << 20
 QUIET = 0.05  # an agent that asks nothing and computes nothing for so long is idle
 SUBSCRIBED = 1.0  # after which one that listens to one service, and is never idle, is ready
 LOOK = 0.002  # how often that is looked at
+LAST = 200  # letters of what it printed last, in an error
 PATIENCE = 5.0  # how long an agent may take to end
 # What is recorded besides operations and functions of the platform.
 CALLBACKS = ["vexoAlarmCallback", "vexoPmCallback", "alarm_notification_handler", "pm_notification_handler",
@@ -90,11 +91,13 @@ class Trace:
 
 
 class Agent:
-    """An agent that runs on a gateway; as a context manager it ends with the block."""
+    """An agent that runs on a gateway, which starts it by agent(); as a context manager it ends with
+    the block."""
 
     def __init__(self, gateway: "Gateway", command: Union[str, Sequence[PathLike]], *,
                  cwd: Optional[PathLike] = None, env: Optional[Mapping[str, str]] = None,
                  ready: bool = True, timeout: float = LONG) -> None:
+        __tracebackhide__ = True  # pylint: disable=unused-variable
         self.gateway = gateway
         words = shlex.split(command) if isinstance(command, str) else [os.fspath(word) for word in command]
         self.name = os.path.basename(words[0])
@@ -136,8 +139,8 @@ class Agent:
         self._expect(0)
 
     def _said(self) -> str:
-        printed = self.output.split("\n")
-        return f"; the last it printed: {printed[-1] or printed[-2]}" if self.output else ""
+        last = self.output.rstrip().rpartition("\n")[2]
+        return last and f"; the last it printed: {last[:LAST]}{'...' * (len(last) > LAST)}"
 
     def _expect(self, *statuses: int) -> None:
         __tracebackhide__ = True  # pylint: disable=unused-variable
@@ -269,14 +272,26 @@ class Gateway(Device):
         """What its agents have asked of the library, and that of the platform."""
         return Trace(self, [agent.recording for agent in self.agents])
 
-    def agent(self, command: Union[str, Sequence[PathLike]], **options: Any) -> Agent:
-        """Starts an agent, and waits until it has subscribed or is idle."""
-        return Agent(self, command, **options)
+    def agent(self, command: Union[str, Sequence[PathLike]], *, cwd: Optional[PathLike] = None,
+              env: Optional[Mapping[str, str]] = None, ready: bool = True, timeout: float = LONG) -> Agent:
+        """Starts an agent, and waits until it has subscribed or is idle.
+
+        command: a text, which is split into words as by a shell, or the words; no shell runs it
+        cwd: folder that it runs in; that of the test, if not given
+        env: variables of its environment, besides those of the test and of the device
+        ready: whether to wait until it has subscribed to both services, or has called something of
+            the platform and then neither calls nor computes for 50 ms, or has ended with status 0. One
+            that sleeps longer between two tries is taken for ready meanwhile
+        timeout: seconds of that waiting, after which there is an AgentError
+        """
+        __tracebackhide__ = True  # pylint: disable=unused-variable
+        return Agent(self, command, cwd=cwd, env=env, ready=ready, timeout=timeout)
 
     def wait_idle(self, quiet: float = QUIET, timeout: float = LONG) -> None:
-        """Waits until no function of the platform has been called for a while in which no agent had
-        something to do: also where the machine has other work, and lets an agent wait for its
-        turn."""
+        """Waits until no function of the platform has been called for `quiet` seconds in which no agent
+        had something to do: also where the machine has other work, and lets an agent wait for its
+        turn. One that sleeps longer than that between two tries is idle meanwhile: let `quiet` be
+        more, or wait_for() what is to come about."""
         since = now = start = time.monotonic()
         last = self.last_call
         while now - since < quiet:
@@ -307,17 +322,19 @@ class Gateway(Device):
 
     def end(self) -> None:
         """Ends its agents and removes it."""
-        self.clear_faults()
-        for agent in self.agents:
-            if agent.running:
-                agent.kill()
-        _library.end_services()
-        self.close()
-        if self._before is None:
-            del os.environ["KV_SIM_DEVICE"]
-        else:
-            os.environ["KV_SIM_DEVICE"] = self._before
-        shutil.rmtree(self.folder, ignore_errors=True)
+        try:
+            for agent in self.agents:
+                if agent.running:
+                    agent.kill()
+            self.clear_faults()
+            _library.end_services()
+            self.close()
+        finally:  # the next test is to have a device of its own whatever became of this one
+            if self._before is None:
+                os.environ.pop("KV_SIM_DEVICE", None)
+            else:
+                os.environ["KV_SIM_DEVICE"] = self._before
+            shutil.rmtree(self.folder, ignore_errors=True)
 
 
 def _has_work(process: int) -> bool:

@@ -5,7 +5,7 @@
 from __future__ import annotations
 
 import os
-from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional
+from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional, Sequence
 
 import pytest
 
@@ -13,13 +13,14 @@ if TYPE_CHECKING:
     from .gateway import Agent, Gateway
 
 LINES = 60  # of a recording's end
+GATEWAY: Any = pytest.StashKey()  # of a test
 
 
 @pytest.fixture
-def gateway() -> "Iterator[Gateway]":
-    """A simulated device of the test's own: vexo_cmi.gateway.Gateway."""
+def gateway(request: Any) -> "Iterator[Gateway]":
+    """A simulated device of the test's own: vexo_cmi.Gateway."""
     from .gateway import Gateway  # pylint: disable=import-outside-toplevel
-    one = Gateway()
+    one = request.node.stash[GATEWAY] = Gateway()
     try:
         yield one
     finally:
@@ -37,22 +38,24 @@ def pytest_runtest_makereport(item: Any) -> Any:
     """Adds to a failing test's report what the agents did, and what became of the device."""
     outcome = yield
     report = outcome.get_result()
-    one = getattr(item, "funcargs", {}).get("gateway")
-    if report.when == "call" and report.failed and one is not None:
+    one = item.stash.get(GATEWAY, None)
+    if report.when != "teardown" and report.failed and one is not None:
         report.sections += explain(one)
 
 
 def explain(one: "Gateway") -> "List[tuple[str, str]]":
     """What explains a failure."""
     sections = []
+
+    def add(title: str, lines: "Sequence[Any]") -> None:
+        more = f", the last {LINES} of {len(lines)} lines" if len(lines) > LINES else ""
+        sections.append((title + more, "\n".join(map(str, lines[-LINES:]))))
+
     for process in one.agents:
-        lines = str(process.trace).splitlines()
-        sections.append((f"Calls of {process!r}, the last of {len(lines)} lines",
-                         "\n".join(lines[-LINES:])))
-        sections.append((f"Output of {process!r}", process.output[-4000:]))
-    own = [call for call in one.calls() if call.process == os.getpid()]
-    sections.append((f"Platform calls of the test itself, the last of {len(own)}",
-                     "\n".join(map(str, own[-LINES:]))))
+        add(f"Calls of {process!r}", str(process.trace).splitlines())
+        add(f"Output of {process!r}", process.output.splitlines())
+    add("Platform calls of the test itself", [call for call in one.calls() if call.process == os.getpid()])
+    add("Faults", list({fault.id: fault for fault in [*one.added, *one.faults]}.values()))
     try:
         changes = one.changes()
     except Exception as error:  # pylint: disable=broad-except

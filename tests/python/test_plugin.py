@@ -28,26 +28,51 @@ def run(folder, test, *words):
     return done.returncode == 0, done.stdout + done.stderr
 
 
-def test_a_failing_test_is_explained_by_what_the_agent_did_and_what_became_of_the_device(tmp_path):
-    passed, report = run(tmp_path, '''
-def test_site(gateway, agent):
-    gateway.fail("config_set_pdh_params", 8, object=3)
+@pytest.mark.parametrize("in_ci", ["", "true"])  # where pytest shortens nothing
+@pytest.mark.parametrize("begin, end", [
+    ("def test_site(gateway, agent):", ""),
+    ("import pytest\n@pytest.fixture\ndef site(gateway, agent):", "def test_site(site): pass"),
+])
+def test_a_failure_is_explained_by_the_agent_the_faults_and_the_device(tmp_path, monkeypatch, in_ci, begin, end):
+    monkeypatch.setenv("CI", in_ci)
+    passed, report = run(tmp_path, begin + '''
+    gateway.fail("config_set_pdh_params", 8, object=3, where={"params.cableLength": 40}, times=2)
+    gateway.lose("config_add_pw", object=17, times=2)
+    gateway.late("pm", seconds=0.5, nth=2)
+    gateway.garble(kind="ima-link", object=5, operation="ima_get", chance=0.5).end()
     with agent([VEXOCTL, "--script", "-"], ready=False) as one:
         one.wait()
     with agent([VEXOCTL, "pdh", "admin", "set", "port=3", "status=1"]):
         pass
-    with agent(["sh", "-c", VEXOCTL.replace(" ", "\\\\ ") + " pdh cable_len set port=3 length=40 || echo refused"]):
+    with agent(["sh", "-c", VEXOCTL.replace(" ", "\\\\ ") + " pdh cable_len set port=3 length=40 || echo re'fu'sed"]):
         pass
     vexo_cmi.pdh_admin_get(4)
     assert gateway.config == Document({"format": 1, "pdh": {"3": {"adminStatus": 1, "cableLength": 40}}})
-''')
+''' + end)
     assert not passed
     for line in (r"E +pdh 3 cableLength: 133, expected 40", r"pdh_cable_len_set\(length=40, port=3\) = 4",
                  r" +config_set_pdh_params\(.*\) = 8", "refused", "pdh 3 adminStatus: - 2 \\+ 1",
                  r"config_get_pdh_admin\(port=4\) = 0",
+                 r"fail\('config_set_pdh_params', code=8, object=3, where={'params.cableLength': 40}, times=2\): met 1",
+                 r"lose\('config_add_pw', code=1, object=17, times=2\): met none",
+                 r"late\('pm', seconds=0.5, nth=2\): met none",
+                 r"garble\(seed=1, object=5, kind='ima-link', operation='ima_get', chance=0.5\): met none",
                  r"Calls of <agent vexoctl, process \d+, ended: 0>"):
         assert re.search(f"^.*{line}", report, re.MULTILINE), (line, report)
     assert "adminStatus: 1, expected" not in report
+    assert report.count("refused") == 1
+
+
+@pytest.mark.parametrize("in_ci", ["", "true"])
+def test_what_an_agent_printed_is_told_once(tmp_path, monkeypatch, in_ci):
+    monkeypatch.setenv("CI", in_ci)
+    passed, report = run(tmp_path, '''
+def test_site(agent):
+    agent(["sh", "-c", "for i in 1 2 3; do echo li'n'e $i; done; printf %0999d 7; exit 3"])
+''')
+    assert not passed and report.count("line 3\n") == report.count("0" * 998 + "7") == 1
+    assert report.count(f"sh ended with status 3; the last it printed: {'0' * 200}...\n") >= 1
+    assert "Popen" not in report  # none of the fixtures' own lines
 
 
 def test_each_test_has_its_own_device_also_side_by_side(tmp_path):
