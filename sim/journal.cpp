@@ -37,7 +37,10 @@ struct Ring {
     }
 
     // What is in the file is not to be relied on.
-    size_t offset(uint64_t place) const { return place / ALIGNMENT * ALIGNMENT % size; }
+    size_t offset(uint64_t place) const
+    {
+        return static_cast<size_t>(place / ALIGNMENT * ALIGNMENT % size);
+    }
     JournalRecord *at(uint64_t place) const
     {
         const size_t from = offset(place);

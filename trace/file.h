@@ -20,11 +20,11 @@ constexpr char MAGIC[8] = "VEXOTRC";
 constexpr uint32_t VERSION = 1;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304;
 
-constexpr uint64_t PAGE = 4096;
+constexpr size_t PAGE = 4096;
 constexpr uint32_t BLOCK_SIZE = 16384;
-constexpr uint64_t DEFAULT_SIZE = uint64_t{64} << 20;
-constexpr uint64_t LEAST_SIZE = uint64_t{1} << 20;
-constexpr uint64_t MOST_SIZE = uint64_t{1} << 40;
+constexpr size_t DEFAULT_SIZE = size_t{64} << 20;
+constexpr size_t LEAST_SIZE = size_t{1} << 20;
+constexpr size_t MOST_SIZE = size_t{1} << (sizeof(void *) == 8 ? 40 : 30);
 
 // Of the environment: what `vexotrace record` tells the recorder.
 constexpr char FILE_VARIABLE[] = "VEXO_TRACE";

@@ -31,7 +31,7 @@ uint8_t *blocks;
 char path[4096];
 char device[4096];
 char session[sizeof Head::session];
-uint64_t wantedSize;
+size_t wantedSize;
 bool withSnapshot;
 bool startsOff; // as its parent was when it was forked
 
@@ -142,26 +142,26 @@ int openFile()
 
 // ---- Making it ----
 
-uint64_t sizeOfDevice(int &descriptor)
+size_t sizeOfDevice(int &descriptor)
 {
     descriptor = withSnapshot && device[0] ? open(device, O_RDONLY | O_CLOEXEC) : -1;
     struct stat state;
-    return descriptor >= 0 && fstat(descriptor, &state) == 0 ? static_cast<uint64_t>(state.st_size)
+    return descriptor >= 0 && fstat(descriptor, &state) == 0 ? static_cast<size_t>(state.st_size)
                                                              : 0;
 }
 
 // Beyond its limit the process would get a signal.
-uint64_t mostBytes()
+rlim_t mostBytes()
 {
     rlimit limit;
-    return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? uint64_t{limit.rlim_cur} : UINT64_MAX;
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
 }
 
 // Room on the disk, so that a write into the mapped file never finds none: as much as there is.
-uint64_t reserve(int descriptor, uint64_t size, uint64_t extra)
+size_t reserve(int descriptor, size_t size, size_t extra)
 {
-    if (const uint64_t most = mostBytes(); most < size + extra)
-        size = most > extra ? (most - extra) / PAGE * PAGE : 0;
+    if (const rlim_t most = mostBytes(); most < size + extra)
+        size = most > extra ? static_cast<size_t>(most - extra) / PAGE * PAGE : 0;
     for (; size >= LEAST_SIZE; size = size / 2 / PAGE * PAGE) {
         if (ftruncate(descriptor, 0) == 0 &&
             posix_fallocate(descriptor, 0, static_cast<off_t>(size + extra)) == 0)
@@ -204,9 +204,9 @@ bool makeFile(int descriptor)
 {
     fchmod(descriptor, 0600);
     int snapshot;
-    const uint64_t snapshotSize = sizeOfDevice(snapshot);
-    const uint64_t extra = roundUp(snapshotSize, PAGE);
-    const uint64_t size = reserve(descriptor, wantedSize, extra);
+    const size_t snapshotSize = sizeOfDevice(snapshot);
+    const size_t extra = roundUp(snapshotSize, PAGE);
+    const size_t size = reserve(descriptor, wantedSize, extra);
     void *memory = size == 0
                        ? MAP_FAILED
                        : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
@@ -224,8 +224,9 @@ bool makeFile(int descriptor)
     char *at = begin + PAGE;
     head->descriptionOffset = PAGE;
     char *described = writeDescription(at, begin + size);
-    head->descriptionSize = described ? static_cast<uint64_t>(described - at) : 0;
-    uint64_t offset = roundUp(PAGE + head->descriptionSize, PAGE);
+    const size_t descriptionSize = described ? static_cast<size_t>(described - at) : 0;
+    head->descriptionSize = descriptionSize;
+    size_t offset = roundUp(PAGE + descriptionSize, PAGE);
     if (snapshotSize > 0 &&
         read(snapshot, begin + offset, snapshotSize) == static_cast<ssize_t>(snapshotSize)) {
         head->snapshotOffset = offset;
@@ -298,7 +299,7 @@ void makeReady(uint64_t number)
     if (number > head->blockCount || (number - 1) % AT_ONCE != 0)
         return;
     const uint64_t left = head->blockCount - (number - 1);
-    madvise(blockAt(number - 1), (left < AT_ONCE ? left : AT_ONCE) * BLOCK_SIZE,
+    madvise(blockAt(number - 1), static_cast<size_t>(left < AT_ONCE ? left : AT_ONCE) * BLOCK_SIZE,
             MADV_POPULATE_WRITE);
 #endif
 }
@@ -427,7 +428,7 @@ void inChild()
     if (!head)
         return;
     startsOff = head->on == OFF;
-    munmap(head, head->size);
+    munmap(head, static_cast<size_t>(head->size));
     head = nullptr;
     for (auto &left : leftBlocks)
         left = 0;
@@ -449,8 +450,9 @@ void inChild()
     withSnapshot = getenv(SNAPSHOT_VARIABLE) != nullptr;
     redacting = getenv(REDACT_VARIABLE) != nullptr;
     const char *size = getenv(SIZE_VARIABLE);
-    wantedSize = (size ? strtoull(size, nullptr, 10) : DEFAULT_SIZE) / PAGE * PAGE;
-    wantedSize = std::clamp(wantedSize, LEAST_SIZE, MOST_SIZE);
+    const uint64_t wanted = size ? strtoull(size, nullptr, 10) : DEFAULT_SIZE;
+    wantedSize =
+        static_cast<size_t>(std::clamp<uint64_t>(wanted, LEAST_SIZE, MOST_SIZE)) / PAGE * PAGE;
     if (const char *running = getenv(SESSION_VARIABLE))
         snprintf(session, sizeof session, "%s", running);
     else

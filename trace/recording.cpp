@@ -472,8 +472,8 @@ Recording::Recording(const std::string &path)
     lock.l_whence = SEEK_SET;
     lock.l_len = 1;
     alive_ = fcntl(file.number, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-    std::string description(head_.descriptionSize, '\0');
-    snapshot_.resize(head_.snapshotSize);
+    std::string description(static_cast<size_t>(head_.descriptionSize), '\0');
+    snapshot_.resize(static_cast<size_t>(head_.snapshotSize));
     if (!readAt(file.number, head_.descriptionOffset, description.data(), description.size()) ||
         !readAt(file.number, head_.snapshotOffset, snapshot_.data(), snapshot_.size()))
         throw FileError(path + ": can't be read: " + strerror(errno));
@@ -600,7 +600,7 @@ void Recording::readBlocks(int descriptor)
             lastClock_ = std::max(lastClock_, event.clock);
         }
     }
-    calls_.reserve(events_ / 2 + 1);
+    calls_.reserve(static_cast<size_t>(events_ / 2 + 1));
     for (uint32_t i = 0; i < eventsOf.size(); ++i)
         readThread(i, eventsOf[i]);
     std::ranges::stable_sort(roots_, {}, [&](uint32_t root) { return calls_[root].clock(); });

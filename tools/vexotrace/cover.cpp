@@ -353,8 +353,9 @@ class Counter
     void countValue(const trace::Type &type, uint64_t value, bool output)
     {
         const auto *items = enumerationsOf(type).items[output];
-        if (items && value < items->size() && (*items)[value])
-            ++(*items)[value]->count;
+        if (items && value < items->size())
+            if (Item *const item = (*items)[static_cast<size_t>(value)])
+                ++item->count;
     }
 
     // Where there are enumerations in a type.

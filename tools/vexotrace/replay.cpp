@@ -71,7 +71,7 @@ class TemporaryFile
 Plan &mapped(const std::string &name)
 {
     const int file = open(name.c_str(), O_RDWR | O_CLOEXEC);
-    const uint64_t size = fs::file_size(name);
+    const auto size = static_cast<size_t>(fs::file_size(name));
     void *const memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     const std::string why = strerror(errno);
     close(file);

@@ -111,7 +111,7 @@ class Builder
 
     uint64_t put(std::span<const uint8_t> bytes)
     {
-        const uint64_t at = (bytes_.size() + 7) / 8 * 8;
+        const size_t at = (bytes_.size() + 7) / 8 * 8;
         bytes_.resize(at);
         bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
         return at;
