@@ -6,7 +6,7 @@ library=$1 compiler=$2 folder=$3
 rm -rf "$folder"
 mkdir -p "$folder"
 # Symbols with a version, as a device's may be.
-echo 'V1 { global: *; };' >"$folder/versions.map"
+echo 'KV_1.0 { global: *; };' >"$folder/versions.map"
 for name in config alarm pmom upgrade forker common; do
     case $name in
     config) functions='config_|GetObjectCount' ;;
