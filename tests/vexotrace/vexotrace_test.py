@@ -324,9 +324,26 @@ class Sweeping(unittest.TestCase):
 1 fault: 1 half
 $""")
 
+    def test_success_is_believed_unless_what_is_said_is_new_and_of_what_is_wrong(self):
+        set_ = "vexoctl pdh admin set port=3 status=1 2>$TMPDIR/why"
+        for script, verdict in [
+                (f"echo port 3 at $$; {set_}; true", "silent"),
+                (f"{set_} || echo port 3", "reported"),
+                (f"vexoctl pdh frame set port=4 mode=3; {set_} || echo port 34", "silent"),
+                (f"vexoctl pdh frame set port=4 mode=3; {set_} || echo port 3", "reported"),
+                (f"trap 'exit 0' TERM; {set_} || exit 0; sleep 60 & wait", "reported")]:
+            (point,) = self.sweep("--only", "config_set_pdh_admin/3/1:code",
+                                  agent=["sh", "-c", script], status=int(verdict == "silent")).values()
+            self.assertEqual(point["verdict"], verdict, script)
+
     def test_a_call_that_hangs_goes_on_when_the_time_is_up(self):
         (point,) = self.sweep("--only", "config_add_pw/17/1:hang", timeout=None).values()
         self.assertEqual(point["verdict"], "recovered")
+
+    def test_an_agent_that_is_slower_after_a_fault_does_not_hang(self):
+        (point,) = self.sweep("--only", "config_set_pdh_admin/3/1:code", timeout=None, agent=[
+            "sh", "-c", "vexoctl pdh admin set port=3 status=1 || { sleep 2; exit 1; }"]).values()
+        self.assertEqual(point["verdict"], "reported")
 
     def test_what_is_met_on_the_way_back_fails_too(self):
         second = "config_add_pw/17/1:code+config_add_pw/17/2:lost"
@@ -335,6 +352,9 @@ $""")
         self.assertEqual({point["verdict"] for point in points.values()}, {"recovered"})
         self.assertEqual([*self.sweep("--only", second)], [second])
         self.assertEqual([*points][0], "config_add_pw/17/1:code")
+        parts = [[fault.split(":")[0] for fault in id.split("+")] for id in points]
+        self.assertFalse({first for first, *_ in parts} & {more for _, *all in parts for more in all},
+                         "what is met without a fault, too, isn't part of the way back")
 
     def test_shards_make_a_whole(self):
         words = ("--points", "pwe_params_set", "--effects", "code,lost,noop")
@@ -420,8 +440,8 @@ $""")
                       self.report("--until", "false", agent=[folder / "agent"], status=2, timeout=1))
 
     def test_the_check_counts(self):
-        script = ("sh", "-c", "vexoctl pdh admin get port=3 2>&1 >/dev/null | grep . >$TMPDIR/failed; "
-                  "test -s $TMPDIR/failed && vexoctl sim alarm raise type=pdh number=3 bits=1; true")
+        script = ("sh", "-c", "vexoctl pdh admin set port=5 status=1; vexoctl pdh admin get port=3 "
+                  ">/dev/null || { echo oh; vexoctl sim alarm raise type=pdh number=3 bits=1; }")
         words = ("--points", "config_get_pdh_admin", "--effects", "code")
         (point,) = self.sweep(*words, agent=script).values()
         self.assertEqual(point["verdict"], "recovered")
@@ -435,11 +455,16 @@ $""")
                               status=1).values()
         self.assertEqual(point["verdict"], "unstable")
         self.assertEqual(point["difference"][0]["object"], "system tpid")
-        (folder / "runs").mkdir()
-        points = self.sweep("--effects", "code", agent=[
-            "sh", "-c", f"vexoctl sys tpid get || exit; cd {folder}/runs; mktemp -p . >&2; "
-                        "test $(ls | wc -l) -gt 2 || vexoctl pdh admin get port=3"])
-        self.assertEqual(points["config_get_pdh_admin/3/1:code"]["verdict"], "unmet")
+        for others, do, verdict in [("-gt 1", ":", None), ("-gt 2", ":", "unmet"),
+                                    ("-eq 3", ":", "reported"),
+                                    ("-gt 2", "vexoctl sys tpid set tpid=9", "unstable")]:
+            runs = Path(tempfile.mkdtemp(dir=folder))
+            script = (f"vexoctl sys tpid get || exit; : >{runs}/$$; if test $(ls {runs} | wc -l) "
+                      f"{others}; then {do}; else vexoctl pdh admin get port=3; fi")
+            points = self.sweep("--effects", "code", "--jobs", 1, agent=["sh", "-c", script],
+                                status=int(verdict == "unstable"))
+            self.assertEqual(points.get("config_get_pdh_admin/3/1:code", {}).get("verdict"),
+                             verdict, script)
 
     def test_a_crash_of_any_process_is_one(self):
         for script in "$0 freed-twice; exit $?", "$0 freed-twice & exit 0":
