@@ -336,6 +336,14 @@ $""")
                                   agent=["sh", "-c", script], status=int(verdict == "silent")).values()
             self.assertEqual(point["verdict"], verdict, script)
 
+    def test_the_device_is_judged_without_the_fault(self):
+        script = ("vexoctl pdh params get port=3 >$TMPDIR/told 2>&1 || "
+                  "vexoctl pdh admin set port=3 status=1")
+        (point,) = self.sweep("--only", "config_get_pdh_params/3/1:stuck",
+                              agent=["sh", "-c", script], status=1).values()
+        self.assertEqual((point["verdict"], point["difference"][0]["field"]),
+                         ("silent", "adminStatus"))
+
     def test_a_call_that_hangs_goes_on_when_the_time_is_up(self):
         (point,) = self.sweep("--only", "config_add_pw/17/1:hang", timeout=None).values()
         self.assertEqual(point["verdict"], "recovered")
@@ -417,8 +425,11 @@ $""")
         first = self.report(*words, **how)
         text = kept.read_text()
         self.assertEqual((self.report(*words, **how), kept.read_text()), (first, text))
-        for file, said in (inner, "the agent does something else"), (outer, "has changed"):
-            file.write_text(file.read_text() + "vexoctl pdh admin get port=4\n")
+        for file, change, said in [(inner, ("status=1", "status=3"), "the agent does something else"),
+                                   (inner, ("|| exit", "\nvexoctl pdh admin get port=4"),
+                                    "the agent does something else"),
+                                   (outer, ("echo", "printf"), "the command names has changed")]:
+            file.write_text(file.read_text().replace(*change))
             self.assertIn(f"{said} since", self.report(*words, **how, status=2))
         self.assertEqual(kept.read_text(), text)
 
@@ -467,7 +478,8 @@ $""")
                              verdict, script)
 
     def test_a_crash_of_any_process_is_one(self):
-        for script in "$0 freed-twice; exit $?", "$0 freed-twice & exit 0":
+        for script in "$0 freed-twice; exit $?", "$0 freed-twice & exit 0", \
+                "$0 freed-twice || kill -KILL $$":
             (point,) = self.sweep("--only", "config_add_pw/17/1:code", status=1,
                                   agent=["bash", "-c", f"({script})", *self.AGENT]).values()
             self.assertEqual(point["verdict"], "crashed", script)
