@@ -33,7 +33,7 @@ exits() {
 
 # wants TEXT FILE...
 wants() {
-    grep -F -- "$@" && return
+    grep -m 1 -F -- "$@" && return
     echo "'$1' isn't in $2"
     exit 1
 }
@@ -58,7 +58,10 @@ wants '0 changed since' against
 cat >agent <<'AGENT'
 pdh cable_len set port=6 length=30
 pdh cable_len get port=6
-sys tod set seconds=1700000000 microseconds=0
+sys kato send seconds=1700000000 microseconds=0
+sys kato send seconds=1700000400 microseconds=0
+sys tod set seconds=1700002000 microseconds=0
+sys kato send seconds=1700002000 microseconds=0
 pwe params set pwId=900 pweAction=create pweType=tdm-1 adminStatus=1 dstMac=00:1a:2b:00:00:11 vlan.mode=untagged psn.psnType=1 t1.circuit=1 t1.rtp.mode=1
 pwe payload get pwId=900
 pdh cable_len get port=7

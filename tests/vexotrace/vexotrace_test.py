@@ -739,6 +739,26 @@ class Replaying(unittest.TestCase):
         self.assertIn("active 0x00000005, changed 0x00000005\n", told)
         self.assertIn("active 0x00000004, changed 0x00000001\nended\n", told)
 
+    def test_what_a_32_bit_device_did_is_shown_and_replayed_here(self):
+        kept = KEPT.with_name("armhf.trace")
+        self.assertIn("settimeofday(tv_sec=1700000000, tv_usec=0, zone=0) = 0",
+                      vexotrace("show", kept))
+        # What the recorded clock reads decides whether a keep-alive sets it.
+        script = ("pdh cable_len set port=6 length={}\npdh cable_len get port=6\n"
+                  "sys kato send seconds=1700000000 microseconds=0\n"
+                  "sys kato send seconds=1700000400 microseconds=0\n"
+                  "sys tod set seconds=1700002000 microseconds=0\n"
+                  "sys kato send seconds=1700002000 microseconds=0\n"
+                  "pwe params set pwId=900 pweAction=create pweType=tdm-1 adminStatus=1 "
+                  "dstMac=00:1a:2b:00:00:11 vlan.mode=untagged psn.psnType=1 t1.circuit=1 "
+                  "t1.rtp.mode=1\npwe payload get pwId=900\npdh cable_len get port=7\n")
+        status, out, why = self.replay(script=script.format(30), file=kept)
+        self.assertEqual((status, out), (1, "length: 30\nsize: 256\n"))
+        self.assertIn("failure 1: E-77: this unit has six ports", why)
+        status, _, why = self.replay(script=script.format(31), file=kept)
+        self.assertEqual(status, 3)
+        self.assertIn("params.cableLength: 31 in place of 30", why)
+
     def test_what_cannot_be_replayed_is_said(self):
         self.assertIn("no recording", vexotrace("replay", folder / "script", "--", "true",
                                                 status=2))
