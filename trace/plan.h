@@ -82,6 +82,10 @@ inline Thing thingOf(const describe::platform::Function &function, const uint32_
     case Object::group:
         return {OBJ_IMA_GROUP, numbers[place]};
     case Object::link:
+        // A group's links have an order: who adds or removes one changes the group.
+        if (place + 1U < function.arguments.size() &&
+            strcmp(function.arguments[place + 1U].name, "group") == 0)
+            return {OBJ_IMA_GROUP, numbers[place + 1]};
         return {OBJ_IMA_LINK, numbers[place]};
     case Object::alarm:
         return {numbers[place - 1], numbers[place]};

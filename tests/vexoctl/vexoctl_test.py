@@ -1238,6 +1238,7 @@ class Conformance(Device):
                             (["--against"], "expected a file behind it"), (["--writ"], "did you mean '--write'"),
                             (["--saved", "x"], "only with --write"), (["--write"], "not what conform --write saves"),
                             (["--write", "--saved", "nowhere/x"], "cannot write nowhere/x"),
+                            (["--write", "--saved", 300 * "x"], "File name too long"),
                             (["--junit", "nowhere/x"], "cannot write nowhere/x")):
             done = self.vexoctl("conform", *words, cwd=self.folder)
             self.assertEqual(done.returncode, 2, (words, done.stdout, done.stderr))

@@ -17,14 +17,18 @@ SOURCE = Path(__file__).resolve().parents[2]
 KEPT = SOURCE / "tests/recordings/agent.trace"
 
 
+def build(source, agent):
+    subprocess.run(
+        [os.environ["CC"], "-std=c11", f"-I{SOURCE}/include", folder / source, "-o",
+         folder / agent, LIBRARY, f"-Wl,-rpath,{LIBRARY.parent}:{SIMULATOR}",
+         f"-Wl,-rpath-link,{SIMULATOR}"], check=True)
+
+
 def setUpModule():
     global folder, environment
     folder = Path(tempfile.mkdtemp())
     unittest.addModuleCleanup(subprocess.run, ["rm", "-rf", folder])
-    subprocess.run(
-        [os.environ["CC"], "-std=c11", f"-I{SOURCE}/include", SOURCE / "examples/agent.c", "-o",
-         folder / "agent", LIBRARY, f"-Wl,-rpath,{LIBRARY.parent}:{SIMULATOR}",
-         f"-Wl,-rpath-link,{SIMULATOR}"], check=True)
+    build(SOURCE / "examples/agent.c", "agent")
     environment = {**os.environ, "KV_SIM_DEVICE": str(folder / "device")}
 
 
@@ -40,13 +44,13 @@ def vexoctl(*words):
                    stdout=subprocess.DEVNULL)
 
 
-def record(name, *words, faults=(), deaf=False):
+def record(name, *words, agent="agent", faults=(), deaf=False):
     """A run of the agent on a new device, which has an alarm and the end of an interval."""
     (folder / "device").unlink(missing_ok=True)
     for fault in faults:
         vexoctl("sim", "fault", "add", *fault.split())
     agent = subprocess.Popen([VEXOTRACE, "record", "--output", folder / name, "--size", "2M", "--",
-                              folder / "agent", *words], env=environment,
+                              folder / agent, *words], env=environment,
                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
     for line in agent.stdout:
         if line == "listening\n":
@@ -571,6 +575,7 @@ sys kato send seconds=1000 microseconds=0
 sys tod set seconds=2000 microseconds=0
 ima set groupId=1 imaAction=create groupParam1=1 groupParam2=128 groupParam3=25
 ima lnk add linkId=5 groupId=1
+ima lnk add linkId=4 groupId=1
 """
 
 # A change of the script (a line is left out, doubled, put before the one above it or replaced in
@@ -597,6 +602,7 @@ CHANGES = [
     (("mode=2 value", "mode=1 value"), "alarm_set_notification", "mode: "),
     (("tpgmParam2=2", "tpgmParam2=9"), "config_init_tpgm", "setup.params: [1,9,3] in place of"),
     (("linkId=5", "linkId=6"), "config_add_ima_link", "link: 6 in place of 5"),
+    (("linkId=4", "earlier"), "config_add_ima_link", "link: 4 in place of 5"),
     (("pwe pdv set", None), "config_set_pw", ""),
     (("pwe admin set", "twice"), "config_set_pw_admin", ""),
     (("sys temp set", "earlier"), "config_set_temperature_thr", ""),
@@ -701,6 +707,20 @@ class Replaying(unittest.TestCase):
             self.assertEqual(len(told), 1, told)
             self.assertIn("\nended\n", out)
 
+    def test_what_an_agent_does_when_told_to_end_is_done_again(self):
+        text = (SOURCE / "examples/agent.c").read_text()
+        parting = "vexoResult result; vexo_cmi_pwe_admin_set(2, watched, &result);"
+        (folder / "parting.c").write_text(text.replace("vexo_cmi_fini();",
+                                                       f"vexo_cmi_fini(); {parting}"))
+        build("parting.c", "parting")
+        file = record("parted", agent="parting")
+        self.assertIn("config_set_pw_admin", vexotrace("show", file))
+        status, out, why = self.replay(command=[folder / "parting"], file=file)
+        self.assertEqual((status, why), (0, ""), out)
+        status, out, why = self.replay(command=[folder / "agent"], file=file)
+        self.assertEqual(status, 3, out)
+        self.assertRegex(why, r"expected  config_set_pw_admin\(.*\n  actual    none came")
+
     def test_what_the_recording_does_not_know_its_snapshot_does(self):
         (folder / "device").unlink(missing_ok=True)
         vexoctl("pdh", "frame", "set", "port=4", "mode=5")
@@ -717,6 +737,9 @@ class Replaying(unittest.TestCase):
                          "of a port that was not asked for, and of one since its change")
         status, told, _ = self.replay("--continue", script=asked + asked, file=file)
         self.assertEqual(status, 3)
+        (folder / "device").unlink()
+        self.assertIn("device: No such file",
+                      vexotrace("record", "--snapshot", "-o", file, "--", VEXOCTL, "list", status=2))
 
     def test_vexoctl_looks_into_the_recorded_device(self):
         def look(*words, status):

@@ -306,7 +306,8 @@ class Saved
   public:
     explicit Saved(std::string file) : file_{std::move(file)}
     {
-        if (std::filesystem::exists(file_))
+        std::error_code error; // where the name can't be one, writing it tells
+        if (std::filesystem::exists(file_, error))
             takeUp();
     }
 
@@ -316,7 +317,6 @@ class Saved
         before_ = config::save(device, {.pwes = 0, .groups = 0});
         for (const config::Key &key : toBeMade)
             before_.objects[key] = {};
-        isBegun_ = true;
         const std::optional<uint32_t> alarms = systemAlarms();
         alarms_ = alarms ? Json(*alarms) : Json{};
         Json made = Json::object();
@@ -328,6 +328,7 @@ class Saved
                          {"made", made},
                          {"settings", config::toJson(before_)}};
         replaceFile(file_, saved.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+        isBegun_ = true;
     }
 
     // Puts it back, and takes the file away when that is done.
@@ -361,7 +362,11 @@ class Saved
     void finish(const Names &troubles)
     {
         if (troubles.empty()) {
-            std::filesystem::remove(file_);
+            std::error_code error;
+            std::filesystem::remove(file_, error);
+            if (error)
+                throw UsageError("all is put back, but " + file_ +
+                                 " can't be removed: " + error.message());
             return;
         }
         throw Failure{"conform",

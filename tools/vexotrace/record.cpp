@@ -38,6 +38,8 @@ void checkDevice()
     const char *device = getenv(trace::DEVICE_VARIABLE);
     if (!device || !*device)
         throw UsageError("--snapshot: KV_SIM_DEVICE names no device file to take");
+    if (access(device, R_OK) != 0)
+        throw UsageError("--snapshot: " + std::string{device} + ": " + strerror(errno));
 }
 
 void set(const char *variable, const std::string &value)

@@ -377,15 +377,16 @@ class Watch
         constexpr uint64_t SHORT = 500 * MILLISECOND, LONG = 10 * SECOND;
         if (quiet < SHORT || told_ || plan_.subscribed == 0)
             return;
-        const Step *next = nullptr;
-        bool isAtEnd = true, waits = false;
-        for (uint32_t i = 0; i < plan_.stepCount && isAtEnd; ++i) {
+        const Step *next = nullptr, *needed = nullptr;
+        for (uint32_t i = 0; i < plan_.stepCount && !needed; ++i) {
             const Step &step = plan_.step(i);
             if (!next && !step.done && step.kind != StepKind::text &&
                 step.kind != StepKind::service)
                 next = &step;
-            isAtEnd = !report_.isNeeded(step) || isUnsubscribing(step);
+            if (report_.isNeeded(step))
+                needed = &step;
         }
+        bool waits = false;
         for (const uint32_t events : plan_.events)
             waits |= plan_.queue(events).at != NO_STEP;
         // What took its time then may do so now.
@@ -393,7 +394,9 @@ class Watch
         const uint64_t gap = next && latest != NO_STEP && next->clock > plan_.step(latest).clock
                                  ? 2 * (next->clock - plan_.step(latest).clock)
                                  : 0;
-        if (isAtEnd && quiet >= SHORT + gap && endsWhenTold(process())) {
+        // Where something else comes first it may be about to do that by itself.
+        const bool isAtEnd = !needed || isUnsubscribing(*needed);
+        if (!waits && quiet >= (isAtEnd ? SHORT : LONG) + gap && endsWhenTold(process())) {
             told_ = true;
             kill(process(), SIGTERM);
         } else if (!isAtEnd && waits && !options_.isLoose && quiet >= LONG + gap) {
