@@ -116,23 +116,24 @@ constexpr const Type *argumentType()
         return &Row<std::conditional_t<std::is_same_v<Value, unsigned char>, Mac, Value>>::type;
 }
 
-template <auto function, class Declaration = decltype(function)>
+template <class Declaration>
 struct OperationRow;
 
-template <auto function, class... Arguments>
-struct OperationRow<function, void (*)(Arguments...)> {
+template <class... Arguments>
+struct OperationRow<void (*)(Arguments...)> {
     static constexpr size_t count = sizeof...(Arguments) - 1;
 
-    template <size_t... i>
+    template <auto function, size_t... i>
     static void spread(void *const *storage, vexoResult *result, std::index_sequence<i...>)
     {
         using Types = std::tuple<Arguments...>;
         function(argument<std::tuple_element_t<i, Types>>(storage[i])..., result);
     }
 
+    template <auto function>
     static void call(void *const *storage, vexoResult *result)
     {
-        spread(storage, result, std::make_index_sequence<count>{});
+        spread<function>(storage, result, std::make_index_sequence<count>{});
     }
 
     // Takes as many names as the operation has arguments.
@@ -151,25 +152,25 @@ struct OperationRow<function, void (*)(Arguments...)> {
 };
 
 // The arguments of a row, which stand in a lambda since each has a type of its own.
-template <auto function, class Names>
+template <class Declaration, class Names>
 struct Named {
-    static constexpr auto arguments = OperationRow<function>::complete(Names{}());
+    static constexpr auto arguments = OperationRow<Declaration>::complete(Names{}());
 };
 
-// For a program that reads the rows, and calls nothing, without the library.
-#ifdef DESCRIBE_ROWS_ONLY
-template <auto function>
-constexpr std::nullptr_t CALL = nullptr;
-#else
-template <auto function>
-constexpr auto CALL = OperationRow<function>::call;
-#endif
+template <class Declaration, class Names>
+constexpr Operation operation(const char *name, Role role, const char *calls, const char *example,
+                              Names, decltype(Operation::call) call = nullptr)
+{
+    return {name, calls, example, Named<Declaration, Names>::arguments, call, role};
+}
 
 template <auto function, class Names>
 constexpr Operation operation(const char *name, Role role, const char *calls, const char *example,
-                              Names)
+                              Names names)
 {
-    return {name, calls, example, Named<function, Names>::arguments, CALL<function>, role};
+    using Declaration = decltype(function);
+    return operation<Declaration>(name, role, calls, example, names,
+                                  OperationRow<Declaration>::template call<function>);
 }
 
 constexpr std::array<Argument, 0> names()
@@ -183,11 +184,20 @@ constexpr std::array<Argument, count> names(const Argument (&arguments)[count])
     return std::to_array(arguments);
 }
 
+// A program that reads the rows, and calls nothing, is without the library. A function that is
+// named beyond its type would be asked for even by what a debugger is told.
+#ifdef DESCRIBE_ROWS_ONLY
+#define DESCRIBED(function) decltype(&function)
+#else
+#define DESCRIBED(function) &function
+#endif
+
 // OPERATION(vexo_cmi_area_object_verb, ROLE, "calls", "example", {"argument"}, ...): a name for
 // every argument but the result.
 #define OPERATION(function, role, calls, example, ...)                                             \
-    describe::operation<&function>(#function, role, calls, example,                                \
-                                   [] { return describe::names(__VA_OPT__({__VA_ARGS__})); })
+    describe::operation<DESCRIBED(function)>(#function, role, calls, example, [] {                 \
+        return describe::names(__VA_OPT__({__VA_ARGS__}));                                         \
+    })
 
 } // namespace describe
 
