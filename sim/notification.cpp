@@ -441,9 +441,9 @@ void Subscription::setHandling(bool on)
 
 void Subscription::setTimer(Transaction &device)
 {
-    constexpr uint64_t LONGEST = 86400 * SECOND; // after that it is set again
+    constexpr uint64_t LONGEST_WAIT = 86400 * SECOND; // after that it is set again
     itimerspec next{};
-    if (const uint64_t wait = std::min(untilNext(*device, service_), LONGEST)) {
+    if (const uint64_t wait = std::min(untilNext(*device, service_), LONGEST_WAIT)) {
         next.it_value.tv_sec = static_cast<time_t>(wait / SECOND);
         next.it_value.tv_nsec = static_cast<long>(wait % SECOND) * 1000;
     }

@@ -40,7 +40,7 @@ enum class StepKind : uint8_t {
 inline StepKind kindOf(const describe::platform::Function &function)
 {
     using namespace describe::platform;
-    if (function.returns == Returns::text)
+    if (function.returns == describe::platform::Returns::text)
         return StepKind::text;
     // Who logs changes nothing that anybody asks for.
     if (strcmp(function.name, "kv_log") == 0)

@@ -67,7 +67,7 @@ std::vector<std::string> reasonsIn(const Json &entry)
 }
 
 // A report, in which everything is that is looked for in one.
-Json read(const std::string &file)
+Json readReport(const std::string &file)
 {
     std::ifstream stream{file};
     if (!stream)
@@ -113,7 +113,7 @@ Report merged(const std::vector<std::string> &files, std::vector<std::string> &n
     std::set<unsigned> shards;
     Report whole;
     for (const std::string &file : files) {
-        const Json report = read(file);
+        const Json report = readReport(file);
         const Json &sweep = report["sweep"];
         const unsigned shard = sweep["shard"], count = sweep["shards"];
         if (whole.sweep.is_null())

@@ -184,7 +184,7 @@ std::string lineOf(const Json &findings)
     return text.empty() ? "nothing" : text;
 }
 
-void show(const Json &page)
+void showFindings(const Json &page)
 {
     for (const Json &row : page["answers"])
         if (row.contains("differing"))
@@ -381,22 +381,22 @@ class Saved
 };
 
 // What stands behind the name of the command.
-struct Given {
+struct Wanted {
     bool writes = false;
     std::map<std::string, std::string> files{};
 
     bool has(const std::string &option) const { return files.contains(option); }
 };
 
-Given given(const Words &words)
+Wanted wantedBy(const Words &words)
 {
     const Names known{"--write", "--junit", "--against", "--saved"};
-    Given given;
+    Wanted wanted;
     for (size_t i = 1; i < words.size(); ++i) {
         const size_t sign = words[i].find('=');
         const std::string name = words[i].substr(0, sign);
         if (words[i] == known[0]) {
-            given.writes = true;
+            wanted.writes = true;
             continue;
         }
         if (!std::ranges::count(known, name) || name == known[0])
@@ -405,19 +405,19 @@ Given given(const Words &words)
         if (sign == std::string::npos && i + 1 == words.size())
             throw UsageError(name + ": expected a file behind it");
         const std::string file = sign == std::string::npos ? words[++i] : words[i].substr(sign + 1);
-        if (!given.files.emplace(name, file).second)
+        if (!wanted.files.emplace(name, file).second)
             throw UsageError(name + ": given twice");
     }
-    if (given.has("--saved") && !given.writes)
+    if (wanted.has("--saved") && !wanted.writes)
         throw UsageError("--saved: only with --write");
-    return given;
+    return wanted;
 }
 
 } // namespace
 
 void conform(const Words &words, const Manner &manner)
 {
-    const Given options = given(words);
+    const Wanted options = wantedBy(words);
     const bool writes = options.writes;
     const Json before = options.has("--against") ? readPage(options.files.at("--against")) : Json{};
     const Interruptible interruptible;
@@ -450,7 +450,7 @@ void conform(const Words &words, const Manner &manner)
     if (manner.json)
         std::cout << page.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
     else
-        show(page);
+        showFindings(page);
     if (asked.stopped) {
         std::cerr << "vexoctl: conform: " << asked.stopped->what() << std::endl;
         throw asked.stopped->status;

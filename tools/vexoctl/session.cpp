@@ -212,8 +212,8 @@ void Session::checkUndoable(const std::string &line) const
     if (words.empty())
         return;
     if (const Command *own = commandOf(words)) {
-        constexpr std::string_view REFUSED[] = {"config apply", "watch", "follow", "metrics"};
-        if (std::ranges::count(REFUSED, own->name))
+        constexpr std::string_view NO_PART[] = {"config apply", "watch", "follow", "metrics"};
+        if (std::ranges::count(NO_PART, own->name))
             throw UsageError(own->name + std::string{" is no part of a script with --atomic"});
         return;
     }

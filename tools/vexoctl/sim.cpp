@@ -368,7 +368,7 @@ struct Shown {
     }
 };
 
-std::string lineOf(const Json &call)
+std::string callLine(const Json &call)
 {
     const auto text = [&](const char *name) {
         return call[name].is_string() ? call[name].get<std::string>() : call[name].dump();
@@ -417,7 +417,7 @@ void sim_journal(Json *shown, uint32_t last, uint32_t records, const char *funct
         return;
     }
     for (const Json &row : calls)
-        printLine(row, lineOf(row));
+        printLine(row, callLine(row));
     *shown = {};
 }
 
@@ -452,7 +452,7 @@ void sim_journal_follow(Json *shown, const char *from, uint32_t count, uint32_t 
         const auto show = [&] {
             const Json row = wanted.document(call);
             if (wanted.has(call))
-                printLine(row, lineOf(row));
+                printLine(row, callLine(row));
         };
         std::erase_if(pending, [&](uint64_t number) {
             if (SIM(kv_sim_journal_get)(number, &call) != 0)
