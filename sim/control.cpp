@@ -173,6 +173,11 @@ int kv_sim_close(void)
     return letGo() ? 0 : -1;
 }
 
+uint32_t kv_sim_holder(void)
+{
+    return holder();
+}
+
 int kv_sim_reset(void)
 {
     return control([](Transaction &device) {

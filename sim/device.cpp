@@ -366,6 +366,12 @@ bool letGo()
     return true;
 }
 
+uint32_t holder()
+{
+    State *const state = device();
+    return state ? holder(state->lock) : 0;
+}
+
 kvRc fail(kvRc code, const char *format, ...)
 {
     va_list arguments;

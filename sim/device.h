@@ -28,6 +28,9 @@ constexpr kvRc NO_DEVICE = 1;
 // The next transaction opens a device. False, and fail()ed, when this process listens to this one.
 bool letGo();
 
+// The thread that has locked it; 0: none.
+uint32_t holder();
+
 // An entry of the undo is its bytes, then where they belong; read from the end.
 struct Mark {
     uint32_t offset;

@@ -46,6 +46,10 @@ KV_SIM_EXPORT int kv_sim_open(void);
  * then. */
 KV_SIM_EXPORT int kv_sim_close(void);
 
+/** The thread that holds the device at this moment, which takes microseconds unless it was stopped
+ * meanwhile; 0: none. Waits for nothing. */
+KV_SIM_EXPORT uint32_t kv_sim_holder(void);
+
 /** Puts the device back to its factory defaults: everything, faults, journal, log and clock
  * included. Hanging calls go on; subscriptions stay, with the events that wait. */
 KV_SIM_EXPORT int kv_sim_reset(void);

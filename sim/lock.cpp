@@ -121,6 +121,11 @@ void release(Lock &lock)
     announce(self(), nullptr);
 }
 
+uint32_t holder(Lock &lock)
+{
+    return std::atomic_ref{lock.word}.load() & FUTEX_TID_MASK;
+}
+
 uint32_t thisProcess()
 {
     return self().process;

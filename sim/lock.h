@@ -22,6 +22,9 @@ struct Lock {
 bool acquire(Lock &lock);
 void release(Lock &lock);
 
+// The thread that holds it; 0: none.
+uint32_t holder(Lock &lock);
+
 // The calling process and thread, without asking the kernel each time.
 uint32_t thisProcess();
 uint32_t thisThread();

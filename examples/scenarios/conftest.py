@@ -5,7 +5,6 @@ import random
 import re
 import shlex
 import shutil
-import signal
 import time
 from pathlib import Path
 
@@ -112,13 +111,6 @@ class Subject:
     def start(self, patience=10, **options):
         """Starts it, and waits until it has subscribed or is idle."""
         return self.gateway.agent(self._options.command(patience), **options)
-
-    def suspend(self, running):
-        """Stops it until it gets SIGCONT."""
-        running.send(signal.SIGSTOP)
-        threads = Path(f"/proc/{running.pid}/task")
-        self.gateway.wait_for(lambda: all((thread / "stat").read_text().rpartition(")")[2].split()[0] == "T"
-                                          for thread in threads.iterdir()))
 
     def wait_provisioned(self, expected=None):
         """Waits until the device is as the site says."""

@@ -1,5 +1,4 @@
 """What agents meet in the field, one test each, for any agent: see README.md."""
-import signal
 
 import vexo_cmi
 from vexo_cmi import Document, PweAction, PweParams, UpgradeInfo, UpgradeMode, UpgradeState
@@ -125,11 +124,11 @@ def test_overflow(gateway, subject):
     """More events than the device keeps: the oldest are lost, one of them about a port of which no
     other will tell."""
     with subject.start() as running:
-        subject.suspend(running)
+        running.suspend()
         gateway.alarm("pdh", subject.ports[0], 0x1)
         gateway.send_alarm("pwe", subject.pseudowires[0], 0, 0, count=5000)
         assert gateway.pending[1] > 0
-        running.send(signal.SIGCONT)
+        running.resume()
         subject.wait_alarm(running, "pdh", subject.ports[0], 0x1)
 
 

@@ -477,6 +477,11 @@ class Device:
         """Seconds until the device is back; 0: it is there."""
         return float(self.ask("away")) / 1000
 
+    @property
+    def holder(self) -> int:
+        """The thread that holds the device at this moment, or was stopped while it did; 0: none."""
+        return int(self.ask("holder"))
+
     # ---- Journal ----
 
     def calls(self, function: str = "", after: int = 0) -> List[Call]:

@@ -12,7 +12,7 @@ import tempfile
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
-from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Union
+from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
 
 from . import _library, _where
 from .device import LONG, Device, DeviceError, PathLike, known
@@ -163,7 +163,7 @@ class Agent:
     @property
     def busy(self) -> bool:
         """Whether a thread of it, or of what it has started, has something to do."""
-        return _has_work(self.pid)
+        return any(state in "RD" for _, state in _threads(self.pid))  # runs, or waits for a disk
 
     @property
     def status(self) -> Optional[int]:
@@ -186,6 +186,20 @@ class Agent:
             os.killpg(self.pid, number)
         except ProcessLookupError:
             pass
+
+    def suspend(self) -> None:
+        """Stops it, and what it has started, until resume(): never while it holds the device, which
+        nobody else could use then."""
+        while True:
+            self.send(signal.SIGSTOP)
+            self.gateway.wait_for(lambda: all(state not in "RSD" for _, state in _threads(self.pid)))
+            if self.gateway.holder not in [thread for thread, _ in _threads(self.pid)]:
+                return
+            self.resume()
+
+    def resume(self) -> None:
+        """Lets it go on."""
+        self.send(signal.SIGCONT)
 
     def kill(self) -> None:
         """Kills it, as a crash or a loss of power would end it."""
@@ -213,6 +227,7 @@ class Agent:
             self._expect(0)
             return
         self.send(signal.SIGTERM)
+        self.resume()
         try:
             self._process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
@@ -337,19 +352,18 @@ class Gateway(Device):
             shutil.rmtree(self.folder, ignore_errors=True)
 
 
-def _has_work(process: int) -> bool:
+def _threads(process: int) -> Iterator[Tuple[int, str]]:
+    """The threads of a process, and of what it has started, and the states of these."""
     try:
         for thread in os.listdir(f"/proc/{process}/task"):
             folder = f"/proc/{process}/task/{thread}"
             with open(f"{folder}/stat", encoding="utf-8", errors="replace") as stat:
-                if stat.read().rpartition(")")[2].split()[0] in "RD":  # runs, or waits for a disk
-                    return True
+                yield int(thread), stat.read().rpartition(")")[2].split()[0]
             with open(f"{folder}/children", encoding="ascii") as children:
-                if any(_has_work(int(child)) for child in children.read().split()):
-                    return True
+                for child in children.read().split():
+                    yield from _threads(int(child))
     except (FileNotFoundError, ProcessLookupError):  # has just ended
         pass
-    return False
 
 
 def _recorder() -> Optional[str]:

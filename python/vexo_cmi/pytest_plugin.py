@@ -5,7 +5,8 @@
 from __future__ import annotations
 
 import os
-from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional, Sequence
+from functools import partial
+from typing import TYPE_CHECKING, Any, Callable, Iterator, List, Optional
 
 import pytest
 
@@ -44,24 +45,27 @@ def pytest_runtest_makereport(item: Any) -> Any:
 
 
 def explain(one: "Gateway") -> "List[tuple[str, str]]":
-    """What explains a failure."""
+    """What explains a failure, as far as it can be told."""
     sections = []
 
-    def add(title: str, lines: "Sequence[Any]") -> None:
-        more = f", the last {LINES} of {len(lines)} lines" if len(lines) > LINES else ""
-        sections.append((title + more, "\n".join(map(str, lines[-LINES:]))))
+    def add(title: str, what: "Callable[[], Any]") -> None:
+        try:
+            told = what()
+            lines = str(told).splitlines() if not isinstance(told, list) else list(map(str, told))
+        except Exception as error:  # pylint: disable=broad-except
+            lines = [f"can't be told: {error}"]
+        if lines:
+            more = f", the last {LINES} of {len(lines)} lines" if len(lines) > LINES else ""
+            sections.append((title + more, "\n".join(lines[-LINES:])))
 
     for process in one.agents:
-        add(f"Calls of {process!r}", str(process.trace).splitlines())
-        add(f"Output of {process!r}", process.output.splitlines())
-    add("Platform calls of the test itself", [call for call in one.calls() if call.process == os.getpid()])
-    add("Faults", list({fault.id: fault for fault in [*one.added, *one.faults]}.values()))
-    try:
-        changes = one.changes()
-    except Exception as error:  # pylint: disable=broad-except
-        changes = f"can't be told: {error}\n"
-    sections.append(("Device: what it is set to otherwise than a new one", changes))
-    return [(title, text) for title, text in sections if text]
+        add(f"Calls of {process!r}", partial(getattr, process, "trace"))
+        add(f"Output of {process!r}", partial(getattr, process, "output"))
+    add("Platform calls of the test itself",
+        lambda: [call for call in one.calls() if call.process == os.getpid()])
+    add("Faults", lambda: list({fault.id: fault for fault in [*one.added, *one.faults]}.values()))
+    add("Device: what it is set to otherwise than a new one", one.changes)
+    return sections
 
 
 def pytest_assertrepr_compare(op: str, left: Any, right: Any) -> Optional[List[str]]:

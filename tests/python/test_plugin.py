@@ -63,6 +63,19 @@ def test_a_failure_is_explained_by_the_agent_the_faults_and_the_device(tmp_path,
     assert report.count("refused") == 1
 
 
+def test_what_cannot_be_told_of_a_failure_leaves_the_rest(tmp_path):
+    passed, report = run(tmp_path, '''
+def test_site(gateway, agent):
+    gateway.calls = gateway.changes = lambda: 1 / 0
+    agent([VEXOCTL, "sys", "tpid", "get"])
+    gateway.drop("pm")
+    assert False, "what failed"
+''')
+    assert not passed and report.count("can't be told: division by zero") == 2
+    for line in ("what failed", "tpid: 0x8100", r"drop\('pm'\): met none"):
+        assert re.search(line, report), (line, report)
+
+
 @pytest.mark.parametrize("in_ci", ["", "true"])
 def test_what_an_agent_printed_is_told_once(tmp_path, monkeypatch, in_ci):
     monkeypatch.setenv("CI", in_ci)
@@ -111,6 +124,21 @@ def test_an_agent_that_computes_is_not_idle(gateway, agent):
     assert vexo_cmi.pdh_admin_get(3) == 1
 
 
+def test_a_suspended_agent_never_holds_the_device(gateway, agent):
+    busy = agent([sys.executable, "-c", "import os, vexo_cmi\n"
+                  "device = vexo_cmi.Device(os.environ['KV_SIM_DEVICE'])\n"
+                  "print(flush=True)\nwhile True: device.reset()"], ready=False)
+    gateway.wait_for(lambda: busy.output)
+    for _ in range(10):
+        busy.suspend()
+        gateway.alarm_bits("pdh", 3)  # refused after five seconds where the agent holds the device
+        assert not busy.busy
+        busy.resume()
+    busy.suspend()
+    busy.stop()
+    assert busy.status == -signal.SIGTERM
+
+
 @pytest.mark.parametrize("command, options, says", [
     ("no-such-agent", {}, "can't be started"),
     (["sh", "-c", "echo no site; exit 3"], {}, "sh ended with status 3; the last it printed: no site"),
@@ -128,13 +156,13 @@ def test_an_agent_that_ends_otherwise_than_it_should_fails_the_test(gateway, age
         with agent(["sh", "-c", f"trap '' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 1; done"]):
             pass
     with pytest.raises(AgentError, match="ended with status 7"):
-        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 0.01; done"]):
+        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 1; done"]):
             pass
     with agent([VEXOCTL, "watch"]) as killed:
         killed.kill()
     assert killed.status == -signal.SIGKILL
     with pytest.raises(ZeroDivisionError):  # what failed first is told
-        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 0.01; done"]):
+        with agent(["sh", "-c", f"trap 'exit 7' TERM; '{VEXOCTL}' sys tpid get; while :; do sleep 1; done"]):
             raise ZeroDivisionError
     left = [one.pid for one in gateway.agents if one.running]
     gateway.wait_for(lambda: not any(one.running for one in gateway.agents) or left)
