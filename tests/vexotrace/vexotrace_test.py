@@ -707,6 +707,23 @@ class Replaying(unittest.TestCase):
             self.assertEqual(len(told), 1, told)
             self.assertIn("\nended\n", out)
 
+    def test_what_was_told_of_alarms_is_answered_to_who_asks_more_often(self):
+        text = (SOURCE / "examples/agent.c").read_text()
+        (folder / "quick.c").write_text(text.replace("second = {1, 0}", "second = {0, 50000000}"))
+        build("quick.c", "quick")
+        status, out, why = self.replay(command=[folder / "quick"], file=record("asked"))
+        self.assertEqual((status, why), (0, ""), out)
+        self.assertNotIn("registering anew", out)
+
+    def test_signals_are_passed_on(self):
+        waits = "trap 'echo told; exit' USR1; echo ready; while :; do sleep 0.05; done"
+        with subprocess.Popen([VEXOTRACE, "replay", self.file, "--", "sh", "-c", waits], text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                              env=environment) as started:
+            self.assertEqual(started.stdout.readline(), "ready\n")
+            started.send_signal(signal.SIGUSR1)
+            self.assertEqual(started.stdout.read(), "told\n")
+
     def test_what_an_agent_does_when_told_to_end_is_done_again(self):
         text = (SOURCE / "examples/agent.c").read_text()
         parting = "vexoResult result; vexo_cmi_pwe_admin_set(2, watched, &result);"
