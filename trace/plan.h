@@ -186,6 +186,8 @@ struct Plan {
 // Whether two values of a type say the same: reserved fields, and those that don't count or change
 // by themselves, aside. Where addresses are stand-ins, these and texts aren't compared.
 bool isSame(const describe::Type &type, const uint8_t *a, const uint8_t *b, bool standIns);
+bool isSame(const describe::platform::Argument &argument, const uint8_t *a, const uint8_t *b,
+            bool standIns);
 
 } // namespace trace
 

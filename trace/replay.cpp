@@ -104,8 +104,8 @@ bool isSameRecord(const Function &function, const Step &step, const Arguments &g
         return true;
     for (const describe::platform::Argument &argument : function.arguments)
         if (argument.type && argument.isPointer && argument.direction == describe::Direction::in)
-            return step.in && isSame(*argument.type, plan->at<uint8_t>(step.in), given.in.data(),
-                                     has(STAND_INS));
+            return step.in &&
+                   isSame(argument, plan->at<uint8_t>(step.in), given.in.data(), has(STAND_INS));
     return true;
 }
 

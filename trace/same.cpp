@@ -65,4 +65,11 @@ bool isSame(const describe::Type &type, const uint8_t *a, const uint8_t *b, bool
     }
 }
 
+bool isSame(const describe::platform::Argument &argument, const uint8_t *a, const uint8_t *b,
+            bool standIns)
+{
+    return (standIns && isAddress(*argument.type, argument.name)) ||
+           isSame(*argument.type, a, b, standIns);
+}
+
 } // namespace trace

@@ -799,6 +799,23 @@ class Replaying(unittest.TestCase):
         self.assertEqual(status, 3)
         self.assertIn("params.cableLength: 31 in place of 30", why)
 
+    def test_a_daemon_is_followed_and_addresses_that_are_stand_ins_are_taken_as_the_same(self):
+        # Each is recorded, replayed as it was, with other addresses, and with another number.
+        cases = (("vexoctl sys src_mac set mac=02:11:22:33:44:{}", "55", "56", None),
+                 ("vexoctl sys src_ip set address=32322414{}", "35", "36", None),
+                 ("(setsid sh -c 'sleep 0.3; vexoctl pdh cable_len set port=1 length={}' &)",
+                  "30", None, "31"))
+        for line, recorded, same, other in cases:
+            line = line.replace("vexoctl", str(VEXOCTL))
+            file = folder / "kept"
+            subprocess.run([VEXOTRACE, "record", "--redact", "--output", file, "--size", "1M",
+                            "--", "sh", "-c", line.format(recorded)], check=True, env=environment,
+                           stdout=subprocess.PIPE, timeout=120)
+            for value, status in ((recorded, 0), (same, 0), (other, 3)):
+                if value:
+                    found = self.replay(command=["sh", "-c", line.format(value)], file=file)
+                    self.assertEqual(found[0], status, (line, value, found))
+
     def test_what_cannot_be_replayed_is_said(self):
         self.assertIn("no recording", vexotrace("replay", folder / "script", "--", "true",
                                                 status=2))

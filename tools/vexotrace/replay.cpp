@@ -352,12 +352,16 @@ class Watch
     bool hasEnded()
     {
         int status;
-        for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;)
+        pid_t ended;
+        while ((ended = waitpid(-1, &status, WNOHANG)) > 0)
             if (ended == child_) {
                 status_ = status;
                 childEnded_ = true;
             }
-        return childEnded_ && !isThere(static_cast<pid_t>(plan_.process.load()));
+        // A daemon may not have called yet.
+        const auto follower = static_cast<pid_t>(plan_.process.load());
+        const bool isLeft = follower == 0 ? ended == 0 : isThere(follower);
+        return childEnded_ && !isLeft;
     }
 
     // Whether it is at the end, or stuck.
