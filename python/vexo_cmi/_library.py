@@ -14,6 +14,7 @@ from typing import Any, Callable, Dict, List, Optional, Type
 from . import _where
 from ._records import Record, Result
 
+__tracebackhide__ = True  # pytest shows where in a test it came to that
 HERE = Path(os.path.abspath(__file__)).parent
 PLATFORM = ["kv_common", "kv_forker", "kv_config", "kv_alarm", "kv_pmom", "kv_upgrade"]
 
@@ -110,7 +111,7 @@ def _load_library() -> ctypes.CDLL:
         raise LibraryMissing(
             f"the CMI library can't be loaded: {error}. Install libvexo-cmi1 and, where the device's "
             "own platform libraries (libkv_*.so) aren't there, libkv-simulator; or put the folders "
-            "that have them into LD_LIBRARY_PATH before Python starts") from error
+            "that have them into LD_LIBRARY_PATH before Python starts") from None
 
 
 def _load() -> None:
@@ -202,7 +203,7 @@ def control(prototypes: Dict[str, Any]) -> ctypes.CDLL:
                 raise
             raise LibraryMissing(
                 f"the simulated device can't be loaded: {error}. Install libkv-simulator, or put its "
-                "folder into LD_LIBRARY_PATH before Python starts") from error
+                "folder into LD_LIBRARY_PATH before Python starts") from None
         for name, (result, parameters) in prototypes.items():
             function = getattr(library, name)
             function.restype, function.argtypes = result, list(parameters.values())

@@ -9,6 +9,7 @@ from enum import IntEnum
 from struct import unpack_from
 from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Optional, Sequence, Tuple, Type, TypeVar
 
+__tracebackhide__ = True  # pytest shows where in a test it came to that
 Word = c_uint32
 NUMBER = 0xFFFFFFFF
 # Written into what an operation may leave alone, to see whether it did.

@@ -22,8 +22,9 @@ from typing import Any, Collection, Dict, Iterator, List, Mapping, Optional, Tup
 from . import _control
 from ._control import Effect, Ending
 from ._library import control, operations
-from ._records import LIMITS, NUMBER, whole
+from ._records import LIMITS, NUMBER, text_bytes, whole
 
+__tracebackhide__ = True  # pytest shows where in a test it came to that
 KINDS = {"system": _control.SYSTEM, "pdh": _control.PDH, "ima-group": _control.GROUP, "pwe": _control.PW,
          "ima-link": _control.LINK}
 COUNTS = {"system": 1, "pdh": _control.PORTS, "ima-group": _control.GROUPS, "pwe": _control.PWS,
@@ -36,12 +37,23 @@ SERVICES = {"any": 0, "alarms": _control.ALARMS, "pm": _control.REPORTS,
 METHODS = ("fail", "slow", "hang", "garble", "lose", "ignore", "drop", "double", "late", "swap", "hold")
 EPOCH = datetime(1970, 1, 1, tzinfo=timezone.utc)
 LATEST = 253402300799  # the end of the year 9999, where the device's clock stops
+LETTERS = 255  # of a setting, at most
+VARIABLE = "KV_SIM_DEVICE"
 LONG = 10.0  # how long is waited for what should come at once, on whichever machine
 PathLike = Union[str, "os.PathLike[str]"]
 
 
 class DeviceError(Exception):
     """The device can't do it, or what was waited for has not come about; the text says why."""
+
+
+def use(path: Optional[str]) -> Optional[str]:
+    """Names the device that this process uses, and each that it starts."""
+    if path is None:
+        os.environ.pop(VARIABLE, None)
+    else:
+        os.environ[VARIABLE] = path
+    return path
 
 
 def _number(names: Mapping[str, int], name: str) -> int:
@@ -57,7 +69,7 @@ def _kind(number: int) -> str:
 def known(what: str, name: str, names: Collection[str]) -> None:
     """The error of a name that nothing has, with those that are near."""
     if not isinstance(name, str):
-        raise TypeError(f"expected the name of a {what}, not {name!r}")
+        raise TypeError(f"{what}: expected a name, not {name!r}")
     if name not in names:
         near = " or ".join(map(repr, difflib.get_close_matches(name, names)))
         raise ValueError(f"there is no {what} {name!r}{near and f': did you mean {near}?'}")
@@ -77,12 +89,18 @@ def _real(name: str, value: float, least: float, most: float) -> float:
     return value
 
 
-def _milliseconds(name: str, seconds: float) -> int:
-    return round(_real(name, seconds, 0, NUMBER / 1000) * 1000)
+def as_seconds(name: str, value: float) -> float:
+    """A time as it can be given."""
+    return _real(name, value, 0, NUMBER / 1000)
 
 
-def _timeout(seconds: float) -> int:
-    return _milliseconds("timeout", max(0, seconds))  # what is left of a longer one may be less
+def _milliseconds(name: str, value: float) -> int:
+    return round(as_seconds(name, value) * 1000)
+
+
+def _timeout(value: float) -> int:
+    # What is left of a longer one may be less.
+    return _milliseconds("timeout", max(0, value) if isinstance(value, (int, float)) else value)
 
 
 def _microseconds(name: str, time: Union[datetime, float]) -> int:
@@ -260,19 +278,17 @@ class Settings:
         self._device = device
 
     def __getitem__(self, name: str) -> str:
-        value = ctypes.create_string_buffer(256)
-        self._device.do("get", self._name(name), value, 256)
+        value = ctypes.create_string_buffer(LETTERS + 1)
+        self._device.do("get", self._name(name), value, LETTERS + 1)
         return value.value.decode()
 
     def __setitem__(self, name: str, value: Union[str, int, bool]) -> None:
         text = ("off", "on")[value] if isinstance(value, bool) else str(value)
-        self._device.do("set", self._name(name), text.encode())
+        self._device.do("set", self._name(name), text_bytes(name, text, LETTERS))
 
     @staticmethod
     def _name(name: str) -> bytes:
-        if not isinstance(name, str):
-            raise TypeError(f"expected the name of a setting, not {name!r}")
-        return name.encode()
+        return text_bytes("name of a setting", name, LETTERS)
 
     def __iter__(self) -> Iterator[str]:
         """Their names."""
@@ -288,20 +304,33 @@ class Settings:
 class Device:
     """The simulated device that this process uses, and with it the operations that it calls: in the
     file of this path, which is made if it isn't there; without one, in that which KV_SIM_DEVICE
-    names, or else in memory."""
+    names, or else in memory. `clock` is its time, and `settings` has what it is like."""
 
     def __init__(self, path: Optional[PathLike] = None) -> None:
         self._control = control(_control.PROTOTYPES)
+        before = self.path = os.environ.get(VARIABLE)
         self.clock = Clock(self)
         self.settings = Settings(self)
         self.added: List[Fault] = []  # all of its faults, also those that have ended
         if path is not None:
             self.do("close")
-            os.environ["KV_SIM_DEVICE"] = os.fspath(path)
-        self.do("open")
+            self.path = use(os.fspath(path))
+        try:
+            self.do("open")
+        except DeviceError:
+            use(before)
+            raise
+
+    @property
+    def in_use(self) -> bool:
+        """Whether this process uses it; it uses one at a time."""
+        return os.environ.get(VARIABLE) == self.path
 
     def ask(self, name: str, *arguments: Any) -> Any:
         """What the function of this name returns, "clock_get" for kv_sim_clock_get()."""
+        if not self.in_use:
+            raise DeviceError(f"{self.path or 'the device in memory'} isn't in use any more: a process uses "
+                              "one device at a time")
         _, parameters = _control.PROTOTYPES["kv_sim_" + name]
         return getattr(self._control, "kv_sim_" + name)(*(
             whole(own, one, LIMITS[kind]) if kind in LIMITS
@@ -357,7 +386,7 @@ class Device:
             of = kind or "".join([OBJECTS[name] for name in self._arguments(function) if name in OBJECTS][:1])
             wanted.object = whole(f"object{of and f' ({of})'}", object, COUNTS.get(of, NUMBER), least=1)
         if operation:
-            name = operation[len("vexo_cmi_"):] if operation.startswith("vexo_cmi_") else operation
+            name = operation.removeprefix("vexo_cmi_") if isinstance(operation, str) else operation
             known("operation of the library", name, operations())
             wanted.operation = f"vexo_cmi_{name}".encode()
         self._put_where(wanted, where or {})
@@ -368,13 +397,16 @@ class Device:
         return self.added[-1]
 
     def _put_where(self, wanted: _control.Fault, where: Mapping[str, int]) -> None:
+        if not isinstance(where, Mapping):
+            raise TypeError(f"where: expected numbers by their names, not {where!r}")
         if len(where) > len(wanted.where):
             raise ValueError(f"where: expected at most {len(wanted.where)} numbers")
         function = wanted.function.decode()
         for place, (name, value) in zip(wanted.where, where.items()):
+            place.name = text_bytes("where", name, type(place).name.size - 1)
             if function:  # of lists the names are told for index 0
                 known(f"number in {function}", re.sub(r"\.\d+\b", ".0", name), self._arguments(function))
-            place.name, place.value = name.encode(), whole(f"where: {name}", value, NUMBER)
+            place.value = whole(f"where: {name}", value, NUMBER)
 
     def fail(self, function: str = "", code: int = 1, **fits: Any) -> Fault:
         """Lets the calls of a platform function fail with a code."""
@@ -605,6 +637,8 @@ class Device:
 
     def grow(self, rate: Rate) -> None:
         """Lets a counter grow from now on; an amount of 0 ends that."""
+        if not isinstance(rate, Rate):
+            raise TypeError(f"expected a Rate, not {rate!r}")
         self.do("rate_set", _control.Rate(*_object("number", rate.kind, rate.number), rate.om, rate.counter,
                                           rate.amount, _milliseconds("seconds", rate.seconds), rate.burst))
 

@@ -11,13 +11,15 @@ from typing import Any, List, Mapping, Optional, Tuple, Union
 
 from . import _where
 from ._library import program
+from .device import VARIABLE, DeviceError
 
+__tracebackhide__ = True  # pytest shows where in a test it came to that
 LIMIT = 10  # seconds: as long as a call of the device may hang
 Source = Union[str, "os.PathLike[str]", Mapping[str, Any]]
 
 
 class DocumentError(Exception):
-    """A document that can't be one, or a device that doesn't tell what it is set to."""
+    """A document that can't be one."""
 
 
 @dataclass
@@ -37,7 +39,7 @@ class Difference:
 
 def vexoctl(*words: str, device: Optional[str] = None) -> Tuple[int, str, str]:
     """Runs a command, and returns its status and what it printed."""
-    environment = {**os.environ, **({"KV_SIM_DEVICE": device} if device is not None else {})}
+    environment = {**os.environ, **({VARIABLE: device} if device is not None else {})}
     environment.pop("LD_PRELOAD", None)  # its own calls are no agent's
     command = [program(_where.VEXOCTL, "vexoctl"), "--timeout", str(LIMIT), *words]
     done = subprocess.run(command, env=environment, text=True, capture_output=True, check=False,
@@ -55,10 +57,10 @@ class Document:
 
     @classmethod
     def of_device(cls, device: str) -> "Document":
-        """Of a device, what it is set to now."""
+        """Of a device, what it is set to now; a DeviceError when it doesn't tell."""
         status, output, error = vexoctl("config", "save", device=device)
         if status:
-            raise DocumentError(error.strip())
+            raise DeviceError(error.strip())
         return cls(json.loads(output))
 
     @property

@@ -15,9 +15,10 @@ from pathlib import Path
 from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Sequence, Tuple, Union
 
 from . import _library, _where
-from .device import LONG, Device, DeviceError, PathLike, known
+from .device import LONG, VARIABLE, Device, DeviceError, PathLike, as_seconds, known, use
 from .document import Document, vexoctl
 
+__tracebackhide__ = True  # pytest shows where in a test it came to that
 RECORDING_SIZE = 2 << 20
 QUIET = 0.05  # an agent that asks nothing and computes nothing for so long is idle
 SUBSCRIBED = 1.0  # after which one that listens to one service, and is never idle, is ready
@@ -97,9 +98,10 @@ class Agent:
     def __init__(self, gateway: "Gateway", command: Union[str, Sequence[PathLike]], *,
                  cwd: Optional[PathLike] = None, env: Optional[Mapping[str, str]] = None,
                  ready: bool = True, timeout: float = LONG) -> None:
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         self.gateway = gateway
         words = shlex.split(command) if isinstance(command, str) else [os.fspath(word) for word in command]
+        if not words:
+            raise ValueError(f"expected the command of an agent, not {command!r}")
         self.name = os.path.basename(words[0])
         number = len(gateway.agents) + 1
         self.recording = gateway.folder / f"{number}.trace"
@@ -112,7 +114,7 @@ class Agent:
                     words, stdin=subprocess.DEVNULL, stdout=output, stderr=output, cwd=cwd,
                     start_new_session=True, env={**gateway.environment(self.recording), **(env or {})})
             except OSError as error:
-                raise AgentError(f"the agent can't be started: {error}") from error
+                raise AgentError(f"the agent can't be started: {error}") from None
         gateway.agents.append(self)
         if ready:
             self._wait_ready(before, calls, timeout)
@@ -120,7 +122,6 @@ class Agent:
     def _wait_ready(self, before: "set[int]", calls: int, timeout: float) -> None:
         """Until it listens to both services; or has asked something and is idle; or has ended
         well."""
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         start = since = time.monotonic()
         last = calls
         while self.running:
@@ -143,7 +144,6 @@ class Agent:
         return last and f"; the last it printed: {last[:LAST]}{'...' * (len(last) > LAST)}"
 
     def _expect(self, *statuses: int) -> None:
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         self._told = True
         if self._process.returncode not in statuses:
             status = self._process.returncode
@@ -219,7 +219,6 @@ class Agent:
     def stop(self) -> None:
         """Ends it as a system does, by SIGTERM. An AgentError when it had ended before, ends with
         another status than 0, or doesn't end."""
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         if self._told:
             return
         early = not self.running
@@ -242,7 +241,6 @@ class Agent:
         return self
 
     def __exit__(self, kind: Any, *_: Any) -> None:
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         if kind is None:
             self.stop()
         else:
@@ -259,8 +257,12 @@ class Gateway(Device):
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="gateway-"))
         self.agents: List[Agent] = []
-        self._before = os.environ.get("KV_SIM_DEVICE")
-        super().__init__(self.folder / "device")
+        self._before = os.environ.get(VARIABLE)
+        try:
+            super().__init__(self.folder / "device")
+        except BaseException:
+            shutil.rmtree(self.folder, ignore_errors=True)
+            raise
 
     @property
     def file(self) -> Path:
@@ -272,7 +274,7 @@ class Gateway(Device):
         folders = [_library.simulator(), os.environ.get("LD_LIBRARY_PATH"), _library.library_folder()]
         recorder = _recorder()
         preloaded = [recorder, os.environ.get("LD_PRELOAD")] if recorder else [os.environ.get("LD_PRELOAD")]
-        return {**os.environ, "KV_SIM_DEVICE": str(self.file),
+        return {**os.environ, VARIABLE: str(self.file),
                 "LD_LIBRARY_PATH": ":".join(str(one) for one in folders if one),
                 "LD_PRELOAD": ":".join(one for one in preloaded if one),
                 "VEXO_TRACE": str(recording), "VEXO_TRACE_SIZE": str(RECORDING_SIZE)}
@@ -299,7 +301,6 @@ class Gateway(Device):
             that sleeps longer between two tries is taken for ready meanwhile
         timeout: seconds of that waiting, after which there is an AgentError
         """
-        __tracebackhide__ = True  # pylint: disable=unused-variable
         return Agent(self, command, cwd=cwd, env=env, ready=ready, timeout=timeout)
 
     def wait_idle(self, quiet: float = QUIET, timeout: float = LONG) -> None:
@@ -307,6 +308,7 @@ class Gateway(Device):
         had something to do: also where the machine has other work, and lets an agent wait for its
         turn. One that sleeps longer than that between two tries is idle meanwhile: let `quiet` be
         more, or wait_for() what is to come about."""
+        as_seconds("quiet", quiet)
         since = now = start = time.monotonic()
         last = self.last_call
         while now - since < quiet:
@@ -318,14 +320,20 @@ class Gateway(Device):
                 since, last = now, latest
 
     def wait_for(self, condition: Callable[[], Any], timeout: float = LONG) -> Any:
-        """Waits until a condition holds, and returns what it gave."""
+        """Waits until a condition holds, and returns what it gave. It doesn't while what it asks of the
+        device fails, as when that restarts."""
         end = time.monotonic() + timeout
         while True:
-            given = condition()
-            if given:
-                return given
-            if time.monotonic() > end:
-                raise AssertionError(f"what was waited for has not come about in {timeout} seconds")
+            late = time.monotonic() > end
+            try:
+                given = condition()
+                if given:
+                    return given
+                if late:
+                    raise AssertionError(f"what was waited for has not come about in {timeout} seconds")
+            except (_library.CmiError, DeviceError):
+                if late:
+                    raise
             time.sleep(LOOK)
 
     def changes(self) -> str:
@@ -337,19 +345,33 @@ class Gateway(Device):
 
     def end(self) -> None:
         """Ends its agents and removes it."""
+        used = self.in_use
         try:
             for agent in self.agents:
                 if agent.running:
                     agent.kill()
-            self.clear_faults()
-            _library.end_services()
-            self.close()
+            if self.agents:
+                _kill_all(self.file)
+            if used:
+                self.clear_faults()
+                _library.end_services()
+                self.close()
         finally:  # the next test is to have a device of its own whatever became of this one
-            if self._before is None:
-                os.environ.pop("KV_SIM_DEVICE", None)
-            else:
-                os.environ["KV_SIM_DEVICE"] = self._before
+            if used:
+                use(self._before)
             shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def _kill_all(device: Path) -> None:
+    """Kills whoever was started to use this device, in whichever session it runs now."""
+    mark = os.fsencode(f"{VARIABLE}={device}") + b"\0"
+    for process in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{process}/environ", "rb") as environment:
+                if mark in environment.read():
+                    os.kill(int(process), signal.SIGKILL)
+        except OSError:  # has just ended, or is somebody else's
+            pass
 
 
 def _threads(process: int) -> Iterator[Tuple[int, str]]:

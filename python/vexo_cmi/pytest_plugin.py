@@ -14,6 +14,7 @@ if TYPE_CHECKING:
     from .gateway import Agent, Gateway
 
 LINES = 60  # of a recording's end
+LETTERS = 100000  # of anything's
 GATEWAY: Any = pytest.StashKey()  # of a test
 
 
@@ -56,7 +57,9 @@ def explain(one: "Gateway") -> "List[tuple[str, str]]":
             lines = [f"can't be told: {error}"]
         if lines:
             more = f", the last {LINES} of {len(lines)} lines" if len(lines) > LINES else ""
-            sections.append((title + more, "\n".join(lines[-LINES:])))
+            text = "\n".join(lines[-LINES:])
+            more += f", the last {LETTERS} of {len(text)} letters" if len(text) > LETTERS else ""
+            sections.append((title + more, text[-LETTERS:]))
 
     for process in one.agents:
         add(f"Calls of {process!r}", partial(getattr, process, "trace"))

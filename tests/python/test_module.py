@@ -337,6 +337,11 @@ def test_the_whole_control_of_the_device_is_there(gateway):
         (lambda device: device.alarm("port", 3, 1),
          "expected one of system, pdh, ima-group, pwe, ima-link, not 'port'"),
         (lambda device: device.grow(vexo_cmi.Rate("pdh", 3, 1, amount=-1, seconds=1)), "amount: expected"),
+        (lambda device: device.fail(where={"x" * 99: 1}), "where: expected at most "),
+        (lambda device: operator.setitem(device.settings, "temperature", "7\0"), "temperature: expected at most 255"),
+        (lambda device: device.settings["temperature\0"], "name of a setting: expected at most"),
+        (lambda device: device.wait_idle(-1), "quiet: expected a number from 0"),
+        (lambda device: device.agent(""), "expected the command of an agent, not ''"),
         (lambda device: device.set_om("system", 1, 4, 1 << 64),
          "value: expected a whole number from 0 to 18446744073709551615"),
         (lambda device: device.call(-1), "number: expected a whole number from 0"),
@@ -344,11 +349,16 @@ def test_the_whole_control_of_the_device_is_there(gateway):
     TypeError: [
         (lambda device: device.alarm("pdh", "3", 1), "number (pdh): expected a whole number from 1 to 16, not '3'"),
         (lambda device: device.fail("config_get_pdh_admin", "8"), "code: expected a whole number"),
-        (lambda device: device.fail(8), "expected the name of a platform function, not 8"),
+        (lambda device: device.fail(8), "platform function: expected a name, not 8"),
         (lambda device: device.set_period(1, 0.5), "seconds: expected a whole number"),
         (lambda device: device.fail(times=1.5), "times: expected a whole number"),
         (lambda device: device.slow(seconds="1"), "seconds: expected a number, not '1'"),
-        (lambda device: device.settings[3], "expected the name of a setting, not 3"),
+        (lambda device: device.settings[3], "name of a setting: expected a text, not 3"),
+        (lambda device: device.fail(operation=3), "operation of the library: expected a name, not 3"),
+        (lambda device: device.fail("config_add_pw", where={3: 1}), "where: expected a text, not 3"),
+        (lambda device: device.fail(where=["pwId"]), "where: expected numbers by their names, not ['pwId']"),
+        (lambda device: device.wait_handled("1"), "timeout: expected a number, not '1'"),
+        (lambda device: device.grow(("pdh", 3)), "expected a Rate, not ('pdh', 3)"),
     ],
     DeviceError: [
         (lambda device: device.settings["temperatur"], "temperatur"),
@@ -369,12 +379,17 @@ def test_a_process_goes_from_device_to_device_unless_it_listens(gateway, tmp_pat
     vexo_cmi.pdh_admin_set(AdminStatus.STATUS_1, 3)
     other = Device(tmp_path / "other")
     assert vexo_cmi.pdh_admin_get(3) == AdminStatus.STATUS_2
+    with pytest.raises(DeviceError, match=f"{gateway.file} isn't in use any more: .* one device at a time"):
+        gateway.alarm("pdh", 3, 1)
+    with pytest.raises(DeviceError, match="No such file or directory"):
+        Device("/nowhere/device")
+    assert other.alarm_bits("pdh", 3) == 0
     Device(gateway.file)
     assert vexo_cmi.pdh_admin_get(3) == AdminStatus.STATUS_1
     vexo_cmi.alarm_callback_register(print)
     gateway.wait_subscribed()
     with pytest.raises(DeviceError, match="listens"):
-        other.close()
+        gateway.close()
 
 
 def run_python(program, **environment):
@@ -417,6 +432,12 @@ def test_without_the_library_it_says_what_to_do(tmp_path):
               "vexoctl isn't there: install it"]
     for text, start in zip(told.values(), starts):
         assert text.startswith(start) and text.count("\n") == 1 and "nstall" in text
+
+
+def test_what_there_is_is_listed():
+    """help() and type checkers go by that."""
+    assert set(vexo_cmi.__all__) == {name for name, value in vars(vexo_cmi).items()
+                                     if not (name.startswith("_") or inspect.ismodule(value))}
 
 
 def test_python_3_9_understands_it():

@@ -6,11 +6,12 @@ import signal
 import subprocess
 import sys
 import time
+from pathlib import Path
 
 import pytest
 
 import vexo_cmi
-from vexo_cmi import Difference, Document, DocumentError, _where
+from vexo_cmi import CmiError, DeviceError, Difference, Document, DocumentError, _where
 from vexo_cmi._library import program
 from vexo_cmi.document import vexoctl
 from vexo_cmi.gateway import AgentError, Gateway
@@ -86,6 +87,54 @@ def test_site(agent):
     assert not passed and report.count("line 3\n") == report.count("0" * 998 + "7") == 1
     assert report.count(f"sh ended with status 3; the last it printed: {'0' * 200}...\n") >= 1
     assert "Popen" not in report  # none of the fixtures' own lines
+
+
+@pytest.mark.parametrize("test, has, limit", [
+    ("gateway.alarm('pdh', 99, 1)", "E +ValueError: number .pdh.: expected a whole number from 1 to 16", 1500),
+    ("agent('no-such-agent')", "E +.*AgentError: the agent can't be started: .*no-such-agent", 1500),
+    ("agent(['sh', '-c', 'head -c 9999999 /dev/zero; exit 3'])",
+     "Output of .*, the last 100000 of 9999999 letters", 120000),
+])
+def test_a_report_has_the_tests_own_lines_and_an_end_of_the_output(tmp_path, test, has, limit):
+    passed, report = run(tmp_path, f"def test_site(gateway, agent):\n    {test}\n")
+    assert not passed and re.search(has, report) and len(report) < limit, report
+
+
+def runs(pid):
+    try:
+        return Path(f"/proc/{pid}/cmdline").read_bytes() != b""  # of one that nobody waits for
+    except OSError:
+        return False
+
+
+def test_nothing_is_left_of_a_test(tmp_path, monkeypatch):
+    monkeypatch.setenv("TMPDIR", str(tmp_path / "tmp"))
+    (tmp_path / "tmp").mkdir()
+    passed, report = run(tmp_path, '''
+import pytest, resource
+
+@pytest.mark.parametrize("sets", ["", "setsid"])
+def test_agent(agent, sets):
+    agent(["sh", "-c", f"'{VEXOCTL}' sys tpid get; {sets} sleep 98.76 & echo $! >>../pids"],
+          cwd=os.environ["TMPDIR"]).wait()
+
+def test_full_disk():
+    hard = resource.getrlimit(resource.RLIMIT_FSIZE)[1]
+    resource.setrlimit(resource.RLIMIT_FSIZE, (0, hard))
+    try:
+        with pytest.raises(vexo_cmi.DeviceError, match="cannot make the device"):
+            vexo_cmi.Gateway()
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, (hard, hard))
+    assert "KV_SIM_DEVICE" not in os.environ
+''')
+    assert passed, report
+    assert not os.listdir(tmp_path / "tmp")
+    pids = (tmp_path / "pids").read_text().split()
+    assert len(pids) == 2
+    limit = time.monotonic() + 10
+    while any(map(runs, pids)):
+        assert time.monotonic() < limit
 
 
 def test_each_test_has_its_own_device_also_side_by_side(tmp_path):
@@ -184,8 +233,29 @@ def test_documents_are_compared_by_what_both_name(gateway, tmp_path, monkeypatch
     with pytest.raises(DocumentError, match="did you mean 'cableLength'"):
         assert gateway.config == Document(site)
     gateway.fail("config_get_pdh_params", 8, object=3)
-    with pytest.raises(DocumentError, match="pdh 3"):
+    with pytest.raises(DeviceError, match="pdh 3"):
         assert gateway.config
+
+
+@pytest.mark.parametrize("holds", [
+    lambda gateway: gateway.config == Document({"format": 1, "pdh": {"3": {"cableLength": 40}}}),
+    lambda gateway: vexo_cmi.pdh_cable_len_get(3) == 40])
+def test_a_condition_is_waited_for_while_the_device_restarts(gateway, holds):
+    vexo_cmi.pdh_cable_len_set(40, 3)
+    gateway.clock.stop()
+    gateway.reboot(5)
+    with pytest.raises((CmiError, DeviceError), match="is restarting"):
+        gateway.wait_for(lambda: holds(gateway), timeout=0)
+    away = []
+
+    def condition():
+        away.append(gateway.away)
+        try:
+            return holds(gateway)
+        finally:
+            gateway.clock.advance(5)
+
+    assert gateway.wait_for(condition) and away == [5, 0]
 
 
 def test_a_new_device_is_there_and_gone_in_milliseconds():
