@@ -66,6 +66,9 @@ class Trace:
         self._files = [str(file) for file in files if file.exists()]
 
     def _show(self, *words: str) -> str:
+        if not _recorder():  # of what was never recorded, nothing could be said to be missing
+            raise _library.LibraryMissing(f"{os.path.basename(_where.RECORDER)}, which records, isn't there: "
+                                          "install vexo-trace, or put its folder into LD_LIBRARY_PATH")
         if not self._files:
             return ""
         return subprocess.run([_library.program(_where.VEXOTRACE, "vexotrace"), "show", *words,

@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 import vexo_cmi
-from vexo_cmi import CmiError, DeviceError, Difference, Document, DocumentError, _where
+from vexo_cmi import CmiError, DeviceError, Difference, Document, DocumentError, LibraryMissing, _where
 from vexo_cmi._library import program
 from vexo_cmi.document import vexoctl
 from vexo_cmi.gateway import AgentError, Gateway
@@ -75,6 +75,13 @@ def test_site(gateway, agent):
     assert not passed and report.count("can't be told: division by zero") == 2
     for line in ("what failed", "tpid: 0x8100", r"drop\('pm'\): met none"):
         assert re.search(line, report), (line, report)
+
+
+def test_without_a_recorder_a_trace_is_not_empty_but_an_error(gateway, agent, monkeypatch):
+    monkeypatch.setattr(_where, "RECORDER", "nowhere/no_recorder.so")
+    agent([VEXOCTL, "sys", "tpid", "get"])
+    with pytest.raises(LibraryMissing, match="no_recorder.so, which records, isn't there: install vexo-trace"):
+        gateway.trace.calls("pwe_*")
 
 
 @pytest.mark.parametrize("in_ci", ["", "true"])
