@@ -347,8 +347,8 @@ class Words(Device):
     def test_the_control_interface_of_the_simulated_device_is_offered_whole(self):
         header = re.sub(r"/\*.*?\*/", "", (SOURCE / "sim/kv_sim.h").read_text(), flags=re.DOTALL)
         tool = (SOURCE / "tools/vexoctl/sim.cpp").read_text()
-        # Of recorders; as kv_sim_fault_arm; of programs that have several devices.
-        others = {"kv_sim_operation", "kv_sim_fault_add", "kv_sim_close"}
+        # Of recorders; as kv_sim_fault_arm; of programs that have several devices or stop agents.
+        others = {"kv_sim_operation", "kv_sim_fault_add", "kv_sim_close", "kv_sim_holder"}
         self.assertEqual(set(re.findall(r"(kv_sim_\w+)\(", header)) - others,
                          set(re.findall(r"\bSIM\((kv_sim_\w+)\)", tool)) |
                          {"kv_" + name for name in re.findall(r"\bFORWARD\((sim_\w+)", tool)})
