@@ -290,7 +290,7 @@ KV_SIM_EXPORT int kv_sim_clock_advance_anyway(uint64_t microseconds);
 KV_SIM_EXPORT int kv_sim_wait_subscribed(uint32_t process, uint32_t services,
                                          uint32_t milliseconds);
 /** Until all subscribers have dealt with all notifications that have been sent: taken them, and
- * returned from their callbacks. */
+ * returned from their callbacks. While the clock runs, those that a fault delays count as well. */
 KV_SIM_EXPORT int kv_sim_wait_handled(uint32_t milliseconds);
 /** Until no function of the platform has been called for @p quiet milliseconds from now on. */
 KV_SIM_EXPORT int kv_sim_wait_idle(uint32_t quiet, uint32_t milliseconds);

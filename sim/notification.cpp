@@ -254,6 +254,13 @@ uint64_t lost(const Notifications &all, const Subscriber &subscriber)
     return subscriber.lost + overwritten(all, subscriber);
 }
 
+uint32_t lateOnes(const State &state)
+{
+    return static_cast<uint32_t>(std::count_if(state.kept,
+                                               state.kept + std::min(state.keptCount, KEPT),
+                                               [](const Kept &kept) { return kept.due != 0; }));
+}
+
 std::vector<Backlog> backlogs(Transaction &device, Service service)
 {
     Notifications &all = of(device, service);

@@ -52,6 +52,8 @@ struct Backlog {
     uint32_t count;
 };
 std::vector<Backlog> backlogs(Transaction &device, Service service);
+// How many notifications wait for their time to be sent.
+uint32_t lateOnes(const State &state);
 
 // Whether the calling thread is in a handler of the service's.
 bool isHandling(Service service);

@@ -216,6 +216,8 @@ int kv_sim_wait_handled(uint32_t milliseconds)
             for (const auto &[process, count] : backlogs(device, service))
                 return fail(WRONG_STATE, "process %u has not dealt with %u %s", process, count,
                             service == Service::alarm ? "alarm events" : "PM reports");
+        if (const uint32_t count = device->clock.stopped ? 0 : lateOnes(*device))
+            return fail(WRONG_STATE, "a fault still delays %u notifications", count);
         return KV_OK;
     });
 }

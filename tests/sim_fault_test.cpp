@@ -552,9 +552,16 @@ TEST_F(Faults, DelayNotificationsByDeviceTime)
     toggle(7);
     EXPECT_EQ(kv_sim_clock_advance(25000 * MILLISECOND), 0);
     EXPECT_EQ(taken(), (Numbers{7, 9}));
+    late(1000);
+    toggle(6);
+    EXPECT_EQ(kv_sim_wait_handled(0), 0) << "the clock stands";
 
     // By the running clock it wakes who waits.
     ASSERT_EQ(kv_sim_clock_stop(0), 0);
+    EXPECT_EQ(kv_sim_wait_handled(0), -1);
+    EXPECT_STREQ(kv_sim_error(), "a fault still delays 1 notifications");
+    EXPECT_EQ(kv_sim_fault_clear(), 0);
+    EXPECT_EQ(taken(), Numbers{6});
     late(20);
     toggle(5);
     EXPECT_TRUE(soon([&] { return eventsOf(alarms) != 0 && !taken().empty(); }));
