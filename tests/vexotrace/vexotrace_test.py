@@ -312,13 +312,17 @@ class Sweeping(unittest.TestCase):
     def test_who_names_what_failed_need_not_name_what_was_done_before_or_not_begun(self):
         set_ = "vexoctl pdh admin set status=1 port=$port 2>$TMPDIR/why"
         frame = "vexoctl pdh frame set mode=3 port=$port && "
-        for act, say, verdict, unnamed in [(set_, "port $port failed", "reported", None),
-                                           (set_, "failed", "half", ["pdh 4", "pdh 5"]),
-                                           (frame + set_, "port 5 failed", "half", ["pdh 4"]),
-                                           (frame + set_, "port $port failed", "reported", None)]:
-            script = f"for port in 3 4 5; do {act} || {{ echo {say}; exit 3; }}; done"
-            words = ("--only", "config_set_pdh_admin/4/1:code")
-            how = {"agent": ["sh", "-c", script], "status": int(verdict == "half")}
+        for effect, act, say, status, verdict, unnamed in [
+                ("lost", set_, "port $port failed", 3, "reported", None),
+                ("lost", set_, "port $port failed", 0, "silent", []),
+                ("lost", set_, "failed", 3, "half", ["pdh 5"]),
+                ("code", set_, "port $port failed", 3, "reported", None),
+                ("code", set_, "failed", 3, "half", ["pdh 4", "pdh 5"]),
+                ("code", frame + set_, "port 5 failed", 3, "half", ["pdh 4"]),
+                ("code", frame + set_, "port $port failed", 3, "reported", None)]:
+            script = f"for port in 3 4 5; do {act} || {{ echo {say}; exit {status}; }}; done"
+            words = ("--only", f"config_set_pdh_admin/4/1:{effect}")
+            how = {"agent": ["sh", "-c", script], "status": int(verdict != "reported")}
             (point,) = self.sweep(*words, **how).values()
             self.assertEqual((point["verdict"], point.get("unnamed")), (verdict, unnamed), script)
         self.assertRegex(self.report(*words, agent=["sh", "-c", script.replace("port $port", "it")],
@@ -405,6 +409,7 @@ $""")
                 while not kept.exists() or kept.read_text().count("\n") < before.count("\n") + 2:
                     self.assertIsNone(sweep.poll())
                     time.sleep(0.01)
+                self.assertIn("kept: another sweep is", vexotrace(*words, status=2))
                 sweep.send_signal(how)
             self.assertEqual(sweep.returncode, 2 if how == signal.SIGINT else -how)
             while how == signal.SIGKILL and self.left():
@@ -454,6 +459,13 @@ $""")
                               "config_add_pw/17/1:noop": "reported"})
         self.assertIn("neither to an end nor to rest",
                       self.report("--until", "false", agent=[folder / "agent"], status=2, timeout=1))
+
+    def test_an_agent_does_with_its_folder_as_it_likes(self):
+        set_ = "vexoctl pdh admin set port=3 status=1 || exit 1; "
+        for do in "rm -rf $TMPDIR", "mkdir -p $TMPDIR/inner/most && chmod 0 $TMPDIR/inner $TMPDIR":
+            points = self.sweep("--effects", "code,lost", "--check", "ls $TMPDIR",
+                                agent=["sh", "-c", set_ + do])
+            self.assertEqual({point["verdict"] for point in points.values()}, {"reported"}, do)
 
     def test_the_check_counts(self):
         script = ("sh", "-c", "vexoctl pdh admin set port=5 status=1; vexoctl pdh admin get port=3 "
@@ -527,6 +539,8 @@ $""")
                              ["--timeout", "nan", "--", "true"]),
                             ("sweep: there is no '--bogus' here", ["--bogus"]),
                             ("I/N", ["--shard", "4/3", "--", "true"]),
+                            ("check failed: echo no; false\n    no",
+                             ["--check", "echo no; false", "--", *self.AGENT]),
                             ("no command", ["--json"]),
                             ("called nothing", ["--", "true"]),
                             ("no-such-agent: No such file", ["--", "no-such-agent"]),

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace sweep
@@ -34,7 +35,11 @@ Judged::Judged(const std::string &file) : file_{file}
     output_ = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (output_ < 0)
         throw Trouble(file + ": " + strerror(errno));
+    if (flock(output_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw Trouble(file + ": another sweep is keeping its verdicts there");
     std::ifstream stream{file};
+    if (!stream)
+        throw Trouble(file + ": " + strerror(errno));
     std::string text{std::istreambuf_iterator{stream}, {}};
     // The last line may have been cut off.
     const size_t whole = text.rfind('\n') + 1;

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -63,8 +62,7 @@ Keeper::Keeper(const std::string &folder, const std::function<Json()> &work) : f
 Keeper::~Keeper()
 {
     close(output_);
-    std::error_code error;
-    std::filesystem::remove_all(folder_, error);
+    removeAll(folder_);
 }
 
 bool Keeper::read()

@@ -198,7 +198,11 @@ fs::path folderFor(unsigned jobs)
     std::error_code error;
     const bool fits = fs::space(memory, error).available >= RECORDINGS + jobs * RUN && !error;
     const bool chosen = getenv("TMPDIR") || !fits || access(memory.c_str(), W_OK) != 0;
-    return chosen ? fs::temp_directory_path() : memory;
+    const fs::path folder = chosen ? fs::temp_directory_path(error) : memory;
+    if (folder.empty())
+        throw Trouble("TMPDIR, " + std::string{getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp"} +
+                      ": " + error.message());
+    return folder;
 }
 
 // Runs it in a process of its own, so that of the two, one cleans up after whichever is killed.
@@ -210,8 +214,7 @@ int runWatched(Given &given)
     given.options.folder = folder;
     const auto cleanUp = [&] {
         killAll();
-        std::error_code error;
-        fs::remove_all(folder, error);
+        removeAll(folder);
     };
     sigset_t signals;
     sigemptyset(&signals);

@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -89,7 +90,7 @@ void prepend(const char *variable, const std::string &path)
 void setEnvironment(const Agent &agent, const Order &order)
 {
     set(trace::DEVICE_VARIABLE, order.device());
-    set("TMPDIR", order.folder);
+    set("TMPDIR", order.temporary());
     if (order.records)
         prepend("LD_PRELOAD", agent.recorder);
     set(trace::FILE_VARIABLE, order.records ? order.recording() : "");
@@ -117,6 +118,7 @@ pid_t start(const std::vector<std::string> &command, const Agent &agent, const O
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
         signal(SIGPIPE, SIG_DFL);
+        mkdir(order.temporary().c_str(), 0700);
         const int null = open("/dev/null", O_RDWR);
         dup2(null, STDIN_FILENO);
         dup2(output < 0 ? null : output, STDOUT_FILENO);
@@ -353,7 +355,7 @@ Ran run(const Agent &agent, const Order &order)
     return Running{agent, order}.wait();
 }
 
-bool succeeds(const std::string &command, const Order &order)
+Ran runShell(const std::string &command, const Order &order)
 {
     Agent checker;
     checker.command = shell(command);
@@ -361,7 +363,11 @@ bool succeeds(const std::string &command, const Order &order)
     plain.records = false;
     plain.holds.reset();
     plain.ends = true;
-    const Ran ran = Running{checker, plain}.wait();
+    return Running{checker, plain}.wait();
+}
+
+bool succeeded(const Ran &ran)
+{
     return !ran.hung && ran.end == "status 0";
 }
 
@@ -373,6 +379,16 @@ void killAll()
         if (waitpid(-1, nullptr, 0) < 0 && errno == ECHILD)
             return;
     }
+}
+
+void removeAll(const std::string &folder)
+{
+    std::error_code error;
+    fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, error);
+    for (const auto &entry : fs::directory_iterator{folder, error})
+        if (entry.symlink_status(error).type() == fs::file_type::directory)
+            removeAll(entry.path());
+    fs::remove_all(folder, error);
 }
 
 } // namespace sweep

@@ -33,6 +33,8 @@ struct Order {
 
     std::string device() const { return folder + "/device"; }
     std::string recording() const { return folder + "/recording"; }
+    // The agent's, who may do there as it likes.
+    std::string temporary() const { return folder + "/tmp"; }
 };
 
 struct Ran {
@@ -46,11 +48,16 @@ struct Ran {
 // Of this process, whose device must be the order's. Nothing of the agent is left then.
 Ran run(const Agent &agent, const Order &order);
 
-// Runs a command with the device named, in a shell; whether it succeeded in time.
-bool succeeds(const std::string &command, const Order &order);
+// Runs a command with the device named, in a shell.
+Ran runShell(const std::string &command, const Order &order);
+// Whether it succeeded in time.
+bool succeeded(const Ran &ran);
 
 // Ends all processes that this one has started, and those that they have.
 void killAll();
+
+// Removes the folder with all that is in it, also where its owner is kept out.
+void removeAll(const std::string &folder);
 
 } // namespace sweep
 

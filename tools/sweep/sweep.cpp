@@ -161,8 +161,10 @@ class Sweep
         // A machine that is busy must not make an agent look hung; a call that hangs only has to
         // do so for longer than a run takes.
         constexpr double LEAST = 5, LEAST_HELD = 1;
+        // The first of one that doesn't end is as long as it takes to find that out.
         const double usual =
-            10 * std::max(first["seconds"].get<double>(), second["seconds"].get<double>());
+            10 * (ends ? std::max(first["seconds"].get<double>(), second["seconds"].get<double>())
+                       : second["seconds"].get<double>());
         order_.seconds = options_.timeout.value_or(std::max(LEAST, usual));
         held_ = options_.timeout.value_or(std::max(LEAST_HELD, usual));
         met_ = placesOf(first["places"]);

@@ -62,6 +62,24 @@ Json placesIn(const Order &order)
     return places;
 }
 
+std::set<config::Key> befallenBy(const Faults &faults)
+{
+    using enum describe::platform::Object;
+    std::set<config::Key> keys;
+    for (const Fault &fault : faults) {
+        const auto *row = describe::platform::find(fault.point.function);
+        const auto kind = row ? row->objectKind : none;
+        const char *const section = kind == port    ? "pdh"
+                                    : kind == pw    ? "pwe"
+                                    : kind == group ? "ima"
+                                                    : nullptr;
+        for (const config::Kind &one : config::kinds())
+            if (section && one.section == section)
+                keys.insert({&one, fault.point.where.front().second});
+    }
+    return keys;
+}
+
 void openDevice(const Order &order)
 {
     setenv("KV_SIM_DEVICE", order.device().c_str(), 1);
@@ -133,8 +151,11 @@ Json goodRun(const Task &task, const Order &order)
     told["output"] = ran.output;
     told["seconds"] = ran.seconds;
     told["places"] = placesIn(order);
-    if (!task.check.empty() && !succeeds(task.check, order))
-        throw Trouble("without a fault, the check failed: " + task.check);
+    if (task.check.empty())
+        return told;
+    if (const Ran check = runShell(task.check, order); !succeeded(check))
+        throw Trouble("without a fault, the check failed: " + task.check +
+                      indented(lastLines(check.output)));
     return told;
 }
 
@@ -151,8 +172,9 @@ Json faultyRun(const Task &task, const Order &order, const Faults &faults, const
     SIM(kv_sim_fault_clear)();
     const config::Document after = deviceNow();
     const auto different = differences(good.after, after);
-    const bool passed = task.check.empty() || succeeds(task.check, order);
-    const auto [verdict, unnamed] = judge(good, {ran, after, passed, fault.met > 0}, different);
+    const bool passed = task.check.empty() || succeeded(runShell(task.check, order));
+    const auto [verdict, unnamed] =
+        judge(good, {ran, after, passed, fault.met > 0, befallenBy(faults)}, different);
     Json told{{"judged", {{"verdict", verdict}, {"difference", config::toJson(different)}}}};
     if (isBad(verdict))
         told["judged"].update({{"unnamed", unnamed},

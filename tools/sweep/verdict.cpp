@@ -151,7 +151,8 @@ Judgement judge(const Good &good, const Outcome &outcome, const std::vector<Diff
     const std::set<Key> wrong = keysOf(different),
                         changed = keysOf(differences(good.before, outcome.after));
     // Who names what went wrong has told that what should have come after it wasn't begun.
-    const bool names = std::ranges::any_of(wrong, isSaid);
+    const bool names = std::ranges::any_of(wrong, isSaid) ||
+                       (failed && std::ranges::any_of(outcome.befallen, isSaid));
     std::vector<std::string> unnamed;
     for (const Key &key : wrong)
         if (!isSaid(key) && (!names || changed.contains(key)))

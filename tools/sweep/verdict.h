@@ -47,8 +47,9 @@ bool isBad(const std::string &verdict);
 struct Outcome {
     const Ran &ran;
     const config::Document &after;
-    bool passed; // the check
-    bool met;    // the fault was
+    bool passed;                    // the check
+    bool met;                       // the fault was
+    std::set<config::Key> befallen; // the objects of what was to fail
 };
 
 struct Judgement {
