@@ -11,6 +11,7 @@
 #include <fstream>
 #include <map>
 #include <set>
+#include <tuple>
 
 namespace sweep
 {
@@ -106,7 +107,10 @@ Report merged(const std::vector<std::string> &files, std::vector<std::string> &n
     struct Place {
         size_t first, within; // among the faults that come first; among those of greater depth
         std::string id;
-        auto operator<=>(const Place &) const = default;
+        bool operator<(const Place &other) const
+        {
+            return std::tie(first, within, id) < std::tie(other.first, other.within, other.id);
+        }
     };
     std::map<std::string, Place> places;
     std::map<Place, Json> entries;

@@ -36,9 +36,8 @@ bool contains(const std::vector<Place> &places, const Point &point)
 
 std::vector<std::string> namesOf(const std::vector<const Effect *> &effects)
 {
-    std::vector<std::string> names;
-    for (const Effect *effect : effects)
-        names.emplace_back(effect->name);
+    std::vector<std::string> names(effects.size());
+    std::ranges::transform(effects, names.begin(), &Effect::name);
     return names;
 }
 
@@ -78,7 +77,8 @@ Files filesOf(const std::vector<std::string> &command)
         files[path] = {content.text(), fs::last_write_time(path, error)};
         return true;
     };
-    std::istringstream folders{getenv("PATH") ? getenv("PATH") : ""};
+    const char *searched = getenv("PATH");
+    std::istringstream folders{searched ? searched : ""};
     if (command[0].find('/') == std::string::npos)
         for (std::string folder;
              std::getline(folders, folder, ':') && !add(folder / fs::path{command[0]});) {
