@@ -197,11 +197,12 @@ fs::path folderFor(unsigned jobs)
     const fs::path memory = "/dev/shm";
     std::error_code error;
     const bool fits = fs::space(memory, error).available >= RECORDINGS + jobs * RUN && !error;
-    const bool chosen = getenv("TMPDIR") || !fits || access(memory.c_str(), W_OK) != 0;
-    const fs::path folder = chosen ? fs::temp_directory_path(error) : memory;
+    const char *chosen = getenv("TMPDIR");
+    if (!chosen && fits && access(memory.c_str(), W_OK) == 0)
+        return memory;
+    fs::path folder = fs::temp_directory_path(error);
     if (folder.empty())
-        throw Trouble("TMPDIR, " + std::string{getenv("TMPDIR") ? getenv("TMPDIR") : "/tmp"} +
-                      ": " + error.message());
+        throw Trouble(std::string{"TMPDIR, "} + (chosen ? chosen : "/tmp") + ": " + error.message());
     return folder;
 }
 
