@@ -194,7 +194,7 @@ int guarded(Work work)
 fs::path folderFor(unsigned jobs)
 {
     constexpr uint64_t RECORDINGS = 64 << 20, RUN = 8 << 20;
-    const fs::path memory = "/dev/shm";
+    fs::path memory = "/dev/shm";
     std::error_code error;
     const bool fits = fs::space(memory, error).available >= RECORDINGS + jobs * RUN && !error;
     const char *chosen = getenv("TMPDIR");
@@ -202,7 +202,8 @@ fs::path folderFor(unsigned jobs)
         return memory;
     fs::path folder = fs::temp_directory_path(error);
     if (folder.empty())
-        throw Trouble(std::string{"TMPDIR, "} + (chosen ? chosen : "/tmp") + ": " + error.message());
+        throw Trouble(std::string{"TMPDIR, "} + (chosen ? chosen : "/tmp") + ": " +
+                      error.message());
     return folder;
 }
 
