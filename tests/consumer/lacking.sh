@@ -10,12 +10,12 @@ rm -rf "$work"
 mkdir -p "$work"
 cd "$work"
 
-# expect STATUS TEXT COMMAND...
+# expect STATUS TEXT COMMAND...; CMake breaks the lines of its messages by the paths' length.
 expect() {
     wanted=$1 text=$2 status=0
     shift 2
     "$@" >output 2>&1 || status=$?
-    [ $status -eq "$wanted" ] && grep -F "$text" output && return
+    [ $status -eq "$wanted" ] && tr -s ' \n' ' ' <output | grep -F "$text" && return
     echo "$*: status $status, not $wanted; '$text' was to be printed, not:"
     cat output
     exit 1
