@@ -295,9 +295,14 @@ kvRc tick(Transaction &device, uint64_t monotonic)
 {
     uptime(*device, monotonic);
     advanceLoad(device);
-    for (;;) {
+    // Each later than the last: what a damaged device has due may never end.
+    for (uint64_t last = 0;;) {
         const uint64_t now = seenTime(*device);
-        const uint64_t next = nextUntil(*device, now);
+        uint64_t next = nextUntil(*device, now);
+        const uint64_t up = next - device->clock.offset;
+        if (!device->restart.until && up <= last)
+            next = 0;
+        last = device->restart.until ? 0 : up;
         const kvRc code = next ? happen(device, next, now) : KV_OK;
         if (code)
             device.rollback();
