@@ -104,16 +104,16 @@ Json toJson(const Report &report)
 
 Report merged(const std::vector<std::string> &files, std::vector<std::string> &notes)
 {
-    struct Place {
+    struct Position {
         size_t first, within; // among the faults that come first; among those of greater depth
         std::string id;
-        bool operator<(const Place &other) const
+        bool operator<(const Position &other) const
         {
             return std::tie(first, within, id) < std::tie(other.first, other.within, other.id);
         }
     };
-    std::map<std::string, Place> places;
-    std::map<Place, Json> entries;
+    std::map<std::string, Position> places;
+    std::map<Position, Json> entries;
     std::set<unsigned> shards;
     Report whole;
     for (const std::string &file : files) {
@@ -133,7 +133,7 @@ Report merged(const std::vector<std::string> &files, std::vector<std::string> &n
         if (!shards.insert(shard).second)
             notes.push_back(file + ": shard " + std::to_string(shard) + "/" +
                             std::to_string(count) + " again: the bad verdicts count");
-        Place place{shard - 1, 0, ""};
+        Position place{shard - 1, 0, ""};
         for (const Json &entry : report["points"]) {
             const bool isFirst = entry["id"].get<std::string>().find('+') == std::string::npos;
             if (isFirst && !place.id.empty())
