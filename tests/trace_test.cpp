@@ -636,7 +636,7 @@ TEST_F(Trace, ThatHasEventsWhichAreNotKnownIsReadWithoutThemAndSaysHowMany)
         return reinterpret_cast<trace::Event *>(bytes.data() + place);
     };
     size_t changed = 0;
-    const size_t begin = whole.head().blocksOffset + sizeof(trace::Block);
+    const auto begin = static_cast<size_t>(whole.head().blocksOffset + sizeof(trace::Block));
     for (size_t place = begin, n = 0; at(place)->size > 0; place += at(place)->size, ++n) {
         if (n % 5 != 3)
             continue;
@@ -667,7 +667,8 @@ TEST_F(Trace, ThatIsDamagedOrOfAnotherMachineSaysWhereAndKeepsTheRest)
     const Recording whole{RECORDINGS "/agent.trace"};
     std::ifstream stream{RECORDINGS "/agent.trace", std::ios::binary};
     const std::string bytes{std::istreambuf_iterator<char>{stream}, {}};
-    const size_t block = whole.head().blocksOffset, event = block + sizeof(trace::Block);
+    const auto block = static_cast<size_t>(whole.head().blocksOffset);
+    const size_t event = block + sizeof(trace::Block);
     const auto with = [&](size_t place, uint32_t word) {
         std::string changed = bytes;
         memcpy(changed.data() + place, &word, sizeof word);
@@ -774,11 +775,13 @@ TEST_F(Trace, ThatIsDamagedIsReadAsFarAsItIsWholeOrRefusedInWords)
         for (int i = 0; i < 40; ++i) {
             std::string damaged = whole;
             for (int n = 0; n < 4; ++n)
-                damaged[begin + random() % (end - begin)] = static_cast<char>(random() >> 8);
+                damaged[static_cast<size_t>(begin + random() % (end - begin))] =
+                    static_cast<char>(random() >> 8);
             tryIt(damaged);
         }
     }
-    for (const size_t size : {0UL, 10UL, 100UL, 5000UL, 60000UL, whole.size() - 1})
+    for (const size_t size :
+         std::initializer_list<size_t>{0, 10, 100, 5000, 60000, whole.size() - 1})
         tryIt(whole.substr(0, size));
     EXPECT_GT(refused, 20U);
 }

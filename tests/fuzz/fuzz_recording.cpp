@@ -25,10 +25,11 @@ std::vector<size_t> parts;
 
 std::vector<size_t> partsOf(const trace::Head &head)
 {
-    std::vector<size_t> found{0, offsetof(trace::Head, size), head.descriptionOffset};
+    std::vector<size_t> found{0, offsetof(trace::Head, size),
+                              static_cast<size_t>(head.descriptionOffset)};
     for (uint64_t i = 0; i < std::min<uint64_t>(head.taken, head.blockCount); ++i)
         for (const size_t within : {size_t{0}, sizeof(trace::Block)})
-            found.push_back(head.blocksOffset + i * head.blockSize + within);
+            found.push_back(static_cast<size_t>(head.blocksOffset + i * head.blockSize) + within);
     return found;
 }
 
