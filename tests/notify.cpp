@@ -106,7 +106,7 @@ std::set<std::string> descriptors()
 }
 
 // ThreadSanitizer's own comes with the first.
-const bool firstThread = UNDER_TSAN && (std::thread{[] {}}.join(), true);
+[[maybe_unused]] const bool firstThread = UNDER_TSAN && (std::thread{[] {}}.join(), true);
 
 // One that has been joined is listed a moment longer; its flags say that it is at its end.
 size_t threads()
