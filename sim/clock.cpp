@@ -298,11 +298,12 @@ kvRc tick(Transaction &device, uint64_t monotonic)
     // Each later than the last: what a damaged device has due may never end.
     for (uint64_t last = 0;;) {
         const uint64_t now = seenTime(*device);
+        const bool isAway = device->restart.until != 0;
         uint64_t next = nextUntil(*device, now);
         const uint64_t up = next - device->clock.offset;
-        if (!device->restart.until && up <= last)
+        if (!isAway && up <= last)
             next = 0;
-        last = device->restart.until ? 0 : up;
+        last = isAway ? 0 : up;
         const kvRc code = next ? happen(device, next, now) : KV_OK;
         if (code)
             device.rollback();

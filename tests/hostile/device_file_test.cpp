@@ -4,6 +4,7 @@
 // repeats one round of that seed.
 #include "device_use.h"
 
+#include <clock.h>
 #include <state.h>
 
 #include <gtest/gtest.h>
@@ -153,6 +154,18 @@ TEST_F(DeviceFile, IsRefusedAndLeftAsItIsOrUsedSafely)
            static_cast<unsigned long long>(used));
     EXPECT_GT(refused, 0u);
     EXPECT_GT(used, 0u);
+}
+
+TEST_F(DeviceFile, EndsItsCallsThoughTheTimeOfALoadsNextStateRunsOver)
+{
+    Bytes bytes = sound_;
+    auto &device = *reinterpret_cast<sim::State *>(bytes.data());
+    device.clock.stopped = 1;
+    device.clock.offset = 0 - (device.clock.uptime + sim::SECOND);
+    device.upgrade.state = sim::LOAD_FIRST;
+    device.upgrade.since = device.clock.uptime;
+    write(path_, bytes);
+    EXPECT_EQ(inAProcess([&] { return use(path_.c_str(), 1, 0); }), USED);
 }
 
 // Whoever writes into the file while others use it can have their calls refused, not more.
