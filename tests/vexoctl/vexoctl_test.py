@@ -1533,7 +1533,7 @@ class Notifications(Device):
             self.assertIn("905 events were lost", told[output][-200:])
             self.assertEqual(told["stdout"].count("objId" if output == "stdout" else "alarm PDH"), 4095)
 
-    @unittest.skipIf(os.environ["SANITIZER"] == "thread", "its thread passes for a service's")
+    @unittest.skipIf("thread" in os.environ.get("SANITIZER", ""), "its thread passes for a service's")
     def test_a_watch_whose_subscription_is_refused_says_so_and_fails(self):
         for function, service in ("alarm_subscribe", "alarms"), ("pmom_subscribe", "PM reports"):
             self.document("sim", "fault", "add", f"function={function}", "value=128")
