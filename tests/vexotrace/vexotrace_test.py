@@ -9,6 +9,7 @@ import tempfile
 import time
 import unittest
 from pathlib import Path
+from unittest.mock import patch
 from xml.etree import ElementTree
 
 VEXOTRACE, VEXOCTL = os.environ["VEXOTRACE"], os.environ["VEXOCTL"]
@@ -22,6 +23,17 @@ def build(source, agent):
         [os.environ["CC"], "-std=c11", f"-I{SOURCE}/include", folder / source, "-o",
          folder / agent, LIBRARY, f"-Wl,-rpath,{LIBRARY.parent}:{SIMULATOR}",
          f"-Wl,-rpath-link,{SIMULATOR}"], check=True)
+
+
+def variant(name, *changes):
+    """The example agent, but for some of its lines."""
+    text = (SOURCE / "examples/agent.c").read_text()
+    for old, new in changes:
+        assert text.count(old) == 1, old
+        text = text.replace(old, new)
+    (folder / f"{name}.c").write_text(text)
+    build(f"{name}.c", name)
+    return name
 
 
 def setUpModule():
@@ -45,8 +57,9 @@ def vexoctl(*words):
                    stdout=subprocess.DEVNULL)
 
 
-def record(name, *words, agent="agent", faults=(), deaf=False):
-    """A run of the agent on a new device, which has an alarm and the end of an interval."""
+def record(name, *words, agent="agent", faults=(), deaf=False, apart=False):
+    """A run of the agent on a new device, which has an alarm and the end of an interval: apart, when
+    the alarm has been handled."""
     (folder / "device").unlink(missing_ok=True)
     for fault in faults:
         vexoctl("sim", "fault", "add", *fault.split())
@@ -58,6 +71,8 @@ def record(name, *words, agent="agent", faults=(), deaf=False):
             services = "pm" if deaf else "both"
             vexoctl("sim", "wait", "subscribed", f"process={agent.pid}", f"services={services}")
             vexoctl("sim", "alarm", "raise", "type=pwe", "number=17", "bits=0x5")
+            if apart:
+                vexoctl("sim", "wait", "handled")
             vexoctl("sim", "interval", "end", "interval=1")
             if not deaf:
                 vexoctl("sim", "wait", "handled")
@@ -707,8 +722,9 @@ class Replaying(unittest.TestCase):
         self.assertIn(": 5 differences in ", told)
         status, _, told = self.replay("--loose", script=script)
         self.assertEqual((status, told.count("vexotrace:")), (1, 0), told)
-        status, _, told = self.replay("--loose", script="sys clk_out set first=1 second=2\n")
-        self.assertEqual(status, 3, told)
+        for unknown in "sys clk_out set first=1 second=2\n", "pdh admin get port=4\n":
+            status, _, told = self.replay("--loose", script=unknown)
+            self.assertEqual(status, 3, told)
 
     def test_an_agent_with_threads_and_faults_does_the_same_again_and_ends(self):
         for name, times, words in (("heard", 3, {}), ("deafened", 1, {
@@ -723,10 +739,8 @@ class Replaying(unittest.TestCase):
             self.assertIn("\nended\n", out)
 
     def test_what_was_told_of_alarms_is_answered_to_who_asks_more_often(self):
-        text = (SOURCE / "examples/agent.c").read_text()
-        (folder / "quick.c").write_text(text.replace("second = {1, 0}", "second = {0, 50000000}"))
-        build("quick.c", "quick")
-        status, out, why = self.replay(command=[folder / "quick"], file=record("asked"))
+        quick = variant("quick", ("second = {1, 0}", "second = {0, 50000000}"))
+        status, out, why = self.replay(command=[folder / quick], file=record("asked"))
         self.assertEqual((status, why), (0, ""), out)
         self.assertNotIn("registering anew", out)
 
@@ -740,18 +754,84 @@ class Replaying(unittest.TestCase):
             self.assertEqual(started.stdout.read(), "told\n")
 
     def test_what_an_agent_does_when_told_to_end_is_done_again(self):
-        text = (SOURCE / "examples/agent.c").read_text()
-        parting = "vexoResult result; vexo_cmi_pwe_admin_set(2, watched, &result);"
-        (folder / "parting.c").write_text(text.replace("vexo_cmi_fini();",
-                                                       f"vexo_cmi_fini(); {parting}"))
-        build("parting.c", "parting")
-        file = record("parted", agent="parting")
+        parting = variant("parting", ("  reconcile();", "  ;"), ("vexo_cmi_fini();", """
+            vexo_cmi_fini();
+            vexoResult result;
+            if (argc == 1)
+                vexo_cmi_pwe_admin_set(2, watched, &result);
+            puts(readAlarms(&active) ? "read" : "not read");"""))
+        # Of alarms, which the last event tells of, is answered what was, too: here, a failure.
+        file = record("parted", agent=parting, faults=[
+            "effect=drop service=pm", "function=alarm_get_active_bits value=8 skip=1"])
         self.assertIn("config_set_pw_admin", vexotrace("show", file))
-        status, out, why = self.replay(command=[folder / "parting"], file=file)
-        self.assertEqual((status, why), (0, ""), out)
-        status, out, why = self.replay(command=[folder / "agent"], file=file)
+        status, out, why = self.replay(command=[folder / parting], file=file)
+        self.assertEqual(status, 0, why)
+        self.assertIn("\nnot read\nended\n", out)
+        status, out, why = self.replay(command=[folder / parting, "17"], file=file)
         self.assertEqual(status, 3, out)
         self.assertRegex(why, r"expected  config_set_pw_admin\(.*\n  actual    none came")
+
+    # So that an agent knows whether a report has come, and only listens.
+    LISTENING = [("  reconcile();", "  ;"),
+                 ("atomic_uint known;", "atomic_uint known, reports; static int turns;"),
+                 ("    switch (pm->objType) {", "    ++reports; switch (pm->objType) {")]
+
+    def test_handlers_are_at_work_together_where_they_were_and_else_one_after_the_other(self):
+        paired = variant("paired", *self.LISTENING,
+                         ("    watched = pwId;", "    watched = pwId; turns = atoi(argv[2]);"),
+                         ("    if (alarm->objType == VEXO_OBJ_TYPE_IMA)", """
+            const struct timespec turn = {0, 10000000};
+            for (int i = 0; i < turns && !reports; ++i)
+                nanosleep(&turn, NULL);
+            puts(reports ? "together" : "alone");
+            if (alarm->objType == VEXO_OBJ_TYPE_IMA)"""))
+        for told, turns in ("together", "2000"), ("alone", "20"):
+            file = record(told, "17", turns, agent=paired, apart=told == "alone")
+            status, out, why = self.replay(command=[folder / paired, "17", turns], file=file)
+            self.assertEqual((status, why), (0, ""), out)
+            self.assertIn(f"\n{told}\n", out)
+
+    def test_who_ends_by_itself_is_left_alone_and_who_went_another_way_is_killed(self):
+        file = record("ended", agent=variant("listening", *self.LISTENING))
+        # A second after all that there is to hear.
+        itself = variant("itself", *self.LISTENING, ("sigaddset(&end, SIGTERM)", "(void)0"),
+                         ("second = {1, 0}", "second = {0, 50000000}"), ("taken > 0 ?", "1 ?"),
+                         ("while ((taken", "while (!(reports && known && ++turns > 20) && (taken"))
+        status, out, why = self.replay(command=[folder / itself], file=file)
+        self.assertEqual((status, why), (0, ""), out)
+        self.assertIn("\nended\n", out)
+
+        another = f'watched = pwId; system("{VEXOCTL} sys version get");'
+        command = [folder / variant("two", *self.LISTENING, ("watched = pwId;", another))]
+        status, out, why = self.replay(command=command, file=file)
+        self.assertEqual((status, why.count("another process called")), (3, 1), why)
+        self.assertNotIn("ended", out)
+
+        # It waits for what comes after a question that it doesn't ask; ten seconds of this clock.
+        (folder / "clock.c").write_text("""
+            #define _GNU_SOURCE
+            #include <errno.h>
+            #include <string.h>
+            #include <sys/syscall.h>
+            #include <time.h>
+            #include <unistd.h>
+            int clock_gettime(clockid_t clock, struct timespec *now)
+            {
+                const long failed = syscall(SYS_clock_gettime, clock, now);
+                if (strcmp(program_invocation_short_name, "vexotrace") == 0)
+                    now->tv_sec = 50 * now->tv_sec + now->tv_nsec / 20000000;
+                return (int)failed;
+            }""")
+        subprocess.run([os.environ["CC"], "-shared", "-fPIC", folder / "clock.c", "-o",
+                        folder / "clock.so"], check=True)
+        forgetful = variant("forgetful", *self.LISTENING, ("reading the pseudowire back", ""), ("""
+    vexo_cmi_pwe_params_get(&info, pwId, &result);
+    if (!succeeded("", &result))""", """
+    if (0)"""))
+        with patch.dict(environment, LD_PRELOAD=str(folder / "clock.so")):
+            status, out, why = self.replay(command=[folder / forgetful], file=file)
+        self.assertEqual((status, why.count("; it is ended\n")), (3, 1), why)
+        self.assertNotIn("ended", out)
 
     def test_what_the_recording_does_not_know_its_snapshot_does(self):
         (folder / "device").unlink(missing_ok=True)
