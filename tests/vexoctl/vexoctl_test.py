@@ -1178,6 +1178,9 @@ class Conformance(Device):
             self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before)
             self.assertFalse(file.exists())
         process = hanging()
+        second = self.vexoctl("conform", "--write", "--saved", "second", cwd=self.folder)
+        self.assertEqual((second.returncode, second.stdout), (2, ""))
+        self.assertIn("another conform --write runs on this device", second.stderr)
         process.kill()
         process.communicate()
         self.run_all(["sim fault clear", "pdh frame set port=16 mode=1", "sys alarm set bits=0"])
@@ -1191,6 +1194,20 @@ class Conformance(Device):
         self.assertEqual(done.returncode, 0, done.stdout)
         self.assertIn("putting back what a run that was ended has left", done.stderr)
         self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before)
+
+    def test_garbage_is_not_put_back_and_what_is_not_known_to_be_is_told(self):
+        before = self.in_service()
+        for function in ("alarm_get_active_bits", "alarm_get_notification", "config_get_debug_info_params",
+                         "config_get_pdh_lpbk", "config_get_pdh_params", "config_get_pwe_if", "config_get_sys_lpbk",
+                         "config_get_system_mode", "config_get_system_params"):
+            self.run_all([f"sim fault add function={function} effect=garbage value=7"])
+            told = self.vexoctl("conform", "--write", cwd=self.folder)
+            self.assertEqual(told.returncode, 1, (function, told.stderr))
+            self.assertRegex(told.stdout, "could not be|is not told|doesn't tell", function)
+            self.run_all(["sim fault clear"])
+            self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before, function)
+        self.run_all(["sim fault add function=config_set_pdh_lpbk effect=nothing"])
+        self.assertIn("put back: not known: what is read doesn't follow what is set", self.conform("--write", status=1))
 
     def test_a_simulated_device_is_made_like_that_of_a_page(self):
         page = self.folder / "page.json"

@@ -287,9 +287,10 @@ Reading read(Device &device, const Key &key)
 {
     constexpr int MOST_TIMES = 16;
     Reading reading = readOnce(device, key);
-    // When everything is the same once more, there was a moment at which all of it was true.
+    // When everything is the same once more, there was a moment at which all of it was true. One
+    // getter is asked twice, too: what it tells otherwise each time can't be put back.
     for (int i = 0; i < MOST_TIMES; ++i) {
-        if (key.kind->getters.size() == 1 || !reading.settings || reading.settings->is_null())
+        if (!reading.settings || reading.settings->is_null())
             return reading;
         Reading again = readOnce(device, key);
         if (again.settings == reading.settings)

@@ -16,6 +16,9 @@
 #include <iostream>
 #include <sstream>
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace vexoctl
@@ -294,9 +297,9 @@ Names putBack(const config::Document &before, const Json &alarms)
     } catch (const UsageError &error) {
         add("settings", error.what());
     }
-    if (alarms.is_number() && systemAlarms() != alarms.get<uint32_t>() &&
-        !setSystemAlarms(alarms.get<uint32_t>()))
-        add("alarms of the system", "could not be set");
+    const auto areBack = [&] { return systemAlarms() == alarms.get<uint32_t>(); };
+    if (alarms.is_number() && !areBack() && !(setSystemAlarms(alarms.get<uint32_t>()) && areBack()))
+        add("alarms of the system", "are not read as they were");
     return troubles;
 }
 
@@ -380,6 +383,43 @@ class Saved
     Json alarms_;
 };
 
+// While it lives no other run on this host sets the same device: they would read each other's
+// settings. A name of the kernel's own needs no file, is free for every user, and ends with the
+// run.
+class Alone
+{
+  public:
+    Alone()
+    {
+        sockaddr_un name{.sun_family = AF_UNIX, .sun_path = {}};
+        const char *const file = getenv("KV_SIM_DEVICE");
+        struct stat device {
+        };
+        // A simulated device is a file, or this process's own.
+        const uint64_t id = !isSimulated()                     ? 0
+                            : file && stat(file, &device) == 0 ? device.st_ino
+                                                               : static_cast<uint64_t>(getpid());
+        const int length = snprintf(
+            name.sun_path + 1, sizeof name.sun_path - 1, "vexoctl-conform %llx %llx",
+            static_cast<unsigned long long>(device.st_dev), static_cast<unsigned long long>(id));
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 +
+                                                 static_cast<size_t>(length));
+        if (bind(socket_, reinterpret_cast<const sockaddr *>(&name), size) == 0)
+            return;
+        const int error = errno;
+        close(socket_);
+        throw UsageError(error == EADDRINUSE
+                             ? "another conform --write runs on this device: wait for its end"
+                             : "can't tell whether another conform --write runs on this device: " +
+                                   std::string{strerror(error)});
+    }
+    ~Alone() { close(socket_); }
+    Alone(const Alone &) = delete;
+
+  private:
+    const int socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
 // What stands behind the name of the command.
 struct Wanted {
     bool writes = false;
@@ -421,11 +461,14 @@ void conform(const Words &words, const Manner &manner)
     const bool writes = options.writes;
     const Json before = options.has("--against") ? readPage(options.files.at("--against")) : Json{};
     const Interruptible interruptible;
+    std::optional<Alone> alone;
     std::optional<Saved> saved;
     Asked asked;
-    if (writes)
+    if (writes) {
+        alone.emplace();
         saved.emplace(options.has("--saved") ? options.files.at("--saved")
                                              : "vexoctl-conform.saved");
+    }
     {
         ProgressLine line{readJson("answers", SIMULATED).size()};
         const auto begin = [&](const auto &toBeMade) { saved->begin(toBeMade); };

@@ -229,9 +229,14 @@ class Listening
 std::optional<uint32_t> systemAlarms()
 {
     config::Device device;
-    Json outputs;
-    const vexoResult result = device.call(*describe::find("vexo_cmi_sys_alarm_get"), {}, outputs);
-    return result.rc == VEXO_RC_OK ? std::optional{outputs["bits"].get<uint32_t>()} : std::nullopt;
+    const auto once = [&]() -> std::optional<uint32_t> {
+        Json outputs;
+        if (device.call(*describe::find("vexo_cmi_sys_alarm_get"), {}, outputs).rc != VEXO_RC_OK)
+            return {};
+        return outputs["bits"].get<uint32_t>();
+    };
+    const std::optional<uint32_t> bits = once();
+    return bits == once() ? bits : std::nullopt;
 }
 
 bool setSystemAlarms(uint32_t bits)
@@ -452,9 +457,21 @@ class Asker
         for (const Group &group : objects ? objects->groups : system)
             for (const Variant &variant : variantsOf(operation))
                 for (const uint32_t number : group.numbers)
-                    use(named(group.name, variant.name),
-                        call(operation,
-                             together(wordsOf(operation, objects, number), variant.words)));
+                    if (readsOnly(operation) || canBePutBack(operation, number))
+                        use(named(group.name, variant.name),
+                            call(operation,
+                                 together(wordsOf(operation, objects, number), variant.words)));
+    }
+
+    // What writes back what it reads would write garbage.
+    bool canBePutBack(const Operation &operation, uint32_t number)
+    {
+        const std::optional<Key> key = config::settingOf(operation, number);
+        const config::Settings settings =
+            key ? config::read(device_, *key).settings : Json::object();
+        return settings && !settings->is_null() &&
+               std::ranges::none_of(config::flat(*settings),
+                                    [](const auto &one) { return one.second.is_null(); });
     }
 
     void askGetter(const Operation &operation)
@@ -837,7 +854,13 @@ class Asker
         config::Reading before = config::read(device_, *key);
         const Names own = wordsOf(getter, objects, number);
         const Seen now = call(getter, own);
-        if (now.result.rc != VEXO_RC_OK || (before.settings && before.settings->is_null())) {
+        const auto told = config::flat(before.settings.value_or(Json::object()));
+        const auto isUntold = [&](const Place &place) {
+            return std::ranges::count(told, std::pair{place.path, Json{}}) > 0;
+        };
+        if (now.result.rc != VEXO_RC_OK || !now.flaws.empty() ||
+            (before.settings && before.settings->is_null()) ||
+            std::ranges::any_of(placesOf(operation), isUntold)) {
             findings[group.name].insert(now.result.rc ? refusal(now.result)
                                                       : "it could not be put back");
             return;
@@ -846,8 +869,14 @@ class Asker
         const auto putBack = [&] {
             config::Report report;
             undo.run(report);
+            auto &back = findings[named(group.name, "put back")];
             for (const config::Trouble &trouble : report.notUndone)
-                findings[named(group.name, "put back")].insert(trouble.what + ": " + trouble.text);
+                back.insert(trouble.what + ": " + trouble.text);
+            for (const auto &[field, value] : told)
+                if (value.is_null())
+                    back.insert(field + ": the device doesn't tell what it is set to");
+            if (back.empty())
+                findings.erase(named(group.name, "put back"));
         };
         try {
             setPlaces(operation, getter, own, group, now, findings);
@@ -863,10 +892,12 @@ class Asker
     {
         const auto told = flatOutputs(now.outputs);
         const auto places = placesOf(operation);
+        bool isTaken = false, isFollowed = false;
         for (const Place &place : places) {
             const Json current = toldAs(told, operation, place.path);
+            const auto values = valuesFor(place, current);
             std::map<std::string, std::string> found;
-            for (const auto &[shown, value] : valuesFor(place, current)) {
+            for (const auto &[shown, value] : values) {
                 std::string &finding = found[shown];
                 if (!finding.empty() && !finding.starts_with(REFUSED))
                     continue;
@@ -878,17 +909,21 @@ class Asker
                     if (result.rc != VEXO_RC_OK)
                         return;
                     const Seen after = call(getter, own);
-                    finding =
-                        after.result.rc != VEXO_RC_OK
-                            ? "then it is " + refusal(after.result)
-                            : readBack(toldAs(flatOutputs(after.outputs), operation, place.path),
-                                       value, *place.type, current);
+                    const Json read = toldAs(flatOutputs(after.outputs), operation, place.path);
+                    finding = after.result.rc != VEXO_RC_OK
+                                  ? "then it is " + refusal(after.result)
+                                  : readBack(read, value, *place.type, current);
+                    isTaken |= value != textOf(current);
+                    isFollowed |= read != current;
                 });
             }
             for (const auto &[shown, finding] : found)
                 if (!finding.empty())
                     findings[named(group.name, place.path)].insert(shown + " " + finding);
         }
+        if (isTaken && !isFollowed)
+            findings[named(group.name, "put back")].insert(
+                "not known: what is read doesn't follow what is set");
     }
 
     // Getters that have one output only call it as they like.
@@ -1025,7 +1060,10 @@ class Asker
                 // Nothing tells when the service has subscribed: the alarm is raised until it is
                 // seen.
                 findings["raised"].insert(await(*bits ^ BIT, *bits));
-                findings["put back"].insert(setSystemAlarms(*bits) && systemAlarms() == bits
+                const bool isFollowed =
+                    setSystemAlarms(*bits ^ BIT) && systemAlarms() == (*bits ^ BIT);
+                findings["put back"].insert(setSystemAlarms(*bits) && systemAlarms() == bits &&
+                                                    isFollowed
                                                 ? "read back"
                                                 : "not read back");
             });
