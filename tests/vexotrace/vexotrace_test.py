@@ -61,6 +61,8 @@ def record(name, *words, agent="agent", faults=(), deaf=False, apart=False):
     """A run of the agent on a new device, which has an alarm and the end of an interval: apart, when
     the alarm has been handled."""
     (folder / "device").unlink(missing_ok=True)
+    for interval in (1, 2, 3):  # None ends by itself meanwhile.
+        vexoctl("sim", "interval", "period", f"interval={interval}", "seconds=0")
     for fault in faults:
         vexoctl("sim", "fault", "add", *fault.split())
     agent = subprocess.Popen([VEXOTRACE, "record", "--output", folder / name, "--size", "2M", "--",
