@@ -1143,7 +1143,8 @@ class Conformance(Device):
         self.assertRegex(kept["date"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
         self.assertEqual(kept["questions"], sum(kept[name] for name in (
             "same", "other value", "other refusal", "not tried")))
-        self.assertIn("\n0 changed since " + kept["date"], self.conform("--against", str(page)))
+        for words in ([], ["--write"]):
+            self.assertIn("\n0 changed since " + kept["date"], self.conform("--against", str(page), *words))
         self.run_all(["sim set name=version.2 value='platform 8'", "sim fault add function=config_get_sys_lpbk value=8"])
         told = self.conform(f"--against={page}", "--junit", str(self.folder / "junit.xml"), status=1)
         self.assertIn("other refusal: misc sys_lbk get: does it answer\n  device:    refused with 4\n"
@@ -1206,7 +1207,11 @@ class Conformance(Device):
             self.assertRegex(told.stdout, "could not be|is not told|doesn't tell", function)
             self.run_all(["sim fault clear"])
             self.assertEqual(self.vexoctl("config", "save", "--state").stdout, before, function)
-        self.run_all(["sim fault add function=config_set_pdh_lpbk effect=nothing"])
+        self.run_all(["sim fault add function=config_get_pdh_oper_state effect=garbage value=7"])
+        self.assertNotIn("put back", self.conform("--write", status=1), "no part of what is set")
+        self.run_all(["sim fault clear", "sim fault add function=config_get_pdh_lpbk effect=garbage value=1"])
+        self.assertIn("other refusal: pdh lpbk get: one that isn't there\n", self.conform(status=1))
+        self.run_all(["sim fault clear", "sim fault add function=config_set_pdh_lpbk effect=nothing"])
         self.assertIn("put back: not known: what is read doesn't follow what is set", self.conform("--write", status=1))
 
     def test_a_simulated_device_is_made_like_that_of_a_page(self):

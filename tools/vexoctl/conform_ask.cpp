@@ -858,8 +858,7 @@ class Asker
         const auto isUntold = [&](const Place &place) {
             return std::ranges::count(told, std::pair{place.path, Json{}}) > 0;
         };
-        if (now.result.rc != VEXO_RC_OK || !now.flaws.empty() ||
-            (before.settings && before.settings->is_null()) ||
+        if (now.result.rc != VEXO_RC_OK || (before.settings && before.settings->is_null()) ||
             std::ranges::any_of(placesOf(operation), isUntold)) {
             findings[group.name].insert(now.result.rc ? refusal(now.result)
                                                       : "it could not be put back");
