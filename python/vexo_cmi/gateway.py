@@ -368,13 +368,21 @@ class Gateway(Device):
 def _kill_all(device: Path) -> None:
     """Kills whoever was started to use this device, in whichever session it runs now."""
     mark = os.fsencode(f"{VARIABLE}={device}") + b"\0"
-    for process in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{process}/environ", "rb") as environment:
-                if mark in environment.read():
+    limit = time.monotonic() + 0.2
+    again = True
+    while again and time.monotonic() < limit:
+        again = False
+        for process in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                environment = Path(f"/proc/{process}/environ").read_bytes()
+                if mark in environment:
                     os.kill(int(process), signal.SIGKILL)
-        except OSError:  # has just ended, or is somebody else's
-            pass
+                    again = True  # it may have started another meanwhile
+                elif not environment:
+                    os.readlink(f"/proc/{process}/exe")
+                    again = True  # it becomes another program just now, and has none yet
+            except OSError:  # has ended, or is somebody else's
+                pass
 
 
 def _threads(process: int) -> Iterator[Tuple[int, str]]:
